@@ -1,0 +1,33 @@
+# Build options and the settings that hold for every target.
+
+set(LUM_PLATFORM "bundled" CACHE STRING
+  "bundled: build the five platform libraries; external: find the framework's own")
+set_property(CACHE LUM_PLATFORM PROPERTY STRINGS bundled external)
+if(NOT LUM_PLATFORM MATCHES "^(bundled|external)$")
+  message(FATAL_ERROR "LUM_PLATFORM is '${LUM_PLATFORM}'; it must be 'bundled' or 'external'")
+endif()
+
+option(LUM_BUILD_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
+option(LUM_BUILD_TOOLS "Build lumcurl and lumbackend" ${PROJECT_IS_TOP_LEVEL})
+option(LUM_WERROR "Treat compiler warnings as errors" OFF)
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+
+include(GNUInstallDirs)
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+
+if(LUM_BUILD_TESTS)
+  enable_testing()
+  find_package(GTest REQUIRED)
+endif()
