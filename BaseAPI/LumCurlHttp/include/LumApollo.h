@@ -1,0 +1,48 @@
+// LumApollo: reads one namespace of properties from an Apollo configuration centre.
+
+#ifndef LUM_APOLLO_H
+#define LUM_APOLLO_H
+
+#include <string>
+
+struct HttpResult;  // the answer; include "HttpResult.h" to read it
+class LumApolloPrivate;
+
+// What to ask for. The fields go into the URL as they stand; nothing is percent-encoded.
+struct LumApolloEnv {
+  std::string configServer;   // host, with ":port" where it is not 443; IPv6 in brackets
+  std::string appId;          // the application's id
+  std::string cluster;        // the cluster; empty becomes "default" when the record is used
+  std::string namespaceName;  // the namespace to read
+};
+
+// Thread safety: GetPropertyString may run on any number of threads, on one object or several, as
+// long as no two calls share a LumApolloEnv.
+//
+// Exceptions: std::bad_alloc when memory runs out; nothing else.
+class __attribute__((visibility("default"))) LumApollo {
+ public:
+  LumApollo();
+  ~LumApollo();
+
+  LumApollo(const LumApollo&) = delete;
+  LumApollo& operator=(const LumApollo&) = delete;
+
+  // GETs https://configServer/configs/appId/cluster/namespaceName over IPv4; connecting and the
+  // whole transfer may take 5 seconds each. The server's certificate is not verified, redirects are
+  // not followed, nothing is retried.
+  //
+  // An empty `env.cluster` is set to "default" in the caller's record.
+  //
+  // Returns the HTTP status, whatever it is, with the body as it came; or `code` -1 with
+  //   "POST failed for: <libcurl's error text> ."  when the transfer failed, which is logged;
+  //   an empty body                                when the URL is longer than 4095 bytes, or no
+  //                                                request could be set up.
+  // The process initialises libcurl: this class never does.
+  HttpResult GetPropertyString(LumApolloEnv& env);
+
+ private:
+  LumApolloPrivate* d_pointer;  // owned
+};
+
+#endif  // LUM_APOLLO_H

@@ -1,0 +1,88 @@
+// LumCurlHttp: a general HTTP(S) client. JSON over GET and POST, with client-certificate TLS and a
+// header of the caller's where wanted, and the download of a URL into a file.
+
+#ifndef LUM_CURL_HTTP_H
+#define LUM_CURL_HTTP_H
+
+#include <string>
+
+#include "LumJson.h"
+
+class LumCurlHttpPrivate;
+
+// Every request is one blocking transfer on the caller's thread, over a connection of its own: no
+// connection is reused, nothing is retried, redirects are not followed.
+//
+// Thread safety: Get and Post may be called from any number of threads; one object runs one of them
+// at a time, further callers wait. DownloadFile waits for nobody. No setter may run while another
+// thread uses the same object. Distinct objects are independent.
+//
+// Exceptions: std::bad_alloc when memory runs out and std::system_error when a mutex cannot be
+// locked; nothing else.
+class __attribute__((visibility("default"))) LumCurlHttp {
+ public:
+  // Initialises libcurl for the process: curl_global_init(CURL_GLOBAL_ALL), on every call. To be
+  // called once at start-up, before other threads exist.
+  // Returns libcurl's result, 0 (CURLE_OK) on success.
+  // https://curl.se/libcurl/c/curl_global_init.html
+  static int CurlGlobalInit();
+
+  LumCurlHttp();
+  ~LumCurlHttp();
+
+  LumCurlHttp(const LumCurlHttp&) = delete;
+  LumCurlHttp& operator=(const LumCurlHttp&) = delete;
+
+  // Makes `headers` the one header line of every later Get and Post, in place of
+  // "Content-Type: application/json" and "charsets: utf-8". The text is sent as it stands, as one
+  // line ("Name: value", RFC 9110 section 5); it is not split. It stays until it is replaced; an
+  // empty text is refused with a log line and changes nothing.
+  void SetHeaders(const std::string& headers);
+
+  // GETs `url` over IPv4 and parses the reply as JSON, whatever its HTTP status. The User-Agent is
+  // "QVcurlHttp/0.1.2"; connecting and the whole transfer may take 5 seconds each.
+  //
+  // The second text is never read: it keeps the parameters parallel to those of Post.
+  // `useSsl`: false verifies nothing about an https server. True needs the files of SetSslInfo: the
+  // server's certificate must chain to the CA file, though its host name is not compared, and the
+  // client certificate is offered. A true `useSsl` also uses up the pass phrase of SetSslInfo.
+  //
+  // Returns the reply's document, and sets `responseCode` to
+  //   the HTTP status    when the body is JSON (RFC 8259);
+  //   -1, null returned  when the transfer failed, when `useSsl` lacks one of its three files, and
+  //                      when the body is not JSON (an empty body is not).
+  // An empty `url` returns null and leaves `responseCode` as it was. Failures are logged.
+  LumJson::Value Get(const std::string& url, const std::string& unused, bool useSsl,
+                     int& responseCode);
+
+  // POSTs `body`, which should be a JSON text and is sent byte for byte, to `url`. Everything else,
+  // the result and `responseCode` included, is as in Get.
+  LumJson::Value Post(const std::string& url, const std::string& body, bool useSsl,
+                      int& responseCode);
+
+  // Stores the PEM files and the key's pass phrase for requests with `useSsl`.
+  //
+  // The three paths are stored always and stay until they are replaced. `keyPassword` is
+  // `keyPasswordLen` bytes (0 to 2048), copied here; no terminator is added, and a phrase shorter
+  // than one still stored keeps the other's tail unless its own terminating zero is counted in.
+  // The pass phrase serves one request: the next Get or Post with `useSsl` wipes it, so an
+  // encrypted key needs SetSslInfo again before each request. A null `keyPassword` or a length out
+  // of range is logged and leaves the stored pass phrase as it was.
+  void SetSslInfo(std::string caCertPath, std::string clientCertPath, std::string clientKeyPath,
+                  unsigned char* keyPassword, int keyPasswordLen);
+
+  // Downloads `url` into the file `path`, replacing what the file held. Connecting and the whole
+  // transfer may take 60 seconds each. Nothing about an https server is verified, and no client
+  // certificate is offered.
+  //
+  // The HTTP status is not looked at: an error page is a download like any other, and returns 0.
+  // Returns 0; -10000 when the transfer failed (what had arrived stays in the file), when the file
+  // could not be opened, or when `path` is a directory, lies in none, or is longer than the system
+  // allows. (-9999 stands for an object without its private part, which no constructor leaves.)
+  int DownloadFile(std::string url, std::string path);
+
+ private:
+  LumCurlHttpPrivate* d_pointer;  // owned
+};
+
+#endif  // LUM_CURL_HTTP_H

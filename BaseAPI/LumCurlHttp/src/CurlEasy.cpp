@@ -1,0 +1,53 @@
+// Helpers over libcurl's easy interface that the three clients share.
+
+#include "CurlEasy.h"
+
+#include <cstdint>
+
+void AppendLine(HeaderList& list, const char* line) {
+  curl_slist* longer = curl_slist_append(list.get(), line);
+  if (longer == nullptr) {
+    throw std::bad_alloc();
+  }
+  list.release();  // `longer` is the same list, or its first node
+  list.reset(longer);
+}
+
+HeaderList JsonHeaderLines() {
+  HeaderList list;
+  AppendLine(list, "Content-Type: application/json");
+  AppendLine(list, "charsets: utf-8");
+  return list;
+}
+
+std::size_t WriteToString(char* data, std::size_t size, std::size_t count, void* user) {
+  if (data == nullptr || user == nullptr) {
+    return 0;
+  }
+  auto* result = static_cast<HttpResult*>(user);
+  const auto bytes = static_cast<std::uint32_t>(size * count);
+  try {
+    result->body.append(data, bytes);
+  } catch (...) {
+    static_cast<CollectedResult*>(result)->failure = std::current_exception();
+    return 0;
+  }
+  return bytes;
+}
+
+CURLcode Perform(const EasyHandle& handle, const CollectedResult& result, long& status) {
+  const CURLcode outcome = curl_easy_perform(handle.get());
+  status = 0;
+  curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &status);
+  if (result.failure) {
+    std::rethrow_exception(result.failure);
+  }
+  return outcome;
+}
+
+std::string FailureText(const char* prefix, const char* errorText) {
+  std::string text(prefix);
+  text += errorText;
+  text += " .";
+  return text;
+}

@@ -1,0 +1,33 @@
+// The pass phrase buffer of the clients that offer a certificate.
+
+#include "KeyPassword.h"
+
+#include "LumBoundsCheck.h"
+
+void WipeKeyPassword(KeyPassword& buffer) {
+  memset_s(buffer, sizeof(buffer), 0, sizeof(buffer));
+}
+
+bool StoreKeyPassword(KeyPassword& buffer, const unsigned char* text, int length) {
+  if (length < 0 || static_cast<std::size_t>(length) > sizeof(buffer)) {
+    return false;
+  }
+  // A positive result, an errno value, counts as stored.
+  const auto bytes = static_cast<std::size_t>(length);
+  return memcpy_s(buffer, bytes, text, bytes) >= 0;
+}
+
+void SetKeyPasswordOption(const EasyHandle& handle, const KeyPassword& buffer) {
+  if (buffer[sizeof(buffer) - 1] == 0) {
+    SetOption(handle, CURLOPT_KEYPASSWD, reinterpret_cast<const char*>(buffer));
+    return;
+  }
+  char terminated[sizeof(buffer) + 1];
+  memcpy_s(terminated, sizeof(terminated), buffer, sizeof(buffer));
+  terminated[sizeof(buffer)] = '\0';
+  const CURLcode result = curl_easy_setopt(handle.get(), CURLOPT_KEYPASSWD, terminated);
+  memset_s(terminated, sizeof(terminated), 0, sizeof(terminated));
+  if (result == CURLE_OUT_OF_MEMORY) {
+    throw std::bad_alloc();
+  }
+}

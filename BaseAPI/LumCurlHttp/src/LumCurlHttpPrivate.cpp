@@ -1,0 +1,145 @@
+// LumCurlHttpPrivate: JSON GET and POST, one easy handle a request.
+
+#include "LumCurlHttpPrivate.h"
+
+#include <utility>
+
+#include "Log.h"
+#include "LumBoundsCheck.h"
+
+namespace {
+
+constexpr char kLogPath[] = "BaseAPI/LumCurlHttp/src/LumCurlHttpPrivate";
+
+// Short on purpose: these are small JSON exchanges.
+constexpr long kTimeoutSeconds = 5;
+
+}  // namespace
+
+LumCurlHttpPrivate::LumCurlHttpPrivate() : m_userAgent("QVcurlHttp/0.1.2") {
+  WipeKeyPassword(m_keyPassword);
+}
+
+void LumCurlHttpPrivate::SetHeaders(const std::string& headers) {
+  m_headers = headers;
+}
+
+HttpResult LumCurlHttpPrivate::Get(const std::string& url, const std::string& /*unused*/,
+                                   bool useSsl) {
+  CollectedResult result;
+  if (useSsl && LacksCertificates()) {
+    LUM_LOG(kLogError, "Get", "GET(%s) use ssl, but certs is empty", url.c_str());
+    return std::move(result);
+  }
+
+  // Released in reverse: header list, handle, lock.
+  const std::unique_lock<std::mutex> lock(m_mutex);
+  char errorBuffer[kErrorBufferSize];
+  const EasyHandle handle(curl_easy_init());
+  if (!handle) {
+    LUM_LOG(kLogError, "Get", "GET curl init failed");
+    return std::move(result);
+  }
+  const HeaderList headers = BuildHeaderList("Get");
+
+  SetOption(handle, CURLOPT_USERAGENT, m_userAgent.c_str());
+  SetOption(handle, CURLOPT_HTTPHEADER, headers.get());
+  SetOption(handle, CURLOPT_URL, url.c_str());
+  SetOption(handle, CURLOPT_HTTPGET, 1L);
+  SetResultOptions(handle, result, errorBuffer, useSsl);
+
+  long status = 0;
+  const CURLcode outcome = Perform(handle, result, status);
+  if (outcome == CURLE_OK) {
+    result.code = static_cast<int>(status);
+    return std::move(result);
+  }
+  // The first text is libcurl's, not the URL.
+  LUM_LOG(kLogError, "Get", "GET failed for %s, ret: %d, code: %ld, errorBuf: %s",
+          curl_easy_strerror(outcome), outcome, status, errorBuffer);
+  result.body = FailureText("GET failed for: ", errorBuffer);
+  return std::move(result);
+}
+
+HttpResult LumCurlHttpPrivate::Post(const std::string& url, const std::string& body, bool useSsl) {
+  CollectedResult result;
+  if (useSsl && LacksCertificates()) {
+    LUM_LOG(kLogError, "Post", "POST(%s) use ssl, but certs is empty", url.c_str());
+    return std::move(result);
+  }
+
+  const std::unique_lock<std::mutex> lock(m_mutex);
+  char errorBuffer[kErrorBufferSize];
+  const EasyHandle handle(curl_easy_init());
+  if (!handle) {
+    LUM_LOG(kLogError, "Post", "POST curl init failed");
+    return std::move(result);
+  }
+  const HeaderList headers = BuildHeaderList("Post");
+
+  SetOption(handle, CURLOPT_USERAGENT, m_userAgent.c_str());
+  SetOption(handle, CURLOPT_HTTPHEADER, headers.get());
+  SetOption(handle, CURLOPT_URL, url.c_str());
+  SetOption(handle, CURLOPT_POST, 1L);
+  SetOption(handle, CURLOPT_POSTFIELDS, body.c_str());  // sent from the caller's text, not copied
+  SetOption(handle, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.length()));
+  SetResultOptions(handle, result, errorBuffer, useSsl);
+
+  long status = 0;
+  const CURLcode outcome = Perform(handle, result, status);
+  if (outcome == CURLE_OK) {
+    result.code = static_cast<int>(status);
+    return std::move(result);
+  }
+  LUM_LOG(kLogError, "Post", "POST failed for %s, ret: %d, code: %ld, errorBuf: %s",
+          curl_easy_strerror(outcome), outcome, status, errorBuffer);
+  result.body = FailureText("POST failed for: ", errorBuffer);
+  return std::move(result);
+}
+
+bool LumCurlHttpPrivate::LacksCertificates() const {
+  return m_caCertPath.empty() || m_clientCertPath.empty() || m_clientKeyPath.empty();
+}
+
+HeaderList LumCurlHttpPrivate::BuildHeaderList(const char* function) const {
+  if (m_headers.empty()) {
+    return JsonHeaderLines();
+  }
+  LUM_LOG(kLogInfo, function, "curl set headers, headers length=%d",
+          static_cast<int>(m_headers.length()));
+  HeaderList list;
+  AppendLine(list, m_headers.c_str());
+  return list;
+}
+
+void LumCurlHttpPrivate::SetResultOptions(const EasyHandle& handle, CollectedResult& result,
+                                          char (&errorBuffer)[kErrorBufferSize], bool useSsl) {
+  SetOption(handle, CURLOPT_WRITEFUNCTION, &WriteToString);
+  SetOption(handle, CURLOPT_WRITEDATA, static_cast<HttpResult*>(&result));
+  memset_s(errorBuffer, sizeof(errorBuffer), 0, sizeof(errorBuffer));
+  SetOption(handle, CURLOPT_ERRORBUFFER, &errorBuffer[0]);
+  SetOption(handle, CURLOPT_CONNECTTIMEOUT, kTimeoutSeconds);
+  SetOption(handle, CURLOPT_TIMEOUT, kTimeoutSeconds);
+  SetOption(handle, CURLOPT_NOSIGNAL, 1L);
+  SetOption(handle, CURLOPT_IPRESOLVE, static_cast<long>(CURL_IPRESOLVE_V4));
+  SetSslOptions(handle, useSsl);
+}
+
+void LumCurlHttpPrivate::SetSslOptions(const EasyHandle& handle, bool useSsl) {
+  if (!useSsl) {
+    SetOption(handle, CURLOPT_SSL_VERIFYPEER, 0L);
+    SetOption(handle, CURLOPT_SSL_VERIFYHOST, 0L);
+    return;
+  }
+  // The chain is verified against the CA file; the host name is not compared.
+  SetOption(handle, CURLOPT_SSL_VERIFYPEER, 1L);
+  SetOption(handle, CURLOPT_SSL_VERIFYHOST, 0L);
+  SetOption(handle, CURLOPT_CAINFO, m_caCertPath.c_str());
+  SetOption(handle, CURLOPT_SSLCERT, m_clientCertPath.c_str());
+  SetOption(handle, CURLOPT_SSLKEY, m_clientKeyPath.c_str());
+  SetOption(handle, CURLOPT_SSLKEYTYPE, "PEM");
+  SetOption(handle, CURLOPT_SSLCERTTYPE, "PEM");
+  SetKeyPasswordOption(handle, m_keyPassword);
+  // A pass phrase serves one request: libcurl has its copy, ours goes at once.
+  WipeKeyPassword(m_keyPassword);
+}

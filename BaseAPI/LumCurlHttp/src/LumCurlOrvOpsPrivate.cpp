@@ -1,0 +1,346 @@
+// LumCurlOrvOpsPrivate: the service client's transfers, one easy handle each.
+
+#include "LumCurlOrvOpsPrivate.h"
+
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "Log.h"
+#include "LumBoundsCheck.h"
+#include "LumFileSys.h"
+#include "LumNet.h"
+
+namespace {
+
+constexpr char kLogPath[] = "BaseAPI/LumCurlHttp/src/LumCurlOrvOpsPrivate";
+
+constexpr long kUploadConnectTimeoutSeconds = 10;
+
+struct FileClose {
+  void operator()(FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<FILE, FileClose>;
+
+// libcurl's read callback of an upload; `user` is the stream.
+std::size_t ReadFromFile(char* buffer, std::size_t size, std::size_t count, void* user) {
+  return std::fread(buffer, size, count, static_cast<FILE*>(user));
+}
+
+// The size of a stream in bytes, leaving it at its start; -1 when it cannot seek.
+curl_off_t SizeFromStart(FILE* stream) {
+  if (std::fseek(stream, 0, SEEK_END) != 0) {
+    return -1;
+  }
+  const long size = std::ftell(stream);
+  return std::fseek(stream, 0, SEEK_SET) == 0 ? size : -1;
+}
+
+bool Contains(const std::string& text, const char* part) {
+  return text.find(part) != std::string::npos;
+}
+
+}  // namespace
+
+LumCurlOrvOpsPrivate::LumCurlOrvOpsPrivate() {
+  WipeKeyPassword(keyPassword);
+}
+
+void LumCurlOrvOpsPrivate::SetLimitSpeed(std::uint32_t bytesPerSecond) {
+  limitSpeed = bytesPerSecond;
+}
+
+void LumCurlOrvOpsPrivate::SetFp(FILE* stream) {
+  uploadFp = stream;
+}
+
+HttpResult LumCurlOrvOpsPrivate::Get(const std::string& url, const HeaderLines& lines) {
+  CollectedResult result;
+  char errorBuffer[kErrorBufferSize];
+  memset_s(errorBuffer, sizeof(errorBuffer), 0, sizeof(errorBuffer));
+  const EasyHandle handle(curl_easy_init());
+  if (!handle) {
+    LUM_LOG(kLogError, "Get", "GET curl init failed");
+    return std::move(result);
+  }
+  HeaderList headers = BuildHeaderList(handle, lines);
+
+  SetOption(handle, CURLOPT_URL, url.c_str());
+  SetOption(handle, CURLOPT_POST, 0L);
+  SetOption(handle, CURLOPT_WRITEFUNCTION, &WriteToString);
+  SetOption(handle, CURLOPT_WRITEDATA, static_cast<HttpResult*>(&result));
+  SetOption(handle, CURLOPT_NOSIGNAL, 1L);
+  SetOption(handle, CURLOPT_ERRORBUFFER, &errorBuffer[0]);
+  SetOption(handle, CURLOPT_CONNECTTIMEOUT, static_cast<long>(connectTimeout));
+  SetOption(handle, CURLOPT_TIMEOUT, static_cast<long>(requestTimeout));
+  SetInterface(handle);
+  SetSslOptions(handle);
+
+  long status = 0;
+  const CURLcode outcome = Perform(handle, result, status);
+  result.code = static_cast<int>(status);
+  headers.reset();
+  if (outcome != CURLE_OK) {
+    // The first text is libcurl's, not the URL; so in every transfer below.
+    LUM_LOG(kLogError, "Get", "GET failed for %s, resOps: %d, code: %ld, errorBuf: %s",
+            curl_easy_strerror(outcome), outcome, status, errorBuffer);
+    result.body = FailureText("GET failed for: ", errorBuffer);
+  }
+  return std::move(result);
+}
+
+// Unlike the others, PUT sets no CURLOPT_NOSIGNAL and its TLS options before the interface.
+HttpResult LumCurlOrvOpsPrivate::Put(const std::string& url, const std::string& body,
+                                     const HeaderLines& lines) {
+  CollectedResult result;
+  char errorBuffer[kErrorBufferSize];
+  memset_s(errorBuffer, sizeof(errorBuffer), 0, sizeof(errorBuffer));
+  const EasyHandle handle(curl_easy_init());
+  if (!handle) {
+    LUM_LOG(kLogError, "Put", "PUT curl init failed");
+    return std::move(result);
+  }
+  HeaderList headers = BuildHeaderList(handle, lines);
+
+  SetOption(handle, CURLOPT_URL, url.c_str());
+  SetOption(handle, CURLOPT_CUSTOMREQUEST, "PUT");
+  SetOption(handle, CURLOPT_POSTFIELDS, body.c_str());
+  SetOption(handle, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.length()));
+  SetOption(handle, CURLOPT_WRITEFUNCTION, &WriteToString);
+  SetOption(handle, CURLOPT_WRITEDATA, static_cast<HttpResult*>(&result));
+  SetOption(handle, CURLOPT_ERRORBUFFER, &errorBuffer[0]);
+  SetOption(handle, CURLOPT_CONNECTTIMEOUT, static_cast<long>(connectTimeout));
+  SetOption(handle, CURLOPT_TIMEOUT, static_cast<long>(requestTimeout));
+  SetSslOptions(handle);
+  SetInterface(handle);
+
+  long status = 0;
+  const CURLcode outcome = Perform(handle, result, status);
+  result.code = static_cast<int>(status);
+  headers.reset();
+  if (outcome != CURLE_OK) {
+    LUM_LOG(kLogError, "Put", "PUT failed for %s, resOps: %d, code: %ld, errorBuf: %s",
+            curl_easy_strerror(outcome), outcome, status, errorBuffer);
+    result.body = FailureText("PUT failed for: ", errorBuffer);
+  }
+  return std::move(result);
+}
+
+HttpResult LumCurlOrvOpsPrivate::Post(const std::string& url, const char* data,
+                                      std::uint32_t length, const HeaderLines& lines) {
+  return PostBytes(url, data, length, lines, requestTimeout);
+}
+
+HttpResult LumCurlOrvOpsPrivate::Post(const std::string& url, const std::string& body,
+                                      const HeaderLines& lines, std::uint32_t timeoutSeconds) {
+  return PostBytes(url, body.c_str(), body.length(), lines, static_cast<long>(timeoutSeconds));
+}
+
+HttpResult LumCurlOrvOpsPrivate::PostBytes(const std::string& url, const char* data,
+                                           std::size_t length, const HeaderLines& lines,
+                                           long timeoutSeconds) {
+  CollectedResult result;
+  char errorBuffer[kErrorBufferSize];
+  memset_s(errorBuffer, sizeof(errorBuffer), 0, sizeof(errorBuffer));
+  const EasyHandle handle(curl_easy_init());
+  if (!handle) {
+    LUM_LOG(kLogError, "Post", "POST curl init failed");
+    return std::move(result);
+  }
+  HeaderList headers = BuildHeaderList(handle, lines);
+
+  SetOption(handle, CURLOPT_URL, url.c_str());
+  SetOption(handle, CURLOPT_POST, 1L);
+  SetOption(handle, CURLOPT_POSTFIELDS, data);  // sent from the caller's bytes, not copied
+  SetOption(handle, CURLOPT_POSTFIELDSIZE, static_cast<long>(length));
+  SetOption(handle, CURLOPT_WRITEFUNCTION, &WriteToString);
+  SetOption(handle, CURLOPT_WRITEDATA, static_cast<HttpResult*>(&result));
+  SetOption(handle, CURLOPT_NOSIGNAL, 1L);
+  SetOption(handle, CURLOPT_ERRORBUFFER, &errorBuffer[0]);
+  SetOption(handle, CURLOPT_CONNECTTIMEOUT, static_cast<long>(connectTimeout));
+  SetOption(handle, CURLOPT_TIMEOUT, timeoutSeconds);
+  SetInterface(handle);
+  SetSslOptions(handle);
+
+  long status = 0;
+  const CURLcode outcome = Perform(handle, result, status);
+  result.code = static_cast<int>(status);
+  headers.reset();
+  if (outcome != CURLE_OK) {
+    LUM_LOG(kLogError, "Post", "POST failed for %s, resOps: %d, code: %ld, errorBuf: %s",
+            curl_easy_strerror(outcome), outcome, status, errorBuffer);
+    result.body = FailureText("POST failed for: ", errorBuffer);
+  }
+  return std::move(result);
+}
+
+// No write function is set: the server's reply goes to standard output. Nor is CURLOPT_NOSIGNAL.
+HttpResult LumCurlOrvOpsPrivate::Upload(const std::string& url, const std::string& filePath,
+                                        const HeaderLines& lines, std::uint32_t timeoutSeconds) {
+  CollectedResult result;
+  char errorBuffer[kErrorBufferSize];
+  memset_s(errorBuffer, sizeof(errorBuffer), 0, sizeof(errorBuffer));
+  const EasyHandle handle(curl_easy_init());
+  if (!handle) {
+    LUM_LOG(kLogError, "Upload", "POST curl init failed");  // an upload keeps this wording
+    return std::move(result);
+  }
+  SetDomainIp(url, handle.get());
+  if (!LumDir::LumRealPath(filePath.c_str(), static_cast<int>(std::strlen(filePath.c_str())))) {
+    return std::move(result);
+  }
+  File opened;
+  FILE* stream = uploadFp;
+  if (stream == nullptr) {
+    opened.reset(std::fopen(filePath.c_str(), "rb"));
+    stream = opened.get();
+  }
+  const curl_off_t size = stream == nullptr ? -1 : SizeFromStart(stream);
+  if (size < 0) {
+    LUM_LOG(kLogError, "Upload", "read file error");
+    return std::move(result);
+  }
+  HeaderList headers = BuildHeaderList(handle, lines);
+
+  SetOption(handle, CURLOPT_READFUNCTION, &ReadFromFile);
+  SetOption(handle, CURLOPT_UPLOAD, 1L);
+  SetOption(handle, CURLOPT_URL, url.c_str());
+  SetOption(handle, CURLOPT_UPLOAD, 1L);  // a second time, harmless
+  SetOption(handle, CURLOPT_READDATA, stream);
+  SetOption(handle, CURLOPT_INFILESIZE_LARGE, size);
+  SetOption(handle, CURLOPT_ERRORBUFFER, &errorBuffer[0]);
+  SetOption(handle, CURLOPT_CONNECTTIMEOUT, kUploadConnectTimeoutSeconds);
+  SetOption(handle, CURLOPT_TIMEOUT, static_cast<long>(timeoutSeconds));
+  if (limitSpeed != kNoSpeedLimit) {
+    SetOption(handle, CURLOPT_MAX_SEND_SPEED_LARGE,
+              static_cast<curl_off_t>(static_cast<std::int32_t>(limitSpeed)));
+  }
+  SetInterface(handle);
+  SetSslOptions(handle);
+
+  long status = 0;
+  const CURLcode outcome = Perform(handle, result, status);
+  result.code = static_cast<int>(status);
+  if (opened) {
+    opened.reset();
+  } else {
+    uploadFp = nullptr;  // a caller's stream serves one upload and stays open
+  }
+  headers.reset();
+  if (outcome != CURLE_OK) {
+    LUM_LOG(kLogError, "Upload", "PUT failed for %s, resOps: %d, code: %ld, errorBuf: %s",
+            curl_easy_strerror(outcome), outcome, status, errorBuffer);
+    result.body = FailureText("PUT failed for: ", errorBuffer);
+  }
+  return std::move(result);
+}
+
+HeaderList LumCurlOrvOpsPrivate::BuildHeaderList(const EasyHandle& handle,
+                                                 const HeaderLines& lines) {
+  HeaderList list;
+  for (const std::string& line : lines) {
+    AppendLine(list, line.c_str());
+  }
+  if (list) {
+    SetOption(handle, CURLOPT_HTTPHEADER, list.get());
+  }
+  return list;
+}
+
+// Verification is off with and without a certificate of our own.
+void LumCurlOrvOpsPrivate::SetSslOptions(const EasyHandle& handle) {
+  SetOption(handle, CURLOPT_SSL_VERIFYPEER, 0L);
+  SetOption(handle, CURLOPT_SSL_VERIFYHOST, 0L);
+  if (sslInfoSet) {
+    SetOption(handle, CURLOPT_CAINFO, caInfoPath.c_str());
+    SetOption(handle, CURLOPT_SSLCERT, sslCertPath.c_str());
+    SetOption(handle, CURLOPT_SSLKEY, sslKeyPath.c_str());
+    SetOption(handle, CURLOPT_SSLKEYTYPE, "PEM");
+    SetOption(handle, CURLOPT_SSLCERTTYPE, "PEM");
+    SetKeyPasswordOption(handle, keyPassword);
+  }
+}
+
+std::string LumCurlOrvOpsPrivate::GetDomain(const std::string& url) {
+  std::size_t prefixLength = 0;
+  if (Contains(url, "https://")) {
+    prefixLength = std::strlen("https://");
+  } else if (Contains(url, "http://")) {
+    prefixLength = std::strlen("http://");
+  } else {
+    LUM_LOG(kLogError, "GetDomain", "invalid url:%s", url.c_str());
+    return std::string();
+  }
+  // The length is that of an https URL's rest whichever scheme it is: an http URL of nothing but a
+  // host loses its last character.
+  std::string domain = url.substr(prefixLength, url.length() - std::strlen("https://"));
+  const std::size_t slash = domain.find('/');
+  if (slash != std::string::npos) {
+    domain.resize(slash);
+  }
+  return domain;
+}
+
+void LumCurlOrvOpsPrivate::SetDomainIp(const std::string& url, CURL* handle) {
+  if (domainIp.empty() || handle == nullptr) {
+    return;
+  }
+  std::string entry = GetDomain(url);
+  if (entry.find(':') == std::string::npos) {
+    if (Contains(url, "http://")) {
+      entry += ":80";
+    }
+    if (Contains(url, "https://")) {
+      entry += ":443";
+    }
+  }
+  entry += ":" + domainIp;
+  LUM_LOG(kLogInfo, "SetDomainIp", "Set domain=%s", entry.c_str());
+  HeaderList list;
+  AppendLine(list, entry.c_str());
+  curl_easy_setopt(handle, CURLOPT_RESOLVE, list.get());
+  (void)list.release();  // each pinned upload keeps its list: deliberately never freed
+}
+
+void LumCurlOrvOpsPrivate::SetInterface(const EasyHandle& handle) {
+  if (bindInterface.empty()) {
+    UpdateInterfaceNameFromMac();
+    if (bindInterface.empty()) {
+      return;
+    }
+  }
+  LUM_LOG(kLogInfo, "SetInterface", "Set interface=%s", bindInterface.c_str());
+  SetOption(handle, CURLOPT_INTERFACE, bindInterface.c_str());
+}
+
+void LumCurlOrvOpsPrivate::UpdateInterfaceNameFromMac() {
+  if (bindMac.empty()) {
+    return;
+  }
+  bindInterface = LumNet::GetInterfaceName(bindMac);
+  LUM_LOG(kLogInfo, "UpdateInterfaceNameFromMac", "Update interface name=%s",
+          bindInterface.c_str());
+}
+
+void LumCurlOrvOpsPrivate::UpdateBindIpFromMac() {
+  if (bindMac.empty()) {
+    return;
+  }
+  std::string ipv4;
+  std::string ipv6;
+  if (LumNet::GetLocalIpAddress(bindMac, ipv4, ipv6) != 0) {
+    LUM_LOG(kLogError, "UpdateBindIpFromMac", "Fail to get local ip from %s", bindMac.c_str());
+    return;
+  }
+  if (LumNet::IsIPv4Address(ipv4)) {
+    bindIp = ipv4;
+  } else if (LumNet::IsIPv6Address(ipv6)) {
+    bindIp = ipv6;
+  }
+  if (!bindIp.empty()) {
+    LUM_LOG(kLogInfo, "UpdateBindIpFromMac", "update bindIP=%s", bindIp.c_str());
+  } else {
+    LUM_LOG(kLogError, "UpdateBindIpFromMac", "not valid ip found ipv4:%s, ipv6:%s, mac:%s",
+            ipv4.c_str(), ipv6.c_str(), bindMac.c_str());
+  }
+}
