@@ -1,0 +1,681 @@
+// Tests of the logger: what a line looks like, what reaches a sink, and that no circumstance of the
+// process (signals, fork, a closed descriptor, no memory, exit) takes a line apart or the process
+// down.
+
+#include "LumLogger.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "FailingAllocation.h"
+
+extern char** environ;
+
+const int& Cxx11LevelByReference();
+void Cxx11Log(const char* text);
+
+namespace {
+
+using ::testing::ElementsAre;
+
+std::string ReadAll(int fd) {
+  std::string text;
+  char block[65536];
+  ssize_t got = 0;
+  while ((got = read(fd, block, sizeof block)) > 0) {
+    text.append(block, static_cast<std::size_t>(got));
+  }
+  return text;
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+// Descriptor `target` (standard error unless said otherwise) stands for `fd` while this lives.
+class Redirect {
+ public:
+  explicit Redirect(int fd, int target = STDERR_FILENO) : m_target(target), m_before(dup(target)) {
+    dup2(fd, target);
+  }
+  ~Redirect() {
+    dup2(m_before, m_target);
+    close(m_before);
+  }
+  Redirect(const Redirect&) = delete;
+  Redirect& operator=(const Redirect&) = delete;
+
+ private:
+  int m_target;
+  int m_before;
+};
+
+// A file in memory. Appending keeps what parent and child write at once apart.
+int MemoryFile() {
+  const int fd = memfd_create("capture", MFD_CLOEXEC);
+  fcntl(fd, F_SETFL, O_APPEND);
+  return fd;
+}
+
+// What is written to a descriptor, kept in memory.
+class Capture {
+ public:
+  explicit Capture(int target = STDERR_FILENO) : m_fd(MemoryFile()), m_redirect(m_fd, target) {}
+  ~Capture() { close(m_fd); }
+
+  std::string Text() const {
+    const int reader = open(("/proc/self/fd/" + std::to_string(m_fd)).c_str(), O_RDONLY);
+    std::string text = ReadAll(reader);
+    close(reader);
+    return text;
+  }
+
+ private:
+  int m_fd;
+  Redirect m_redirect;
+};
+
+void LogText(const std::string& text) {
+  LumLogger::GetInstance().Log("file", 7, "Function", " ", "", LumLogger::kInfo, "%s",
+                               text.c_str());
+}
+
+struct Kept {
+  std::string file;
+  int line;
+  std::string function;
+  std::string tag;
+  std::string detail;
+  int level;
+  std::string message;
+};
+
+Kept Keep(const LumLogger::Record& record) {
+  return {record.file,
+          record.line,
+          record.function,
+          record.tag,
+          record.detail,
+          record.level,
+          std::string(record.message, record.messageLength)};
+}
+
+class LumLoggerTest : public ::testing::Test {
+ protected:
+  ~LumLoggerTest() override {
+    LumLogger::GetInstance().SetSink(nullptr);
+    LumLogger::GetInstance().SetLevel(LumLogger::kInfo);
+  }
+
+  LumLogger& m_logger = LumLogger::GetInstance();
+};
+
+// ---- Lines on standard error ----
+
+TEST_F(LumLoggerTest, LineHoldsPlaceFunctionLevelAndMessage) {
+  Capture capture;
+  m_logger.Log("dir/File", 42, "Get", " ", "", LumLogger::kError, "n=%d %s", 5, "five");
+  m_logger.Log("dir/File", 43, "Get", " ", "", LumLogger::kWarning, "tolerated");
+  m_logger.Log("dir/File", 44, "Get", " ", "", LumLogger::kInfo, "100%%");
+  EXPECT_EQ(capture.Text(),
+            "dir/File:42 Get error n=5 five\n"
+            "dir/File:43 Get warning tolerated\n"
+            "dir/File:44 Get info 100%\n");
+}
+
+TEST_F(LumLoggerTest, StandardOutputStaysEmpty) {
+  Capture standardError;
+  Capture standardOutput(STDOUT_FILENO);
+  LogText("only there");
+  EXPECT_EQ(standardOutput.Text(), "");
+  EXPECT_EQ(standardError.Text(), "file:7 Function info only there\n");
+}
+
+TEST_F(LumLoggerTest, LineNumberAndLevelAreWrittenAsTheyCome) {
+  m_logger.SetLevel(INT_MAX);
+  Capture capture;
+  m_logger.Log("f", 0, "F", " ", "", 4, "a");
+  m_logger.Log("f", -1, "F", " ", "", 0, "b");
+  m_logger.Log("f", INT_MAX, "F", " ", "", INT_MIN, "c");
+  EXPECT_EQ(capture.Text(), "f:0 F debug a\nf:-1 F error b\nf:2147483647 F error c\n");
+}
+
+TEST_F(LumLoggerTest, ControlBytesBecomeVisibleOnStandardError) {
+  Capture capture;
+  LogText("a\nb\r\n\tc\x1b[31m\x7f\x01 \xc3\xa4\\");
+  EXPECT_EQ(capture.Text(), "file:7 Function info a\\nb\\r\\n\tc\\x1b[31m\\x7f\\x01 \xc3\xa4\\\n");
+}
+
+TEST_F(LumLoggerTest, PlaceAndFunctionCannotBreakALineEither) {
+  Capture capture;
+  m_logger.Log("a\nb", 1, "c\nd", " ", "", LumLogger::kInfo, "m");
+  EXPECT_EQ(capture.Text(), "a\\nb:1 c\\nd info m\n");
+}
+
+TEST_F(LumLoggerTest, NullTextsAreHarmless) {
+  const char* volatile hidden = nullptr;  // from the compiler, which would refuse a plain null
+  const char* const null = hidden;
+  Capture capture;
+  m_logger.Log(null, 1, null, null, null, LumLogger::kInfo, "text %s", null);
+  m_logger.Log("f", 2, "F", " ", "", LumLogger::kInfo, null, 0);
+  EXPECT_EQ(capture.Text(), ":1  info text (null)\nf:2 F info \n");
+}
+
+TEST_F(LumLoggerTest, EveryLengthAroundTheStackBufferIsWhole) {
+  for (std::size_t length = 1020; length <= 1030; ++length) {
+    const std::string text(length, 'x');
+    Capture capture;
+    LogText(text);
+    EXPECT_EQ(capture.Text(), "file:7 Function info " + text + "\n");
+  }
+}
+
+TEST_F(LumLoggerTest, TenMegabytesAreNotCut) {
+  const std::string text(10 << 20, 'y');
+  Capture capture;
+  LogText(text);
+  EXPECT_TRUE(capture.Text() == "file:7 Function info " + text + "\n");
+}
+
+TEST_F(LumLoggerTest, MessageThatCannotBeFormattedIsReplacedByItsFormat) {
+  const wchar_t unwritable[] = {0x20ac, 0};  // no euro sign in the locale "C"
+  Capture capture;
+  m_logger.Log("f", 1, "F", " ", "", LumLogger::kInfo, "price %ls", unwritable);
+  EXPECT_EQ(capture.Text(), "f:1 F info price %ls\n");
+}
+
+TEST_F(LumLoggerTest, ErrnoSurvivesAndFeedsPercentM) {
+  const std::string padding(2000, 'z');
+  Capture capture;
+  errno = ENOENT;
+  m_logger.Log("f", 1, "F", " ", "", LumLogger::kInfo, "%m");
+  EXPECT_EQ(errno, ENOENT);
+  m_logger.Log("f", 1, "F", " ", "", LumLogger::kInfo, "%s%m", padding.c_str());
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(capture.Text(), "f:1 F info No such file or directory\nf:1 F info " + padding +
+                                "No such file or directory\n");
+}
+
+TEST_F(LumLoggerTest, CallerInCxx11Links) {
+  Capture capture;
+  EXPECT_EQ(Cxx11LevelByReference(), LumLogger::kWarning);
+  Cxx11Log("eleven");
+  EXPECT_EQ(capture.Text(), "cxx11:11 Cxx11Log error eleven\n");
+}
+
+// ---- Level ----
+
+TEST_F(LumLoggerTest, LevelDropsWhatIsLessSevere) {
+  for (int level = LumLogger::kSilent; level <= LumLogger::kInfo; ++level) {
+    m_logger.SetLevel(level);
+    Capture capture;
+    for (int record = LumLogger::kError; record <= LumLogger::kInfo; ++record) {
+      m_logger.Log("f", record, "F", " ", "", record, "m");
+    }
+    EXPECT_EQ(Lines(capture.Text()).size(), static_cast<std::size_t>(level));
+  }
+}
+
+TEST_F(LumLoggerTest, SilentDropsEvenLevelsBelowError) {
+  m_logger.SetLevel(LumLogger::kSilent);
+  Capture capture;
+  m_logger.Log("f", 1, "F", " ", "", 0, "m");
+  m_logger.Log("f", 1, "F", " ", "", INT_MIN, "m");
+  EXPECT_EQ(capture.Text(), "");
+}
+
+TEST_F(LumLoggerTest, DroppedRecordIsNeitherFormattedNorAllocated) {
+  m_logger.SetLevel(LumLogger::kError);
+  int written = -1;
+  Capture capture;
+  FailAllocationsAfter(0);
+  // %n would store the count if the format were ever walked.
+  m_logger.Log("f", 1, "F", " ", "", LumLogger::kInfo, "1234%n", &written);
+  FailAllocationsAfter(-1);
+  EXPECT_EQ(written, -1);
+  EXPECT_EQ(capture.Text(), "");
+}
+
+// ---- Sinks ----
+
+TEST_F(LumLoggerTest, SinkGetsEveryFieldUnaltered) {
+  std::vector<Kept> kept;
+  Capture capture;
+  m_logger.SetSink([&](const LumLogger::Record& record) {
+    EXPECT_EQ(record.message[record.messageLength], '\0');
+    kept.push_back(Keep(record));
+  });
+  m_logger.Log("dir/File", 42, "Post", "tag", "detail", LumLogger::kWarning, "a\n\x1b%c%s", 0, "b");
+  m_logger.Log(nullptr, 1, nullptr, nullptr, nullptr, 0, "m");
+  ASSERT_EQ(kept.size(), 2U);
+  EXPECT_EQ(kept[0].file, "dir/File");
+  EXPECT_EQ(kept[0].line, 42);
+  EXPECT_EQ(kept[0].function, "Post");
+  EXPECT_EQ(kept[0].tag, "tag");
+  EXPECT_EQ(kept[0].detail, "detail");
+  EXPECT_EQ(kept[0].level, LumLogger::kWarning);
+  EXPECT_EQ(kept[0].message, std::string("a\n\x1b\0b", 5));
+  EXPECT_EQ(kept[1].file + kept[1].function + kept[1].tag + kept[1].detail, "");
+  EXPECT_EQ(kept[1].level, 0);
+  EXPECT_EQ(capture.Text(), "");
+}
+
+TEST_F(LumLoggerTest, SinkGetsTenMegabytes) {
+  const std::string text(10 << 20, 's');
+  std::string kept;
+  m_logger.SetSink(
+      [&](const LumLogger::Record& record) { kept.assign(record.message, record.messageLength); });
+  LogText(text);
+  EXPECT_TRUE(kept == text);
+}
+
+TEST_F(LumLoggerTest, EmptySinkRestoresStandardError) {
+  int calls = 0;
+  m_logger.SetSink([&](const LumLogger::Record&) { ++calls; });
+  LogText("to the sink");
+  m_logger.SetSink(LumLogger::Sink());
+  Capture capture;
+  LogText("back");
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(capture.Text(), "file:7 Function info back\n");
+}
+
+TEST_F(LumLoggerTest, LevelHoldsForTheSinkToo) {
+  int calls = 0;
+  m_logger.SetSink([&](const LumLogger::Record&) { ++calls; });
+  m_logger.SetLevel(LumLogger::kError);
+  LogText("dropped");
+  EXPECT_EQ(calls, 0);
+}
+
+TEST_F(LumLoggerTest, WhatASinkThrowsIsDroppedAndTheNextRecordArrives) {
+  int calls = 0;
+  m_logger.SetSink([&](const LumLogger::Record&) {
+    if (++calls == 1) {
+      throw std::runtime_error("sink");
+    }
+    if (calls == 2) {
+      throw 2;
+    }
+  });
+  EXPECT_NO_THROW(LogText("one"));
+  EXPECT_NO_THROW(LogText("two"));
+  EXPECT_NO_THROW(LogText("three"));
+  EXPECT_EQ(calls, 3);
+}
+
+TEST_F(LumLoggerTest, WhatASinkLogsGoesToStandardError) {
+  std::vector<std::string> kept;
+  Capture capture;
+  m_logger.SetSink([&](const LumLogger::Record& record) {
+    kept.push_back(record.message);
+    LogText("from within " + kept.back());
+  });
+  LogText("one");
+  LogText("two");
+  EXPECT_THAT(kept, ElementsAre("one", "two"));
+  EXPECT_EQ(capture.Text(),
+            "file:7 Function info from within one\nfile:7 Function info from within two\n");
+}
+
+TEST_F(LumLoggerTest, SetSinkFromWithinASinkHasNoEffect) {
+  int outer = 0;
+  int inner = 0;
+  m_logger.SetSink([&](const LumLogger::Record&) {
+    ++outer;
+    m_logger.SetSink([&](const LumLogger::Record&) { ++inner; });
+  });
+  LogText("one");
+  LogText("two");
+  EXPECT_EQ(outer, 2);
+  EXPECT_EQ(inner, 0);
+}
+
+TEST_F(LumLoggerTest, ReplacedSinkMayLogWhileItIsDestroyed) {
+  struct LogsAtItsEnd {
+    ~LogsAtItsEnd() { LogText("sink destroyed"); }
+  };
+  std::vector<std::string> kept;
+  auto owned = std::make_shared<LogsAtItsEnd>();
+  m_logger.SetSink([owned](const LumLogger::Record&) {});
+  owned.reset();
+  m_logger.SetSink([&](const LumLogger::Record& record) { kept.push_back(record.message); });
+  EXPECT_THAT(kept, ElementsAre("sink destroyed"));
+}
+
+// ---- Threads and fork ----
+
+TEST_F(LumLoggerTest, LinesOfManyThreadsStayWhole) {
+  constexpr int kThreads = 8;
+  constexpr int kRecords = 500;
+  Capture capture;
+  std::vector<std::thread> threads;
+  for (int id = 0; id < kThreads; ++id) {
+    threads.emplace_back([id] {
+      const std::string text(static_cast<std::size_t>(1 + id * 300), static_cast<char>('a' + id));
+      for (int i = 0; i < kRecords; ++i) {
+        LogText(text);
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  std::vector<int> seen(kThreads);
+  for (const std::string& line : Lines(capture.Text())) {
+    const int id = line.back() - 'a';
+    ASSERT_TRUE(id >= 0 && id < kThreads) << line;
+    ASSERT_EQ(line, "file:7 Function info " +
+                        std::string(static_cast<std::size_t>(1 + id * 300), line.back()));
+    ++seen[static_cast<std::size_t>(id)];
+  }
+  EXPECT_THAT(seen, ::testing::Each(kRecords));
+}
+
+TEST_F(LumLoggerTest, SinkIsCalledByOneThreadAtATime) {
+  std::atomic<int> inside{0};
+  std::atomic<bool> overlapped{false};
+  int calls = 0;  // unguarded on purpose: the logger's lock has to do
+  m_logger.SetSink([&](const LumLogger::Record&) {
+    overlapped = overlapped || ++inside != 1;
+    ++calls;
+    --inside;
+  });
+  std::vector<std::thread> threads;
+  for (int id = 0; id < 4; ++id) {
+    threads.emplace_back([] {
+      for (int i = 0; i < 1000; ++i) {
+        LogText("m");
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_FALSE(overlapped);
+  EXPECT_EQ(calls, 4000);
+}
+
+TEST_F(LumLoggerTest, ReplacedSinkIsNotCalledAgain) {
+  std::atomic<bool> stop{false};
+  std::atomic<bool> late{false};
+  m_logger.SetSink([](const LumLogger::Record&) {});
+  std::thread logging([&] {
+    while (!stop) {
+      LogText("m");
+    }
+  });
+  for (int i = 0; i < 300; ++i) {
+    auto replaced = std::make_shared<std::atomic<bool>>(false);
+    std::atomic<int> calls{0};
+    m_logger.SetSink([replaced, &late, &calls](const LumLogger::Record&) {
+      late = late || *replaced;
+      ++calls;
+    });
+    while (calls == 0) {
+      std::this_thread::yield();
+    }
+    m_logger.SetSink([](const LumLogger::Record&) {});
+    *replaced = true;
+  }
+  stop = true;
+  logging.join();
+  EXPECT_FALSE(late);
+}
+
+TEST_F(LumLoggerTest, ChildOfForkCanLogWhateverOtherThreadsDid) {
+  std::atomic<bool> stop{false};
+  Capture capture;
+  std::vector<std::thread> threads;
+  for (int id = 0; id < 3; ++id) {
+    threads.emplace_back([&] {
+      while (!stop) {
+        LogText("parent");
+      }
+    });
+  }
+  constexpr int kForks = 100;
+  int good = 0;
+  for (int i = 0; i < kForks; ++i) {
+    const pid_t child = fork();
+    if (child == 0) {
+      LogText("child");
+      _exit(0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    good += status == 0 ? 1 : 0;
+  }
+  stop = true;
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(good, kForks);
+  const std::vector<std::string> lines = Lines(capture.Text());
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "file:7 Function info child"), kForks);
+}
+
+TEST_F(LumLoggerTest, SinkMayFork) {
+  std::vector<int> statuses;
+  m_logger.SetSink([&](const LumLogger::Record&) {
+    const pid_t child = fork();
+    if (child == 0) {
+      _exit(3);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    statuses.push_back(WEXITSTATUS(status));
+  });
+  LogText("one");
+  LogText("two");
+  EXPECT_THAT(statuses, ElementsAre(3, 3));
+}
+
+// ---- Trouble ----
+
+TEST_F(LumLoggerTest, RecordIsDroppedWhenMemoryRunsOutAtAnyPoint) {
+  const std::string text = std::string(5000, 'm') + '\n';
+  bool complete = false;
+  for (int allocations = 0; !complete; ++allocations) {
+    ASSERT_LT(allocations, 100);
+    Capture capture;
+    FailAllocationsAfter(allocations);
+    EXPECT_NO_THROW(LogText(text));
+    FailAllocationsAfter(-1);
+    const std::string written = capture.Text();
+    complete = !written.empty();
+    if (complete) {
+      EXPECT_GT(allocations, 0);
+      EXPECT_EQ(written, "file:7 Function info " + std::string(5000, 'm') + "\\n\n");
+    }
+  }
+}
+
+TEST_F(LumLoggerTest, DescriptorThatDoesNotBlockGetsTheWholeLine) {
+  const std::string text(10 << 20, 'n');
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+  fcntl(ends[0], F_SETFL, 0);
+  std::string received;
+  std::thread reader([&] { received = ReadAll(ends[0]); });
+  {
+    Redirect redirect(ends[1]);
+    close(ends[1]);
+    LogText(text);
+  }
+  reader.join();
+  close(ends[0]);
+  EXPECT_TRUE(received == "file:7 Function info " + text + "\n");
+}
+
+TEST_F(LumLoggerTest, SignalsDoNotCutALine) {
+  struct sigaction action = {};
+  struct sigaction before = {};
+  action.sa_handler = [](int) {};  // and no SA_RESTART
+  sigaction(SIGUSR1, &action, &before);
+  const std::string text(4 << 20, 'i');
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const pthread_t writer = pthread_self();
+  std::string received;
+  std::thread reader([&] {
+    char block[4096];
+    ssize_t got = 0;
+    while ((got = read(ends[0], block, sizeof block)) > 0) {
+      received.append(block, static_cast<std::size_t>(got));
+      pthread_kill(writer, SIGUSR1);
+    }
+  });
+  {
+    Redirect redirect(ends[1]);
+    close(ends[1]);
+    LogText(text);
+  }
+  reader.join();
+  close(ends[0]);
+  sigaction(SIGUSR1, &before, nullptr);
+  EXPECT_TRUE(received == "file:7 Function info " + text + "\n");
+}
+
+TEST_F(LumLoggerTest, ReaderThatHasGoneLeavesSignalsAsTheyWere) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  close(ends[0]);
+  Redirect redirect(ends[1]);
+  close(ends[1]);
+
+  sigset_t sigpipe;
+  sigemptyset(&sigpipe);
+  sigaddset(&sigpipe, SIGPIPE);
+  sigset_t before;
+  pthread_sigmask(SIG_BLOCK, &sigpipe, &before);
+  sigset_t pending;
+
+  LogText("nobody reads this");
+  sigpending(&pending);
+  EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+
+  pthread_kill(pthread_self(), SIGPIPE);  // one of the caller's own
+  LogText("nor this");
+  sigpending(&pending);
+  EXPECT_EQ(sigismember(&pending, SIGPIPE), 1);
+
+  int taken = 0;
+  sigwait(&sigpipe, &taken);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  LogText("and the process is still there");
+  sigset_t now;
+  pthread_sigmask(SIG_BLOCK, nullptr, &now);
+  EXPECT_EQ(sigismember(&now, SIGPIPE), 0);
+}
+
+// ---- Whole processes ----
+
+struct Probe {
+  int status;
+  std::string standardOutput;
+  std::string standardError;
+};
+
+// Runs the probe with `extra` in its environment. `errorFd` takes the place of its standard error:
+// -1 for a capture, -2 for none at all.
+Probe RunProbe(const std::vector<std::string>& extra = {}, int errorFd = -1) {
+  const int output = MemoryFile();
+  const int error = MemoryFile();
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+  if (errorFd == -2) {
+    posix_spawn_file_actions_addclose(&actions, STDERR_FILENO);
+  } else {
+    posix_spawn_file_actions_adddup2(&actions, errorFd == -1 ? error : errorFd, STDERR_FILENO);
+  }
+  std::vector<char*> environment;
+  for (const std::string& variable : extra) {
+    environment.push_back(const_cast<char*>(variable.c_str()));
+  }
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    environment.push_back(*variable);
+  }
+  environment.push_back(nullptr);
+
+  std::string path = LUM_LOGGER_PROBE;
+  char* arguments[] = {&path[0], nullptr};
+  Probe probe = {-1, "", ""};
+  pid_t child = -1;
+  if (posix_spawn(&child, path.c_str(), &actions, nullptr, arguments, environment.data()) == 0) {
+    waitpid(child, &probe.status, 0);
+  }
+  posix_spawn_file_actions_destroy(&actions);
+  lseek(output, 0, SEEK_SET);
+  lseek(error, 0, SEEK_SET);
+  probe.standardOutput = ReadAll(output);
+  probe.standardError = ReadAll(error);
+  close(output);
+  close(error);
+  return probe;
+}
+
+const char* const kProbeLines = "probe:1 main info in main\nprobe:2 ~LastWords info static\n";
+
+TEST(LumLoggerProcess, NothingIsLostAtExitAndStaticDestructorsMayLog) {
+  const Probe probe = RunProbe();
+  EXPECT_EQ(probe.status, 0);
+  EXPECT_EQ(probe.standardError, kProbeLines);
+  EXPECT_EQ(probe.standardOutput, "");
+}
+
+TEST(LumLoggerProcess, NoEnvironmentVariableChangesTheLevel) {
+  for (const char* variable : {"SPDLOG_LEVEL=off", "SPDLOG_LEVEL=error", "LOG_LEVEL=off",
+                               "LUM_LOG_LEVEL=0", "LUMLOGGER_LEVEL=0"}) {
+    const Probe probe = RunProbe({variable});
+    EXPECT_EQ(probe.status, 0);
+    EXPECT_EQ(probe.standardError, kProbeLines) << variable;
+  }
+}
+
+TEST(LumLoggerProcess, ClosedStandardErrorIsHarmless) {
+  const Probe probe = RunProbe({}, -2);
+  EXPECT_EQ(probe.status, 0);
+  EXPECT_EQ(probe.standardOutput, "");
+}
+
+TEST(LumLoggerProcess, ReaderThatHasGoneDoesNotEndTheProcess) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  close(ends[0]);
+  const Probe probe = RunProbe({}, ends[1]);
+  close(ends[1]);
+  EXPECT_EQ(probe.status, 0);
+}
+
+TEST(LumLoggerProcess, FullDiskDoesNotEndTheProcess) {
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  ASSERT_GE(full, 0);
+  EXPECT_EQ(RunProbe({}, full).status, 0);
+  close(full);
+}
+
+}  // namespace
