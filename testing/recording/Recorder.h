@@ -1,0 +1,150 @@
+// The recording double of libcurl, the logger, the network and file-system libraries, the bounded
+// copies and the stdio calls that open and close files. A test links it in their place (see
+// CMakeLists.txt here), runs one operation and compares what was called, in order, with what should
+// have been.
+//
+// Each call is one event, a line of text:
+//   curl_easy_init                          CURLOPT_URL http://127.0.0.1/
+//   CURLOPT_HTTPHEADER [A: 1][B: 2]         CURLOPT_TIMEOUT 5
+//   CURLOPT_WRITEFUNCTION function          CURLOPT_WRITEDATA pointer
+//   CURLOPT_ERRORBUFFER 4096 zero bytes     curl_easy_perform
+//   CURLINFO_RESPONSE_CODE                  curl_slist_free_all [A: 1][B: 2]
+//   curl_easy_cleanup                       log 1 Get: GET curl init failed
+//   memset_s 2048 0 2048                    fopen /tmp/f wb
+// Functions and pointers that are null say "null". A watched mutex adds "lock" and "unlock".
+
+#ifndef LUM_TESTING_RECORDER_H
+#define LUM_TESTING_RECORDER_H
+
+#include <curl/curl.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace lumtest {
+
+// One call of LumLogger::Log.
+struct LogLine {
+  std::string file;
+  int line = 0;
+  std::string function;
+  std::string tag;
+  std::string detail;
+  int level = 0;
+  std::string format;
+  std::vector<std::string> arguments;  // as the format's conversions print them
+  std::string message;
+  bool asked = false;  // GetInstance() was called for this very line
+};
+
+// One transfer as its handle stood when curl_easy_perform was called.
+struct Transfer {
+  std::map<CURLoption, std::string> texts;  // string options
+  std::map<CURLoption, long long> numbers;  // long and curl_off_t options
+  std::map<CURLoption, void*> pointers;     // everything else, functions included
+  std::vector<std::string> headers;         // CURLOPT_HTTPHEADER
+  std::vector<std::string> resolve;         // CURLOPT_RESOLVE
+  std::string body;                         // CURLOPT_POSTFIELDS as sent
+  std::string uploaded;                     // what the read callback gave
+};
+
+// What the next curl_easy_perform does.
+struct Script {
+  CURLcode result = CURLE_OK;
+  long status = 200;
+  std::vector<std::string>
+      chunks;             // handed to the write callback, or to standard output without one
+  std::string errorText;  // written to the error buffer
+  bool reads = true;      // an upload's read callback is called until its end
+  std::function<void(const Transfer&)> during;  // called in the middle of the transfer
+};
+
+class Recorder {
+ public:
+  static Recorder& Get();
+
+  // Forgets events, scripts and failures; live handles, lists and files start at nothing.
+  void Reset();
+
+  std::vector<std::string> Events() const;
+  // The events that start with none of `prefixes`, for a test that looks at the others.
+  std::vector<std::string> EventsWithout(const std::vector<std::string>& prefixes) const;
+  std::vector<LogLine> Logs() const;
+  std::vector<Transfer> Transfers() const;
+
+  // Balance: made and not yet released.
+  int LiveHandles() const { return m_liveHandles; }
+  int LiveLists() const { return m_liveLists; }
+  int LiveFiles() const { return m_liveFiles; }
+
+  // Scripts, each for the calls to come. Performs without a script succeed with 200 and no body.
+  void NextPerform(Script script);
+  void FailInit() { m_failInit = true; }              // every curl_easy_init answers null
+  void FailAppend(int nth) { m_failAppend = nth; }    // the nth curl_slist_append from now
+  void FailOption(CURLoption option, CURLcode code);  // every setopt of it, which sets nothing
+  void SetGlobalInitResult(CURLcode code) { m_globalInit = code; }
+  void FailFopen() { m_failFopen = true; }
+  void FailFflush() { m_failFflush = true; }
+  void FailSeek() { m_failSeek = true; }
+  void FailMalloc(std::size_t size) { m_failMalloc = size; }     // a malloc of exactly this size
+  void SetMemcpyResult(int result) { m_memcpyResult = result; }  // after a copy that worked
+
+  // Answers of the platform libraries.
+  bool realPath = true;
+  int removeFile = 0;
+  int compress = 0;  // CompressFile, ...FilePath, ...FileGroup
+  std::function<int(const std::string&, char*, int)> gzip;  // empty: "gz(" + length + ")"
+  std::deque<std::string> interfaceNames;  // one a call of GetInterfaceName; then ""
+  int localIp = 0;
+  std::string localIpv4;
+  std::string localIpv6;
+  std::set<std::string> validIpv4;
+  std::set<std::string> validIpv6;
+
+  // Records the locks of one mutex; with `fails`, locking it answers EINVAL.
+  void WatchMutex(std::mutex* mutex, bool fails = false);
+
+  // --- For the doubles ---
+  void Add(std::string event);
+  void AddLog(LogLine line);
+  void AddTransfer(Transfer transfer);
+  Script TakeScript();
+  bool AppendFails();
+  CURLcode OptionResult(CURLoption option) const;
+  bool IsWatched(const void* mutex, bool& fails) const;
+  CURLcode m_globalInit = CURLE_OK;
+  bool m_failInit = false;
+  bool m_failFopen = false;
+  bool m_failFflush = false;
+  bool m_failSeek = false;
+  std::size_t m_failMalloc = 0;
+  int m_memcpyResult = 0;
+  std::atomic<int> m_liveHandles{0};
+  std::atomic<int> m_liveLists{0};
+  std::atomic<int> m_liveFiles{0};
+
+ private:
+  // A spin lock: mutexes are among what is recorded.
+  class Guard;
+  mutable std::atomic_flag m_busy = ATOMIC_FLAG_INIT;
+  std::vector<std::string> m_events;
+  std::vector<LogLine> m_logs;
+  std::vector<Transfer> m_transfers;
+  std::deque<Script> m_scripts;
+  std::map<CURLoption, CURLcode> m_optionResults;
+  int m_failAppend = 0;
+  const void* m_mutex = nullptr;
+  bool m_mutexFails = false;
+};
+
+}  // namespace lumtest
+
+#endif  // LUM_TESTING_RECORDER_H
