@@ -42,7 +42,8 @@ curl_off_t SizeFromStart(FILE* stream) {
 void KeepEmptyValue(char* line) {
   char* colon = std::strchr(line, ':');
   if (colon != nullptr && std::strcmp(colon, ": ") == 0) {
-    std::strcpy(colon, ";");
+    colon[0] = ';';
+    colon[1] = '\0';
   }
 }
 
