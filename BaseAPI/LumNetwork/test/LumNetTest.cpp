@@ -1,0 +1,282 @@
+// LumNet as it ships: address texts, the machine's own interfaces as the kernel lists them under
+// /sys, and a network namespace with interfaces of the test's making.
+
+#include "LumNet.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+bool Cxx11IsAddress(const std::string& text);
+
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+
+// ---- Texts ----
+
+TEST(LumNetText, IPv4Addresses) {
+  for (const char* text : {"0.0.0.0", "127.0.0.1", "255.255.255.255", "10.20.30.40"}) {
+    EXPECT_TRUE(LumNet::IsIPv4Address(text)) << text;
+    EXPECT_FALSE(LumNet::IsIPv6Address(text)) << text;
+  }
+}
+
+TEST(LumNetText, NotIPv4Addresses) {
+  for (const char* text : {"",
+                           " ",
+                           "1",
+                           "1.2.3",
+                           "1.2.3.",
+                           "1.2.3.4.",
+                           ".1.2.3.4",
+                           "1.2.3.4.5",
+                           "256.1.1.1",
+                           "1.2.3.256",
+                           "01.2.3.4",
+                           "1.2.3.04",
+                           "1.2.3.0x4",
+                           "-1.2.3.4",
+                           "+1.2.3.4",
+                           " 1.2.3.4",
+                           "1.2.3.4 ",
+                           "1.2.3.4\n",
+                           "1.2.3.4:80",
+                           "1.2.3.4/24",
+                           "1,2,3,4",
+                           "1..2.3",
+                           "localhost",
+                           "99999999999.1.1.1",
+                           "\xd9\xa1.2.3.4"}) {
+    EXPECT_FALSE(LumNet::IsIPv4Address(text)) << text;
+  }
+}
+
+TEST(LumNetText, IPv6Addresses) {
+  for (const char* text :
+       {"::", "::1", "fe80::1", "2001:db8:1:2:3:4:5:6", "2001:DB8::A", "::ffff:192.0.2.1",
+        "64:ff9b::192.0.2.33", "1::", "1:2:3:4:5:6:7::", "0001:0002::"}) {
+    EXPECT_TRUE(LumNet::IsIPv6Address(text)) << text;
+    EXPECT_FALSE(LumNet::IsIPv4Address(text)) << text;
+  }
+}
+
+TEST(LumNetText, NotIPv6Addresses) {
+  for (const char* text :
+       {"", ":", ":::", "1:2:3:4:5:6:7", "1:2:3:4:5:6:7:8:9", "1::2::3",
+        "12345::", "g::", "fe80::1%eth0", "fe80::1%2", "[::1]", "::1/128", " ::1", "::1 ", "::1\n",
+        "::192.0.2", "::192.0.2.256", "1:2:3:4:5:6:7:192.0.2.1"}) {
+    EXPECT_FALSE(LumNet::IsIPv6Address(text)) << text;
+  }
+}
+
+TEST(LumNetText, ZeroByteInsideIsNoEnd) {
+  EXPECT_FALSE(LumNet::IsIPv4Address(std::string("1.2.3.4\0", 8)));
+  EXPECT_FALSE(LumNet::IsIPv4Address(std::string("1.2.3.4\0x", 9)));
+  EXPECT_FALSE(LumNet::IsIPv6Address(std::string("::1\0", 4)));
+}
+
+TEST(LumNetText, VeryLongTextsAreRefused) {
+  EXPECT_FALSE(LumNet::IsIPv4Address(std::string(1 << 20, '1')));
+  EXPECT_FALSE(LumNet::IsIPv6Address(std::string(1 << 20, ':')));
+}
+
+TEST(LumNetText, CallerInCxx11Links) {
+  EXPECT_TRUE(Cxx11IsAddress("::1"));
+  EXPECT_FALSE(Cxx11IsAddress("::x"));
+}
+
+// ---- The machine's own interfaces ----
+
+std::string Output(const std::string& command) {
+  std::string text;
+  FILE* const pipe = popen(command.c_str(), "r");
+  if (pipe != nullptr) {
+    char block[4096];
+    std::size_t got = 0;
+    while ((got = fread(block, 1, sizeof block, pipe)) > 0) {
+      text.append(block, got);
+    }
+    pclose(pipe);
+  }
+  return text;
+}
+
+// The interfaces that have a MAC of their own, by that MAC, as /sys lists them.
+std::map<std::string, std::vector<std::string>> MachinesInterfaces() {
+  std::map<std::string, std::vector<std::string>> byMac;
+  for (const auto& entry : std::filesystem::directory_iterator("/sys/class/net")) {
+    std::string mac;
+    std::ifstream(entry.path() / "address") >> mac;
+    if (mac.size() == 17 && mac != "00:00:00:00:00:00") {
+      byMac[mac].push_back(entry.path().filename());
+    }
+  }
+  return byMac;
+}
+
+TEST(LumNetMachine, EveryMacLeadsToAnInterfaceThatHasIt) {
+  for (const auto& [mac, names] : MachinesInterfaces()) {
+    const std::string name = LumNet::GetInterfaceName(mac);
+    EXPECT_THAT(names, Contains(name)) << mac;
+
+    std::string ipv4 = "stale";
+    std::string ipv6 = "stale";
+    const int result = LumNet::GetLocalIpAddress(mac, ipv4, ipv6);
+    const std::string shown = Output("ip -o addr show dev " + name);
+    EXPECT_EQ(result, shown.find(" inet") == std::string::npos ? -1 : 0) << shown;
+    EXPECT_EQ(ipv4.empty(), shown.find(" inet ") == std::string::npos) << shown;
+    EXPECT_EQ(ipv6.empty(), shown.find(" inet6 ") == std::string::npos) << shown;
+    EXPECT_NE(shown.find(ipv4.empty() ? "" : " inet " + ipv4), std::string::npos) << shown;
+    EXPECT_NE(shown.find(ipv6.empty() ? "" : " inet6 " + ipv6), std::string::npos) << shown;
+  }
+}
+
+TEST(LumNetMachine, LoopbackHasNoMac) {
+  std::string ipv4 = "stale";
+  std::string ipv6 = "stale";
+  EXPECT_EQ(LumNet::GetInterfaceName("00:00:00:00:00:00"), "");
+  EXPECT_EQ(LumNet::GetLocalIpAddress("00:00:00:00:00:00", ipv4, ipv6), -1);
+  EXPECT_EQ(ipv4 + ipv6, "");
+}
+
+TEST(LumNetMachine, ForeignMacNamesNothing) {
+  ASSERT_EQ(MachinesInterfaces().count("02:00:5e:10:20:30"), 0U);
+  std::string ipv4 = "stale";
+  std::string ipv6 = "stale";
+  EXPECT_EQ(LumNet::GetInterfaceName("02:00:5e:10:20:30"), "");
+  EXPECT_EQ(LumNet::GetLocalIpAddress("02:00:5e:10:20:30", ipv4, ipv6), -1);
+  EXPECT_EQ(ipv4 + ipv6, "");
+}
+
+// ---- A network namespace of the test's own ----
+
+bool WriteFile(const char* path, const std::string& text) {
+  std::ofstream file(path);
+  file << text << std::flush;
+  return file.good();
+}
+
+// Moves this process into a network of its own: as root at once, else as root of a user namespace.
+bool EnterOwnNetwork() {
+  const std::string user = std::to_string(getuid());
+  const std::string group = std::to_string(getgid());
+  if (unshare(CLONE_NEWNET) == 0) {
+    return true;
+  }
+  return unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0 && WriteFile("/proc/self/setgroups", "deny") &&
+         WriteFile("/proc/self/uid_map", "0 " + user + " 1") &&
+         WriteFile("/proc/self/gid_map", "0 " + group + " 1");
+}
+
+// "name ipv4 ipv6" of the interface that has `mac`, each "-" when empty.
+std::string Describe(const std::string& mac) {
+  std::string ipv4;
+  std::string ipv6;
+  const std::string name = LumNet::GetInterfaceName(mac);
+  const int result = LumNet::GetLocalIpAddress(mac, ipv4, ipv6);
+  std::ostringstream text;
+  for (const std::string& word : {name, ipv4, ipv6}) {
+    text << (word.empty() ? "-" : word) << ' ';
+  }
+  text << result;
+  return text.str();
+}
+
+constexpr char kNoNamespace[] = "no namespace";
+
+// Runs the commands of `script` in a network of its own and describes `macs` there, one a line.
+// The first line says how far that went: kNoNamespace, "script failed" or "ok".
+std::vector<std::string> InOwnNetwork(const std::string& script,
+                                      const std::vector<std::string>& macs) {
+  int ends[2];
+  if (pipe(ends) != 0) {
+    return {"no pipe"};
+  }
+  const pid_t child = fork();
+  if (child == 0) {
+    close(ends[0]);
+    std::ostringstream report;
+    if (!EnterOwnNetwork()) {
+      report << kNoNamespace << '\n';
+    } else if (system(("set -e; exec 2>&1 >/dev/null; " + script).c_str()) != 0) {
+      report << "script failed\n";
+    } else {
+      report << "ok\n";
+      for (const std::string& mac : macs) {
+        report << Describe(mac) << '\n';
+      }
+    }
+    const std::string text = report.str();
+    const ssize_t written = write(ends[1], text.data(), text.size());
+    _exit(written == static_cast<ssize_t>(text.size()) ? 0 : 1);
+  }
+  close(ends[1]);
+  std::string text;
+  char block[4096];
+  ssize_t got = 0;
+  while ((got = read(ends[0], block, sizeof block)) > 0) {
+    text.append(block, static_cast<std::size_t>(got));
+  }
+  close(ends[0]);
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+TEST(LumNetNamespace, InterfacesOfAKnownNetwork) {
+  const std::vector<std::string> report = InOwnNetwork(
+      "ip link add va address 02:00:00:00:0a:01 type veth peer name vb address 02:00:00:00:0b:01;"
+      "ip link set va addrgenmode none; ip link set vb addrgenmode none;"
+      "ip link set lo up; ip link set va up; ip link set vb up;"
+      "ip addr add 10.1.0.1/24 dev va label va:first; ip addr add 10.1.1.1/24 dev va;"
+      "ip addr add fe80::a/64 dev va nodad; ip addr add fd00::a/64 dev va nodad;"
+      "ip addr add fe80::b/64 dev vb nodad;"
+      // A bridge that takes its port's address, as bridges do; only the bridge is configured.
+      "ip link add vc address 02:00:00:00:0c:01 type veth peer name vd address 02:00:00:00:0d:01;"
+      "ip link set vc addrgenmode none; ip link set vc up;"
+      "ip link add br0 address 02:00:00:00:0c:01 type bridge; ip link set vc master br0;"
+      "ip link set br0 addrgenmode none; ip link set br0 up; ip addr add 10.2.0.1/24 dev br0;",
+      {"02:00:00:00:0a:01", "02-00-00-00-0B-01", "02:00:00:00:0c:01", "02:00:00:00:0d:01",
+       "00:00:00:00:00:00", "02:00:00:00:0e:01"});
+  ASSERT_FALSE(report.empty());
+  if (report[0] == kNoNamespace) {
+    std::cout << "[   NOTE   ] network namespaces are not allowed here: the machine's own network "
+                 "was asked for the same addresses and must not know them\n";
+    for (const char* mac : {"02:00:00:00:0a:01", "02:00:00:00:0b:01", "02:00:00:00:0c:01"}) {
+      ASSERT_EQ(MachinesInterfaces().count(mac), 0U);
+      EXPECT_EQ(Describe(mac), "- - - -1");
+    }
+    return;
+  }
+  EXPECT_THAT(report, ElementsAre("ok",                     //
+                                  "va 10.1.0.1 fd00::a 0",  // a label and a link-local
+                                  "vb - fe80::b 0",         // link-local alone
+                                  "br0 10.2.0.1 - 0",       // shared with its port
+                                  "vd - - -1",              // down, no address
+                                  "- - - -1",               // the loopback's zeros
+                                  "- - - -1"));             // nobody's
+}
+
+}  // namespace
