@@ -1,0 +1,142 @@
+// Socket address helpers, refused and silent ports.
+
+#include "wire/Ports.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "wire/Socket.h"
+
+namespace lumtest {
+
+SocketAddress::SocketAddress(const std::string& address, std::uint16_t port) {
+  sockaddr_in v4 = {};
+  sockaddr_in6 v6 = {};
+  if (inet_pton(AF_INET, address.c_str(), &v4.sin_addr) == 1) {
+    v4.sin_family = AF_INET;
+    v4.sin_port = htons(port);
+    length = sizeof v4;
+    *reinterpret_cast<sockaddr_in*>(&storage) = v4;
+  } else if (inet_pton(AF_INET6, address.c_str(), &v6.sin6_addr) == 1) {
+    v6.sin6_family = AF_INET6;
+    v6.sin6_port = htons(port);
+    length = sizeof v6;
+    *reinterpret_cast<sockaddr_in6*>(&storage) = v6;
+  } else {
+    throw std::runtime_error("not an IP address: " + address);
+  }
+}
+
+std::string SocketAddress::Address() const {
+  char text[INET6_ADDRSTRLEN] = "";
+  if (Family() == AF_INET6) {
+    inet_ntop(AF_INET6, &reinterpret_cast<const sockaddr_in6*>(&storage)->sin6_addr, text,
+              sizeof text);
+  } else {
+    inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(&storage)->sin_addr, text,
+              sizeof text);
+  }
+  return text;
+}
+
+std::uint16_t SocketAddress::Port() const {
+  return ntohs(Family() == AF_INET6 ? reinterpret_cast<const sockaddr_in6*>(&storage)->sin6_port
+                                    : reinterpret_cast<const sockaddr_in*>(&storage)->sin_port);
+}
+
+std::runtime_error SystemError(const std::string& what) {
+  return std::system_error(errno, std::generic_category(), what);
+}
+
+int BoundSocket(const std::string& address, std::uint16_t port, SocketAddress* bound) {
+  SocketAddress wanted(address, port);
+  const int result = socket(wanted.Family(), SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (result < 0) {
+    throw SystemError("socket");
+  }
+  if (port != 0) {
+    // A port asked for by number may still have connections of an earlier server dying away.
+    const int on = 1;
+    setsockopt(result, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  }
+  *bound = SocketAddress();
+  if (bind(result, wanted.Get(), wanted.length) != 0 ||
+      getsockname(result, bound->Get(), &bound->length) != 0) {
+    const std::runtime_error error = SystemError("bind to " + address);
+    close(result);
+    throw error;
+  }
+  return result;
+}
+
+std::string MakeUrl(const std::string& scheme, const std::string& host, std::uint16_t port,
+                    const std::string& path) {
+  const bool v6 = host.find(':') != std::string::npos;
+  return scheme + "://" + (v6 ? "[" + host + "]" : host) + ":" + std::to_string(port) + path;
+}
+
+RefusedPort::RefusedPort(const std::string& address) : m_address(address) {
+  SocketAddress bound;
+  m_socket = BoundSocket(address, 0, &bound);
+  m_port = bound.Port();
+}
+
+RefusedPort::~RefusedPort() {
+  close(m_socket);
+}
+
+std::string RefusedPort::Url(const std::string& scheme, const std::string& path) const {
+  return MakeUrl(scheme, m_address, m_port, path);
+}
+
+SilentPort::SilentPort(const std::string& address) : m_address(address) {
+  SocketAddress bound;
+  m_listener = BoundSocket(address, 0, &bound);
+  m_port = bound.Port();
+  if (listen(m_listener, 0) != 0) {
+    const std::runtime_error error = SystemError("listen");
+    close(m_listener);
+    throw error;
+  }
+  // Connections are made until one no longer comes about: that one and the ones before it stay, so
+  // that the queue stays full.
+  constexpr int kMostFillers = 16;
+  constexpr int kLoopbackMilliseconds = 200;
+  for (int i = 0; i < kMostFillers; ++i) {
+    const int filler = socket(bound.Family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (filler < 0) {
+      break;
+    }
+    m_fillers.push_back(filler);
+    if (connect(filler, bound.Get(), bound.length) != 0 && errno == EINPROGRESS) {
+      pollfd waiting = {filler, POLLOUT, 0};
+      if (poll(&waiting, 1, kLoopbackMilliseconds) == 0) {
+        return;
+      }
+    }
+  }
+  for (const int filler : m_fillers) {
+    close(filler);
+  }
+  close(m_listener);
+  throw std::runtime_error("the connection queue of " + address + " did not fill up");
+}
+
+SilentPort::~SilentPort() {
+  for (const int filler : m_fillers) {
+    close(filler);
+  }
+  close(m_listener);
+}
+
+std::string SilentPort::Url(const std::string& scheme, const std::string& path) const {
+  return MakeUrl(scheme, m_address, m_port, path);
+}
+
+}  // namespace lumtest
