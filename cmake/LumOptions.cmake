@@ -9,6 +9,8 @@ endif()
 
 option(LUM_BUILD_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
 option(LUM_BUILD_TOOLS "Build lumcurl and lumbackend" ${PROJECT_IS_TOP_LEVEL})
+option(LUM_BUILD_BENCH "Build the benchmarks" OFF)
+option(LUM_INSTALL "Make the install rules" ${PROJECT_IS_TOP_LEVEL})
 option(LUM_WERROR "Treat compiler warnings as errors" OFF)
 
 set(CMAKE_CXX_STANDARD 17)
@@ -24,6 +26,14 @@ set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 
 include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+set(LUM_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/lum)
+# Libraries and tools find each other wherever the prefix goes; in /usr the loader does.
+if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  file(RELATIVE_PATH libdir_from_bindir
+    /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
+  set(CMAKE_INSTALL_RPATH $ORIGIN $ORIGIN/${libdir_from_bindir})
+endif()
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 

@@ -24,9 +24,47 @@ function(lum_add_platform_library name)
   target_sources(${name} PUBLIC
     FILE_SET HEADERS BASE_DIRS include FILES ${arg_HEADERS})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
+  lum_product_warnings(${name})
+  lum_install_library(${name})
+endfunction()
+
+# lum_install_library(NAME [DEPENDENCIES package...])
+#
+# Gives a shared library its version and installs it: the library itself as the runtime component;
+# headers, linker name and the CMake package NAME, which finds DEPENDENCIES first, for development.
+function(lum_install_library name)
+  cmake_parse_arguments(arg "" "" "DEPENDENCIES" ${ARGN})
   set_target_properties(${name} PROPERTIES
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
-  lum_product_warnings(${name})
+  if(NOT LUM_INSTALL)
+    return()
+  endif()
+
+  get_target_property(header_sets ${name} INTERFACE_HEADER_SETS)
+  set(header_arguments)
+  foreach(header_set ${header_sets})
+    list(APPEND header_arguments
+      FILE_SET ${header_set} DESTINATION ${LUM_INSTALL_INCLUDEDIR} COMPONENT development)
+  endforeach()
+  install(TARGETS ${name} EXPORT ${name}Targets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+    ${header_arguments})
+
+  set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/${name})
+  install(EXPORT ${name}Targets NAMESPACE ${name}::
+    DESTINATION ${package_dir} COMPONENT development)
+  set(find_dependencies)
+  foreach(dependency ${arg_DEPENDENCIES})
+    string(APPEND find_dependencies "find_dependency(${dependency})\n")
+  endforeach()
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/PackageConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/packages/${name}Config.cmake @ONLY)
+  write_basic_package_version_file(${PROJECT_BINARY_DIR}/packages/${name}ConfigVersion.cmake
+    COMPATIBILITY SameMinorVersion)
+  install(FILES
+    ${PROJECT_BINARY_DIR}/packages/${name}Config.cmake
+    ${PROJECT_BINARY_DIR}/packages/${name}ConfigVersion.cmake
+    DESTINATION ${package_dir} COMPONENT development)
 endfunction()
 
 # lum_add_test(NAME SOURCES file... [LIBRARIES target...] [LABEL unit|live|integration]
