@@ -279,7 +279,7 @@ curl_slist* curl_slist_append(curl_slist* list, const char* line) {
   }
   auto* node = new curl_slist{strdup(line), nullptr};
   if (list == nullptr) {
-    ++recorder.m_liveLists;
+    recorder.AddList(node);
     return node;
   }
   curl_slist* last = list;
@@ -293,7 +293,7 @@ curl_slist* curl_slist_append(curl_slist* list, const char* line) {
 void curl_slist_free_all(curl_slist* list) {
   Recorder::Get().Add("curl_slist_free_all " + RenderList(list));
   if (list != nullptr) {
-    --Recorder::Get().m_liveLists;
+    Recorder::Get().RemoveList(list);
   }
   while (list != nullptr) {
     curl_slist* next = list->next;

@@ -3,6 +3,7 @@
 #include "Recorder.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <utility>
 
 namespace lumtest {
@@ -41,6 +42,7 @@ void Recorder::Reset() {
   m_failMalloc = 0;
   m_memcpyResult = 0;
   m_liveHandles = m_liveLists = m_liveFiles = 0;
+  m_lists.clear();
   realPath = true;
   removeFile = 0;
   compress = 0;
@@ -125,6 +127,35 @@ Script Recorder::TakeScript() {
 bool Recorder::AppendFails() {
   const Guard guard(*this);
   return m_failAppend > 0 && --m_failAppend == 0;
+}
+
+void Recorder::AddList(curl_slist* list) {
+  const Guard guard(*this);
+  m_lists.insert(list);
+  ++m_liveLists;
+}
+
+void Recorder::RemoveList(curl_slist* list) {
+  const Guard guard(*this);
+  m_lists.erase(list);
+  --m_liveLists;
+}
+
+void Recorder::FreeLists() {
+  std::set<curl_slist*> lists;
+  {
+    const Guard guard(*this);
+    lists.swap(m_lists);
+    m_liveLists = 0;
+  }
+  for (curl_slist* list : lists) {
+    while (list != nullptr) {
+      curl_slist* next = list->next;
+      std::free(list->data);
+      delete list;
+      list = next;
+    }
+  }
 }
 
 CURLcode Recorder::OptionResult(CURLoption option) const {

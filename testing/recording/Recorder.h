@@ -85,6 +85,9 @@ class Recorder {
   int LiveLists() const { return m_liveLists; }
   int LiveFiles() const { return m_liveFiles; }
 
+  // Frees the lists that are still live, for a test whose subject keeps one on purpose. No event.
+  void FreeLists();
+
   // Scripts, each for the calls to come. Performs without a script succeed with 200 and no body.
   void NextPerform(Script script);
   void FailInit() { m_failInit = true; }              // every curl_easy_init answers null
@@ -118,6 +121,8 @@ class Recorder {
   void AddTransfer(Transfer transfer);
   Script TakeScript();
   bool AppendFails();
+  void AddList(curl_slist* list);
+  void RemoveList(curl_slist* list);
   CURLcode OptionResult(CURLoption option) const;
   bool IsWatched(const void* mutex, bool& fails) const;
   CURLcode m_globalInit = CURLE_OK;
@@ -140,6 +145,7 @@ class Recorder {
   std::vector<Transfer> m_transfers;
   std::deque<Script> m_scripts;
   std::map<CURLoption, CURLcode> m_optionResults;
+  std::set<curl_slist*> m_lists;
   int m_failAppend = 0;
   const void* m_mutex = nullptr;
   bool m_mutexFails = false;
