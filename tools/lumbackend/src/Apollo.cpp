@@ -1,0 +1,141 @@
+// Namespaces of properties and JSON out of files.
+#include "Apollo.h"
+
+#include <openssl/evp.h>
+
+#include <array>
+#include <cerrno>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "Properties.h"
+#include "Text.h"
+
+namespace {
+
+constexpr char kDefaultCluster[] = "default";
+constexpr std::uint64_t kLongestFile = 16 * 1024 * 1024;  // bytes
+constexpr unsigned kKeyBytes = 16;                        // of the digest that a release key shows
+
+bool EndsWith(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+struct Namespace {
+  std::string cluster;  // that the file was found in
+  std::string file;     // its name
+  OpenedFile opened;
+};
+
+// Looks for the namespace in the cluster, then in the default one. `opened.error` of the result is
+// ENOENT when neither has it.
+Namespace Find(const RootDir& directory, const std::string& appId, const std::string& cluster,
+               const std::string& name) {
+  std::vector<std::string> files{name + ".properties", name + ".json"};
+  if (EndsWith(name, ".properties") || EndsWith(name, ".json")) {
+    files.insert(files.begin(), name);
+  }
+  std::vector<std::string> clusters{cluster};
+  if (cluster != kDefaultCluster) {
+    clusters.emplace_back(kDefaultCluster);
+  }
+  for (const std::string& candidate : clusters) {
+    for (const std::string& file : files) {
+      OpenedFile opened = directory.Open({appId, candidate, file});
+      if (opened.error != ENOENT && opened.error != ENOTDIR) {
+        return {candidate, file, std::move(opened)};
+      }
+    }
+  }
+  Namespace none;
+  none.opened.error = ENOENT;
+  return none;
+}
+
+std::optional<std::string> ReadWhole(const OpenedFile& opened) {
+  std::string text;
+  std::array<char, 16 * 1024> piece = {};
+  for (;;) {
+    const ssize_t count = ::read(opened.file.Get(), piece.data(), piece.size());
+    if (count <= 0) {
+      return count == 0 ? std::optional(text) : std::nullopt;
+    }
+    text.append(piece.data(), static_cast<std::size_t>(count));
+    if (text.size() > kLongestFile) {
+      return std::nullopt;
+    }
+  }
+}
+
+// The same for the same text, so that a client is told of changes and of nothing else.
+std::string ReleaseKey(const std::string& text) {
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest = {};
+  EVP_Digest(text.data(), text.size(), digest.data(), nullptr, EVP_sha256(), nullptr);
+  return ToHex(digest.data(), kKeyBytes);
+}
+
+// Reads the configurations of a namespace out of its file's text. Returns "" or what is wrong.
+std::string ReadConfigurations(const std::string& file, const std::string& text,
+                               LumJson::Value& configurations) {
+  configurations = LumJson::Value::Object();
+  if (EndsWith(file, ".json")) {
+    if (!IsUtf8(text)) {
+      return "not UTF-8";
+    }
+    configurations.AddJsonValue("content", text);
+    return {};
+  }
+  Properties properties;
+  std::string problem = ParseProperties(text, properties);
+  for (const auto& [key, value] : properties) {
+    configurations.AddJsonValue(key, value);
+  }
+  return problem;
+}
+
+}  // namespace
+
+Apollo::Apollo(const RootDir& root) : m_directory(root.Path() + "/configs") {}
+
+Reply Apollo::Get(const Call& call) const {
+  if (call.names.size() != 4) {
+    return Problem(404, "expected /configs/APPID/CLUSTER/NAMESPACE");
+  }
+  const std::string& appId = call.names[1];
+  const std::string& name = call.names[3];
+  const Namespace found = Find(m_directory, appId, call.names[2], name);
+  if (found.opened.error == EINVAL) {
+    return Problem(400, "application, cluster or namespace is no plain name");
+  }
+  if (found.opened.error == ENOENT) {
+    return Problem(404, "no namespace '" + name + "' of application '" + appId + "' in cluster '" +
+                            call.names[2] + "' or '" + kDefaultCluster + "'");
+  }
+  const auto text = found.opened.error == 0 ? ReadWhole(found.opened) : std::nullopt;
+  if (!text) {
+    return Problem(
+        500, "cannot read " + found.file + ": " +
+                 (found.opened.error == 0 ? "reading fails, or it is longer than 16 MiB"
+                                          : std::generic_category().message(found.opened.error)));
+  }
+  LumJson::Value configurations;
+  const std::string problem = ReadConfigurations(found.file, *text, configurations);
+  if (!problem.empty()) {
+    return Problem(500, found.file + ": " + problem);
+  }
+  const std::string releaseKey = ReleaseKey(*text);
+  if (call.QueryValue("releaseKey") == releaseKey) {
+    Reply unchanged;
+    unchanged.status = 304;
+    return unchanged;
+  }
+  LumJson::Value answer;
+  answer["appId"] = appId;
+  answer["cluster"] = found.cluster;
+  answer["namespaceName"] = name;
+  answer["configurations"] = std::move(configurations);
+  answer["releaseKey"] = releaseKey;
+  return JsonReply(answer);
+}

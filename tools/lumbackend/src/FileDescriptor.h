@@ -1,0 +1,38 @@
+// A file descriptor that closes itself.
+#ifndef LUM_BACKEND_FILE_DESCRIPTOR_H
+#define LUM_BACKEND_FILE_DESCRIPTOR_H
+
+#include <unistd.h>
+
+#include <cstddef>
+#include <utility>
+
+// Owns at most one descriptor. Not for use by several threads at once.
+class FileDescriptor {
+ public:
+  FileDescriptor() = default;
+  explicit FileDescriptor(int fd) : m_fd(fd) {}
+  FileDescriptor(FileDescriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+    std::swap(m_fd, other.m_fd);
+    return *this;
+  }
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+  ~FileDescriptor() {
+    if (m_fd >= 0) {
+      ::close(m_fd);
+    }
+  }
+
+  int Get() const { return m_fd; }
+  explicit operator bool() const { return m_fd >= 0; }
+
+ private:
+  int m_fd = -1;
+};
+
+// Writes all `size` bytes, over as many write(2) calls as it takes. Returns false with errno set.
+bool WriteAll(int fd, const char* data, std::size_t size);
+
+#endif  // LUM_BACKEND_FILE_DESCRIPTOR_H

@@ -1,0 +1,227 @@
+// Receiving and sending of objects and files.
+#include "Objects.h"
+
+#include <fcntl.h>
+#include <openssl/rand.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <ctime>
+#include <limits>
+#include <map>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "Signature.h"
+#include "Text.h"
+
+namespace {
+
+constexpr std::size_t kWritePiece = 256 * 1024;  // bytes handed to the file system at once
+constexpr char kUnfinished[] = ".upload-";       // begins the names of objects on their way in
+
+std::vector<std::string> NamesBehindFirst(const Call& call) {
+  return {call.names.begin() + 1, call.names.end()};
+}
+
+bool IsUnfinished(const std::string& name) {
+  return name.compare(0, sizeof kUnfinished - 1, kUnfinished) == 0;
+}
+
+std::string ContentType(const std::string& name) {
+  static const std::map<std::string, std::string> kTypes = {{".json", "application/json"},
+                                                            {".txt", "text/plain; charset=utf-8"},
+                                                            {".zip", "application/zip"},
+                                                            {".gz", "application/gzip"},
+                                                            {".mp4", "video/mp4"}};
+  const std::size_t dot = name.rfind('.');
+  const auto found = dot == std::string::npos ? kTypes.end() : kTypes.find(name.substr(dot));
+  return found == kTypes.end() ? "application/octet-stream" : found->second;
+}
+
+Reply CannotRead(int error) {
+  switch (error) {
+    case EINVAL:
+      return Problem(400, "the path holds an empty name, '.', '..' or a name that is too long");
+    case ELOOP:
+      return Problem(403, "symbolic links are not followed");
+    case EACCES:
+    case EPERM:
+      return Problem(403, std::generic_category().message(error));
+    case ENOENT:
+    case ENOTDIR:
+      return Problem(404, "no such file");
+    case EISDIR:
+      return Problem(404, "not a file");
+    default:
+      return Problem(500, std::generic_category().message(error));
+  }
+}
+
+Reply CannotStore(int error) {
+  const std::string reason = "cannot store the object: " + std::generic_category().message(error);
+  switch (error) {
+    case ELOOP:
+      return Problem(403, "symbolic links are not followed");
+    case EISDIR:
+    case ENOTDIR:
+    case EEXIST:
+    case ENOTEMPTY:
+      return Problem(409, reason);
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+      return Problem(507, reason);
+    default:
+      return Problem(500, reason);
+  }
+}
+
+// A new file in a directory under a name of its own, which goes away unless it is moved.
+class UnfinishedFile {
+ public:
+  explicit UnfinishedFile(int directory) : m_directory(directory) {
+    std::array<unsigned char, 8> bytes = {};
+    RAND_bytes(bytes.data(), static_cast<int>(bytes.size()));
+    m_name = kUnfinished + ToHex(bytes.data(), bytes.size());
+    m_file = FileDescriptor(
+        ::openat(directory, m_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    m_error = m_file ? 0 : errno;
+    m_piece.reserve(kWritePiece);
+  }
+  UnfinishedFile(const UnfinishedFile&) = delete;
+  UnfinishedFile& operator=(const UnfinishedFile&) = delete;
+  ~UnfinishedFile() {
+    if (m_file && !m_moved) {
+      ::unlinkat(m_directory, m_name.c_str(), 0);
+    }
+  }
+
+  // errno of the first step that failed, or 0.
+  int Error() const { return m_error; }
+
+  bool Write(const char* data, std::size_t size) {
+    while (m_error == 0 && size > 0) {
+      const std::size_t count = std::min(size, kWritePiece - m_piece.size());
+      m_piece.insert(m_piece.end(), data, data + count);
+      data += count;
+      size -= count;
+      if (m_piece.size() == kWritePiece) {
+        Flush();
+      }
+    }
+    return m_error == 0;
+  }
+
+  // Gives the file its own name, instead of any file that has it.
+  bool MoveTo(int directory, const std::string& name) {
+    Flush();
+    if (m_error == 0 && ::renameat(m_directory, m_name.c_str(), directory, name.c_str()) != 0) {
+      m_error = errno;
+    }
+    m_moved = m_error == 0;
+    return m_moved;
+  }
+
+ private:
+  void Flush() {
+    if (m_error == 0 && !WriteAll(m_file.Get(), m_piece.data(), m_piece.size())) {
+      m_error = errno;
+    }
+    m_piece.clear();
+  }
+
+  const int m_directory;
+  std::string m_name;
+  FileDescriptor m_file;
+  std::vector<char> m_piece;  // not yet written
+  int m_error = 0;
+  bool m_moved = false;
+};
+
+}  // namespace
+
+Reply SendFile(const RootDir& root, const Call& call) {
+  const std::vector<std::string> names = NamesBehindFirst(call);
+  OpenedFile opened = root.Open(names);
+  if (opened.error != 0) {
+    return CannotRead(opened.error);
+  }
+  Reply reply;
+  reply.contentType = ContentType(names.back());
+  reply.file = std::make_shared<OpenedFile>(std::move(opened));
+  reply.headers = {{"X-Content-Type-Options", "nosniff"}};
+  return reply;
+}
+
+Objects::Objects(const RootDir& root, std::string signKey, std::optional<std::uint64_t> maxBody)
+    : m_directory(root.Path() + "/objects"),
+      m_signKey(std::move(signKey)),
+      m_limit(maxBody.value_or(std::numeric_limits<std::uint64_t>::max())) {}
+
+Reply Objects::Put(const Call& call, BodySource& body) const {
+  if (!m_signKey.empty()) {
+    const std::string problem = CheckSignature(m_signKey, call, std::time(nullptr));
+    if (!problem.empty()) {
+      return Problem(403, problem);
+    }
+  }
+  const std::vector<std::string> names = NamesBehindFirst(call);
+  if (names.empty() || IsUnfinished(names[0]) ||
+      !std::all_of(names.begin(), names.end(), RootDir::IsPlainName)) {
+    return Problem(400, "the path names no object");
+  }
+  const Reply tooLong =
+      Problem(413, "the object is longer than " + std::to_string(m_limit) + " bytes");
+  if (call.contentLength.value_or(0) > m_limit) {
+    return tooLong;
+  }
+
+  UnfinishedFile file(m_directory.Get());
+  std::uint64_t bytes = 0;
+  const BodySource::End end = body.Read([&](const char* data, std::size_t size) {
+    if (size > m_limit - bytes) {
+      return false;
+    }
+    bytes += size;
+    return file.Write(data, size);
+  });
+  if (file.Error() != 0) {
+    return CannotStore(file.Error());
+  }
+  if (end == BodySource::End::kRefused) {
+    return tooLong;
+  }
+  if (end == BodySource::End::kCut) {
+    return Problem(400, "the upload ends after " + std::to_string(bytes) + " bytes, too early");
+  }
+  const FileDescriptor parent = m_directory.OpenParent(names, true);
+  if (!parent) {
+    return CannotStore(errno);
+  }
+  if (!file.MoveTo(parent.Get(), names.back())) {
+    return CannotStore(file.Error());
+  }
+
+  LumJson::Value answer;
+  answer["stored"] = Printable(call.path);
+  answer["bytes"] = bytes;
+  Reply reply = JsonReply(answer);
+  std::string shown = names[0];
+  for (std::size_t i = 1; i < names.size(); ++i) {
+    shown += "/" + names[i];
+  }
+  reply.note = {Note::Kind::kUpload, Printable(shown)};
+  return reply;
+}
+
+Reply Objects::Get(const Call& call) const {
+  const std::vector<std::string> names = NamesBehindFirst(call);
+  if (!names.empty() && IsUnfinished(names[0])) {
+    return CannotRead(ENOENT);
+  }
+  return SendFile(m_directory, call);
+}

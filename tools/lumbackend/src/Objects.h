@@ -1,0 +1,36 @@
+// Files to be fetched, and the object storage.
+#ifndef LUM_BACKEND_OBJECTS_H
+#define LUM_BACKEND_OBJECTS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "Message.h"
+
+// Answers with a file beneath `root`, streamed: the names are those of `call` behind its first one.
+// 404 when there is none; 403 for a symbolic link, wherever it leads.
+Reply SendFile(const RootDir& root, const Call& call);
+
+// Objects in ROOT/objects, one file each. An object appears under its name only when it is
+// complete, in one step; an upload that fails leaves nothing behind. Objects are received and sent
+// in pieces, memory does not grow with them. Safe for several threads at once.
+class Objects {
+ public:
+  // `signKey`, unless empty, is the key of the signatures that uploads must then carry;
+  // `maxBody` is the longest object in bytes.
+  Objects(const RootDir& root, std::string signKey, std::optional<std::uint64_t> maxBody);
+
+  // PUT /objects/NAME...: stores the body; {"stored": path, "bytes": n}.
+  Reply Put(const Call& call, BodySource& body) const;
+
+  // GET /objects/NAME...
+  Reply Get(const Call& call) const;
+
+ private:
+  const RootDir m_directory;
+  const std::string m_signKey;
+  const std::uint64_t m_limit;
+};
+
+#endif  // LUM_BACKEND_OBJECTS_H

@@ -1,0 +1,131 @@
+// The option table of lumbackend.
+#include "Options.h"
+
+#include <arpa/inet.h>
+
+#include <cmath>
+#include <cstdlib>
+
+namespace {
+
+constexpr unsigned kLongestDelay = 600'000;  // milliseconds; more is a typing error
+
+constexpr char kAbout[] =
+    "Local back end for development and tests: JSON echo, files, tokens, reports, log addresses, "
+    "object storage and an Apollo configuration centre, over HTTP and HTTPS. The ports in use are "
+    "printed on standard output; http://HOST:PORT/ shows what comes in.";
+
+constexpr char kExample[] =
+    "Example: HTTP and HTTPS on free ports, client certificates required, one request in five "
+    "fails\n"
+    "  lumbackend --root /tmp/backend --port 0 --tls-port 0 --tls-dir /tmp/tls \\\n"
+    "             --client-ca /tmp/tls/ca.pem --fail-rate 0.2 --seed 7";
+
+std::string CheckAddress(const std::string& text) {
+  unsigned char address[sizeof(in6_addr)];
+  if (inet_pton(AF_INET, text.c_str(), address) == 1 ||
+      inet_pton(AF_INET6, text.c_str(), address) == 1) {
+    return {};
+  }
+  return "'" + text + "' is no numeric IPv4 or IPv6 address";
+}
+
+std::string CheckShare(const std::string& text) {
+  char* end = nullptr;
+  const double value = std::strtod(text.c_str(), &end);
+  if (text.empty() || *end != '\0' || !std::isfinite(value) || value < 0 || value > 1) {
+    return "'" + text + "' is no number from 0 to 1";
+  }
+  return {};
+}
+
+}  // namespace
+
+std::unique_ptr<CLI::App> MakeParser(Options& options) {
+  auto app = std::make_unique<CLI::App>(kAbout, "lumbackend");
+  app->set_version_flag("--version", "lumbackend " LUM_VERSION);
+  app->footer(kExample);
+
+  const auto serve = "Serve";
+  app->add_option("--root", options.root,
+                  "Directory with files/, objects/, configs/ and reports.jsonl; made when missing")
+      ->type_name("DIR")
+      ->required()
+      ->group(serve);
+  app->add_option("--port", options.port,
+                  "Serve HTTP on this port; 0: the kernel chooses (the default without --tls-port)")
+      ->type_name("N")
+      ->check(CLI::Range(0, 65535))
+      ->group(serve);
+  app->add_option("--tls-port", options.tlsPort, "Serve HTTPS on this port; 0: the kernel chooses")
+      ->type_name("N")
+      ->check(CLI::Range(0, 65535))
+      ->group(serve);
+  app->add_option("--bind", options.bind, "Address to listen on")
+      ->type_name("ADDR")
+      ->check(CheckAddress)
+      ->capture_default_str()
+      ->group(serve);
+  app->add_option("--max-body", options.maxBody,
+                  "Refuse longer request bodies, unpacked size included, with 413 (default: 64 MiB "
+                  "for JSON, no limit for objects); suffixes like 10MB are understood")
+      ->type_name("BYTES")
+      ->transform(CLI::AsSizeValue(false))
+      ->group(serve);
+
+  const auto tls = "TLS";
+  app->add_option("--tls-dir", options.tlsDir,
+                  "Where self-made TLS material is kept for server and clients (default: ROOT/tls)")
+      ->type_name("DIR")
+      ->group(tls);
+  auto* cert = app->add_option("--cert", options.cert, "Own server certificate chain, PEM")
+                   ->type_name("FILE")
+                   ->group(tls);
+  auto* key = app->add_option("--key", options.key, "Its private key, PEM, not encrypted")
+                  ->type_name("FILE")
+                  ->group(tls);
+  cert->needs(key);
+  key->needs(cert);
+  app->add_option("--client-ca", options.clientCa,
+                  "Require client certificates that these authorities have signed, PEM")
+      ->type_name("FILE")
+      ->group(tls);
+
+  const auto access = "Access";
+  app->add_option("--token-lifetime", options.tokenLifetime, "How long a token is valid")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0, 1'000'000'000))
+      ->capture_default_str()
+      ->group(access);
+  app->add_flag("--open", options.open, "Ask for no token")->group(access);
+  app->add_option(
+         "--sign-key-file", options.signKeyFile,
+         "Check Date and Authorization of uploads against the key in this file: \"LUM \" and "
+         "the base64 of the HMAC-SHA1 of method, date and path, one a line")
+      ->type_name("FILE")
+      ->group(access);
+
+  const auto faults = "Misbehave on purpose (the page at / and its events excepted)";
+  app->add_option("--fail-rate", options.failRate, "Share of the requests answered 503, 0 to 1")
+      ->type_name("P")
+      ->check(CheckShare)
+      ->group(faults);
+  app->add_option("--seed", options.seed, "Seed of the sequence that says which requests fail")
+      ->type_name("N")
+      ->capture_default_str()
+      ->group(faults);
+  app->add_option("--status", options.status, "Answer every request with this status, do nothing")
+      ->type_name("N")
+      ->check(CLI::Range(200, 599))
+      ->group(faults);
+  app->add_option("--delay", options.delay, "Wait this long before every answer")
+      ->type_name("MS")
+      ->check(CLI::Range(0u, kLongestDelay))
+      ->group(faults);
+  app->add_option("--cut-after", options.cutAfter,
+                  "Close the connection after this many bytes of an answer, its head included")
+      ->type_name("BYTES")
+      ->transform(CLI::AsSizeValue(false))
+      ->group(faults);
+  return app;
+}

@@ -1,0 +1,41 @@
+// Serving the embedded page.
+#include "Page.h"
+
+#include <openssl/evp.h>
+
+#include <array>
+#include <cstddef>
+
+// Written at build time from page.html.
+extern const char kPageHtml[];
+extern const std::size_t kPageHtmlSize;
+
+namespace {
+
+// What lies between the first `tag` and its end, hashed as Content-Security-Policy asks for it.
+std::string HashOf(const std::string& page, const std::string& tag) {
+  const std::size_t start = page.find("<" + tag + ">") + tag.size() + 2;
+  const std::size_t end = page.find("</" + tag + ">", start);
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest = {};
+  unsigned size = 0;
+  EVP_Digest(page.data() + start, end - start, digest.data(), &size, EVP_sha256(), nullptr);
+  std::array<unsigned char, 2 * EVP_MAX_MD_SIZE> text = {};
+  EVP_EncodeBlock(text.data(), digest.data(), static_cast<int>(size));
+  return "'sha256-" + std::string(reinterpret_cast<const char*>(text.data())) + "'";
+}
+
+}  // namespace
+
+Reply PageReply() {
+  static const std::string kPage(kPageHtml, kPageHtmlSize);
+  static const std::string kPolicy =
+      "default-src 'none'; connect-src 'self'; img-src data:; style-src " + HashOf(kPage, "style") +
+      "; script-src " + HashOf(kPage, "script") + "; base-uri 'none'; form-action 'none'";
+  Reply reply;
+  reply.contentType = "text/html; charset=utf-8";
+  reply.body = kPage;
+  reply.headers = {{"Content-Security-Policy", kPolicy},
+                   {"X-Content-Type-Options", "nosniff"},
+                   {"Cache-Control", "no-store"}};
+  return reply;
+}

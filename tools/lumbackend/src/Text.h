@@ -1,0 +1,27 @@
+// Small helpers for text that comes from strangers.
+#ifndef LUM_BACKEND_TEXT_H
+#define LUM_BACKEND_TEXT_H
+
+#include <cstddef>
+#include <optional>
+#include <string>
+
+// Two lower-case hex digits for each byte.
+std::string ToHex(const unsigned char* data, std::size_t size);
+
+// Undoes percent-encoding. Nothing for a '%' without two hex digits behind it.
+std::optional<std::string> DecodePercent(const std::string& text);
+
+// Percent-encodes everything but letters, digits and "-._~".
+std::string EncodePercent(const std::string& text);
+
+// True for well-formed UTF-8 (RFC 3629), surrogates and overlong forms excluded.
+bool IsUtf8(const std::string& text);
+
+// `text` with control characters and bytes that are no UTF-8 written as \xNN.
+std::string Printable(const std::string& text);
+
+// True when names of headers are equal: ASCII letters in any case.
+bool SameName(const std::string& a, const std::string& b);
+
+#endif  // LUM_BACKEND_TEXT_H

@@ -1,0 +1,46 @@
+// TLS for the HTTPS side of the back end.
+#ifndef LUM_BACKEND_TLS_H
+#define LUM_BACKEND_TLS_H
+
+#include <openssl/ssl.h>
+
+#include <memory>
+#include <string>
+
+struct SslContextFree {
+  void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
+};
+using SslContext = std::unique_ptr<SSL_CTX, SslContextFree>;
+
+struct SslFree {
+  void operator()(SSL* ssl) const { SSL_free(ssl); }
+};
+using Ssl = std::unique_ptr<SSL, SslFree>;
+
+// A context for servers, TLS 1.2 and later, without resumption. `clientCa`, unless empty, names the
+// authorities of the client certificates, which are then required. All three are PEM files; the key
+// must not be encrypted. Throws std::runtime_error naming the file that cannot be used.
+SslContext MakeServerContext(const std::string& certificate, const std::string& key,
+                             const std::string& clientCa);
+
+// A server's certificate and key, as paths of PEM files.
+struct ServerFiles {
+  std::string certificate;
+  std::string key;
+};
+
+// Self-made material in `directory`, which is made where it is missing: ca.pem, server.pem and
+// server.key for the server, which answers for loopback and `address`; client.pem with client.key,
+// and client-encrypted.key with its pass phrase in client-encrypted.pass, for clients; and some
+// more that a client or server should refuse. What an earlier call made is used again as long as it
+// is good for another day. Several processes may call it for one directory. Throws
+// std::runtime_error.
+ServerFiles SelfMadeServerFiles(const std::string& directory, const std::string& address);
+
+// OpenSSL's reason for its last failure on this thread, or "unknown reason"; empties its queue.
+std::string TakeSslError();
+
+// Subject of the certificate that the client has shown, as "CN=lum client", or "" without one.
+std::string ClientSubject(const SSL* ssl);
+
+#endif  // LUM_BACKEND_TLS_H

@@ -1,0 +1,57 @@
+// The token table.
+#include "Tokens.h"
+
+#include <openssl/rand.h>
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <utility>
+
+#include "Text.h"
+
+namespace {
+
+constexpr std::size_t kTokenBytes = 16;
+constexpr std::size_t kMostTokens = 10'000;  // bounds the table, not a client's needs
+
+std::string RandomToken() {
+  std::array<unsigned char, kTokenBytes> bytes = {};
+  if (RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) != 1) {
+    throw std::runtime_error("no random bytes for a token");
+  }
+  return ToHex(bytes.data(), bytes.size());
+}
+
+}  // namespace
+
+Tokens::Tokens(std::chrono::seconds lifetime, std::function<Clock::time_point()> now)
+    : m_lifetime(lifetime), m_now(std::move(now)) {}
+
+std::string Tokens::Issue() {
+  std::string token = RandomToken();
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  // Expired tokens are remembered so that their owners are told the reason; when the table is full
+  // the one that ends first gives way.
+  if (m_expiry.size() >= kMostTokens) {
+    m_expiry.erase(
+        std::min_element(m_expiry.begin(), m_expiry.end(),
+                         [](const auto& a, const auto& b) { return a.second < b.second; }));
+  }
+  m_expiry[token] = m_now() + m_lifetime;
+  return token;
+}
+
+Tokens::State Tokens::Check(const std::string& token) const {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  const auto found = m_expiry.find(token);
+  if (found == m_expiry.end()) {
+    return State::kUnknown;
+  }
+  return m_now() < found->second ? State::kValid : State::kExpired;
+}
+
+void Tokens::Revoke(const std::string& token) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  m_expiry.erase(token);
+}

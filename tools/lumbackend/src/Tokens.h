@@ -1,0 +1,38 @@
+// Access tokens: handing them out, checking them, ending them.
+#ifndef LUM_BACKEND_TOKENS_H
+#define LUM_BACKEND_TOKENS_H
+
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+// Every token handed out and still of interest, in memory only. Safe for several threads at once.
+class Tokens {
+ public:
+  using Clock = std::chrono::steady_clock;
+  enum class State { kValid, kExpired, kUnknown };
+
+  // Tokens live for `lifetime` of the time that `now` tells.
+  explicit Tokens(std::chrono::seconds lifetime,
+                  std::function<Clock::time_point()> now = Clock::now);
+
+  // A new token of 32 hex digits. Throws std::runtime_error when the system has no random bytes.
+  std::string Issue();
+
+  State Check(const std::string& token) const;
+
+  // Ends `token`; it is unknown from then on.
+  void Revoke(const std::string& token);
+
+  std::chrono::seconds Lifetime() const { return m_lifetime; }
+
+ private:
+  const std::chrono::seconds m_lifetime;
+  const std::function<Clock::time_point()> m_now;
+  mutable std::mutex m_mutex;
+  std::unordered_map<std::string, Clock::time_point> m_expiry;  // guarded by m_mutex
+};
+
+#endif  // LUM_BACKEND_TOKENS_H
