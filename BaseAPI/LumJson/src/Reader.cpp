@@ -1,0 +1,190 @@
+// Boost.JSON's parser knows the grammar; here its events become a tree.
+//
+// Values are stacked up in the order in which they are read, names before their values. When an
+// array or object ends, its slots are the topmost ones and move into a block of just their number:
+// one allocation for each container and each long text, and none for anything else.
+#include "Reader.h"
+
+#include <algorithm>
+#include <boost/json/basic_parser_impl.hpp>
+#include <charconv>
+#include <cmath>
+#include <string>
+
+#include "Storage.h"
+
+namespace LumJson::detail {
+
+namespace {
+
+namespace json = boost::json;
+
+// The values that are read but not yet part of a container.
+class SlotStack {
+ public:
+  SlotStack() = default;
+  SlotStack(const SlotStack&) = delete;
+  SlotStack& operator=(const SlotStack&) = delete;
+  ~SlotStack() {
+    while (top_ != bottom_) {
+      ReleaseTree(*--top_);
+    }
+    if (bottom_ != first_) {
+      delete[] bottom_;
+    }
+  }
+
+  // Room for one more, so that Push() does not throw.
+  void Reserve() {
+    if (top_ == limit_) {
+      Grow();
+    }
+  }
+  void Push(const Rep& rep) { *top_++ = rep; }
+  Rep* Top() { return top_; }
+  void Drop(std::size_t count) { top_ -= count; }
+
+ private:
+  static constexpr std::size_t kFirstSize = 128;
+
+  void Grow() {
+    const auto size = static_cast<std::size_t>(top_ - bottom_);
+    Rep* const larger = new Rep[2 * size];
+    std::copy(bottom_, top_, larger);
+    if (bottom_ != first_) {
+      delete[] bottom_;
+    }
+    bottom_ = larger;
+    top_ = larger + size;
+    limit_ = larger + 2 * size;
+  }
+
+  Rep first_[kFirstSize];
+  Rep* bottom_ = first_;
+  Rep* top_ = first_;
+  Rep* limit_ = first_ + kFirstSize;
+};
+
+// The parser's handler. Each event answers whether to go on; the error's text interests nobody.
+class TreeBuilder {
+ public:
+  static constexpr std::size_t max_array_size = SIZE_MAX;
+  static constexpr std::size_t max_object_size = SIZE_MAX;
+  static constexpr std::size_t max_string_size = SIZE_MAX;
+  static constexpr std::size_t max_key_size = SIZE_MAX;
+
+  Rep TakeRoot() {
+    stack_.Drop(1);
+    return *stack_.Top();
+  }
+
+  bool on_document_begin(json::error_code&) { return true; }
+  bool on_document_end(json::error_code&) { return true; }
+  bool on_array_begin(json::error_code&) { return true; }
+  bool on_object_begin(json::error_code&) { return true; }
+
+  bool on_array_end(std::size_t count, json::error_code&) {
+    Rep array = Rep();
+    array.kind = Kind::kArray;
+    if (count != 0) {
+      array.block = NewFilledBlock(stack_.Top() - count, count);
+      stack_.Drop(count);
+    }
+    return Push(array);
+  }
+
+  bool on_object_end(std::size_t count, json::error_code&) {
+    const Rep object = MakeObject(stack_.Top() - 2 * count, count);
+    stack_.Drop(2 * count);
+    return Push(object);
+  }
+
+  bool on_string_part(json::string_view part, std::size_t, json::error_code&) {
+    textSoFar_.append(part.data(), part.size());
+    return true;
+  }
+
+  bool on_string(json::string_view rest, std::size_t, json::error_code&) {
+    stack_.Reserve();
+    if (textSoFar_.empty()) {
+      stack_.Push(MakeText({rest.data(), rest.size()}));
+    } else {
+      textSoFar_.append(rest.data(), rest.size());
+      stack_.Push(MakeText(textSoFar_));
+      textSoFar_.clear();
+    }
+    return true;
+  }
+
+  bool on_key_part(json::string_view part, std::size_t size, json::error_code& error) {
+    return on_string_part(part, size, error);
+  }
+
+  bool on_key(json::string_view rest, std::size_t size, json::error_code& error) {
+    return on_string(rest, size, error);
+  }
+
+  bool on_number_part(json::string_view, json::error_code&) { return true; }
+
+  bool on_int64(std::int64_t number, json::string_view text, json::error_code&) {
+    if (number == 0 && text.front() == '-') {
+      return Push(Access::Of(Value(-0.0)));
+    }
+    return Push(Access::Of(Value(number)));
+  }
+
+  bool on_uint64(std::uint64_t number, json::string_view, json::error_code&) {
+    return Push(Access::Of(Value(number)));
+  }
+
+  bool on_double(double approximate, json::string_view text, json::error_code& error) {
+    // The parser computes digits * 10^exponent in double arithmetic. That is exact for up to 15
+    // digits and exponents of up to 22, and off by some last bits otherwise.
+    constexpr std::size_t kExactSize = 16;  // 15 digits and the point
+    double number = approximate;
+    if (text.size() > kExactSize || text.find_first_of("eE") != json::string_view::npos) {
+      const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+      if (result.ec == std::errc::result_out_of_range) {
+        number = std::abs(approximate) < 1 ? std::copysign(0.0, approximate) : HUGE_VAL;
+      }
+      if (!std::isfinite(number)) {
+        error = json::error::exponent_overflow;
+        return false;
+      }
+    }
+    return Push(Access::Of(Value(number)));
+  }
+
+  bool on_bool(bool boolean, json::error_code&) { return Push(Access::Of(Value(boolean))); }
+  bool on_null(json::error_code&) { return Push(Rep()); }
+  bool on_comment_part(json::string_view, json::error_code&) { return true; }
+  bool on_comment(json::string_view, json::error_code&) { return true; }
+
+ private:
+  // For values that own nothing yet, or what the stack owned a moment ago.
+  bool Push(const Rep& rep) {
+    stack_.Reserve();
+    stack_.Push(rep);
+    return true;
+  }
+
+  SlotStack stack_;
+  std::string textSoFar_;  // of a text that arrives in parts, because it has escapes
+};
+
+}  // namespace
+
+bool ReadDocument(std::string_view text, Rep& root) {
+  json::parse_options options;
+  options.max_depth = Value::kMaxDepth;
+  json::basic_parser<TreeBuilder> parser(options);
+  json::error_code error;
+  const std::size_t size = parser.write_some(false, text.data(), text.size(), error);
+  if (error || size != text.size()) {
+    return false;
+  }
+  root = parser.handler().TakeRoot();
+  return true;
+}
+
+}  // namespace LumJson::detail
