@@ -10,6 +10,8 @@
 #undef curl_easy_setopt
 #undef curl_easy_getinfo
 
+using lumtest::InDouble;
+using lumtest::InProduct;
 using lumtest::Recorder;
 using lumtest::Script;
 using lumtest::Transfer;
@@ -23,6 +25,15 @@ struct Handle {
   Transfer transfer;
   long status = 0;
 };
+
+void DeleteList(curl_slist* list) {
+  while (list != nullptr) {
+    curl_slist* next = list->next;
+    std::free(list->data);
+    delete list;
+    list = next;
+  }
+}
 
 std::vector<std::string> Lines(const curl_slist* list) {
   std::vector<std::string> lines;
@@ -148,8 +159,12 @@ void ReadUpload(Transfer& transfer) {
   const auto read =
       reinterpret_cast<curl_read_callback>(transfer.pointers.at(CURLOPT_READFUNCTION));
   std::vector<char> buffer(kReadSize);
-  while (const std::size_t n =
-             read(buffer.data(), 1, buffer.size(), transfer.pointers.at(CURLOPT_READDATA))) {
+  void* const source = transfer.pointers.at(CURLOPT_READDATA);
+  const auto readSome = [&] {
+    const InProduct calling;
+    return read(buffer.data(), 1, buffer.size(), source);
+  };
+  while (const std::size_t n = readSome()) {
     transfer.uploaded.append(buffer.data(), n);
   }
 }
@@ -163,8 +178,9 @@ CURLcode WriteReply(const Transfer& transfer, const Script& script) {
       continue;
     }
     const auto write = reinterpret_cast<curl_write_callback>(function->second);
-    if (write(chunk.data(), 1, chunk.size(), transfer.pointers.at(CURLOPT_WRITEDATA)) !=
-        chunk.size()) {
+    void* const target = transfer.pointers.at(CURLOPT_WRITEDATA);
+    const InProduct calling;
+    if (write(chunk.data(), 1, chunk.size(), target) != chunk.size()) {
       return CURLE_WRITE_ERROR;
     }
   }
@@ -176,25 +192,30 @@ CURLcode WriteReply(const Transfer& transfer, const Script& script) {
 extern "C" {
 
 CURLcode curl_global_init(long flags) {
+  const InDouble exempt;
   Recorder::Get().Add("curl_global_init " + std::to_string(flags));
   return Recorder::Get().m_globalInit;
 }
 
 void curl_global_cleanup() {
+  const InDouble exempt;
   Recorder::Get().Add("curl_global_cleanup");
 }
 
 CURL* curl_easy_init() {
+  const InDouble exempt;
   Recorder& recorder = Recorder::Get();
   recorder.Add("curl_easy_init");
   if (recorder.m_failInit) {
     return nullptr;
   }
-  ++recorder.m_liveHandles;
-  return reinterpret_cast<CURL*>(new Handle);
+  const auto handle = std::make_shared<Handle>();
+  recorder.AddHandle(handle);
+  return reinterpret_cast<CURL*>(handle.get());
 }
 
 CURLcode curl_easy_setopt(CURL* curl, CURLoption option, ...) {
+  const InDouble exempt;
   Recorder& recorder = Recorder::Get();
   Transfer& transfer = reinterpret_cast<Handle*>(curl)->transfer;
   const CURLcode result = recorder.OptionResult(option);
@@ -224,6 +245,7 @@ CURLcode curl_easy_setopt(CURL* curl, CURLoption option, ...) {
 }
 
 CURLcode curl_easy_perform(CURL* curl) {
+  const InDouble exempt;
   Recorder& recorder = Recorder::Get();
   auto* handle = reinterpret_cast<Handle*>(curl);
   const Script script = recorder.TakeScript();
@@ -246,6 +268,7 @@ CURLcode curl_easy_perform(CURL* curl) {
 }
 
 CURLcode curl_easy_getinfo(CURL* curl, CURLINFO info, ...) {
+  const InDouble exempt;
   if (info != CURLINFO_RESPONSE_CODE) {
     Recorder::Get().Add("CURLINFO " + std::to_string(info));
     return CURLE_UNKNOWN_OPTION;
@@ -266,12 +289,13 @@ const char* curl_easy_strerror(CURLcode code) {
 }
 
 void curl_easy_cleanup(CURL* curl) {
+  const InDouble exempt;
   Recorder::Get().Add("curl_easy_cleanup");
-  --Recorder::Get().m_liveHandles;
-  delete reinterpret_cast<Handle*>(curl);
+  Recorder::Get().RemoveHandle(curl);
 }
 
 curl_slist* curl_slist_append(curl_slist* list, const char* line) {
+  const InDouble exempt;
   Recorder& recorder = Recorder::Get();
   recorder.Add(std::string("curl_slist_append ") + line);
   if (recorder.AppendFails()) {
@@ -279,7 +303,7 @@ curl_slist* curl_slist_append(curl_slist* list, const char* line) {
   }
   auto* node = new curl_slist{strdup(line), nullptr};
   if (list == nullptr) {
-    recorder.AddList(node);
+    recorder.AddList({node, &DeleteList});
     return node;
   }
   curl_slist* last = list;
@@ -291,15 +315,10 @@ curl_slist* curl_slist_append(curl_slist* list, const char* line) {
 }
 
 void curl_slist_free_all(curl_slist* list) {
+  const InDouble exempt;
   Recorder::Get().Add("curl_slist_free_all " + RenderList(list));
   if (list != nullptr) {
     Recorder::Get().RemoveList(list);
-  }
-  while (list != nullptr) {
-    curl_slist* next = list->next;
-    std::free(list->data);
-    delete list;
-    list = next;
   }
 }
 

@@ -14,6 +14,7 @@
 #include "LumNet.h"
 #include "Recorder.h"
 
+using lumtest::InDouble;
 using lumtest::LogLine;
 using lumtest::Recorder;
 
@@ -47,6 +48,7 @@ LumLogger::LumLogger() : m_state(nullptr) {}
 LumLogger::~LumLogger() = default;
 
 LumLogger& LumLogger::GetInstance() {
+  const InDouble exempt;
   static auto* logger = new LumLogger;
   g_instanceAsked = true;
   return *logger;
@@ -54,6 +56,7 @@ LumLogger& LumLogger::GetInstance() {
 
 void LumLogger::Log(const char* file, int line, const char* function, const char* tag,
                     const char* detail, int level, const char* format, ...) {
+  const InDouble exempt;
   LogLine record;
   record.file = file;
   record.line = line;
@@ -78,10 +81,14 @@ void LumLogger::Log(const char* file, int line, const char* function, const char
   std::vsnprintf(record.message.data(), record.message.size(), format, arguments);
   va_end(arguments);
   record.message.pop_back();
+  if (Recorder::Get().onLog) {
+    Recorder::Get().onLog(record);
+  }
   Recorder::Get().AddLog(record);
 }
 
 std::string LumNet::GetInterfaceName(const std::string& mac) {
+  const InDouble exempt;
   Recorder& recorder = Recorder::Get();
   recorder.Add("GetInterfaceName " + mac);
   if (recorder.interfaceNames.empty()) {
@@ -93,6 +100,7 @@ std::string LumNet::GetInterfaceName(const std::string& mac) {
 }
 
 int LumNet::GetLocalIpAddress(const std::string& mac, std::string& ipv4, std::string& ipv6) {
+  const InDouble exempt;
   Recorder& recorder = Recorder::Get();
   recorder.Add("GetLocalIpAddress " + mac);
   ipv4 = recorder.localIpv4;
@@ -101,27 +109,32 @@ int LumNet::GetLocalIpAddress(const std::string& mac, std::string& ipv4, std::st
 }
 
 bool LumNet::IsIPv4Address(const std::string& text) {
+  const InDouble exempt;
   Recorder::Get().Add("IsIPv4Address " + text);
   return Recorder::Get().validIpv4.count(text) != 0;
 }
 
 bool LumNet::IsIPv6Address(const std::string& text) {
+  const InDouble exempt;
   Recorder::Get().Add("IsIPv6Address " + text);
   return Recorder::Get().validIpv6.count(text) != 0;
 }
 
 bool LumDir::LumRealPath(const char* path, int length) {
+  const InDouble exempt;
   Recorder::Get().Add(std::string("LumRealPath ") + path + " " + std::to_string(length));
   return Recorder::Get().realPath;
 }
 
 int LumFile::RemoveFile(const std::string& path) {
+  const InDouble exempt;
   Recorder::Get().Add("RemoveFile " + path);
   return Recorder::Get().removeFile;
 }
 
 int LumCompressAndDeCompress::GzipCompress(const char* source, int sourceLength, char* destination,
                                            int destinationLength) {
+  const InDouble exempt;
   Recorder& recorder = Recorder::Get();
   bool zeroed = true;
   for (int i = 0; i < destinationLength; ++i) {
@@ -139,16 +152,19 @@ int LumCompressAndDeCompress::GzipCompress(const char* source, int sourceLength,
 }
 
 int LumCompressAndDeCompress::CompressFile(const char* filePath) {
+  const InDouble exempt;
   Recorder::Get().Add(std::string("CompressFile ") + filePath);
   return Recorder::Get().compress;
 }
 
 int LumCompressAndDeCompress::CompressFilePath(const char* dirPath) {
+  const InDouble exempt;
   Recorder::Get().Add(std::string("CompressFilePath ") + dirPath);
   return Recorder::Get().compress;
 }
 
 int LumCompressAndDeCompress::CompressFileGroup(const char* fileGroup, const char* archiveBase) {
+  const InDouble exempt;
   Recorder::Get().Add(std::string("CompressFileGroup ") + fileGroup + " " + archiveBase);
   return Recorder::Get().compress;
 }
@@ -157,6 +173,7 @@ extern "C" {
 
 int __real_memset_s(void* destination, std::size_t capacity, int value, std::size_t count);
 int __wrap_memset_s(void* destination, std::size_t capacity, int value, std::size_t count) {
+  const InDouble exempt;
   Recorder::Get().Add("memset_s " + std::to_string(capacity) + " " + std::to_string(value) + " " +
                       std::to_string(count));
   return __real_memset_s(destination, capacity, value, count);
@@ -165,6 +182,7 @@ int __wrap_memset_s(void* destination, std::size_t capacity, int value, std::siz
 int __real_memcpy_s(void* destination, std::size_t capacity, const void* source, std::size_t count);
 int __wrap_memcpy_s(void* destination, std::size_t capacity, const void* source,
                     std::size_t count) {
+  const InDouble exempt;
   Recorder::Get().Add("memcpy_s " + std::to_string(capacity) + " " + std::to_string(count));
   const int result = __real_memcpy_s(destination, capacity, source, count);
   return result == 0 ? Recorder::Get().m_memcpyResult : result;
@@ -172,6 +190,7 @@ int __wrap_memcpy_s(void* destination, std::size_t capacity, const void* source,
 
 FILE* __real_fopen(const char* path, const char* mode);
 FILE* __wrap_fopen(const char* path, const char* mode) {
+  const InDouble exempt;
   Recorder& recorder = Recorder::Get();
   recorder.Add(std::string("fopen ") + path + " " + mode);
   FILE* file = recorder.m_failFopen ? nullptr : __real_fopen(path, mode);
@@ -183,6 +202,7 @@ FILE* __wrap_fopen(const char* path, const char* mode) {
 
 int __real_fclose(FILE* file);
 int __wrap_fclose(FILE* file) {
+  const InDouble exempt;
   Recorder::Get().Add("fclose");
   --Recorder::Get().m_liveFiles;
   return __real_fclose(file);
@@ -190,6 +210,7 @@ int __wrap_fclose(FILE* file) {
 
 int __real_fflush(FILE* file);
 int __wrap_fflush(FILE* file) {
+  const InDouble exempt;
   if (file == stdout || file == stderr || file == nullptr) {  // the test framework's own
     return __real_fflush(file);
   }
@@ -200,6 +221,7 @@ int __wrap_fflush(FILE* file) {
 
 int __real_fseek(FILE* file, long offset, int whence);
 int __wrap_fseek(FILE* file, long offset, int whence) {
+  const InDouble exempt;
   Recorder::Get().Add("fseek " + std::to_string(offset) +
                       (whence == SEEK_END ? " from the end" : " from the start"));
   return Recorder::Get().m_failSeek ? -1 : __real_fseek(file, offset, whence);
@@ -207,12 +229,14 @@ int __wrap_fseek(FILE* file, long offset, int whence) {
 
 long __real_ftell(FILE* file);
 long __wrap_ftell(FILE* file) {
+  const InDouble exempt;
   Recorder::Get().Add("ftell");
   return __real_ftell(file);
 }
 
 int __real_setvbuf(FILE* file, char* buffer, int mode, std::size_t size);
 int __wrap_setvbuf(FILE* file, char* buffer, int mode, std::size_t size) {
+  const InDouble exempt;
   Recorder::Get().Add("setvbuf " + std::to_string(size));
   return __real_setvbuf(file, buffer, mode, size);
 }
@@ -225,12 +249,16 @@ void* __wrap_malloc(std::size_t size) {
 
 int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+  const InDouble exempt;
   bool fails = false;
   if (!Recorder::Get().IsWatched(mutex, fails)) {
     return __real_pthread_mutex_lock(mutex);
   }
   if (fails) {
     return EINVAL;
+  }
+  if (Recorder::Get().onLock) {
+    Recorder::Get().onLock();
   }
   const int result = __real_pthread_mutex_lock(mutex);
   Recorder::Get().Add("lock");
@@ -239,6 +267,7 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
 
 int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
 int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
+  const InDouble exempt;
   bool fails = false;
   if (Recorder::Get().IsWatched(mutex, fails)) {
     Recorder::Get().Add("unlock");

@@ -3,10 +3,16 @@
 #include "Recorder.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <utility>
 
 namespace lumtest {
+
+namespace {
+
+void (*g_hook)(bool entering) = nullptr;
+thread_local int t_depth = 0;  // doubles that this thread is in
+
+}  // namespace
 
 class Recorder::Guard {
  public:
@@ -21,6 +27,36 @@ class Recorder::Guard {
  private:
   const Recorder& m_recorder;
 };
+
+InDouble::InDouble() {
+  if (t_depth++ == 0 && g_hook != nullptr) {
+    g_hook(true);
+  }
+}
+
+InDouble::~InDouble() {
+  if (--t_depth == 0 && g_hook != nullptr) {
+    g_hook(false);
+  }
+}
+
+void InDouble::SetHook(void (*hook)(bool entering)) {
+  g_hook = hook;
+}
+
+InProduct::InProduct() : m_depth(t_depth) {
+  t_depth = 0;
+  if (m_depth > 0 && g_hook != nullptr) {
+    g_hook(false);
+  }
+}
+
+InProduct::~InProduct() {
+  if (m_depth > 0 && g_hook != nullptr) {
+    g_hook(true);
+  }
+  t_depth = m_depth;
+}
 
 Recorder& Recorder::Get() {
   static auto* recorder = new Recorder;
@@ -37,12 +73,14 @@ void Recorder::Reset() {
   m_failAppend = 0;
   m_mutex = nullptr;
   m_mutexFails = false;
+  onLock = nullptr;
   m_globalInit = CURLE_OK;
   m_failInit = m_failFopen = m_failFflush = m_failSeek = false;
   m_failMalloc = 0;
   m_memcpyResult = 0;
-  m_liveHandles = m_liveLists = m_liveFiles = 0;
+  m_handles.clear();
   m_lists.clear();
+  m_liveFiles = 0;
   realPath = true;
   removeFile = 0;
   compress = 0;
@@ -53,6 +91,7 @@ void Recorder::Reset() {
   localIpv6.clear();
   validIpv4.clear();
   validIpv6.clear();
+  onLog = nullptr;
 }
 
 std::vector<std::string> Recorder::Events() const {
@@ -129,33 +168,45 @@ bool Recorder::AppendFails() {
   return m_failAppend > 0 && --m_failAppend == 0;
 }
 
-void Recorder::AddList(curl_slist* list) {
+int Recorder::LiveHandles() const {
   const Guard guard(*this);
-  m_lists.insert(list);
-  ++m_liveLists;
+  return static_cast<int>(m_handles.size());
+}
+
+int Recorder::LiveLists() const {
+  const Guard guard(*this);
+  return static_cast<int>(m_lists.size());
+}
+
+void Recorder::AddHandle(std::shared_ptr<void> handle) {
+  const Guard guard(*this);
+  void* const key = handle.get();
+  m_handles[key] = std::move(handle);
+}
+
+void Recorder::RemoveHandle(void* handle) {
+  const Guard guard(*this);
+  if (m_handles.erase(handle) == 0) {
+    m_events.emplace_back("curl_easy_cleanup of no live handle");
+  }
+}
+
+void Recorder::AddList(std::shared_ptr<curl_slist> list) {
+  const Guard guard(*this);
+  curl_slist* const key = list.get();
+  m_lists[key] = std::move(list);
 }
 
 void Recorder::RemoveList(curl_slist* list) {
   const Guard guard(*this);
-  m_lists.erase(list);
-  --m_liveLists;
+  if (m_lists.erase(list) == 0) {
+    m_events.emplace_back("curl_slist_free_all of no live list");
+  }
 }
 
 void Recorder::FreeLists() {
-  std::set<curl_slist*> lists;
-  {
-    const Guard guard(*this);
-    lists.swap(m_lists);
-    m_liveLists = 0;
-  }
-  for (curl_slist* list : lists) {
-    while (list != nullptr) {
-      curl_slist* next = list->next;
-      std::free(list->data);
-      delete list;
-      list = next;
-    }
-  }
+  const Guard guard(*this);
+  m_lists.clear();
 }
 
 CURLcode Recorder::OptionResult(CURLoption option) const {

@@ -24,6 +24,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -67,11 +68,37 @@ struct Script {
   std::function<void(const Transfer&)> during;  // called in the middle of the transfer
 };
 
+// A double is at work on this thread, not the product (see FailingAllocation.h).
+class InDouble {
+ public:
+  InDouble();
+  ~InDouble();
+  InDouble(const InDouble&) = delete;
+  InDouble& operator=(const InDouble&) = delete;
+
+  // Called with true when a thread goes from the product into a double, with false when it goes
+  // back; null: nothing is. To be set while no other thread is in the product.
+  static void SetHook(void (*hook)(bool entering));
+};
+
+// A double calls back into the product.
+class InProduct {
+ public:
+  InProduct();
+  ~InProduct();
+  InProduct(const InProduct&) = delete;
+  InProduct& operator=(const InProduct&) = delete;
+
+ private:
+  const int m_depth;
+};
+
 class Recorder {
  public:
   static Recorder& Get();
 
-  // Forgets events, scripts and failures; live handles, lists and files start at nothing.
+  // Forgets events, scripts and failures, frees the handles and lists that nobody has released;
+  // live handles, lists and files start at nothing.
   void Reset();
 
   std::vector<std::string> Events() const;
@@ -81,8 +108,8 @@ class Recorder {
   std::vector<Transfer> Transfers() const;
 
   // Balance: made and not yet released.
-  int LiveHandles() const { return m_liveHandles; }
-  int LiveLists() const { return m_liveLists; }
+  int LiveHandles() const;
+  int LiveLists() const;
   int LiveFiles() const { return m_liveFiles; }
 
   // Frees the lists that are still live, for a test whose subject keeps one on purpose. No event.
@@ -112,8 +139,13 @@ class Recorder {
   std::set<std::string> validIpv4;
   std::set<std::string> validIpv6;
 
+  // Called by each log statement, for a test that looks at what has been done by then.
+  std::function<void(const LogLine&)> onLog;
+
   // Records the locks of one mutex; with `fails`, locking it answers EINVAL.
   void WatchMutex(std::mutex* mutex, bool fails = false);
+  // Called when a thread is about to lock the watched mutex.
+  std::function<void()> onLock;
 
   // --- For the doubles ---
   void Add(std::string event);
@@ -121,7 +153,9 @@ class Recorder {
   void AddTransfer(Transfer transfer);
   Script TakeScript();
   bool AppendFails();
-  void AddList(curl_slist* list);
+  void AddHandle(std::shared_ptr<void> handle);
+  void RemoveHandle(void* handle);
+  void AddList(std::shared_ptr<curl_slist> list);
   void RemoveList(curl_slist* list);
   CURLcode OptionResult(CURLoption option) const;
   bool IsWatched(const void* mutex, bool& fails) const;
@@ -132,8 +166,6 @@ class Recorder {
   bool m_failSeek = false;
   std::size_t m_failMalloc = 0;
   int m_memcpyResult = 0;
-  std::atomic<int> m_liveHandles{0};
-  std::atomic<int> m_liveLists{0};
   std::atomic<int> m_liveFiles{0};
 
  private:
@@ -145,7 +177,8 @@ class Recorder {
   std::vector<Transfer> m_transfers;
   std::deque<Script> m_scripts;
   std::map<CURLoption, CURLcode> m_optionResults;
-  std::set<curl_slist*> m_lists;
+  std::map<void*, std::shared_ptr<void>> m_handles;
+  std::map<curl_slist*, std::shared_ptr<curl_slist>> m_lists;
   int m_failAppend = 0;
   const void* m_mutex = nullptr;
   bool m_mutexFails = false;
