@@ -200,6 +200,9 @@ CURLcode curl_global_init(long flags) {
 void curl_global_cleanup() {
   const InDouble exempt;
   Recorder::Get().Add("curl_global_cleanup");
+  if (Recorder::Get().onGlobalCleanup) {
+    Recorder::Get().onGlobalCleanup();
+  }
 }
 
 CURL* curl_easy_init() {

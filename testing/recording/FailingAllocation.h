@@ -19,7 +19,12 @@ namespace lumtest {
 class FailingAllocation {
  public:
   explicit FailingAllocation(std::size_t nth) {
-    Arm(nth);
+    if (InDouble::IsActive()) {
+      s_left = nth;
+      FailNextNew(0);
+    } else {
+      Arm(nth);
+    }
     InDouble::SetHook(&Hook);
   }
   ~FailingAllocation() {

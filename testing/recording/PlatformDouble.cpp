@@ -243,7 +243,7 @@ int __wrap_setvbuf(FILE* file, char* buffer, int mode, std::size_t size) {
 
 void* __real_malloc(std::size_t size);
 void* __wrap_malloc(std::size_t size) {
-  const std::size_t fails = Recorder::Get().m_failMalloc;
+  const std::size_t fails = Recorder::m_failMalloc;
   return fails != 0 && fails == size ? nullptr : __real_malloc(size);
 }
 

@@ -40,6 +40,10 @@ InDouble::~InDouble() {
   }
 }
 
+bool InDouble::IsActive() {
+  return t_depth > 0;
+}
+
 void InDouble::SetHook(void (*hook)(bool entering)) {
   g_hook = hook;
 }
@@ -92,6 +96,7 @@ void Recorder::Reset() {
   validIpv4.clear();
   validIpv6.clear();
   onLog = nullptr;
+  onGlobalCleanup = nullptr;
 }
 
 std::vector<std::string> Recorder::Events() const {

@@ -76,6 +76,8 @@ class InDouble {
   InDouble(const InDouble&) = delete;
   InDouble& operator=(const InDouble&) = delete;
 
+  static bool IsActive();
+
   // Called with true when a thread goes from the product into a double, with false when it goes
   // back; null: nothing is. To be set while no other thread is in the product.
   static void SetHook(void (*hook)(bool entering));
@@ -142,6 +144,9 @@ class Recorder {
   // Called by each log statement, for a test that looks at what has been done by then.
   std::function<void(const LogLine&)> onLog;
 
+  // Called by curl_global_cleanup.
+  std::function<void()> onGlobalCleanup;
+
   // Records the locks of one mutex; with `fails`, locking it answers EINVAL.
   void WatchMutex(std::mutex* mutex, bool fails = false);
   // Called when a thread is about to lock the watched mutex.
@@ -164,7 +169,8 @@ class Recorder {
   bool m_failFopen = false;
   bool m_failFflush = false;
   bool m_failSeek = false;
-  std::size_t m_failMalloc = 0;
+  // Static: operator new may stand on the malloc that asks for it, the one for this object too.
+  inline static std::atomic<std::size_t> m_failMalloc{0};
   int m_memcpyResult = 0;
   std::atomic<int> m_liveFiles{0};
 

@@ -1,0 +1,81 @@
+// The helpers over libcurl's easy interface that the clients share.
+
+#include "CurlEasy.h"
+
+#include <gmock/gmock.h>
+
+#include "recording/FailingAllocation.h"
+#include "recording/RecordingTest.h"
+
+namespace lumtest {
+namespace {
+
+class CurlEasyTest : public RecordingTest {
+ protected:
+  CollectedResult result;
+  std::string bytes = "abcdefgh";
+};
+
+TEST_F(CurlEasyTest, WriteToStringAppendsSizeTimesCountBytes) {
+  result.body = "0";
+  EXPECT_EQ(WriteToString(&bytes[0], 2, 3, static_cast<HttpResult*>(&result)), 6u);
+  EXPECT_EQ(WriteToString(&bytes[6], 1, 2, static_cast<HttpResult*>(&result)), 2u);
+  EXPECT_EQ(result.body, "0abcdefgh");
+  EXPECT_EQ(result.code, -1);
+}
+
+TEST_F(CurlEasyTest, WriteToStringTakesZeroBytesOfAReplyToo) {
+  EXPECT_EQ(WriteToString(&bytes[0], 1, 0, static_cast<HttpResult*>(&result)), 0u);
+  bytes[1] = '\0';
+  EXPECT_EQ(WriteToString(&bytes[0], 1, 3, static_cast<HttpResult*>(&result)), 3u);
+  EXPECT_EQ(result.body, std::string("a\0c", 3));
+}
+
+TEST_F(CurlEasyTest, WriteToStringTakesNothingWithoutData) {
+  EXPECT_EQ(WriteToString(nullptr, 1, 8, static_cast<HttpResult*>(&result)), 0u);
+  EXPECT_EQ(result.body, "");
+}
+
+TEST_F(CurlEasyTest, WriteToStringTakesNothingWithoutAResult) {
+  EXPECT_EQ(WriteToString(&bytes[0], 1, 8, nullptr), 0u);
+}
+
+TEST_F(CurlEasyTest, WriteToStringCountsInThirtyTwoBits) {
+  const std::size_t count = (std::size_t{1} << 32) + 3;
+  EXPECT_EQ(WriteToString(&bytes[0], 1, count, static_cast<HttpResult*>(&result)), 3u);
+  EXPECT_EQ(result.body, "abc");
+}
+
+TEST_F(CurlEasyTest, WriteToStringKeepsAnExceptionForLater) {
+  const std::string chunk(100, 'x');
+  {
+    const FailingAllocation failing(1);
+    EXPECT_EQ(
+        WriteToString(const_cast<char*>(chunk.data()), 1, 100, static_cast<HttpResult*>(&result)),
+        0u);
+  }
+  ASSERT_TRUE(result.failure);
+  EXPECT_THROW(std::rethrow_exception(result.failure), std::bad_alloc);
+}
+
+TEST_F(CurlEasyTest, AppendLineThatFailsLeavesTheListAsItWas) {
+  HeaderList list;
+  AppendLine(list, "A: 1");
+  recorder.FailAppend(1);
+  EXPECT_THROW(AppendLine(list, "B: 2"), std::bad_alloc);
+  ASSERT_NE(list, nullptr);
+  EXPECT_STREQ(list->data, "A: 1");
+  EXPECT_EQ(list->next, nullptr);
+  AppendLine(list, "C: 3");
+  EXPECT_STREQ(list->next->data, "C: 3");
+  list.reset();
+  ExpectNothingKept();
+}
+
+TEST_F(CurlEasyTest, FailureTextIsPrefixReasonBlankAndStop) {
+  EXPECT_EQ(FailureText("GET failed for: ", "reason"), "GET failed for: reason .");
+  EXPECT_EQ(FailureText("GET failed for: ", ""), "GET failed for:  .");
+}
+
+}  // namespace
+}  // namespace lumtest
