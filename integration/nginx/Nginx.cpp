@@ -1,0 +1,173 @@
+// Starts and stops nginx for a test.
+
+#include "Nginx.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <vector>
+
+#include "wire/Ports.h"
+
+namespace lumtest {
+
+namespace {
+
+// Ports that were free a moment ago: nginx cannot be handed a socket, so a start may lose a race.
+constexpr int kStartAttempts = 5;
+
+constexpr char kServer[] = R"(
+    default_type application/json;
+    root @PREFIX@/root;
+    client_max_body_size 0;
+
+    location = /json { return 200 '{"server": "nginx", "uri": "$request_uri"}'; }
+    location = /html { default_type text/html; return 200 '<html><body>no JSON</body></html>'; }
+    location ~ ^/status/(?<code>400|401|403|404|409|418|500|502|503)$ { rewrite ^ /answer/$code; }
+    location = /answer/400 { return 400 '{"status": 400}'; }
+    location = /answer/401 { return 401 '{"status": 401}'; }
+    location = /answer/403 { return 403 '{"status": 403}'; }
+    location = /answer/404 { return 404 '{"status": 404}'; }
+    location = /answer/409 { return 409 '{"status": 409}'; }
+    location = /answer/418 { return 418 '{"status": 418}'; }
+    location = /answer/500 { return 500 '{"status": 500}'; }
+    location = /answer/502 { return 502 '{"status": 502}'; }
+    location = /answer/503 { return 503 '{"status": 503}'; }
+    location = /cut { return 444; }
+    location = /slow { limit_rate 64; default_type application/octet-stream; }
+    location /files/ { default_type application/octet-stream; }
+    # A proxied request has its body read, and kept in a file.
+    location ~ ^/(sink|token)$ {
+      client_body_in_file_only on;
+      proxy_pass http://127.0.0.1:@PORT@/answer-200;
+      proxy_request_buffering on;
+    }
+    location = /answer-200 { return 200 '{"token": "from nginx"}'; }
+    location /objects/ { dav_methods PUT; create_full_put_path on; }
+    location /configs/ { error_page 404 = /answer/404; }
+)";
+
+std::string Replace(std::string text, const std::string& what, const std::string& with) {
+  for (std::size_t at = text.find(what); at != std::string::npos;
+       at = text.find(what, at + with.size())) {
+    text.replace(at, what.size(), with);
+  }
+  return text;
+}
+
+std::uint16_t FreePort() {
+  return RefusedPort().Port();
+}
+
+}  // namespace
+
+Nginx::Nginx() : m_tls(MakeTlsMaterial(m_directory.MakeDir("tls"), PassPhrase())) {
+  m_directory.MakeDir("bodies");
+  m_directory.MakeDir("root");
+  m_directory.MakeDir("root/files");
+  m_directory.MakeDir("root/objects");
+  WriteFile(m_directory.Path("root/slow"), std::string(65536, 's'));
+  for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
+    m_port = FreePort();
+    m_tlsPort = FreePort();
+    m_openTlsPort = FreePort();
+    if (Start()) {
+      return;
+    }
+  }
+  throw std::runtime_error("nginx does not start:\n" + m_process->Err());
+}
+
+Nginx::~Nginx() = default;
+
+bool Nginx::Start() {
+  WriteFile(m_directory.Path("nginx.conf"), Configuration());
+  m_process.reset(new SpawnedProcess(
+      {"nginx", "-p", m_directory.Path(), "-c", m_directory.Path("nginx.conf"), "-e", "stderr"}));
+  return m_process->WaitForPort("127.0.0.1", m_port) && m_process->Running();
+}
+
+std::string Nginx::Configuration() const {
+  // The workers of a master that runs as root would become another user.
+  std::string text = geteuid() == 0 ? "user root root;" : "";
+  text += R"(
+daemon off;
+worker_processes 1;
+pid @PREFIX@/pid;
+error_log stderr warn;
+events {}
+http {
+  log_format fields escape=none '$request_method $request_uri '
+      '$http_content_type|$http_content_encoding|$http_x_auth_token|$http_authorization';
+  access_log @PREFIX@/access.log fields;
+  client_body_temp_path @PREFIX@/bodies;
+  proxy_temp_path @PREFIX@/proxy;
+  fastcgi_temp_path @PREFIX@/fastcgi;
+  uwsgi_temp_path @PREFIX@/uwsgi;
+  scgi_temp_path @PREFIX@/scgi;
+  server { listen 127.0.0.1:@PORT@; @SERVER@ }
+  server {
+    listen 127.0.0.1:@TLSPORT@ ssl;
+    ssl_certificate @CERT@;
+    ssl_certificate_key @KEY@;
+    ssl_client_certificate @CA@;
+    ssl_verify_client on;
+    @SERVER@
+  }
+  server {
+    listen 127.0.0.1:@OPENTLSPORT@ ssl;
+    ssl_certificate @CERT@;
+    ssl_certificate_key @KEY@;
+    @SERVER@
+  }
+}
+)";
+  text = Replace(text, "@SERVER@", kServer);
+  text = Replace(text, "@PREFIX@", m_directory.Path());
+  text = Replace(text, "@PORT@", std::to_string(m_port));
+  text = Replace(text, "@TLSPORT@", std::to_string(m_tlsPort));
+  text = Replace(text, "@OPENTLSPORT@", std::to_string(m_openTlsPort));
+  text = Replace(text, "@CERT@", m_tls.serverCertificate);
+  text = Replace(text, "@KEY@", m_tls.serverKey);
+  return Replace(text, "@CA@", m_tls.caCertificate);
+}
+
+std::string Nginx::Http(const std::string& path) const {
+  return "http://127.0.0.1:" + std::to_string(m_port) + path;
+}
+
+std::string Nginx::Https(const std::string& path) const {
+  return "https://127.0.0.1:" + std::to_string(m_tlsPort) + path;
+}
+
+std::string Nginx::OpenHttps(const std::string& path) const {
+  return "https://" + OpenHttpsHost() + path;
+}
+
+std::string Nginx::OpenHttpsHost() const {
+  return "127.0.0.1:" + std::to_string(m_openTlsPort);
+}
+
+std::string Nginx::AccessLog() const {
+  return ReadFile(m_directory.Path("access.log"));
+}
+
+std::string Nginx::LastBody() const {
+  std::vector<std::string> names;
+  DIR* directory = opendir(m_directory.Path("bodies").c_str());
+  while (const dirent* entry = readdir(directory)) {
+    if (entry->d_name[0] != '.') {
+      names.emplace_back(entry->d_name);
+    }
+  }
+  closedir(directory);
+  if (names.empty()) {
+    throw std::runtime_error("nginx kept no body");
+  }
+  // nginx numbers the files it keeps.
+  return ReadFile(m_directory.Path("bodies/" + *std::max_element(names.begin(), names.end())));
+}
+
+}  // namespace lumtest

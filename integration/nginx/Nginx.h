@@ -1,0 +1,61 @@
+// Debian's nginx, started for a test on free ports with a prefix of its own.
+
+#ifndef LUM_INTEGRATION_NGINX_H
+#define LUM_INTEGRATION_NGINX_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "support/Files.h"
+#include "support/Process.h"
+#include "tls/TlsMaterial.h"
+
+namespace lumtest {
+
+// One server over HTTP, and over HTTPS for clients with a certificate; one over HTTPS for anybody.
+//
+//   /json          200 and a JSON object         /status/NNN   that status and a JSON object
+//   /html          200 and an HTML page          /files/...    the files of Root()
+//   /cut           closes without an answer      /slow         some bytes a second, for minutes
+//   /sink, /token  take any body, answer 200 and a JSON object; the body is in LastBody()
+//   /objects/...   PUT stores the file, 201 for a new one and 204 for one replaced
+//   /configs/...   the files of Root()/configs, 404 with a JSON object for the others
+class Nginx {
+ public:
+  Nginx();
+  ~Nginx();
+  Nginx(const Nginx&) = delete;
+  Nginx& operator=(const Nginx&) = delete;
+
+  std::string Http(const std::string& path) const;
+  std::string Https(const std::string& path) const;      // wants a client certificate
+  std::string OpenHttps(const std::string& path) const;  // wants none
+  std::string OpenHttpsHost() const;                     // "127.0.0.1:port"
+
+  const TlsMaterial& Tls() const { return m_tls; }
+  // Of the encrypted client key.
+  static const char* PassPhrase() { return "an nginx test phrase"; }
+
+  std::string Root() const { return m_directory.Path("root"); }
+
+  // "method uri content-type|content-encoding|x-auth-token|authorization" of each request so far.
+  std::string AccessLog() const;
+  // The body of the last request to /sink or /token, byte for byte.
+  std::string LastBody() const;
+
+ private:
+  bool Start();
+  std::string Configuration() const;
+
+  TempDir m_directory;
+  TlsMaterial m_tls;
+  std::uint16_t m_port = 0;
+  std::uint16_t m_tlsPort = 0;
+  std::uint16_t m_openTlsPort = 0;
+  std::unique_ptr<SpawnedProcess> m_process;
+};
+
+}  // namespace lumtest
+
+#endif  // LUM_INTEGRATION_NGINX_H

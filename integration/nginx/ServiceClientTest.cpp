@@ -1,0 +1,134 @@
+// LumCurlOrvOps against nginx.
+
+#include <LumCurlHttp.h>
+#include <LumCurlOrvOps.h>
+#include <gmock/gmock.h>
+
+#include <list>
+#include <string>
+
+#include "Nginx.h"
+#include "log/LogCapture.h"
+#include "support/CaptureFd.h"
+
+namespace lumtest {
+namespace {
+
+class ServiceClientNginx : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    LumCurlHttp::CurlGlobalInit();
+    nginx = new Nginx;
+  }
+  static void TearDownTestSuite() {
+    delete nginx;
+    nginx = nullptr;
+  }
+
+  void SetUp() override { service.CurlGlobalInit(); }
+
+  void Identify() {
+    std::string phrase = Nginx::PassPhrase();
+    service.SetSslInfo(
+        nginx->Tls().caCertificate, nginx->Tls().clientCertificate, nginx->Tls().clientEncryptedKey,
+        reinterpret_cast<unsigned char*>(&phrase[0]), static_cast<int>(phrase.size()));
+  }
+
+  static LumJson::Value Document() {
+    LumJson::Value document;
+    EXPECT_TRUE(document.Parse("{\"accessId\": \"a1\", \"values\": [1, 2.5, \"\xc3\xbc\"]}"));
+    return document;
+  }
+
+  static Nginx* nginx;
+  LogCapture log;
+  LumCurlOrvOps service;
+  int status = 7;
+};
+
+Nginx* ServiceClientNginx::nginx = nullptr;
+
+TEST_F(ServiceClientNginx, PlainReportArrivesAsItsStyledText) {
+  EXPECT_EQ(0, service.ReportData(nginx->Http("/sink"), Document(), "t0", ""));
+  EXPECT_EQ(Document().ToStyledString(), nginx->LastBody());
+  EXPECT_THAT(nginx->AccessLog(), testing::HasSubstr("POST /sink application/json||t0|"));
+}
+
+TEST_F(ServiceClientNginx, GzipReportIsUnpackedByGnuGzip) {
+  EXPECT_EQ(0, service.ReportDataWithGzip(nginx->Http("/sink"), Document(), "t1"));
+  ProcessOptions options;
+  options.input = nginx->LastBody();
+  const ProcessResult unpacked = RunCommand({"gzip", "-dc"}, options);
+  EXPECT_TRUE(unpacked.Succeeded()) << unpacked.Describe();
+  EXPECT_EQ(Document().ToStyledString(), unpacked.out);
+  EXPECT_THAT(nginx->AccessLog(), testing::HasSubstr("POST /sink application/json|gzip|t1|"));
+}
+
+TEST_F(ServiceClientNginx, FailedReportsLeaveTheirBody) {
+  for (const int code : {400, 401, 403, 404, 409, 418, 500, 502, 503}) {
+    const std::string url = nginx->Http("/status/" + std::to_string(code));
+    const std::string body = "{\"status\": " + std::to_string(code) + "}";
+    EXPECT_EQ(-10000, service.ReportData(url, Document(), "t", ""));
+    EXPECT_EQ(body, service.GetLastErrorBody());
+    service.UpdateLastError("");
+    EXPECT_EQ(-10000, service.ReportDataWithGzip(url, Document(), "t", "a"));
+    EXPECT_EQ(body, service.GetLastErrorBody());
+  }
+}
+
+TEST_F(ServiceClientNginx, SlowAndCutAnswersAreFailedTransfers) {
+  EXPECT_EQ(-10000, service.ReportData(nginx->Http("/slow"), Document(), "t", 1, ""));
+  EXPECT_TRUE(log.HasPart(LumLogger::kError, "resOps: 28,"));  // CURLE_OPERATION_TIMEDOUT
+  log.Clear();
+  service.Get(nginx->Http("/cut"), {}, status);
+  EXPECT_EQ(0, status);
+  EXPECT_TRUE(log.HasPart(LumLogger::kError, "resOps: 52,"));  // CURLE_GOT_NOTHING
+}
+
+TEST_F(ServiceClientNginx, TokensComeOverTlsWithAClientCertificate) {
+  Identify();
+  // The pass phrase serves every request here.
+  EXPECT_EQ("from nginx", service.GetToken(nginx->Https("/token"), Document())["token"].AsString());
+  EXPECT_EQ("from nginx",
+            service.RefreshToken(nginx->Https("/token"), Document(), "t2")["token"].AsString());
+  EXPECT_EQ(Document().ToStyledString(), nginx->LastBody());
+  EXPECT_THAT(nginx->AccessLog(), testing::HasSubstr("PUT /token application/json||t2|"));
+}
+
+TEST_F(ServiceClientNginx, UploadsArriveOverHttpAndTls) {
+  TempDir directory;
+  const std::string content(300000, 'v');
+  const std::string file = directory.Write("video.mp4", content);
+  CaptureStdout out;
+  EXPECT_EQ(0, service.UploadVideoFile(nginx->Http("/sink"), file, 20));
+  EXPECT_EQ(content, nginx->LastBody());
+  EXPECT_THAT(nginx->AccessLog(), testing::HasSubstr("PUT /sink video/mp4|"));
+  Identify();
+  EXPECT_EQ(0, service.UploadLog(nginx->Https("/sink"), file, 20));
+  EXPECT_EQ(content, nginx->LastBody());
+  EXPECT_EQ("{\"token\": \"from nginx\"}{\"token\": \"from nginx\"}", out.Stop());
+}
+
+TEST_F(ServiceClientNginx, OnlyStatus200IsAnUploadThatWorked) {
+  TempDir directory;
+  const std::string file = directory.Write("a.log", "a line\n");
+  // nginx stores the file and answers 201, then 204.
+  EXPECT_EQ(-10000, service.UploadLog(nginx->Http("/objects/a.log"), file, 20));
+  EXPECT_EQ("a line\n", ReadFile(nginx->Root() + "/objects/a.log"));
+  EXPECT_EQ(-10000, service.UploadLog(nginx->Http("/objects/a.log"), file, 20));
+}
+
+TEST_F(ServiceClientNginx, RefusedUploadKeepsADirectorysArchiveAlone) {
+  TempDir directory;
+  directory.MakeDir("logs");
+  const std::string file = directory.Write("logs/a.log", "a line\n");
+  CaptureStdout out;
+  EXPECT_EQ(-10000, service.UploadLogDirPathForCompress(nginx->Http("/status/403"),
+                                                        directory.Path("logs")));
+  EXPECT_TRUE(Exists(directory.Path("logs.tar.gz")));
+  EXPECT_EQ(0, service.UploadLogFileForCompress(nginx->Http("/status/403"), file));
+  EXPECT_FALSE(Exists(file + ".tar.gz"));
+}
+
+}  // namespace
+}  // namespace lumtest
