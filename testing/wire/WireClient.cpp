@@ -10,38 +10,15 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
-#include <ctime>
 #include <stdexcept>
 #include <utility>
 
+#include "support/Signals.h"
 #include "wire/Socket.h"
 
 namespace lumtest {
 
 namespace {
-
-// OpenSSL writes with write(2), whose SIGPIPE must not end the test.
-class PipeSignalBlocked {
- public:
-  PipeSignalBlocked() {
-    sigemptyset(&m_pipe);
-    sigaddset(&m_pipe, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &m_pipe, &m_before);
-  }
-  ~PipeSignalBlocked() {
-    const timespec atOnce = {0, 0};
-    while (sigtimedwait(&m_pipe, nullptr, &atOnce) > 0) {
-    }
-    pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
-  }
-  PipeSignalBlocked(const PipeSignalBlocked&) = delete;
-  PipeSignalBlocked& operator=(const PipeSignalBlocked&) = delete;
-
- private:
-  sigset_t m_pipe;
-  sigset_t m_before;
-};
 
 std::string TlsReason() {
   const char* reason = ERR_reason_error_string(ERR_peek_error());

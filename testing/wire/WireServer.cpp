@@ -10,10 +10,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <stdexcept>
 #include <utility>
 
+#include "support/Signals.h"
 #include "wire/Socket.h"
 #include "wire/WireServerState.h"
 #include "wire/WireSession.h"
@@ -21,23 +21,6 @@
 namespace lumtest {
 
 namespace {
-
-// Threads of the server get no signals: the program's own handlers run on its own threads, and a
-// client that is gone shows as EPIPE.
-class SignalsBlocked {
- public:
-  SignalsBlocked() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &m_before);
-  }
-  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
-  SignalsBlocked(const SignalsBlocked&) = delete;
-  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
- private:
-  sigset_t m_before;
-};
 
 void RequireTls(bool good, const std::string& what) {
   if (!good) {
@@ -232,7 +215,9 @@ void WireServerState::Finished(std::size_t connection) {
 
 WireServer::WireServer(WireOptions options)
     : m_state(std::make_unique<WireServerState>(std::move(options))) {
-  const SignalsBlocked blocked;
+  // Threads of the server get no signals: the program's own handlers run on its own threads, and a
+  // client that is gone shows as EPIPE.
+  const AllSignalsBlocked blocked;
   WireServerState* const state = m_state.get();
   m_state->acceptor = std::thread([state] { state->Accept(); });
 }

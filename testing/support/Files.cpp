@@ -1,0 +1,123 @@
+// Temporary directories and whole files, over std::filesystem.
+
+#include "support/Files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+
+namespace lumtest {
+
+namespace {
+
+[[noreturn]] void Fail(const std::string& what, const std::string& path) {
+  throw std::runtime_error("cannot " + what + " " + path + ": " + std::strerror(errno));
+}
+
+void Write(const std::string& path, const std::string& content, const char* mode) {
+  std::FILE* const file = std::fopen(path.c_str(), mode);
+  if (file == nullptr) {
+    Fail("open", path);
+  }
+  const bool written = std::fwrite(content.data(), 1, content.size(), file) == content.size();
+  if ((std::fclose(file) != 0) || !written) {
+    Fail("write", path);
+  }
+}
+
+struct stat Status(const std::string& path) {
+  struct stat status;
+  if (stat(path.c_str(), &status) != 0) {
+    Fail("look at", path);
+  }
+  return status;
+}
+
+}  // namespace
+
+TempDir::TempDir() : m_path(std::filesystem::temp_directory_path().string() + "/lumtest-XXXXXX") {
+  if (mkdtemp(m_path.data()) == nullptr) {
+    Fail("make", m_path);
+  }
+}
+
+TempDir::~TempDir() {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  // A test may have locked a directory against its own user.
+  for (fs::recursive_directory_iterator i(m_path, error), end; !error && i != end;
+       i.increment(error)) {
+    std::error_code ignored;
+    if (i->symlink_status(ignored).type() == fs::file_type::directory) {
+      fs::permissions(i->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
+    }
+  }
+  fs::remove_all(m_path, error);
+  if (error) {
+    std::cerr << "cannot remove " << m_path << ": " << error.message() << '\n';
+  }
+}
+
+std::string TempDir::Write(const std::string& name, const std::string& content) const {
+  WriteFile(Path(name), content);
+  return Path(name);
+}
+
+std::string TempDir::MakeDir(const std::string& name) const {
+  if (mkdir(Path(name).c_str(), S_IRWXU) != 0) {
+    Fail("make", Path(name));
+  }
+  return Path(name);
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream content;
+  if (file) {
+    content << file.rdbuf();
+  }
+  // An empty file leaves failbit on the destination, never badbit on the source.
+  if (!file.is_open() || file.bad() || std::filesystem::is_directory(path)) {
+    Fail("read", path);
+  }
+  return content.str();
+}
+
+void WriteFile(const std::string& path, const std::string& content) {
+  Write(path, content, "wbe");
+}
+
+void AppendFile(const std::string& path, const std::string& content) {
+  Write(path, content, "abe");
+}
+
+void MakeSparseFile(const std::string& path, std::uint64_t size) {
+  WriteFile(path, "");
+  if (truncate(path.c_str(), static_cast<off_t>(size)) != 0) {
+    Fail("lengthen", path);
+  }
+}
+
+bool Exists(const std::string& path) {
+  struct stat status;
+  return lstat(path.c_str(), &status) == 0;
+}
+
+std::uint64_t FileSize(const std::string& path) {
+  return static_cast<std::uint64_t>(Status(path).st_size);
+}
+
+unsigned FileMode(const std::string& path) {
+  return Status(path).st_mode & 07777u;
+}
+
+}  // namespace lumtest

@@ -1,0 +1,79 @@
+// Temporary directories and file helpers.
+
+#include "support/Files.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <stdexcept>
+
+namespace lumtest {
+namespace {
+
+TEST(TempDir, GoesWithAllThatIsInIt) {
+  std::string path;
+  {
+    const TempDir directory;
+    const TempDir other;
+    path = directory.Path();
+    EXPECT_NE(path, other.Path());
+    EXPECT_EQ(FileMode(path), 0700u);
+    EXPECT_EQ(directory.Path("a"), path + "/a");
+    directory.MakeDir("locked");
+    directory.Write("locked/file", "content");
+    ASSERT_EQ(symlink("/", directory.Path("link").c_str()), 0);
+    ASSERT_EQ(chmod(directory.Path("locked").c_str(), 0), 0);
+  }
+  EXPECT_FALSE(Exists(path));
+  EXPECT_TRUE(Exists("/"));
+}
+
+TEST(Files, WriteReadAppend) {
+  const TempDir directory;
+  const std::string bytes("a\0b\r\n", 5);
+  const std::string path = directory.Write("file", bytes);
+  EXPECT_EQ(ReadFile(path), bytes);
+  AppendFile(path, "more");
+  EXPECT_EQ(ReadFile(path), bytes + "more");
+  WriteFile(path, "");
+  EXPECT_EQ(ReadFile(path), "");
+  EXPECT_TRUE(Exists(path));
+  EXPECT_FALSE(Exists(directory.Path("none")));
+}
+
+TEST(Files, SparseFilesTakeNoRoom) {
+  const TempDir directory;
+  const std::string path = directory.Path("sparse");
+  MakeSparseFile(path, 5ull << 30);
+  EXPECT_EQ(FileSize(path), 5ull << 30);
+  struct stat status;
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_LT(status.st_blocks * 512, 1 << 20);
+}
+
+TEST(Files, ErrorsNameTheFile) {
+  const TempDir directory;
+  const std::string none = directory.Path("none/file");
+  const auto message = [](auto call) -> std::string {
+    try {
+      call();
+    } catch (const std::runtime_error& error) {
+      return error.what();
+    }
+    return "no error";
+  };
+  for (const std::string& text :
+       {message([&] { ReadFile(none); }), message([&] { WriteFile(none, ""); }),
+        message([&] { AppendFile(none, ""); }), message([&] { MakeSparseFile(none, 1); }),
+        message([&] { FileSize(none); }), message([&] { FileMode(none); })}) {
+    EXPECT_NE(text.find(none), std::string::npos) << text;
+  }
+  EXPECT_THROW(ReadFile(directory.Path()), std::runtime_error);
+  EXPECT_THROW(WriteFile("/dev/full", "x"), std::runtime_error);
+  directory.MakeDir("twice");
+  EXPECT_THROW(directory.MakeDir("twice"), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace lumtest
