@@ -1,0 +1,181 @@
+// Compression: one-shot in memory, and archives.
+
+#include <isa-l/igzip_lib.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <unordered_set>
+#include <vector>
+
+#include "LumFileSys.h"
+#include "PendingFile.h"
+#include "Posix.h"
+#include "TarWriter.h"
+#include "TreePacker.h"
+
+namespace {
+
+constexpr char kExtension[] = ".tar.gz";
+
+// A null argument is refused like an empty one.
+std::string Text(const char* argument) {
+  return argument != nullptr ? argument : "";
+}
+
+// The name that a path's file has in an archive. "." and ".." have none of their own: the directory
+// that they mean is asked for its name.
+std::string BaseName(const std::string& path) {
+  const std::size_t last = path.find_last_not_of('/');
+  if (last == std::string::npos) {
+    return ".";  // the root
+  }
+  const std::size_t slash = path.rfind('/', last);
+  const std::size_t first = slash == std::string::npos ? 0 : slash + 1;
+  std::string name = path.substr(first, last - first + 1);
+  if (name == "." || name == "..") {
+    const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr),
+                                                           &std::free);
+    if (real == nullptr) {
+      Fail(errno);
+    }
+    return BaseName(real.get());
+  }
+  return name;
+}
+
+// What a path of the caller's leads to.
+struct Source {
+  Descriptor file;
+  struct stat status;
+  std::string name;  // in the archive
+};
+
+Source OpenSource(const std::string& path) {
+  // O_NONBLOCK keeps a pipe without a writer from holding the caller up.
+  Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  const struct stat status = StatusOf(file);
+  if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+    Fail(EINVAL);
+  }
+  return {std::move(file), status, BaseName(path)};
+}
+
+// An archive in the making: gone with this object unless it is finished.
+class Archive {
+ public:
+  explicit Archive(const std::string& base) : m_file(base + kExtension), m_tar(m_file.Fd()) {}
+
+  void Add(Source source) {
+    if (S_ISDIR(source.status.st_mode)) {
+      TreePacker(m_tar, m_file).Pack(std::move(source.file), source.name);
+    } else {
+      m_tar.AddFile(source.name, source.file, source.status);
+    }
+  }
+
+  void Finish() {
+    m_tar.Finish();
+    m_file.Commit();
+  }
+
+ private:
+  PendingFile m_file;
+  TarWriter m_tar;
+};
+
+void PackOne(const std::string& path, bool isDirectory) {
+  Source source = OpenSource(path);
+  if (S_ISDIR(source.status.st_mode) != isDirectory) {
+    Fail(isDirectory ? ENOTDIR : EISDIR);
+  }
+  Archive archive(path);
+  archive.Add(std::move(source));
+  archive.Finish();
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  for (std::size_t start = 0; start < text.size();) {
+    const std::size_t end = std::min(text.find('\n', start), text.size());
+    if (end > start) {
+      lines.push_back(text.substr(start, end - start));
+    }
+    start = end + 1;
+  }
+  return lines;
+}
+
+void PackGroup(const std::vector<std::string>& paths, const std::string& base) {
+  if (paths.empty() || base.empty()) {
+    Fail(EINVAL);
+  }
+  std::unordered_set<std::string> names;
+  for (const std::string& path : paths) {
+    if (!names.insert(BaseName(path)).second) {
+      Fail(EEXIST);
+    }
+  }
+  Archive archive(base);
+  for (const std::string& path : paths) {
+    archive.Add(OpenSource(path));
+  }
+  archive.Finish();
+}
+
+// Runs `pack` and turns what it throws into the result of a public operation.
+template <typename Pack>
+int ResultOf(Pack pack) {
+  try {
+    pack();
+    return 0;
+  } catch (const Failure& failure) {
+    errno = failure.error;
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+  }
+  return -1;
+}
+
+}  // namespace
+
+int LumCompressAndDeCompress::GzipCompress(const char* source, int sourceLength, char* destination,
+                                           int destinationLength) {
+  if (source == nullptr || destination == nullptr || sourceLength < 0 || destinationLength < 0) {
+    return -1;
+  }
+  // Kept per thread, and never zeroed: that would cost more than compressing a small document.
+  static thread_local std::unique_ptr<isal_zstream> t_stream;
+  if (t_stream == nullptr) {
+    t_stream.reset(new (std::nothrow) isal_zstream);
+    if (t_stream == nullptr) {
+      return -1;
+    }
+  }
+  isal_zstream& stream = *t_stream;
+  isal_deflate_stateless_init(&stream);
+  stream.level = 1;  // its tables find room in the stream itself
+  stream.gzip_flag = IGZIP_GZIP;
+  stream.end_of_stream = 1;
+  stream.next_in = reinterpret_cast<std::uint8_t*>(const_cast<char*>(source));
+  stream.avail_in = static_cast<std::uint32_t>(sourceLength);
+  stream.next_out = reinterpret_cast<std::uint8_t*>(destination);
+  stream.avail_out = static_cast<std::uint32_t>(destinationLength);
+  if (isal_deflate_stateless(&stream) != COMP_OK) {
+    return -1;
+  }
+  return static_cast<int>(stream.total_out);
+}
+
+int LumCompressAndDeCompress::CompressFile(const char* filePath) {
+  return ResultOf([&] { PackOne(Text(filePath), false); });
+}
+
+int LumCompressAndDeCompress::CompressFilePath(const char* dirPath) {
+  return ResultOf([&] { PackOne(Text(dirPath), true); });
+}
+
+int LumCompressAndDeCompress::CompressFileGroup(const char* fileGroup, const char* archiveBase) {
+  return ResultOf([&] { PackGroup(Lines(Text(fileGroup)), Text(archiveBase)); });
+}

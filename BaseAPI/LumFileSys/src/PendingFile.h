@@ -1,0 +1,36 @@
+// A file that appears under its name only when it is complete.
+
+#ifndef LUM_FILE_SYS_PENDING_FILE_H
+#define LUM_FILE_SYS_PENDING_FILE_H
+
+#include <string>
+
+#include "Posix.h"
+
+// Thread safety: one thread at a time. Failures are thrown.
+class PendingFile {
+ public:
+  // Creates an empty file beside `path`, in the same directory and under a name of its own.
+  explicit PendingFile(const std::string& path);
+  // Removes what was not committed.
+  ~PendingFile();
+  PendingFile(const PendingFile&) = delete;
+  PendingFile& operator=(const PendingFile&) = delete;
+
+  int Fd() const { return m_file.Get(); }
+
+  // Gives the file its final name, in place of what has that name now.
+  void Commit();
+
+  // Whether `name` in the directory with this status is this file, under either of its names.
+  bool IsAt(const struct stat& directory, const char* name) const;
+
+ private:
+  Descriptor m_directory;
+  struct stat m_directoryStatus;
+  std::string m_name;
+  std::string m_temporaryName;
+  Descriptor m_file;
+};
+
+#endif  // LUM_FILE_SYS_PENDING_FILE_H
