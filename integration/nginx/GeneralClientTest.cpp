@@ -45,7 +45,7 @@ TEST_F(GeneralClientNginx, GetsJson) {
   const LumJson::Value reply = http.Get(nginx->Http("/json"), "", false, status);
   EXPECT_EQ(200, status);
   EXPECT_EQ("nginx", reply["server"].AsString());
-  EXPECT_THAT(nginx->AccessLog(), testing::HasSubstr("GET /json application/json|"));
+  EXPECT_TRUE(nginx->Logged("GET /json application/json|"));
 }
 
 TEST_F(GeneralClientNginx, HandsErrorStatusesAndTheirJsonBack) {

@@ -39,12 +39,10 @@ constexpr char kServer[] = R"(
     location = /slow { limit_rate 64; default_type application/octet-stream; }
     location /files/ { default_type application/octet-stream; }
     # A proxied request has its body read, and kept in a file.
-    location ~ ^/(sink|token)$ {
-      client_body_in_file_only on;
-      proxy_pass http://127.0.0.1:@PORT@/answer-200;
-      proxy_request_buffering on;
-    }
-    location = /answer-200 { return 200 '{"token": "from nginx"}'; }
+    client_body_in_file_only on;
+    location = /sink { proxy_pass http://127.0.0.1:@PORT@/answer-200; }
+    location = /token { proxy_pass http://127.0.0.1:@PORT@/answer-200; }
+    location = /answer-200 { client_body_in_file_only off; return 200 '{"token": "from nginx"}'; }
     location /objects/ { dav_methods PUT; create_full_put_path on; }
     location /configs/ { error_page 404 = /answer/404; }
 )";
@@ -101,7 +99,7 @@ events {}
 http {
   log_format fields escape=none '$request_method $request_uri '
       '$http_content_type|$http_content_encoding|$http_x_auth_token|$http_authorization';
-  access_log @PREFIX@/access.log fields;
+  access_log /dev/stdout fields;
   client_body_temp_path @PREFIX@/bodies;
   proxy_temp_path @PREFIX@/proxy;
   fastcgi_temp_path @PREFIX@/fastcgi;

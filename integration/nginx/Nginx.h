@@ -39,8 +39,9 @@ class Nginx {
 
   std::string Root() const { return m_directory.Path("root"); }
 
-  // "method uri content-type|content-encoding|x-auth-token|authorization" of each request so far.
-  std::string AccessLog() const;
+  // Waits until the access log has a line with this text, letters, blanks, "/" and "|" in it. A
+  // line is "method uri content-type|content-encoding|x-auth-token|authorization".
+  bool Logged(const std::string& request);
   // The body of the last request to /sink or /token, byte for byte.
   std::string LastBody() const;
 
