@@ -5,13 +5,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -20,12 +14,15 @@
 #include <string>
 #include <vector>
 
+#include "support/NetNamespace.h"
+#include "support/Process.h"
+
 bool Cxx11IsAddress(const std::string& text);
 
 namespace {
 
+using lumtest::RunCommand;
 using ::testing::Contains;
-using ::testing::ElementsAre;
 
 // ---- Texts ----
 
@@ -102,20 +99,6 @@ TEST(LumNetText, CallerInCxx11Links) {
 
 // ---- The machine's own interfaces ----
 
-std::string Output(const std::string& command) {
-  std::string text;
-  FILE* const pipe = popen(command.c_str(), "r");
-  if (pipe != nullptr) {
-    char block[4096];
-    std::size_t got = 0;
-    while ((got = fread(block, 1, sizeof block, pipe)) > 0) {
-      text.append(block, got);
-    }
-    pclose(pipe);
-  }
-  return text;
-}
-
 // The interfaces that have a MAC of their own, by that MAC, as /sys lists them.
 std::map<std::string, std::vector<std::string>> MachinesInterfaces() {
   std::map<std::string, std::vector<std::string>> byMac;
@@ -137,7 +120,7 @@ TEST(LumNetMachine, EveryMacLeadsToAnInterfaceThatHasIt) {
     std::string ipv4 = "stale";
     std::string ipv6 = "stale";
     const int result = LumNet::GetLocalIpAddress(mac, ipv4, ipv6);
-    const std::string shown = Output("ip -o addr show dev " + name);
+    const std::string shown = RunCommand({"ip", "-o", "addr", "show", "dev", name}).out;
     EXPECT_EQ(result, shown.find(" inet") == std::string::npos ? -1 : 0) << shown;
     EXPECT_EQ(ipv4.empty(), shown.find(" inet ") == std::string::npos) << shown;
     EXPECT_EQ(ipv6.empty(), shown.find(" inet6 ") == std::string::npos) << shown;
@@ -165,24 +148,6 @@ TEST(LumNetMachine, ForeignMacNamesNothing) {
 
 // ---- A network namespace of the test's own ----
 
-bool WriteFile(const char* path, const std::string& text) {
-  std::ofstream file(path);
-  file << text << std::flush;
-  return file.good();
-}
-
-// Moves this process into a network of its own: as root at once, else as root of a user namespace.
-bool EnterOwnNetwork() {
-  const std::string user = std::to_string(getuid());
-  const std::string group = std::to_string(getgid());
-  if (unshare(CLONE_NEWNET) == 0) {
-    return true;
-  }
-  return unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0 && WriteFile("/proc/self/setgroups", "deny") &&
-         WriteFile("/proc/self/uid_map", "0 " + user + " 1") &&
-         WriteFile("/proc/self/gid_map", "0 " + group + " 1");
-}
-
 // "name ipv4 ipv6" of the interface that has `mac`, each "-" when empty.
 std::string Describe(const std::string& mac) {
   std::string ipv4;
@@ -197,86 +162,42 @@ std::string Describe(const std::string& mac) {
   return text.str();
 }
 
-constexpr char kNoNamespace[] = "no namespace";
-
-// Runs the commands of `script` in a network of its own and describes `macs` there, one a line.
-// The first line says how far that went: kNoNamespace, "script failed" or "ok".
-std::vector<std::string> InOwnNetwork(const std::string& script,
-                                      const std::vector<std::string>& macs) {
-  int ends[2];
-  if (pipe(ends) != 0) {
-    return {"no pipe"};
-  }
-  const pid_t child = fork();
-  if (child == 0) {
-    close(ends[0]);
-    std::ostringstream report;
-    if (!EnterOwnNetwork()) {
-      report << kNoNamespace << '\n';
-    } else if (system(("set -e; exec 2>&1 >/dev/null; " + script).c_str()) != 0) {
-      report << "script failed\n";
-    } else {
-      report << "ok\n";
-      for (const std::string& mac : macs) {
-        report << Describe(mac) << '\n';
-      }
-    }
-    const std::string text = report.str();
-    const ssize_t written = write(ends[1], text.data(), text.size());
-    _exit(written == static_cast<ssize_t>(text.size()) ? 0 : 1);
-  }
-  close(ends[1]);
-  std::string text;
-  char block[4096];
-  ssize_t got = 0;
-  while ((got = read(ends[0], block, sizeof block)) > 0) {
-    text.append(block, static_cast<std::size_t>(got));
-  }
-  close(ends[0]);
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
-
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) {
-    lines.push_back(line);
-  }
-  return lines;
-}
+// Two veth pairs; one end is on a bridge that has taken its MAC, as bridges do.
+const char* const kNetwork =
+    "set -e;"
+    "ip link add va address 02:00:00:00:0a:01 type veth peer name vb address 02:00:00:00:0b:01;"
+    "ip link set va addrgenmode none; ip link set vb addrgenmode none;"
+    "ip link set va up; ip link set vb up;"
+    "ip addr add 10.1.0.1/24 dev va label va:first; ip addr add 10.1.1.1/24 dev va;"
+    "ip addr add fe80::a/64 dev va nodad; ip addr add fd00::a/64 dev va nodad;"
+    "ip addr add fe80::b/64 dev vb nodad;"
+    "ip link add vc address 02:00:00:00:0c:01 type veth peer name vd address 02:00:00:00:0d:01;"
+    "ip link set vc addrgenmode none; ip link set vc up;"
+    "ip link add br0 address 02:00:00:00:0c:01 type bridge; ip link set vc master br0;"
+    "ip link set br0 addrgenmode none; ip link set br0 up; ip addr add 10.2.0.1/24 dev br0;";
 
 TEST(LumNetNamespace, InterfacesOfAKnownNetwork) {
-  const std::vector<std::string> report = InOwnNetwork(
-      "ip link add va address 02:00:00:00:0a:01 type veth peer name vb address 02:00:00:00:0b:01;"
-      "ip link set va addrgenmode none; ip link set vb addrgenmode none;"
-      "ip link set lo up; ip link set va up; ip link set vb up;"
-      "ip addr add 10.1.0.1/24 dev va label va:first; ip addr add 10.1.1.1/24 dev va;"
-      "ip addr add fe80::a/64 dev va nodad; ip addr add fd00::a/64 dev va nodad;"
-      "ip addr add fe80::b/64 dev vb nodad;"
-      // A bridge that takes its port's address, as bridges do; only the bridge is configured.
-      "ip link add vc address 02:00:00:00:0c:01 type veth peer name vd address 02:00:00:00:0d:01;"
-      "ip link set vc addrgenmode none; ip link set vc up;"
-      "ip link add br0 address 02:00:00:00:0c:01 type bridge; ip link set vc master br0;"
-      "ip link set br0 addrgenmode none; ip link set br0 up; ip addr add 10.2.0.1/24 dev br0;",
-      {"02:00:00:00:0a:01", "02-00-00-00-0B-01", "02:00:00:00:0c:01", "02:00:00:00:0d:01",
-       "00:00:00:00:00:00", "02:00:00:00:0e:01"});
-  ASSERT_FALSE(report.empty());
-  if (report[0] == kNoNamespace) {
-    std::cout << "[   NOTE   ] network namespaces are not allowed here: the machine's own network "
-                 "was asked for the same addresses and must not know them\n";
-    for (const char* mac : {"02:00:00:00:0a:01", "02:00:00:00:0b:01", "02:00:00:00:0c:01"}) {
-      ASSERT_EQ(MachinesInterfaces().count(mac), 0U);
-      EXPECT_EQ(Describe(mac), "- - - -1");
-    }
+  const lumtest::NetNamespaceResult result = lumtest::RunInNetNamespace([] {
+    const lumtest::ProcessResult setUp = RunCommand({"sh", "-c", kNetwork});
+    EXPECT_TRUE(setUp.Succeeded()) << setUp.Describe();
+    EXPECT_EQ(Describe("02:00:00:00:0a:01"), "va 10.1.0.1 fd00::a 0");  // a label, a link-local
+    EXPECT_EQ(Describe("02-00-00-00-0B-01"), "vb - fe80::b 0");         // link-local alone
+    EXPECT_EQ(Describe("02:00:00:00:0c:01"), "br0 10.2.0.1 - 0");       // shared with its port
+    EXPECT_EQ(Describe("02:00:00:00:0d:01"), "vd - - -1");              // down, no address
+    EXPECT_EQ(Describe("00:00:00:00:00:00"), "- - - -1");               // the loopback's zeros
+    EXPECT_EQ(Describe("02:00:00:00:0e:01"), "- - - -1");               // nobody's
+    return ::testing::Test::HasFailure() ? 1 : 0;
+  });
+  if (result.allowed) {
+    EXPECT_TRUE(result.Succeeded()) << result.Describe();
     return;
   }
-  EXPECT_THAT(report, ElementsAre("ok",                     //
-                                  "va 10.1.0.1 fd00::a 0",  // a label and a link-local
-                                  "vb - fe80::b 0",         // link-local alone
-                                  "br0 10.2.0.1 - 0",       // shared with its port
-                                  "vd - - -1",              // down, no address
-                                  "- - - -1",               // the loopback's zeros
-                                  "- - - -1"));             // nobody's
+  std::cout << "[   NOTE   ] no network namespaces here (" << result.reason
+            << "): the machine's own network is asked for the same addresses, unknown to it\n";
+  for (const char* mac : {"02:00:00:00:0a:01", "02:00:00:00:0b:01", "02:00:00:00:0c:01"}) {
+    ASSERT_EQ(MachinesInterfaces().count(mac), 0U);
+    EXPECT_EQ(Describe(mac), "- - - -1");
+  }
 }
 
 }  // namespace
