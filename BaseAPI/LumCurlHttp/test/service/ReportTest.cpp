@@ -1,0 +1,561 @@
+// Data reports, plain and gzip-compressed: what they send, what they log, what becomes the last
+// error, and what they return.
+
+#include <climits>
+#include <functional>
+#include <ostream>
+#include <set>
+
+#include "Fixture.h"
+#include "FreedBuffer.h"
+
+namespace lumtest {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+const std::string kUrl = "https://backend.example/report";
+const Lines kPlainLines = {"Content-Type: application/json", "X-Auth-Token: t"};
+
+Lines GzipLines(const std::string& token, const std::string& accessId) {
+  return {"Content-Type: application/json", "X-Auth-Token: " + token,
+          "X-ORV-ACCESS-ID: " + accessId, "Content-Encoding: gzip"};
+}
+
+LumJson::Value Document(const std::string& text = R"({"b": 1, "a": ["x"], "accessId": "id7"})") {
+  LumJson::Value document;
+  EXPECT_TRUE(document.Parse(text));
+  return document;
+}
+
+std::string WithTopic(LumJson::Value document, const std::string& topic) {
+  document.AddJsonValue("topic_name", topic);
+  return document.ToStyledString();
+}
+
+class ReportTest : public ServiceTest {
+ protected:
+  ReportTest() {
+    // Keeps what was to be compressed; "packed" is what it comes to.
+    recorder.gzip = [this](const std::string& text, char* destination, int capacity) {
+      compressed = text;
+      WatchFree(destination);
+      EXPECT_GE(capacity, 6);
+      return static_cast<int>(std::string("packed").copy(destination, 6));
+    };
+  }
+
+  // The events of a gzip report of `text` whose transfer comes off.
+  static Events GzipEvents(const std::string& text, const Lines& lines) {
+    return GzipStart(text) + PostEvents(kUrl, 6, lines, "4") + Events{"free the buffer"};
+  }
+
+  static Events GzipStart(const std::string& text) {
+    const std::string capacity = std::to_string(2 * text.size());
+    return {"memset_s " + capacity + " 0 " + capacity,
+            "GzipCompress " + std::to_string(text.size()) + " into " + capacity + " zero bytes"};
+  }
+
+  static std::string GzipSuccess(const std::string& text) {
+    return "log 3 ReportDataWithGzip: Post to url=" + kUrl +
+           " success, src Length=" + std::to_string(text.size()) + ", gzip length=6";
+  }
+
+  std::string SentBody() const { return recorder.Transfers().at(0).body; }
+
+  std::string compressed;
+};
+
+// --- Plain reports ---
+
+TEST_F(ReportTest, PlainReportSendsTheStyledDocumentWithinFiveSeconds) {
+  const std::string body = Document().ToStyledString();
+
+  EXPECT_EQ(client.ReportData(kUrl, Document(), "t", ""), 0);
+
+  EXPECT_EQ(recorder.Events(), PostEvents(kUrl, body.size(), kPlainLines, "5"));
+  EXPECT_EQ(SentBody(), body);
+  EXPECT_THAT(recorder.Transfers().at(0).headers,
+              ElementsAre("Content-Type: application/json", "X-Auth-Token: t"));
+}
+
+TEST_F(ReportTest, PlainReportTakesItsTimeLimitFromTheCall) {
+  const std::string body = Document().ToStyledString();
+  for (const auto& [limit, text] : {std::pair<unsigned int, const char*>{0, "0"},
+                                    {1, "1"},
+                                    {77, "77"},
+                                    {UINT_MAX, "4294967295"}}) {
+    Forget();
+    EXPECT_EQ(client.ReportData(kUrl, Document(), "t", limit, ""), 0);
+    EXPECT_EQ(recorder.Events(), PostEvents(kUrl, body.size(), kPlainLines, text));
+    EXPECT_EQ(SentBody(), body);
+  }
+}
+
+TEST_F(ReportTest, PlainReportPutsItsTopicIntoItsOwnCopy) {
+  const LumJson::Value document = Document();
+  const std::string before = document.ToStyledString();
+
+  EXPECT_EQ(client.ReportData(kUrl, document, "t", "t1"), 0);
+  EXPECT_EQ(client.ReportData(kUrl, document, "t", 9, "t1"), 0);
+
+  const std::string body = WithTopic(document, "t1");
+  EXPECT_EQ(recorder.Events(), PostEvents(kUrl, body.size(), kPlainLines, "5") +
+                                   PostEvents(kUrl, body.size(), kPlainLines, "9"));
+  for (const Transfer& transfer : recorder.Transfers()) {
+    EXPECT_EQ(transfer.body, body);
+  }
+  LumJson::Value sent;
+  ASSERT_TRUE(sent.Parse(body));
+  EXPECT_EQ(sent["topic_name"].JsonValueToString(), "t1");
+  EXPECT_EQ(document.ToStyledString(), before);
+}
+
+TEST_F(ReportTest, TopicReplacesAMemberOfTheDocument) {
+  client.ReportData(kUrl, Document(R"({"topic_name": "old", "a": 1})"), "t", "new");
+
+  EXPECT_EQ(SentBody(), WithTopic(Document(R"({"topic_name": "old", "a": 1})"), "new"));
+  EXPECT_EQ(SentBody().find("old"), std::string::npos);
+}
+
+TEST_F(ReportTest, EmptyTokenIsStillAHeaderLine) {
+  EXPECT_EQ(client.ReportData(kUrl, Document(), "", ""), 0);
+
+  EXPECT_EQ(recorder.Events(),
+            PostEvents(kUrl, Document().ToStyledString().size(),
+                       {"Content-Type: application/json", "X-Auth-Token: "}, "5"));
+  EXPECT_THAT(recorder.Transfers().at(0).headers,
+              ElementsAre("Content-Type: application/json", "X-Auth-Token;"));
+}
+
+TEST_F(ReportTest, RefusedPlainReportIsLoggedThenRecordedThenReturned) {
+  recorder.NextPerform(Answer(201, "created"));
+  recorder.WatchMutex(&client.lastErrorMutex);
+
+  EXPECT_EQ(client.ReportData(kUrl, Document(), "t", ""), -10000);
+
+  EXPECT_EQ(recorder.Events(),
+            PostEvents(kUrl, SentBody().size(), kPlainLines, "5") +
+                Events({"log 1 ReportData: Post failed url=" + kUrl + ", result=201:created",
+                        "lock", "unlock"}));
+  EXPECT_THAT(Logs(), ElementsAre(ClientLog(1, "ReportData", "Post failed url=%s, result=%d:%s",
+                                            {kUrl, "201", "created"})));
+  EXPECT_EQ(client.GetLastErrorBody(), "created");
+}
+
+TEST_F(ReportTest, RefusedPlainReportWithATimeLimitLogsTheSameLine) {
+  recorder.NextPerform(Answer(500, "no"));
+
+  EXPECT_EQ(client.ReportData(kUrl, Document(), "t", 9, "topic"), -10000);
+
+  EXPECT_THAT(Logs(), ElementsAre(ClientLog(1, "ReportData", "Post failed url=%s, result=%d:%s",
+                                            {kUrl, "500", "no"})));
+  EXPECT_EQ(client.GetLastErrorBody(), "no");
+}
+
+TEST_F(ReportTest, PlainReportAnsweredWith204LogsNothing) {
+  recorder.NextPerform(Answer(204));
+
+  EXPECT_EQ(client.ReportData(kUrl, Document(), "t", ""), 0);
+  EXPECT_THAT(Logs(), IsEmpty());
+}
+
+// --- The gzip worker ---
+
+TEST_F(ReportTest, GzipReportCompressesSendsFreesAndLogs) {
+  const std::string text = Document().ToStyledString();
+
+  EXPECT_EQ(client.ReportDataWithGzip(kUrl, Document(), "t", "id9"), 0);
+
+  EXPECT_EQ(recorder.Events(), GzipEvents(text, GzipLines("t", "id9")) + Events{GzipSuccess(text)});
+  EXPECT_THAT(Logs(), ElementsAre(ClientLog(3, "ReportDataWithGzip",
+                                            "Post to url=%s success, src Length=%d, gzip length=%d",
+                                            {kUrl, std::to_string(text.size()), "6"})));
+  EXPECT_EQ(compressed, text);
+  EXPECT_EQ(SentBody(), "packed");
+  EXPECT_THAT(recorder.Transfers().at(0).headers,
+              ElementsAre("Content-Type: application/json", "X-Auth-Token: t",
+                          "X-ORV-ACCESS-ID: id9", "Content-Encoding: gzip"));
+}
+
+TEST_F(ReportTest, GzipReportKeepsTheEnginesTimeLimit) {
+  Engine().requestTimeout = 33;
+
+  client.ReportDataWithGzip(kUrl, Document(), "t", "id9");
+
+  EXPECT_EQ(recorder.Transfers().at(0).numbers.at(CURLOPT_TIMEOUT), 33);
+}
+
+TEST_F(ReportTest, GzipReportWithEmptyTokenAndIdentifierSendsBothLines) {
+  client.ReportDataWithGzip(kUrl, Document(), "", "");
+
+  EXPECT_THAT(recorder.Transfers().at(0).headers,
+              ElementsAre("Content-Type: application/json", "X-Auth-Token;", "X-ORV-ACCESS-ID;",
+                          "Content-Encoding: gzip"));
+  EXPECT_EQ(Logs().size(), 1U) << "the worker does not warn";
+}
+
+TEST_F(ReportTest, RefusedGzipReportFreesLogsRecordsAndReturns) {
+  const std::string text = Document().ToStyledString();
+  recorder.NextPerform(Answer(503, "later"));
+  recorder.WatchMutex(&client.lastErrorMutex);
+
+  EXPECT_EQ(client.ReportDataWithGzip(kUrl, Document(), "t", "id9"), -10000);
+
+  EXPECT_EQ(recorder.Events(), GzipEvents(text, GzipLines("t", "id9")) +
+                                   Events({"log 1 ReportDataWithGzip: Post failed url=" + kUrl +
+                                               ", result=503:later src Length=" +
+                                               std::to_string(text.size()) + ", gzip length=6",
+                                           "lock", "unlock"}));
+  EXPECT_THAT(Logs(), ElementsAre(ClientLog(
+                          1, "ReportDataWithGzip",
+                          "Post failed url=%s, result=%d:%s src Length=%d, gzip length=%d",
+                          {kUrl, "503", "later", std::to_string(text.size()), "6"})));
+  EXPECT_EQ(client.GetLastErrorBody(), "later");
+}
+
+TEST_F(ReportTest, GzipReportWithoutMemoryForItsBufferSendsNothing) {
+  const std::string text = Document().ToStyledString();
+  const std::string capacity = std::to_string(2 * text.size());
+  client.UpdateLastError("before");
+  recorder.FailMalloc(2 * text.size());
+
+  EXPECT_EQ(client.ReportDataWithGzip(kUrl, Document(), "t", "id9"), -10000);
+
+  EXPECT_THAT(recorder.Events(),
+              ElementsAre("log 1 ReportDataWithGzip: malloc error, len=" + capacity));
+  EXPECT_THAT(Logs(),
+              ElementsAre(ClientLog(1, "ReportDataWithGzip", "malloc error, len=%d", {capacity})));
+  EXPECT_EQ(client.GetLastErrorBody(), "before");
+}
+
+TEST_F(ReportTest, GzipReportThatCannotBeCompressedFreesItsBufferAndSendsNothing) {
+  const std::string text = Document().ToStyledString();
+  for (const int result : {0, -1, INT_MIN}) {
+    Forget();
+    client.UpdateLastError("before");
+    recorder.gzip = [result](const std::string&, char* destination, int) {
+      WatchFree(destination);
+      return result;
+    };
+
+    EXPECT_EQ(client.ReportDataWithGzip(kUrl, Document(), "t", "id9"), -10000);
+
+    Events events = recorder.Events();
+    std::sort(events.begin() + 2, events.end());  // log and release come in either order
+    EXPECT_EQ(events, GzipStart(text) + Events({"free the buffer",
+                                                "log 1 ReportDataWithGzip: gzip compress error"}));
+    EXPECT_THAT(Logs(), ElementsAre(ClientLog(1, "ReportDataWithGzip", "gzip compress error")));
+    EXPECT_EQ(client.GetLastErrorBody(), "before");
+  }
+}
+
+TEST_F(ReportTest, GzipReportOfOneByteIsASuccessOfTheCompression) {
+  recorder.gzip = [](const std::string&, char* destination, int) {
+    destination[0] = '!';
+    return 1;
+  };
+
+  EXPECT_EQ(client.ReportDataWithGzip(kUrl, Document(), "t", "id9"), 0);
+  EXPECT_EQ(SentBody(), "!");
+}
+
+TEST_F(ReportTest, GzipReportSendsFromItsBufferWithoutACopy) {
+  const void* buffer = nullptr;
+  recorder.gzip = [&buffer](const std::string&, char* destination, int) {
+    buffer = destination;
+    return 1;
+  };
+
+  client.ReportDataWithGzip(kUrl, Document(), "t", "id9");
+
+  EXPECT_EQ(recorder.Transfers().at(0).pointers.at(CURLOPT_POSTFIELDS), buffer);
+}
+
+// --- The forms that end in the worker ---
+
+TEST_F(ReportTest, IdentifierOfTheDocumentIsTakenForTheHeader) {
+  const std::string text = Document().ToStyledString();
+
+  EXPECT_EQ(client.ReportDataWithGzip(kUrl, Document(), "t"), 0);
+
+  EXPECT_EQ(recorder.Events(), GzipEvents(text, GzipLines("t", "id7")) + Events{GzipSuccess(text)});
+  EXPECT_EQ(compressed, text);
+}
+
+TEST_F(ReportTest, IdentifierThatIsNoTextIsWrittenAsJson) {
+  const std::pair<const char*, const char*> kIdentifiers[] = {
+      {R"({"accessId": 17})", "17"},
+      {R"({"accessId": true})", "true"},
+      {R"({"accessId": [1,2]})", "[1,2]"},
+      {R"({"accessId": {"a":1}})", R"({"a":1})"}};
+  for (const auto& [document, identifier] : kIdentifiers) {
+    Forget();
+    client.ReportDataWithGzip(kUrl, Document(document), "t");
+    EXPECT_THAT(recorder.Transfers().at(0).headers,
+                ::testing::Contains(std::string("X-ORV-ACCESS-ID: ") + identifier));
+    EXPECT_EQ(Logs().size(), 1U);
+  }
+}
+
+TEST_F(ReportTest, MissingIdentifierIsWarnedAboutAndTheReportIsSent) {
+  LumJson::Value looked = Document(R"({"a": 1})");
+  looked["accessId"];  // what the look-up leaves
+  const std::string text = looked.ToStyledString();
+
+  EXPECT_EQ(client.ReportDataWithGzip(kUrl, Document(R"({"a": 1})"), "t"), 0);
+
+  EXPECT_EQ(recorder.Events(), Events{"log 2 ReportDataWithGzip: accessId is Empty"} +
+                                   GzipEvents(text, GzipLines("t", "")) +
+                                   Events{GzipSuccess(text)});
+  EXPECT_EQ(Logs().at(0), ClientLog(2, "ReportDataWithGzip", "accessId is Empty"));
+  EXPECT_EQ(compressed, text);
+}
+
+TEST_F(ReportTest, EmptyOrNullIdentifierIsWarnedAbout) {
+  for (const char* document : {R"({"accessId": ""})", R"({"accessId": null})"}) {
+    Forget();
+    EXPECT_EQ(client.ReportDataWithGzip(kUrl, Document(document), "t"), 0);
+    EXPECT_EQ(Logs().at(0), ClientLog(2, "ReportDataWithGzip", "accessId is Empty"));
+    EXPECT_THAT(recorder.Transfers().at(0).headers, ::testing::Contains("X-ORV-ACCESS-ID;"));
+  }
+}
+
+TEST_F(ReportTest, IgnoredNumberMakesNoDifference) {
+  std::vector<Events> runs;
+  for (const unsigned int number : {0U, 1U, 5U, 4096U, UINT_MAX}) {
+    Forget();
+    EXPECT_EQ(client.ReportDataWithGzip(kUrl, Document(R"({"a": 1})"), "t", number), 0);
+    runs.push_back(recorder.Events());
+    EXPECT_THAT(recorder.Transfers().at(0).headers, ::testing::Contains("X-Auth-Token: t"));
+  }
+  Forget();
+  EXPECT_EQ(client.ReportDataWithGzip(kUrl, Document(R"({"a": 1})"), "t"), 0);
+  for (const Events& run : runs) {
+    EXPECT_EQ(run, recorder.Events());
+  }
+}
+
+TEST_F(ReportTest, GzipReportPutsItsTopicIntoItsOwnCopy) {
+  const LumJson::Value document = Document();
+  const std::string before = document.ToStyledString();
+  const std::string text = WithTopic(document, "t1");
+
+  EXPECT_EQ(client.ReportDataWithGzip(kUrl, document, "t", "id9", "t1"), 0);
+
+  EXPECT_EQ(recorder.Events(), GzipEvents(text, GzipLines("t", "id9")) + Events{GzipSuccess(text)});
+  EXPECT_EQ(compressed, text);
+  EXPECT_EQ(document.ToStyledString(), before);
+}
+
+TEST_F(ReportTest, GzipReportWithAnEmptyTopicSendsTheDocumentUnchanged) {
+  EXPECT_EQ(client.ReportDataWithGzip(kUrl, Document(), "t", "id9", ""), 0);
+
+  EXPECT_EQ(compressed, Document().ToStyledString());
+}
+
+TEST_F(ReportTest, GzipReportWithATopicTakesItsIdentifierFromTheCallAlone) {
+  client.ReportDataWithGzip(kUrl, Document(), "t", "", "t1");
+
+  EXPECT_THAT(recorder.Transfers().at(0).headers, ::testing::Contains("X-ORV-ACCESS-ID;"));
+  EXPECT_THAT(Logs().size(), 1U);
+}
+
+// --- All six forms ---
+
+struct Form {
+  const char* name;
+  std::function<int(LumCurlOrvOps&, const LumJson::Value&)> report;
+  const char* function;
+  bool compresses;
+};
+
+void PrintTo(const Form& form, std::ostream* out) {
+  *out << form.name;
+}
+
+class EveryReport : public ReportTest, public ::testing::WithParamInterface<Form> {
+ protected:
+  int Report(const LumJson::Value& document = Document()) {
+    return GetParam().report(client, document);
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Forms, EveryReport,
+                         ::testing::Values(Form{"Plain",
+                                                [](LumCurlOrvOps& c, const LumJson::Value& d) {
+                                                  return c.ReportData(kUrl, d, "t", "topic");
+                                                },
+                                                "ReportData", false},
+                                           Form{"PlainTimed",
+                                                [](LumCurlOrvOps& c, const LumJson::Value& d) {
+                                                  return c.ReportData(kUrl, d, "t", 9, "topic");
+                                                },
+                                                "ReportData", false},
+                                           Form{"GzipWorker",
+                                                [](LumCurlOrvOps& c, const LumJson::Value& d) {
+                                                  return c.ReportDataWithGzip(kUrl, d, "t", "id9");
+                                                },
+                                                "ReportDataWithGzip", true},
+                                           Form{"GzipOwnIdentifier",
+                                                [](LumCurlOrvOps& c, const LumJson::Value& d) {
+                                                  return c.ReportDataWithGzip(kUrl, d, "t");
+                                                },
+                                                "ReportDataWithGzip", true},
+                                           Form{"GzipIgnoredNumber",
+                                                [](LumCurlOrvOps& c, const LumJson::Value& d) {
+                                                  return c.ReportDataWithGzip(kUrl, d, "t", 9U);
+                                                },
+                                                "ReportDataWithGzip", true},
+                                           Form{"GzipTopic",
+                                                [](LumCurlOrvOps& c, const LumJson::Value& d) {
+                                                  return c.ReportDataWithGzip(kUrl, d, "t", "id9",
+                                                                              "topic");
+                                                },
+                                                "ReportDataWithGzip", true}),
+                         [](const ::testing::TestParamInfo<Form>& instance) {
+                           return instance.param.name;
+                         });
+
+TEST_P(EveryReport, TakesTwoStatusesForSuccessAndNoOther) {
+  for (int status = 100; status <= 599; ++status) {
+    Forget();
+    client.UpdateLastError("before");
+    recorder.NextPerform(Answer(status, "body"));
+    const bool accepted = status == 200 || status == 204;
+
+    EXPECT_EQ(Report(), accepted ? 0 : -10000) << status;
+
+    EXPECT_EQ(client.GetLastErrorBody(), accepted ? "before" : "body") << status;
+    const std::vector<LogLine> logs = recorder.Logs();
+    ASSERT_EQ(logs.size(), !accepted || GetParam().compresses ? 1U : 0U) << status;
+    if (!logs.empty()) {
+      EXPECT_EQ(logs[0].level, accepted ? 3 : 1) << status;
+      EXPECT_EQ(logs[0].function, GetParam().function);
+      EXPECT_EQ(logs[0].file, "BaseAPI/LumCurlHttp/src/LumCurlOrvOps");
+    }
+  }
+}
+
+TEST_P(EveryReport, WithoutAPrivateObjectReturnsAtOnce) {
+  DropPrivate();
+
+  EXPECT_EQ(Report(), -9999);
+
+  EXPECT_THAT(recorder.Events(), IsEmpty());
+  EXPECT_EQ(client.GetLastErrorBody(), "");
+}
+
+TEST_P(EveryReport, FailedTransferWithoutAStatusRecordsTheFailureText) {
+  recorder.NextPerform(Broken(CURLE_COULDNT_CONNECT, 0, "refused"));
+
+  EXPECT_EQ(Report(), -10000);
+
+  EXPECT_EQ(client.GetLastErrorBody(), "POST failed for: refused .");
+  ASSERT_EQ(Logs().size(), 2U);
+  EXPECT_EQ(Logs()[0],
+            EngineLog(1, "Post", "POST failed for %s, resOps: %d, code: %ld, errorBuf: %s",
+                      {"strerror 7", "7", "0", "refused"}));
+  EXPECT_THAT(
+      recorder.Logs()[1].message,
+      ::testing::StartsWith("Post failed url=" + kUrl + ", result=0:POST failed for: refused ."));
+}
+
+TEST_P(EveryReport, TransferThatBreaksAfterASuccessfulStatusCountsAsDone) {
+  for (const long status : {200, 204}) {
+    Forget();
+    recorder.NextPerform(Broken(CURLE_PARTIAL_FILE, status, "cut off", {"par"}));
+
+    EXPECT_EQ(Report(), 0);
+    EXPECT_EQ(client.GetLastErrorBody(), "");
+    EXPECT_EQ(Logs().at(0),
+              EngineLog(1, "Post", "POST failed for %s, resOps: %d, code: %ld, errorBuf: %s",
+                        {"strerror 18", "18", std::to_string(status), "cut off"}));
+  }
+}
+
+TEST_P(EveryReport, WithoutAHandleAnEmptyBodyBecomesTheLastError) {
+  client.UpdateLastError("before");
+  recorder.FailInit();
+
+  EXPECT_EQ(Report(), -10000);
+
+  EXPECT_EQ(client.GetLastErrorBody(), "");
+  ASSERT_EQ(Logs().size(), 2U);
+  EXPECT_EQ(Logs()[0], EngineLog(1, "Post", "POST curl init failed"));
+  EXPECT_THAT(recorder.Logs()[1].message,
+              ::testing::StartsWith("Post failed url=" + kUrl + ", result=-1:"));
+}
+
+TEST_P(EveryReport, SuccessKeepsTheLastError) {
+  client.UpdateLastError("before");
+
+  EXPECT_EQ(Report(), 0);
+  EXPECT_EQ(client.GetLastErrorBody(), "before");
+}
+
+TEST_P(EveryReport, NeverChangesTheCallersDocument) {
+  for (const char* text : {R"({"a": 1})", R"({"accessId": "x", "topic_name": "y"})", "{}", "null",
+                           "[1, 2]", R"("text")", "17"}) {
+    const LumJson::Value document = Document(text);
+    const std::string before = document.ToStyledString();
+
+    Report(document);
+
+    EXPECT_EQ(document.ToStyledString(), before);
+  }
+}
+
+TEST_P(EveryReport, SendsADocumentThatIsNoObjectAsItStands) {
+  for (const char* text : {"[1, 2]", R"("text of some length")", "17.5", "true"}) {
+    Forget();
+    std::string body;
+    recorder.gzip = [&body](const std::string& styled, char* destination, int) {
+      body = styled;
+      destination[0] = '!';
+      return 1;
+    };
+
+    EXPECT_EQ(Report(Document(text)), 0) << text;
+
+    if (!GetParam().compresses) {
+      body = SentBody();
+    }
+    EXPECT_EQ(body, Document(text).ToStyledString());
+  }
+}
+
+TEST_P(EveryReport, LockFailureOfTheLastErrorPassesThroughAndLeaksNothing) {
+  recorder.WatchMutex(&client.lastErrorMutex, true);
+  recorder.NextPerform(Answer(500, "body"));
+
+  EXPECT_THROW(Report(), std::system_error);
+}
+
+TEST_P(EveryReport, UsesTheSettingsOfTheObject) {
+  UseCertificate();
+  client.SetBindInterface("eth1");
+
+  Report();
+
+  const Transfer transfer = recorder.Transfers().at(0);
+  EXPECT_EQ(transfer.texts.at(CURLOPT_INTERFACE), "eth1");
+  EXPECT_EQ(transfer.texts.at(CURLOPT_SSLCERT), "/client.pem");
+}
+
+TEST_F(ReportTest, LastErrorIsThatOfTheLatestReportThatFailed) {
+  recorder.NextPerform(Answer(500, "one"));
+  recorder.NextPerform(Answer(200, "fine"));
+  recorder.NextPerform(Answer(400, "two"));
+
+  client.ReportData(kUrl, Document(), "t", "");
+  EXPECT_EQ(client.GetLastErrorBody(), "one");
+  client.ReportDataWithGzip(kUrl, Document(), "t");
+  EXPECT_EQ(client.GetLastErrorBody(), "one");
+  client.ReportDataWithGzip(kUrl, Document(), "t");
+  EXPECT_EQ(client.GetLastErrorBody(), "two");
+}
+
+}  // namespace
+}  // namespace lumtest

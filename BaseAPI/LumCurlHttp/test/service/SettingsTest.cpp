@@ -1,0 +1,515 @@
+// The client object: its life, its settings with what each logs, and the last error.
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <ostream>
+#include <system_error>
+#include <thread>
+
+#include "Fixture.h"
+#include "recording/Latch.h"
+
+namespace lumtest {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class SettingsTest : public ServiceTest {
+ protected:
+  void SetSsl(const char* ca, const char* certificate, const char* key, std::string passPhrase) {
+    client.SetSslInfo(ca, certificate, key, reinterpret_cast<unsigned char*>(passPhrase.data()),
+                      static_cast<int>(passPhrase.size()));
+  }
+
+  std::string PassPhrase(std::size_t length) const {
+    return std::string(reinterpret_cast<const char*>(client.d_pointer->keyPassword), length);
+  }
+};
+
+// --- Life ---
+
+TEST_F(SettingsTest, ConstructionZeroesThePassPhraseAndLeavesLibcurlAlone) {
+  {
+    LumCurlOrvOps other;
+    EXPECT_THAT(recorder.Events(), ElementsAre("memset_s 2048 0 2048"));
+    recorder.Reset();
+  }
+  EXPECT_THAT(recorder.Events(), ElementsAre("curl_global_cleanup"));
+}
+
+TEST_F(SettingsTest, NewEngineHoldsItsInitialValues) {
+  const LumCurlOrvOpsPrivate& engine = Engine();
+  EXPECT_FALSE(engine.curlGlobalInited);
+  for (const std::string* text :
+       {&engine.caInfoPath, &engine.sslCertPath, &engine.sslKeyPath, &engine.uploadLogDate,
+        &engine.uploadLogAuthorisation, &engine.domainIp, &engine.bindIp, &engine.bindMac,
+        &engine.bindInterface, &engine.securityToken}) {
+    EXPECT_EQ(*text, "");
+  }
+  EXPECT_EQ(PassPhrase(2048), std::string(2048, '\0'));
+  EXPECT_FALSE(engine.sslInfoSet);
+  EXPECT_EQ(engine.limitSpeed, 0xFFFFFFFF);
+  EXPECT_EQ(engine.connectTimeout, 4);
+  EXPECT_EQ(engine.requestTimeout, 4);
+  EXPECT_EQ(engine.uploadFp, nullptr);
+}
+
+TEST_F(SettingsTest, DestructionCleansLibcurlUpThoughNobodyInitialisedIt) {
+  { const LumCurlOrvOps never; }
+  EXPECT_THAT(recorder.EventsWithout({"memset_s"}), ElementsAre("curl_global_cleanup"));
+}
+
+TEST_F(SettingsTest, DestructionCleansLibcurlUpWhileOthersLive) {
+  LumCurlOrvOps other;
+  other.CurlGlobalInit();
+  { LumCurlOrvOps third; }
+  EXPECT_THAT(recorder.EventsWithout({"memset_s"}),
+              ElementsAre("curl_global_init 3", "curl_global_cleanup"));
+}
+
+TEST_F(SettingsTest, DestructionWithoutAPrivateObjectCleansLibcurlUp) {
+  {
+    LumCurlOrvOps other;
+    delete other.d_pointer;
+    other.d_pointer = nullptr;
+    recorder.Reset();
+  }
+  EXPECT_THAT(recorder.Events(), ElementsAre("curl_global_cleanup"));
+}
+
+TEST_F(SettingsTest, DestructionTakesThePrivatePointerAway) {
+  alignas(LumCurlOrvOps) unsigned char place[sizeof(LumCurlOrvOps)];
+  auto* other = new (place) LumCurlOrvOps;
+  ASSERT_NE(other->d_pointer, nullptr);
+  bool cleared = false;
+  // The pointer is looked at while the object still lives, by way of libcurl's clean-up.
+  recorder.onGlobalCleanup = [&cleared, other] { cleared = other->d_pointer == nullptr; };
+
+  other->~LumCurlOrvOps();
+
+  EXPECT_TRUE(cleared);
+}
+
+TEST_F(SettingsTest, GlobalInitRunsOnceForEachObject) {
+  LumCurlOrvOps other;
+  Forget();
+
+  client.CurlGlobalInit();
+  client.CurlGlobalInit();
+  client.CurlGlobalInit();
+  EXPECT_THAT(recorder.Events(), ElementsAre("curl_global_init 3"));
+  EXPECT_TRUE(Engine().curlGlobalInited);
+
+  other.CurlGlobalInit();
+  other.CurlGlobalInit();
+  EXPECT_THAT(recorder.Events(), ElementsAre("curl_global_init 3", "curl_global_init 3"));
+}
+
+TEST_F(SettingsTest, GlobalInitDoesNotLookAtItsResult) {
+  recorder.SetGlobalInitResult(CURLE_FAILED_INIT);
+
+  client.CurlGlobalInit();
+  client.CurlGlobalInit();
+
+  EXPECT_THAT(recorder.Events(), ElementsAre("curl_global_init 3"));
+  EXPECT_TRUE(Engine().curlGlobalInited);
+}
+
+// --- String settings ---
+
+struct Setting {
+  const char* name;  // of the operation
+  void (LumCurlOrvOps::*set)(const std::string&);
+  std::string LumCurlOrvOpsPrivate::*field;
+  const char* format;  // of the log line; null: none
+  bool logsValue;
+};
+
+void PrintTo(const Setting& setting, std::ostream* out) {
+  *out << setting.name;
+}
+
+const Setting kDate = {"SetUploadLogDate", &LumCurlOrvOps::SetUploadLogDate,
+                       &LumCurlOrvOpsPrivate::uploadLogDate, "Set Date to %s", true};
+const Setting kAuthorisation = {"SetUploadLogAuthorisation",
+                                &LumCurlOrvOps::SetUploadLogAuthorisation,
+                                &LumCurlOrvOpsPrivate::uploadLogAuthorisation, "Set Auth", false};
+const Setting kSwiftIp = {"SetSwiftIp", &LumCurlOrvOps::SetSwiftIp, &LumCurlOrvOpsPrivate::domainIp,
+                          "set swift Ip=%s", true};
+const Setting kDomainIp = {"SetDomainIp", &LumCurlOrvOps::SetDomainIp,
+                           &LumCurlOrvOpsPrivate::domainIp, "set domain Ip=%s", true};
+const Setting kBindIp = {"SetBindIp", &LumCurlOrvOps::SetBindIp, &LumCurlOrvOpsPrivate::bindIp,
+                         "set bind Ip=%s", true};
+const Setting kBindInterface = {"SetBindInterface", &LumCurlOrvOps::SetBindInterface,
+                                &LumCurlOrvOpsPrivate::bindInterface, "set bind interface=%s",
+                                true};
+const Setting kBindMac = {"SetBindMac", &LumCurlOrvOps::SetBindMac, &LumCurlOrvOpsPrivate::bindMac,
+                          "set bind mac=%s", true};
+const Setting kSecurityToken = {"SetSecurityToken", &LumCurlOrvOps::SetSecurityToken,
+                                &LumCurlOrvOpsPrivate::securityToken, nullptr, false};
+
+class StringSetting : public ServiceTest, public ::testing::WithParamInterface<Setting> {
+ protected:
+  void Set(const std::string& value) { (client.*GetParam().set)(value); }
+  std::string Stored() { return Engine().*GetParam().field; }
+  Events LogOf(const std::string& value) const {
+    if (GetParam().format == nullptr) {
+      return {};
+    }
+    return {ClientLog(3, GetParam().name, GetParam().format,
+                      GetParam().logsValue ? Events{value} : Events{})};
+  }
+};
+
+std::string NameOf(const ::testing::TestParamInfo<Setting>& instance) {
+  return instance.param.name;
+}
+
+TEST_P(StringSetting, StoresItsValueAndLogsItsLine) {
+  Set("value");
+
+  EXPECT_EQ(Stored(), "value");
+  EXPECT_EQ(Logs(), LogOf("value"));
+  EXPECT_EQ(recorder.Events().size(), LogOf("").size()) << "a setter does nothing else";
+}
+
+TEST_P(StringSetting, ReplacesAnEarlierValue) {
+  Set("one");
+  Set("two");
+
+  EXPECT_EQ(Stored(), "two");
+  EXPECT_EQ(Logs(), LogOf("one") + LogOf("two"));
+}
+
+TEST_P(StringSetting, WritesNoOtherSetting) {
+  Set("value");
+
+  int filled = 0;
+  for (const Setting& other :
+       {kDate, kAuthorisation, kDomainIp, kBindIp, kBindInterface, kBindMac, kSecurityToken}) {
+    filled += (Engine().*other.field).empty() ? 0 : 1;
+  }
+  EXPECT_EQ(filled, 1);
+}
+
+TEST_P(StringSetting, TakesAnyBytes) {
+  const std::string value = std::string("a\0b\r\n%s", 7) + std::string(100000, 'x');
+  Set(value);
+
+  EXPECT_EQ(Stored(), value);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, StringSetting,
+                         ::testing::Values(kDate, kAuthorisation, kSwiftIp, kDomainIp, kBindIp,
+                                           kBindInterface, kBindMac, kSecurityToken),
+                         NameOf);
+
+class UnguardedSetting : public StringSetting {};
+
+TEST_P(UnguardedSetting, TakesAnEmptyValueAndTheSameAgain) {
+  Set("value");
+  Set("value");
+  Set("");
+  Set("");
+
+  EXPECT_EQ(Stored(), "");
+  EXPECT_EQ(Logs(), LogOf("value") + LogOf("value") + LogOf("") + LogOf(""));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, UnguardedSetting,
+                         ::testing::Values(kDate, kSwiftIp, kDomainIp, kSecurityToken), NameOf);
+
+class ChangeGuardedSetting : public StringSetting {};
+
+TEST_P(ChangeGuardedSetting, LogsAChangeOnly) {
+  Set("");
+  EXPECT_THAT(Logs(), IsEmpty()) << "two empty values are equal";
+
+  Set("value");
+  Set("value");
+  EXPECT_EQ(Logs(), LogOf("value"));
+
+  Set("valuf");
+  Set("valu");
+  Set(std::string("valu\0", 5));
+  EXPECT_EQ(Logs().size(), 4U);
+  EXPECT_EQ(Stored(), std::string("valu\0", 5));
+
+  Set("");
+  EXPECT_EQ(Logs().back(), LogOf("").back());
+  EXPECT_EQ(Stored(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ChangeGuardedSetting,
+                         ::testing::Values(kBindIp, kBindInterface, kBindMac), NameOf);
+
+TEST_F(SettingsTest, EmptyAuthorisationKeepsTheEarlierOneWithoutALogLine) {
+  client.SetUploadLogAuthorisation("");
+  EXPECT_EQ(Engine().uploadLogAuthorisation, "");
+  client.SetUploadLogAuthorisation("AWS key:signature");
+  Forget();
+
+  client.SetUploadLogAuthorisation("");
+
+  EXPECT_EQ(Engine().uploadLogAuthorisation, "AWS key:signature");
+  EXPECT_THAT(recorder.Events(), IsEmpty());
+}
+
+TEST_F(SettingsTest, AuthorisationAndSecurityTokenAreNeverLogged) {
+  client.SetUploadLogAuthorisation("AWS key:signature");
+  client.SetSecurityToken("token of the store");
+
+  for (const std::string& event : recorder.Events()) {
+    EXPECT_EQ(event.find("signature"), std::string::npos);
+    EXPECT_EQ(event.find("token of the store"), std::string::npos);
+  }
+  EXPECT_THAT(Logs(), ElementsAre(ClientLog(3, "SetUploadLogAuthorisation", "Set Auth")));
+}
+
+TEST_F(SettingsTest, DateIsLoggedBeforeItIsStored) {
+  client.SetUploadLogDate("old");
+  std::string storedWhenLogged;
+  recorder.onLog = [&](const LogLine& line) {
+    EXPECT_EQ(line.message, "Set Date to new");
+    storedWhenLogged = Engine().uploadLogDate;
+  };
+
+  client.SetUploadLogDate("new");
+
+  EXPECT_EQ(storedWhenLogged, "old");
+  EXPECT_EQ(Engine().uploadLogDate, "new");
+}
+
+TEST_F(SettingsTest, SwiftAndDomainAddressAreOneSetting) {
+  client.SetSwiftIp("10.0.0.1");
+  client.SetDomainIp("10.0.0.2");
+  EXPECT_EQ(Engine().domainIp, "10.0.0.2");
+  client.SetSwiftIp("10.0.0.3");
+  EXPECT_EQ(Engine().domainIp, "10.0.0.3");
+  EXPECT_THAT(Logs(), ElementsAre(ClientLog(3, "SetSwiftIp", "set swift Ip=%s", {"10.0.0.1"}),
+                                  ClientLog(3, "SetDomainIp", "set domain Ip=%s", {"10.0.0.2"}),
+                                  ClientLog(3, "SetSwiftIp", "set swift Ip=%s", {"10.0.0.3"})));
+}
+
+// --- Speed and stream ---
+
+TEST_F(SettingsTest, SpeedIsStoredAsThirtyTwoBitsWithoutALogLine) {
+  const std::pair<int, std::uint32_t> kSpeeds[] = {
+      {0, 0},           {1, 1},          {INT_MAX, 0x7FFFFFFF}, {INT_MIN, 0x80000000},
+      {-2, 0xFFFFFFFE}, {-1, 0xFFFFFFFF}};
+  for (const auto& [given, stored] : kSpeeds) {
+    client.SetLimitSpeed(given);
+    EXPECT_EQ(Engine().limitSpeed, stored) << given;
+  }
+  EXPECT_THAT(recorder.Events(), IsEmpty());
+}
+
+TEST_F(SettingsTest, StreamIsStoredWithoutALogLine) {
+  client.SetFp(stderr);
+  EXPECT_EQ(Engine().uploadFp, stderr);
+  client.SetFp(nullptr);
+  EXPECT_EQ(Engine().uploadFp, nullptr);
+  EXPECT_THAT(recorder.Events(), IsEmpty());
+}
+
+TEST_F(SettingsTest, WithoutAPrivateObjectTheGuardedSettersDoNothing) {
+  DropPrivate();
+  unsigned char passPhrase[] = "p";
+
+  client.CurlGlobalInit();
+  client.SetSslInfo("a", "b", "c", passPhrase, 1);
+  client.SetSslInfo("a", "b", "c", nullptr, 0);
+  client.SetSslInfo("a", "b", "c", passPhrase, -1);
+  client.SetLimitSpeed(1);
+  client.SetFp(stderr);
+
+  EXPECT_THAT(recorder.Events(), IsEmpty());
+}
+
+// --- The client certificate ---
+
+TEST_F(SettingsTest, SslInfoStoresThreePathsAndThePassPhrase) {
+  SetSsl("/ca", "/certificate", "/key", "secret");
+
+  EXPECT_EQ(Engine().caInfoPath, "/ca");
+  EXPECT_EQ(Engine().sslCertPath, "/certificate");
+  EXPECT_EQ(Engine().sslKeyPath, "/key");
+  EXPECT_EQ(PassPhrase(7), std::string("secret\0", 7));
+  EXPECT_TRUE(Engine().sslInfoSet);
+  EXPECT_THAT(recorder.Events(), ElementsAre("memcpy_s 6 6"))
+      << "the copy is bounded by the length given, and nothing is logged";
+}
+
+TEST_F(SettingsTest, SslInfoWithoutAPassPhraseStoresThePathsAndStaysOff) {
+  std::string pathsWhenLogged;
+  recorder.onLog = [&](const LogLine&) {
+    pathsWhenLogged = Engine().caInfoPath + Engine().sslCertPath + Engine().sslKeyPath;
+  };
+
+  client.SetSslInfo("/ca", "/certificate", "/key", nullptr, 6);
+
+  EXPECT_EQ(pathsWhenLogged, "/ca/certificate/key");
+  EXPECT_FALSE(Engine().sslInfoSet);
+  EXPECT_EQ(PassPhrase(2048), std::string(2048, '\0'));
+  EXPECT_THAT(recorder.Events(), ElementsAre("log 1 SetSslInfo: invalid certPaas"));
+  EXPECT_THAT(Logs(), ElementsAre(ClientLog(1, "SetSslInfo", "invalid certPaas")));
+}
+
+TEST_F(SettingsTest, RefusedPassPhraseLeavesTheCertificateOnIfItWas) {
+  SetSsl("/ca", "/certificate", "/key", "secret");
+
+  client.SetSslInfo("/ca2", "/certificate2", "/key2", nullptr, 0);
+  EXPECT_TRUE(Engine().sslInfoSet);
+  unsigned char other[] = "other";
+  client.SetSslInfo("/ca3", "/certificate3", "/key3", other, -5);
+
+  EXPECT_TRUE(Engine().sslInfoSet);
+  EXPECT_EQ(Engine().caInfoPath, "/ca3");
+  EXPECT_EQ(Engine().sslCertPath, "/certificate3");
+  EXPECT_EQ(Engine().sslKeyPath, "/key3");
+  EXPECT_EQ(PassPhrase(7), std::string("secret\0", 7));
+}
+
+TEST_F(SettingsTest, PassPhraseBehindALongerOneKeepsItsTail) {
+  SetSsl("a", "b", "c", "longest");
+  SetSsl("a", "b", "c", "abc");
+  EXPECT_EQ(PassPhrase(8), std::string("abcgest\0", 8));
+
+  SetSsl("a", "b", "c", std::string("xy\0", 3));
+  EXPECT_EQ(PassPhrase(8), std::string("xy\0gest\0", 8));
+}
+
+TEST_F(SettingsTest, PassPhraseOfNoBytesTurnsTheCertificateOn) {
+  unsigned char unread[] = "unread";
+
+  client.SetSslInfo("a", "b", "c", unread, 0);
+
+  EXPECT_TRUE(Engine().sslInfoSet);
+  EXPECT_EQ(PassPhrase(2048), std::string(2048, '\0'));
+  EXPECT_THAT(Logs(), IsEmpty());
+}
+
+TEST_F(SettingsTest, PassPhraseMayFillItsBufferToTheLastByte) {
+  SetSsl("a", "b", "c", std::string(2048, 'p'));
+
+  EXPECT_TRUE(Engine().sslInfoSet);
+  EXPECT_EQ(PassPhrase(2048), std::string(2048, 'p'));
+  EXPECT_THAT(recorder.Events(), ElementsAre("memcpy_s 2048 2048"));
+}
+
+TEST_F(SettingsTest, PassPhraseBeyondItsBufferIsRefusedUntouched) {
+  const std::string tooLong(70000, 'q');
+  for (const int length : {2049, 70000, INT_MAX, -1, -2048, INT_MIN}) {
+    Forget();
+    std::string bytes = tooLong;
+
+    client.SetSslInfo("/ca", "/certificate", "/key", reinterpret_cast<unsigned char*>(bytes.data()),
+                      length);
+
+    EXPECT_FALSE(Engine().sslInfoSet) << length;
+    EXPECT_EQ(Engine().caInfoPath, "/ca");
+    EXPECT_EQ(PassPhrase(2048), std::string(2048, '\0'));
+    EXPECT_THAT(Logs(), ElementsAre(ClientLog(1, "SetSslInfo", "falied to strcpy_s")));
+    EXPECT_THAT(recorder.Events(), ElementsAre("log 1 SetSslInfo: falied to strcpy_s"));
+  }
+  EXPECT_EQ(Engine().limitSpeed, 0xFFFFFFFF) << "what lies behind the buffer";
+}
+
+TEST_F(SettingsTest, NegativeResultOfTheCopyIsAFailure) {
+  recorder.SetMemcpyResult(-1);
+
+  SetSsl("/ca", "/certificate", "/key", "secret");
+
+  EXPECT_FALSE(Engine().sslInfoSet);
+  EXPECT_EQ(Engine().sslKeyPath, "/key");
+  EXPECT_THAT(recorder.Events(),
+              ElementsAre("memcpy_s 6 6", "log 1 SetSslInfo: falied to strcpy_s"));
+}
+
+TEST_F(SettingsTest, PositiveResultOfTheCopyCountsAsDone) {
+  recorder.SetMemcpyResult(EINVAL);
+
+  SetSsl("/ca", "/certificate", "/key", "secret");
+
+  EXPECT_TRUE(Engine().sslInfoSet);
+  EXPECT_THAT(Logs(), IsEmpty());
+}
+
+// --- The last error ---
+
+TEST_F(SettingsTest, LastErrorIsEmptyAtFirst) {
+  EXPECT_EQ(client.GetLastErrorBody(), "");
+  EXPECT_THAT(recorder.Events(), IsEmpty());
+}
+
+TEST_F(SettingsTest, LastErrorIsTheCallersCopy) {
+  client.UpdateLastError("one");
+  const std::string copy = client.GetLastErrorBody();
+  client.UpdateLastError(std::string("two\0", 4));
+
+  EXPECT_EQ(copy, "one");
+  EXPECT_EQ(client.GetLastErrorBody(), std::string("two\0", 4));
+  client.UpdateLastError("");
+  EXPECT_EQ(client.GetLastErrorBody(), "");
+  EXPECT_THAT(recorder.Events(), IsEmpty());
+}
+
+TEST_F(SettingsTest, LastErrorNeedsNoPrivateObject) {
+  DropPrivate();
+  client.UpdateLastError("body");
+  EXPECT_EQ(client.GetLastErrorBody(), "body");
+}
+
+TEST_F(SettingsTest, LastErrorIsLockedOnceForEachAccess) {
+  recorder.WatchMutex(&client.lastErrorMutex);
+
+  client.UpdateLastError("body");
+  EXPECT_THAT(recorder.Events(), ElementsAre("lock", "unlock"));
+  client.GetLastErrorBody();
+  EXPECT_THAT(recorder.Events(), ElementsAre("lock", "unlock", "lock", "unlock"));
+}
+
+TEST_F(SettingsTest, LastErrorThatCannotBeLockedThrows) {
+  client.UpdateLastError("before");
+  recorder.WatchMutex(&client.lastErrorMutex, true);
+
+  for (int i = 0; i < 2; ++i) {
+    try {
+      i == 0 ? client.UpdateLastError("after") : static_cast<void>(client.GetLastErrorBody());
+      ADD_FAILURE() << "nothing was thrown";
+    } catch (const std::system_error& error) {
+      EXPECT_EQ(error.code(), std::make_error_code(std::errc::invalid_argument));
+    }
+  }
+  Forget();
+  EXPECT_EQ(client.GetLastErrorBody(), "before");
+}
+
+TEST_F(SettingsTest, LastErrorMayBeReadAndWrittenByManyThreads) {
+  const std::string a(1000, 'a');
+  const std::string b(2000, 'b');
+  client.UpdateLastError(a);
+  Latch start(4);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      start.CountDownAndWait();
+      for (int i = 0; i < 500; ++i) {
+        if (t % 2 == 0) {
+          client.UpdateLastError(i % 2 == 0 ? a : b);
+        } else {
+          const std::string body = client.GetLastErrorBody();
+          EXPECT_TRUE(body == a || body == b);
+        }
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+}
+
+}  // namespace
+}  // namespace lumtest

@@ -1,0 +1,539 @@
+// The engine's upload: every option, release and log line in order, the stream it reads and whose
+// it is, the speed cap, and what each early return leaves.
+
+#include <algorithm>
+#include <cstdio>
+
+#include "Fixture.h"
+#include "support/Files.h"
+
+namespace lumtest {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+const std::string kUrl = "https://store.example/bucket/a.zip";
+const Lines kLines = {"Content-Type: application/zip", "X-A: 1"};
+
+// A stream over `content` whose seeking can be made to fail.
+struct Cookie {
+  std::string content;
+  std::size_t position = 0;
+  bool seeksToEnd = true;
+  bool seeksToStart = true;
+  bool closed = false;
+
+  FILE* Open() {
+    cookie_io_functions_t functions{};
+    functions.read = [](void* self, char* buffer, std::size_t size) -> ssize_t {
+      auto* cookie = static_cast<Cookie*>(self);
+      const std::size_t n = cookie->content.copy(buffer, size, cookie->position);
+      cookie->position += n;
+      return static_cast<ssize_t>(n);
+    };
+    functions.seek = [](void* self, off64_t* offset, int whence) {
+      auto* cookie = static_cast<Cookie*>(self);
+      if (whence == SEEK_END && *offset == 0) {
+        if (!cookie->seeksToEnd) {
+          return -1;
+        }
+        cookie->position = cookie->content.size();
+      } else if (whence == SEEK_SET) {
+        if (!cookie->seeksToStart) {
+          return -1;
+        }
+        cookie->position = static_cast<std::size_t>(*offset);
+      }
+      *offset = static_cast<off64_t>(cookie->position);
+      return 0;
+    };
+    functions.close = [](void* self) {
+      static_cast<Cookie*>(self)->closed = true;
+      return 0;
+    };
+    return fopencookie(this, "r", functions);
+  }
+};
+
+class UploadTransferTest : public ServiceTest {
+ protected:
+  UploadTransferTest() { Forget(); }
+
+  TempDir directory;
+  const std::string path = directory.Write("a.zip", "0123456789");
+
+  // Closes a stream of the test's own, which the balance of the client's files leaves out.
+  void CloseOwn(FILE* stream) {
+    std::fclose(stream);
+    ++recorder.m_liveFiles;
+  }
+};
+
+TEST_F(UploadTransferTest, UploadWithNothingSetIsThisAndNoMore) {
+  recorder.NextPerform(Answer(200, "stored"));
+
+  const HttpResult result = Engine().Upload(kUrl, path, {}, 30);
+
+  EXPECT_EQ(result.code, 200);
+  EXPECT_EQ(result.body, "") << "the reply is standard output's";
+  EXPECT_THAT(
+      recorder.Events(),
+      ElementsAre("memset_s 4096 0 4096", "curl_easy_init",
+                  "LumRealPath " + path + " " + std::to_string(path.size()),
+                  "fopen " + path + " rb", "fseek 0 from the end", "ftell",
+                  "fseek 0 from the start", "CURLOPT_READFUNCTION function", "CURLOPT_UPLOAD 1",
+                  "CURLOPT_URL " + kUrl, "CURLOPT_UPLOAD 1", "CURLOPT_READDATA pointer",
+                  "CURLOPT_INFILESIZE_LARGE 10", "CURLOPT_ERRORBUFFER 4096 zero bytes",
+                  "CURLOPT_CONNECTTIMEOUT 10", "CURLOPT_TIMEOUT 30", "CURLOPT_SSL_VERIFYPEER 0",
+                  "CURLOPT_SSL_VERIFYHOST 0", "curl_easy_perform",
+                  "reply to standard output: stored", "CURLINFO_RESPONSE_CODE", "fclose",
+                  "curl_easy_cleanup"));
+  EXPECT_EQ(recorder.Transfers().at(0).uploaded, "0123456789");
+}
+
+TEST_F(UploadTransferTest, UploadWithEverythingSetPinsFirstAndBindsBeforeTls) {
+  UseCertificate();
+  client.SetBindInterface("eth1");
+  client.SetDomainIp("10.0.0.5");
+  client.SetLimitSpeed(1000);
+  Forget();
+  keptLists = 1;
+  recorder.NextPerform(Answer(201));
+
+  const HttpResult result = Engine().Upload(kUrl, path, kLines, 0);
+
+  EXPECT_EQ(result.code, 201);
+  EXPECT_THAT(
+      recorder.Events(),
+      ElementsAre(
+          "memset_s 4096 0 4096", "curl_easy_init",
+          "log 3 SetDomainIp: Set domain=store.example:443:10.0.0.5",
+          "curl_slist_append store.example:443:10.0.0.5",
+          "CURLOPT_RESOLVE [store.example:443:10.0.0.5]",
+          "LumRealPath " + path + " " + std::to_string(path.size()), "fopen " + path + " rb",
+          "fseek 0 from the end", "ftell", "fseek 0 from the start",
+          "curl_slist_append Content-Type: application/zip", "curl_slist_append X-A: 1",
+          "CURLOPT_HTTPHEADER [Content-Type: application/zip][X-A: 1]",
+          "CURLOPT_READFUNCTION function", "CURLOPT_UPLOAD 1", "CURLOPT_URL " + kUrl,
+          "CURLOPT_UPLOAD 1", "CURLOPT_READDATA pointer", "CURLOPT_INFILESIZE_LARGE 10",
+          "CURLOPT_ERRORBUFFER 4096 zero bytes", "CURLOPT_CONNECTTIMEOUT 10", "CURLOPT_TIMEOUT 0",
+          "CURLOPT_MAX_SEND_SPEED_LARGE 1000", "log 3 SetInterface: Set interface=eth1",
+          "CURLOPT_INTERFACE eth1", "CURLOPT_SSL_VERIFYPEER 0", "CURLOPT_SSL_VERIFYHOST 0",
+          "CURLOPT_CAINFO /ca.pem", "CURLOPT_SSLCERT /client.pem", "CURLOPT_SSLKEY /client.key",
+          "CURLOPT_SSLKEYTYPE PEM", "CURLOPT_SSLCERTTYPE PEM", "CURLOPT_KEYPASSWD secret",
+          "curl_easy_perform", "CURLINFO_RESPONSE_CODE", "fclose",
+          "curl_slist_free_all [Content-Type: application/zip][X-A: 1]", "curl_easy_cleanup"));
+}
+
+TEST_F(UploadTransferTest, SetsNeitherAWriteFunctionNorNosignal) {
+  Engine().Upload(kUrl, path, kLines, 30);
+
+  const Transfer transfer = recorder.Transfers().at(0);
+  EXPECT_EQ(transfer.pointers.count(CURLOPT_WRITEFUNCTION), 0U);
+  EXPECT_EQ(transfer.pointers.count(CURLOPT_WRITEDATA), 0U);
+  EXPECT_EQ(transfer.numbers.count(CURLOPT_NOSIGNAL), 0U);
+}
+
+TEST_F(UploadTransferTest, ConnectLimitIsTenSecondsWhateverTheObjectHolds) {
+  Engine().connectTimeout = 99;
+  Engine().requestTimeout = 98;
+
+  Engine().Upload(kUrl, path, kLines, 0xFFFFFFFF);
+
+  EXPECT_EQ(recorder.Events(), UploadEvents(kUrl, path, 10, kLines, "4294967295"));
+}
+
+TEST_F(UploadTransferTest, KeepsALineWhoseValueIsEmptyInTheRequest) {
+  const Lines lines = {"X-Meta: ", "X-B: 2"};
+
+  Engine().Upload(kUrl, path, lines, 30);
+
+  EXPECT_EQ(recorder.Events(), UploadEvents(kUrl, path, 10, lines, "30"));
+  EXPECT_THAT(recorder.Transfers().at(0).headers, ElementsAre("X-Meta;", "X-B: 2"));
+}
+
+TEST_F(UploadTransferTest, HandsBackEveryStatusWithAnEmptyBody) {
+  for (int status = 100; status <= 599; ++status) {
+    recorder.NextPerform(Answer(status, "reply"));
+    const HttpResult result = Engine().Upload(kUrl, path, {}, 30);
+    EXPECT_EQ(result.code, status);
+    EXPECT_EQ(result.body, "");
+  }
+  EXPECT_THAT(recorder.Logs(), IsEmpty()) << "a status is no failure of the transfer";
+}
+
+// --- Failures ---
+
+TEST_F(UploadTransferTest, FailedUploadReleasesFileAndListThenLogsThenReleasesTheHandle) {
+  recorder.NextPerform(Broken(CURLE_SEND_ERROR, 413, "reset by peer"));
+
+  const HttpResult result = Engine().Upload(kUrl, path, kLines, 30);
+
+  EXPECT_EQ(result.code, 413);
+  EXPECT_EQ(result.body, "PUT failed for: reset by peer .");
+  EXPECT_EQ(recorder.Events(),
+            Failing(UploadEvents(kUrl, path, 10, kLines, "30"),
+                    "log 1 Upload: PUT failed for strerror 55, resOps: 55, code: "
+                    "413, errorBuf: reset by peer"));
+  EXPECT_THAT(Logs(), ElementsAre(EngineLog(
+                          1, "Upload", "PUT failed for %s, resOps: %d, code: %ld, errorBuf: %s",
+                          {"strerror 55", "55", "413", "reset by peer"})));
+}
+
+TEST_F(UploadTransferTest, WithoutAHandleKeepsThePostWordingAndPinsNothing) {
+  client.SetDomainIp("10.0.0.5");
+  Forget();
+  recorder.FailInit();
+
+  const HttpResult result = Engine().Upload(kUrl, path, kLines, 30);
+
+  EXPECT_EQ(result.code, -1);
+  EXPECT_EQ(result.body, "");
+  EXPECT_THAT(recorder.Events(), ElementsAre("memset_s 4096 0 4096", "curl_easy_init",
+                                             "log 1 Upload: POST curl init failed"));
+  EXPECT_THAT(Logs(), ElementsAre(EngineLog(1, "Upload", "POST curl init failed")));
+}
+
+TEST_F(UploadTransferTest, RefusedPathReturnsWithoutALogLine) {
+  recorder.realPath = false;
+
+  const HttpResult result = Engine().Upload(kUrl, path, kLines, 30);
+
+  EXPECT_EQ(result.code, -1);
+  EXPECT_EQ(result.body, "");
+  EXPECT_THAT(
+      recorder.Events(),
+      ElementsAre("memset_s 4096 0 4096", "curl_easy_init",
+                  "LumRealPath " + path + " " + std::to_string(path.size()), "curl_easy_cleanup"));
+}
+
+TEST_F(UploadTransferTest, RefusedPathOfAPinnedUploadHasPinnedAlready) {
+  client.SetDomainIp("10.0.0.5");
+  Forget();
+  recorder.realPath = false;
+  keptLists = 1;
+
+  Engine().Upload(kUrl, path, kLines, 30);
+
+  EXPECT_THAT(
+      recorder.Events(),
+      ElementsAre("memset_s 4096 0 4096", "curl_easy_init",
+                  "log 3 SetDomainIp: Set domain=store.example:443:10.0.0.5",
+                  "curl_slist_append store.example:443:10.0.0.5",
+                  "CURLOPT_RESOLVE [store.example:443:10.0.0.5]",
+                  "LumRealPath " + path + " " + std::to_string(path.size()), "curl_easy_cleanup"));
+}
+
+TEST_F(UploadTransferTest, PathIsCheckedUpToItsFirstZeroByte) {
+  recorder.realPath = false;
+
+  Engine().Upload(kUrl, std::string("/a\0b", 4), kLines, 30);
+
+  EXPECT_THAT(recorder.EventsWithout({"memset_s", "curl_easy"}), ElementsAre("LumRealPath /a 2"));
+}
+
+TEST_F(UploadTransferTest, FileThatCannotBeOpenedIsLogged) {
+  const std::string missing = directory.Path("missing");
+
+  const HttpResult result = Engine().Upload(kUrl, missing, kLines, 30);
+
+  EXPECT_EQ(result.code, -1);
+  EXPECT_EQ(result.body, "");
+  EXPECT_THAT(recorder.Events(),
+              ElementsAre("memset_s 4096 0 4096", "curl_easy_init",
+                          "LumRealPath " + missing + " " + std::to_string(missing.size()),
+                          "fopen " + missing + " rb", "log 1 Upload: read file error",
+                          "curl_easy_cleanup"));
+  EXPECT_THAT(Logs(), ElementsAre(EngineLog(1, "Upload", "read file error")));
+}
+
+TEST_F(UploadTransferTest, FileWhoseSizeIsUnknownIsClosedAndLogged) {
+  recorder.FailSeek();
+
+  const HttpResult result = Engine().Upload(kUrl, path, kLines, 30);
+
+  EXPECT_EQ(result.code, -1);
+  EXPECT_EQ(result.body, "");
+  EXPECT_THAT(Logs(), ElementsAre(EngineLog(1, "Upload", "read file error")));
+  EXPECT_THAT(recorder.Transfers(), IsEmpty());
+}
+
+// --- The caller's stream ---
+
+TEST_F(UploadTransferTest, StreamOfTheCallerServesOneUploadAndStaysOpen) {
+  Cookie cookie;
+  cookie.content = "the stream";
+  FILE* stream = cookie.Open();
+  ASSERT_NE(stream, nullptr);
+  client.SetFp(stream);
+
+  Engine().Upload(kUrl, path, kLines, 30);
+
+  Events expected = UploadEvents(kUrl, path, 10, kLines, "30");
+  expected.erase(std::find(expected.begin(), expected.end(), "fopen " + path + " rb"));
+  expected.erase(std::find(expected.begin(), expected.end(), "fclose"));
+  EXPECT_EQ(recorder.Events(), expected);
+  EXPECT_EQ(recorder.Transfers().at(0).uploaded, "the stream");
+  EXPECT_FALSE(cookie.closed);
+  EXPECT_EQ(Engine().uploadFp, nullptr);
+
+  Forget();
+  Engine().Upload(kUrl, path, kLines, 30);
+
+  EXPECT_EQ(recorder.Events(), UploadEvents(kUrl, path, 10, kLines, "30"));
+  EXPECT_EQ(recorder.Transfers().at(0).uploaded, "0123456789");
+  CloseOwn(stream);
+}
+
+TEST_F(UploadTransferTest, StreamIsReadFromItsStartWhereverItStands) {
+  Cookie cookie;
+  cookie.content = "abcdef";
+  FILE* stream = cookie.Open();
+  ASSERT_EQ(std::fgetc(stream), 'a');
+  ASSERT_EQ(std::fgetc(stream), 'b');
+  client.SetFp(stream);
+
+  Engine().Upload(kUrl, path, {}, 30);
+
+  EXPECT_EQ(recorder.Transfers().at(0).uploaded, "abcdef");
+  EXPECT_EQ(recorder.Transfers().at(0).numbers.at(CURLOPT_INFILESIZE_LARGE), 6);
+  EXPECT_EQ(recorder.Transfers().at(0).pointers.at(CURLOPT_READDATA), stream);
+  CloseOwn(stream);
+}
+
+TEST_F(UploadTransferTest, StreamIsUsedUpByAFailedTransferToo) {
+  Cookie cookie;
+  FILE* stream = cookie.Open();
+  client.SetFp(stream);
+  recorder.NextPerform(Broken(CURLE_COULDNT_CONNECT, 0, "refused"));
+
+  const HttpResult result = Engine().Upload(kUrl, path, kLines, 30);
+
+  EXPECT_EQ(result.body, "PUT failed for: refused .");
+  EXPECT_EQ(Engine().uploadFp, nullptr);
+  EXPECT_FALSE(cookie.closed);
+  CloseOwn(stream);
+}
+
+TEST_F(UploadTransferTest, EarlyReturnsLeaveTheStreamSet) {
+  Cookie cookie;
+  cookie.seeksToEnd = false;
+  FILE* stream = cookie.Open();
+  client.SetFp(stream);
+
+  recorder.FailInit();
+  Engine().Upload(kUrl, path, kLines, 30);
+  EXPECT_EQ(Engine().uploadFp, stream);
+
+  Forget();
+  recorder.realPath = false;
+  Engine().Upload(kUrl, path, kLines, 30);
+  EXPECT_EQ(Engine().uploadFp, stream);
+
+  EXPECT_FALSE(cookie.closed);
+  CloseOwn(stream);
+}
+
+TEST_F(UploadTransferTest, StreamWithARefusedPathIsNotRead) {
+  Cookie cookie;
+  cookie.content = "unread";
+  FILE* stream = cookie.Open();
+  client.SetFp(stream);
+  recorder.realPath = false;
+
+  Engine().Upload(kUrl, path, kLines, 30);
+
+  EXPECT_EQ(std::fgetc(stream), 'u');
+  CloseOwn(stream);
+}
+
+TEST_F(UploadTransferTest, StreamThatCannotSeekToItsEndIsRefused) {
+  Cookie cookie;
+  cookie.seeksToEnd = false;
+  FILE* stream = cookie.Open();
+  client.SetFp(stream);
+
+  const HttpResult result = Engine().Upload(kUrl, path, kLines, 30);
+
+  EXPECT_EQ(result.code, -1);
+  EXPECT_EQ(result.body, "");
+  EXPECT_THAT(Logs(), ElementsAre(EngineLog(1, "Upload", "read file error")));
+  EXPECT_EQ(Engine().uploadFp, stream);
+  EXPECT_FALSE(cookie.closed);
+  CloseOwn(stream);
+}
+
+TEST_F(UploadTransferTest, StreamThatCannotSeekBackToItsStartIsRefused) {
+  Cookie cookie;
+  cookie.content = "abc";
+  cookie.seeksToStart = false;
+  FILE* stream = cookie.Open();
+  client.SetFp(stream);
+
+  const HttpResult result = Engine().Upload(kUrl, path, kLines, 30);
+
+  EXPECT_EQ(result.code, -1);
+  EXPECT_THAT(Logs(), ElementsAre(EngineLog(1, "Upload", "read file error")));
+  EXPECT_THAT(recorder.Transfers(), IsEmpty());
+  CloseOwn(stream);
+}
+
+TEST_F(UploadTransferTest, NullStreamTakesAnEarlierOneBack) {
+  Cookie cookie;
+  FILE* stream = cookie.Open();
+  client.SetFp(stream);
+  client.SetFp(nullptr);
+
+  Engine().Upload(kUrl, path, kLines, 30);
+
+  EXPECT_EQ(recorder.Transfers().at(0).uploaded, "0123456789");
+  CloseOwn(stream);
+}
+
+TEST_F(UploadTransferTest, DestroyingTheClientLeavesItsStreamOpen) {
+  Cookie cookie;
+  FILE* stream = cookie.Open();
+  client.SetFp(stream);
+
+  DropPrivate();
+
+  EXPECT_FALSE(cookie.closed);
+  CloseOwn(stream);
+}
+
+TEST_F(UploadTransferTest, ReadCallbackPassesItsArgumentsToFread) {
+  Script script;
+  script.reads = false;
+  std::vector<std::size_t> counts;
+  std::string got;
+  script.during = [&counts, &got](const Transfer& transfer) {
+    const auto read =
+        reinterpret_cast<curl_read_callback>(transfer.pointers.at(CURLOPT_READFUNCTION));
+    void* user = transfer.pointers.at(CURLOPT_READDATA);
+    char buffer[32] = {};
+    counts.push_back(read(buffer, 3, 2, user));  // two items of three bytes
+    got.append(buffer, 6);
+    counts.push_back(read(buffer, 3, 9, user));  // one whole item is left, and one byte
+    counts.push_back(read(buffer, 1, 9, user));
+  };
+  recorder.NextPerform(script);
+
+  Engine().Upload(kUrl, path, {}, 30);
+
+  EXPECT_THAT(counts, ElementsAre(2U, 1U, 0U));
+  EXPECT_EQ(got, "012345");
+}
+
+TEST_F(UploadTransferTest, EmptyFileAnnouncesNoBytes) {
+  const std::string empty = directory.Write("empty", "");
+  Forget();
+
+  Engine().Upload(kUrl, empty, kLines, 30);
+
+  EXPECT_EQ(recorder.Events(), UploadEvents(kUrl, empty, 0, kLines, "30"));
+}
+
+TEST_F(UploadTransferTest, FileBeyondFourGigabytesAnnouncesItsSize) {
+  const std::string large = directory.Path("large");
+  MakeSparseFile(large, 5368709121);
+  Script script;
+  script.reads = false;
+  recorder.NextPerform(script);
+
+  Engine().Upload(kUrl, large, {}, 30);
+
+  EXPECT_EQ(recorder.Transfers().at(0).numbers.at(CURLOPT_INFILESIZE_LARGE), 5368709121);
+}
+
+// --- The speed cap ---
+
+TEST_F(UploadTransferTest, NoCapSetsNoOption) {
+  client.SetLimitSpeed(5);
+  client.SetLimitSpeed(-1);
+  ASSERT_EQ(Engine().limitSpeed, 0xFFFFFFFF);
+
+  Engine().Upload(kUrl, path, kLines, 30);
+
+  EXPECT_EQ(recorder.Events(), UploadEvents(kUrl, path, 10, kLines, "30"));
+}
+
+TEST_F(UploadTransferTest, EveryOtherCapIsHandedOnAsASignedNumber) {
+  const std::vector<std::pair<std::uint32_t, long long>> caps = {{0, 0},
+                                                                 {1, 1},
+                                                                 {1048576, 1048576},
+                                                                 {0x7FFFFFFF, 2147483647},
+                                                                 {0x80000000, -2147483648LL},
+                                                                 {0xFFFFFFFE, -2}};
+  for (const auto& [stored, handed] : caps) {
+    Forget();
+    Engine().SetLimitSpeed(stored);
+
+    Engine().Upload(kUrl, path, {}, 30);
+
+    const Transfer transfer = recorder.Transfers().at(0);
+    ASSERT_EQ(transfer.numbers.count(CURLOPT_MAX_SEND_SPEED_LARGE), 1U) << stored;
+    EXPECT_EQ(transfer.numbers.at(CURLOPT_MAX_SEND_SPEED_LARGE), handed) << stored;
+  }
+}
+
+TEST_F(UploadTransferTest, CapStandsBetweenTheTimeLimitAndTheInterface) {
+  client.SetLimitSpeed(0);
+  client.SetBindInterface("lo");
+  Forget();
+
+  Engine().Upload(kUrl, path, {}, 30);
+
+  const Events events =
+      recorder.EventsWithout({"memset_s", "fopen", "fseek", "ftell", "LumRealPath"});
+  const auto cap = std::find(events.begin(), events.end(), "CURLOPT_MAX_SEND_SPEED_LARGE 0");
+  ASSERT_NE(cap, events.end());
+  EXPECT_EQ(*(cap - 1), "CURLOPT_TIMEOUT 30");
+  EXPECT_EQ(*(cap + 1), "log 3 SetInterface: Set interface=lo");
+}
+
+// --- Pinned uploads ---
+
+TEST_F(UploadTransferTest, EachPinnedUploadKeepsOneListAndNothingElse) {
+  client.SetDomainIp("10.0.0.5");
+  Forget();
+
+  for (int i = 0; i < 3; ++i) {
+    Engine().Upload(kUrl, path, kLines, 30);
+    EXPECT_EQ(recorder.LiveLists(), i + 1);
+    EXPECT_EQ(recorder.LiveHandles(), 0);
+    EXPECT_EQ(recorder.LiveFiles(), 0);
+  }
+
+  for (const Transfer& transfer : recorder.Transfers()) {
+    EXPECT_THAT(transfer.resolve, ElementsAre("store.example:443:10.0.0.5"));
+  }
+  keptLists = 3;
+}
+
+TEST_F(UploadTransferTest, PinnedUploadOfAnHttpUrlWithoutAPathPinsTheShortenedHost) {
+  client.SetDomainIp("10.0.0.5");
+  Forget();
+  keptLists = 1;
+
+  Engine().Upload("http://store", path, {}, 30);
+
+  EXPECT_THAT(recorder.Transfers().at(0).resolve, ElementsAre("stor:80:10.0.0.5"));
+  EXPECT_EQ(recorder.Transfers().at(0).texts.at(CURLOPT_URL), "http://store");
+}
+
+TEST_F(UploadTransferTest, PinnedUploadOfARefusedUrlStillSetsItsEntry) {
+  client.SetDomainIp("10.0.0.5");
+  Forget();
+  keptLists = 1;
+
+  Engine().Upload("ftp://store/x", path, {}, 30);
+
+  EXPECT_THAT(recorder.Transfers().at(0).resolve, ElementsAre(":10.0.0.5"));
+  EXPECT_THAT(Logs(), ElementsAre(EngineLog(1, "GetDomain", "invalid url:%s", {"ftp://store/x"}),
+                                  EngineLog(3, "SetDomainIp", "Set domain=%s", {":10.0.0.5"})));
+}
+
+}  // namespace
+}  // namespace lumtest
