@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <regex.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -19,7 +20,6 @@
 #include <cstring>
 #include <mutex>
 #include <optional>
-#include <regex>
 #include <stdexcept>
 #include <thread>
 
@@ -161,6 +161,40 @@ Child Start(const std::vector<std::string>& argv, const ProcessOptions& options)
   }
   return child;
 }
+
+// A compiled POSIX regular expression.
+class Regex {
+ public:
+  explicit Regex(const std::string& text) {
+    if (regcomp(&m_compiled, text.c_str(), REG_EXTENDED) != 0) {
+      throw std::runtime_error("not a regular expression: " + text);
+    }
+  }
+  ~Regex() { regfree(&m_compiled); }
+  Regex(const Regex&) = delete;
+  Regex& operator=(const Regex&) = delete;
+
+  // Whether it is found in `line`; `groups`, unless null, gets the match and its groups.
+  bool Search(const std::string& line, std::vector<std::string>* groups) const {
+    std::vector<regmatch_t> matches(m_compiled.re_nsub + 1);
+    if (regexec(&m_compiled, line.c_str(), matches.size(), matches.data(), 0) != 0) {
+      return false;
+    }
+    if (groups != nullptr) {
+      groups->clear();
+      for (const regmatch_t& match : matches) {
+        groups->push_back(match.rm_so < 0
+                              ? ""
+                              : line.substr(static_cast<std::size_t>(match.rm_so),
+                                            static_cast<std::size_t>(match.rm_eo - match.rm_so)));
+      }
+    }
+    return true;
+  }
+
+ private:
+  regex_t m_compiled;
+};
 
 // Whether something was read; closes `*descriptor` at its end.
 bool ReadSome(int* descriptor, std::string* text) {
@@ -308,7 +342,7 @@ bool SpawnedProcess::Running() {
 
 bool SpawnedProcess::WaitForLine(const std::string& regex, std::vector<std::string>* groups,
                                  std::chrono::milliseconds deadline) {
-  const std::regex wanted(regex);
+  const Regex wanted(regex);
   // Whole lines only, but for the last one of a program that has ended.
   const auto found = [&](const std::string& text) {
     for (std::size_t start = 0; start < text.size();) {
@@ -316,12 +350,7 @@ bool SpawnedProcess::WaitForLine(const std::string& regex, std::vector<std::stri
       if (end == std::string::npos && !m_state->status) {
         return false;
       }
-      const std::string line = text.substr(start, end - start);
-      std::smatch match;
-      if (std::regex_search(line, match, wanted)) {
-        if (groups != nullptr) {
-          groups->assign(match.begin(), match.end());
-        }
+      if (wanted.Search(text.substr(start, end - start), groups)) {
         return true;
       }
       start = end == std::string::npos ? text.size() : end + 1;

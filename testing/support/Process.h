@@ -60,9 +60,9 @@ class SpawnedProcess {
 
   // --- Readiness. False when the program has ended or `deadline` has passed first.
 
-  // Waits for a line on standard output or standard error in which `regex` (ECMAScript) is found.
-  // `groups`, unless null, gets the whole match and then the groups: "port=([0-9]+)" gives the
-  // number as (*groups)[1].
+  // Waits for a line on standard output or standard error in which `regex` (POSIX, extended) is
+  // found. `groups`, unless null, gets the whole match and then the groups: "port=([0-9]+)" gives
+  // the number as (*groups)[1]. Throws std::runtime_error when `regex` is none.
   bool WaitForLine(const std::string& regex, std::vector<std::string>* groups = nullptr,
                    std::chrono::milliseconds deadline = std::chrono::seconds(30));
 

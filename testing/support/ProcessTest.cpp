@@ -113,7 +113,10 @@ TEST(SpawnedProcess, WaitsForALine) {
   ASSERT_TRUE(process.WaitForLine("port=([0-9]+)", &groups)) << process.Err();
   EXPECT_THAT(groups, ElementsAre("port=4711", "4711"));
   EXPECT_TRUE(process.WaitForLine("^starting$"));
+  EXPECT_TRUE(process.WaitForLine("(x)?start", &groups));
+  EXPECT_THAT(groups, ElementsAre("start", ""));
   EXPECT_FALSE(process.WaitForLine("never", nullptr, std::chrono::milliseconds(1)));
+  EXPECT_THROW(process.WaitForLine("("), std::runtime_error);
 }
 
 TEST(SpawnedProcess, StopsWaitingWhenTheProgramEnds) {

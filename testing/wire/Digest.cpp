@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <fstream>
 #include <stdexcept>
 #include <vector>
@@ -78,10 +79,13 @@ std::string Sha256OfFile(const std::string& path) {
 
 std::string GeneratedBytes(std::uint64_t offset, std::size_t size) {
   std::string bytes(size, '\0');
-  std::size_t value = static_cast<std::size_t>(offset % kGeneratedPeriod);
-  for (char& byte : bytes) {
-    byte = static_cast<char>(value);
-    value = value + 1 == kGeneratedPeriod ? 0 : value + 1;
+  const std::size_t first = std::min(size, kGeneratedPeriod);
+  for (std::size_t i = 0; i < first; ++i) {
+    bytes[i] = static_cast<char>((offset + i) % kGeneratedPeriod);
+  }
+  // What is there, a whole number of periods, is copied behind itself until all is there.
+  for (std::size_t there = first; there < size; there *= 2) {
+    std::memcpy(&bytes[there], bytes.data(), std::min(there, size - there));
   }
   return bytes;
 }

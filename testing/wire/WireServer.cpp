@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "support/Signals.h"
+#include "tls/TlsMaterial.h"
 #include "wire/Socket.h"
 #include "wire/WireServerState.h"
 #include "wire/WireSession.h"
@@ -58,6 +59,15 @@ SSL_CTX* MakeTlsContext(const WireTls& tls) {
 }
 
 }  // namespace
+
+WireTls MakeWireTls(const TlsMaterial& material, WireTls::ClientCertificate clientCertificate) {
+  WireTls tls;
+  tls.certificate = material.serverCertificate;
+  tls.key = material.serverKey;
+  tls.clientCertificate = clientCertificate;
+  tls.clientCa = material.caCertificate;
+  return tls;
+}
 
 WireServerState::WireServerState(WireOptions wanted) : options(std::move(wanted)) {
   if (options.tls) {

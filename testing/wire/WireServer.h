@@ -37,6 +37,12 @@ struct WireTls {
   int maxVersion = 0;
 };
 
+struct TlsMaterial;
+
+// TLS with the good server certificate of `material`, checking clients against its CA.
+WireTls MakeWireTls(const TlsMaterial& material, WireTls::ClientCertificate clientCertificate =
+                                                     WireTls::ClientCertificate::kNone);
+
 struct WireOptions {
   std::string address = "127.0.0.1";  // or another of 127.0.0.0/8, or "::1"
   std::uint16_t port = 0;             // 0: the kernel's choice
