@@ -148,8 +148,12 @@ std::string Nginx::OpenHttpsHost() const {
   return "127.0.0.1:" + std::to_string(m_openTlsPort);
 }
 
-std::string Nginx::AccessLog() const {
-  return ReadFile(m_directory.Path("access.log"));
+bool Nginx::Logged(const std::string& request) {
+  std::string pattern;
+  for (const char c : request) {
+    pattern += c == '|' ? "\\|" : std::string(1, c);
+  }
+  return m_process->WaitForLine(pattern);
 }
 
 std::string Nginx::LastBody() const {
