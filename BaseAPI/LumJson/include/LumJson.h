@@ -43,10 +43,9 @@ enum class Kind : unsigned char {
 struct Rep {
   enum { kMaxShortText = 14 };
   union {
-    std::uint64_t unsignedInteger;
+    std::uint64_t unsignedInteger;  // kUnsigned; 0 or 1 for kBool
     std::int64_t integer;
     double number;
-    bool boolean;
     Text* text;    // kLongText; never null
     Block* block;  // kArray, kObject; null when empty
   };
@@ -102,7 +101,7 @@ class LUM_JSON_API Value {
             typename = typename std::enable_if<std::is_same<Bool, bool>::value>::type>
   Value(Bool boolean) noexcept : rep_() {
     rep_.kind = detail::Kind::kBool;
-    rep_.boolean = boolean;
+    rep_.unsignedInteger = boolean ? 1 : 0;
   }
 
   // An integer; smaller types arrive here by promotion. It keeps all 64 bits.

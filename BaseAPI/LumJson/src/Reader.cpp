@@ -9,6 +9,7 @@
 #include <boost/json/basic_parser_impl.hpp>
 #include <charconv>
 #include <cmath>
+#include <functional>
 #include <string>
 
 #include "Storage.h"
@@ -40,7 +41,7 @@ class SlotStack {
       Grow();
     }
   }
-  void Push(const Rep& rep) { *top_++ = rep; }
+  void Push(Words slot) { StoreWords(top_++, slot); }
   Rep* Top() { return top_; }
   void Drop(std::size_t count) { top_ -= count; }
 
@@ -73,6 +74,8 @@ class TreeBuilder {
   static constexpr std::size_t max_string_size = SIZE_MAX;
   static constexpr std::size_t max_key_size = SIZE_MAX;
 
+  explicit TreeBuilder(std::string_view document) : document_(document) {}
+
   Rep TakeRoot() {
     stack_.Drop(1);
     return *stack_.Top();
@@ -84,17 +87,13 @@ class TreeBuilder {
   bool on_object_begin(json::error_code&) { return true; }
 
   bool on_array_end(std::size_t count, json::error_code&) {
-    Rep array = Rep();
-    array.kind = Kind::kArray;
-    if (count != 0) {
-      array.block = NewFilledBlock(stack_.Top() - count, count);
-      stack_.Drop(count);
-    }
-    return Push(array);
+    Block* const block = count == 0 ? nullptr : NewFilledBlock(stack_.Top() - count, count);
+    stack_.Drop(count);
+    return Push(reinterpret_cast<std::uintptr_t>(block), Kind::kArray);
   }
 
   bool on_object_end(std::size_t count, json::error_code&) {
-    const Rep object = MakeObject(stack_.Top() - 2 * count, count);
+    const Words object = MakeObject(stack_.Top() - 2 * count, count);
     stack_.Drop(2 * count);
     return Push(object);
   }
@@ -107,10 +106,10 @@ class TreeBuilder {
   bool on_string(json::string_view rest, std::size_t, json::error_code&) {
     stack_.Reserve();
     if (textSoFar_.empty()) {
-      stack_.Push(MakeText({rest.data(), rest.size()}));
+      stack_.Push(MakeTextWords({rest.data(), rest.size()}, ReadableEnd(rest.data())));
     } else {
       textSoFar_.append(rest.data(), rest.size());
-      stack_.Push(MakeText(textSoFar_));
+      stack_.Push(MakeTextWords(textSoFar_, textSoFar_.data()));
       textSoFar_.clear();
     }
     return true;
@@ -128,46 +127,64 @@ class TreeBuilder {
 
   bool on_int64(std::int64_t number, json::string_view text, json::error_code&) {
     if (number == 0 && text.front() == '-') {
-      return Push(Access::Of(Value(-0.0)));
+      return PushDouble(-0.0);
     }
-    return Push(Access::Of(Value(number)));
+    return Push(static_cast<std::uint64_t>(number), Kind::kInteger);
   }
 
+  // Only called for what is above INT64_MAX.
   bool on_uint64(std::uint64_t number, json::string_view, json::error_code&) {
-    return Push(Access::Of(Value(number)));
+    return Push(number, Kind::kUnsigned);
   }
 
   bool on_double(double approximate, json::string_view text, json::error_code& error) {
-    // The parser computes digits * 10^exponent in double arithmetic. That is exact for up to 15
-    // digits and exponents of up to 22, and off by some last bits otherwise.
-    constexpr std::size_t kExactSize = 16;  // 15 digits and the point
-    double number = approximate;
-    if (text.size() > kExactSize || text.find_first_of("eE") != json::string_view::npos) {
-      const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
-      if (result.ec == std::errc::result_out_of_range) {
-        number = std::abs(approximate) < 1 ? std::copysign(0.0, approximate) : HUGE_VAL;
-      }
-      if (!std::isfinite(number)) {
-        error = json::error::exponent_overflow;
-        return false;
-      }
+    // The parser computes digits * 10^exponent in double arithmetic. That is exact for digits
+    // below 10^15 and exponents from -22 to 22, and off by some last bits otherwise.
+    constexpr std::size_t kExactSize = 16;  // 15 digits and a point, or fewer and an exponent
+    const double magnitude = std::abs(approximate);
+    if (text.size() <= kExactSize && magnitude >= 1e-7 && magnitude < 1e22) {
+      return PushDouble(approximate);
     }
-    return Push(Access::Of(Value(number)));
+    double number = approximate;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (result.ec == std::errc::result_out_of_range) {
+      number = magnitude < 1 ? std::copysign(0.0, approximate) : HUGE_VAL;
+    }
+    if (!std::isfinite(number)) {
+      error = json::error::exponent_overflow;
+      return false;
+    }
+    return PushDouble(number);
   }
 
-  bool on_bool(bool boolean, json::error_code&) { return Push(Access::Of(Value(boolean))); }
-  bool on_null(json::error_code&) { return Push(Rep()); }
+  bool on_bool(bool boolean, json::error_code&) { return Push(boolean ? 1 : 0, Kind::kBool); }
+  bool on_null(json::error_code&) { return Push(0, Kind::kNull); }
   bool on_comment_part(json::string_view, json::error_code&) { return true; }
   bool on_comment(json::string_view, json::error_code&) { return true; }
 
  private:
-  // For values that own nothing yet, or what the stack owned a moment ago.
-  bool Push(const Rep& rep) {
+  // For values that own nothing, or what the stack owned until its slots were dropped: then there
+  // is room, and nothing is thrown.
+  bool Push(Words slot) {
     stack_.Reserve();
-    stack_.Push(rep);
+    stack_.Push(slot);
     return true;
   }
+  bool Push(std::uint64_t content, Kind kind) { return Push(MakeWords(content, kind)); }
 
+  bool PushDouble(double number) {
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &number, sizeof(bits));
+    return Push(bits, Kind::kDouble);
+  }
+
+  // The document's end for a text in it. Others stand in a buffer of the parser's.
+  const char* ReadableEnd(const char* text) const {
+    const char* const end = document_.data() + document_.size();
+    return std::less_equal<>()(document_.data(), text) && std::less<>()(text, end) ? end : text;
+  }
+
+  std::string_view document_;
   SlotStack stack_;
   std::string textSoFar_;  // of a text that arrives in parts, because it has escapes
 };
@@ -177,7 +194,7 @@ class TreeBuilder {
 bool ReadDocument(std::string_view text, Rep& root) {
   json::parse_options options;
   options.max_depth = Value::kMaxDepth;
-  json::basic_parser<TreeBuilder> parser(options);
+  json::basic_parser<TreeBuilder> parser(options, text);
   json::error_code error;
   const std::size_t size = parser.write_some(false, text.data(), text.size(), error);
   if (error || size != text.size()) {

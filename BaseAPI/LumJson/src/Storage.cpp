@@ -94,13 +94,12 @@ class Name {
     return FoldProduct(hash ^ tail, kSeed.high);
   }
 
-  // Six bits that tell most names of a small object apart, for less than a hash costs.
-  unsigned Fingerprint() const {
+  // A few bits that tell most names of a small object apart, for less than a hash costs.
+  std::size_t Fingerprint(int bits) const {
     const std::uint64_t first = isShort_ ? low_ : LoadWord(bytes_.data());
-    const std::uint64_t second =
+    const std::uint64_t last =
         isShort_ ? high_ : LoadWord(bytes_.data() + bytes_.size() - kWord) ^ bytes_.size();
-    return static_cast<unsigned>(((first * 0x9E3779B97F4A7C15U) ^ (second * 0xC2B2AE3D27D4EB4FU)) >>
-                                 58);
+    return ((first * 0x9E3779B97F4A7C15U) ^ (last * 0xC2B2AE3D27D4EB4FU)) >> (64 - bits);
   }
 
  private:
@@ -114,6 +113,15 @@ class Name {
   std::uint64_t high_ = 0;
   bool isShort_;
 };
+
+// What the last two bytes of a short text say.
+Words ShortTextMark(std::size_t size) {
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+  return MakeWords(0, Kind::kShortText) | Words{0, size << 48};
+#else
+  return MakeWords(0, Kind::kShortText) | Words{0, size << 8};
+#endif
+}
 
 Rep Null() {
   return Rep();
@@ -207,32 +215,39 @@ Rep* FindName(const Rep& object, const Name& name) {
   return nullptr;
 }
 
-// Keeps one of each name among `count` members. The members stand at the front afterwards, nulls
-// behind them. Returns how many are left.
+// False when the names of `count` members certainly differ, which is almost always so.
+bool MayHaveDuplicates(const Rep* slots, std::size_t count) {
+  constexpr int kBits = 9;
+  std::uint64_t seen[(1U << kBits) / 64] = {};
+  for (const Rep* name = slots; name != slots + 2 * count; name += 2) {
+    const std::size_t place = Name(*name).Fingerprint(kBits);
+    const std::uint64_t bit = std::uint64_t{1} << (place % 64);
+    if ((seen[place / 64] & bit) != 0) {
+      return true;
+    }
+    seen[place / 64] |= bit;
+  }
+  return false;
+}
+
+// Keeps one of each name among `count` members, and leaves nulls behind those that are kept.
+// Returns how many these are.
 std::size_t DropDuplicates(Rep* slots, std::size_t count) noexcept {
-  std::uint64_t seen = 0;
   std::size_t kept = 0;
   for (std::size_t i = 0; i < count; ++i) {
     Rep* const member = slots + 2 * i;
+    Rep* const end = slots + 2 * kept;
     const Name name(*member);
-    const std::uint64_t bit = std::uint64_t{1} << name.Fingerprint();
-    Rep* earlier = slots + 2 * kept;
-    if ((seen & bit) != 0) {
-      earlier = slots;
-      while (earlier != slots + 2 * kept && !name.Is(*earlier)) {
-        earlier += 2;
-      }
+    Rep* earlier = slots;
+    while (earlier != end && !name.Is(*earlier)) {
+      earlier += 2;
     }
-    seen |= bit;
-    if (earlier != slots + 2 * kept) {
+    if (earlier != end) {
       ReleaseTree(earlier[1]);
       ReleaseTree(member[0]);
       earlier[1] = member[1];
     } else {
-      if (earlier != member) {
-        earlier[0] = member[0];
-        earlier[1] = member[1];
-      }
+      std::copy_n(member, member == end ? 0 : 2, end);
       ++kept;
     }
   }
@@ -240,7 +255,7 @@ std::size_t DropDuplicates(Rep* slots, std::size_t count) noexcept {
   return kept;
 }
 
-Rep MakeIndexedObject(Rep* slots, std::size_t count) {
+Block* NewIndexedBlock(Rep* slots, std::size_t count) {
   auto growth = std::make_unique<Growth>();
   MakeIndex(*growth, count);
   Block* const block = NewBlock(2 * count);
@@ -259,7 +274,7 @@ Rep MakeIndexedObject(Rep* slots, std::size_t count) {
   growth->size = block->size;
   growth->last = block;
   block->growth = growth.release();
-  return Container(Kind::kObject, block);
+  return block;
 }
 
 // While a container waits to be copied, its slot in the copy holds this instead of a value.
@@ -349,7 +364,7 @@ bool EqualLeaves(const Rep& a, const Rep& b) {
     return false;
   }
   return IsContainer(a)          ? SlotCount(a) == SlotCount(b)
-         : a.kind == Kind::kBool ? a.boolean == b.boolean
+         : a.kind == Kind::kBool ? a.unsignedInteger == b.unsignedInteger
                                  : true;
 }
 
@@ -385,6 +400,26 @@ Rep MakeText(std::string_view bytes) {
   return rep;
 }
 
+Words MakeTextWords(std::string_view bytes, const char* readableEnd) {
+  const std::size_t size = bytes.size();
+  if (size > Rep::kMaxShortText) {
+    return MakeWords(reinterpret_cast<std::uintptr_t>(NewText(bytes)), Kind::kLongText);
+  }
+  if (readableEnd - bytes.data() < static_cast<std::ptrdiff_t>(sizeof(Rep))) {
+    const Rep text = MakeText(bytes);
+    return LoadWords(&text);
+  }
+  // Sixteen bytes at once, whatever the size: cheaper than to branch on it.
+  static constexpr unsigned char kMask[2 * sizeof(Rep)] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+                                                           0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+                                                           0xFF, 0xFF, 0xFF, 0xFF};
+  Words words;
+  Words mask;
+  std::memcpy(&words, bytes.data(), sizeof(words));
+  std::memcpy(&mask, kMask + sizeof(Rep) - size, sizeof(mask));
+  return (words & mask) | ShortTextMark(size);
+}
+
 Block* NewBlock(std::size_t capacity) {
   if (capacity > kMaxSlots) {
     throw std::bad_alloc();
@@ -395,7 +430,11 @@ Block* NewBlock(std::size_t capacity) {
 
 Block* NewFilledBlock(const Rep* slots, std::size_t count) {
   Block* const block = NewBlock(count);
-  std::memcpy(static_cast<void*>(block->Slots()), slots, count * sizeof(Rep));
+  // Not by memcpy, whose wider loads would have to wait for the stores of the last slots.
+  Rep* const to = block->Slots();
+  for (std::size_t i = 0; i < count; ++i) {
+    StoreWords(to + i, LoadWords(slots + i));
+  }
   block->size = static_cast<std::uint32_t>(count);
   return block;
 }
@@ -612,23 +651,23 @@ bool RemoveMember(Rep& object, std::string_view name) {
   return true;
 }
 
-Rep MakeObject(Rep* slots, std::size_t count) {
-  if (count == 0) {
-    return Container(Kind::kObject, nullptr);
-  }
+Words MakeObject(Rep* slots, std::size_t count) {
+  Block* block = nullptr;
   if (count > kIndexedSize) {
-    return MakeIndexedObject(slots, count);
+    block = NewIndexedBlock(slots, count);
+  } else if (count != 0) {
+    const std::size_t kept = MayHaveDuplicates(slots, count) ? DropDuplicates(slots, count) : count;
+    block = NewFilledBlock(slots, 2 * kept);
   }
-  const std::size_t kept = count == 1 ? 1 : DropDuplicates(slots, count);
-  return Container(Kind::kObject, NewFilledBlock(slots, 2 * kept));
+  return MakeWords(reinterpret_cast<std::uintptr_t>(block), Kind::kObject);
 }
 
-SlotCursor::SlotCursor(const Rep& container) {
-  if (container.block != nullptr) {
-    slot_ = container.block->Slots();
-    end_ = slot_ + container.block->size;
-    const Growth* const growth = container.block->growth;
-    next_ = growth == nullptr ? nullptr : growth->next;
+SlotCursor::SlotCursor(const Rep& container) : left_(SlotCount(container)) {
+  if (left_ != 0) {
+    const Block& first = *container.block;
+    slot_ = first.Slots();
+    end_ = slot_ + first.size;
+    next_ = first.growth == nullptr ? nullptr : first.growth->next;
     if (slot_ == end_) {
       EnterBlock();
     }
@@ -636,14 +675,10 @@ SlotCursor::SlotCursor(const Rep& container) {
 }
 
 void SlotCursor::EnterBlock() {
-  slot_ = end_ = nullptr;
-  while (next_ != nullptr && slot_ == end_) {
+  while (slot_ == end_ && next_ != nullptr) {
     slot_ = next_->Slots();
     end_ = slot_ + next_->size;
     next_ = next_->next;
-  }
-  if (slot_ == end_) {
-    slot_ = nullptr;
   }
 }
 

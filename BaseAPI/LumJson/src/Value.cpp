@@ -113,7 +113,7 @@ std::string Value::JsonValueToString() const {
 }
 
 bool Value::AsBool(bool otherwise) const noexcept {
-  return IsBool() ? rep_.boolean : otherwise;
+  return IsBool() ? rep_.unsignedInteger != 0 : otherwise;
 }
 
 std::int64_t Value::AsInt64(std::int64_t otherwise) const noexcept {

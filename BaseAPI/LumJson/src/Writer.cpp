@@ -22,7 +22,7 @@ constexpr std::size_t kIndent = 4;
 constexpr std::uint64_t kOnes = ~std::uint64_t{0} / 0xFF;
 constexpr std::uint64_t kHighs = kOnes << 7;
 
-// Eight bytes, the first one lowest.
+// Eight bytes in a word, the first one lowest.
 std::uint64_t LoadWord(const char* from) {
   std::uint64_t word;
   std::memcpy(&word, from, kWord);
@@ -30,6 +30,13 @@ std::uint64_t LoadWord(const char* from) {
   word = __builtin_bswap64(word);
 #endif
   return word;
+}
+
+void StoreWord(char* to, std::uint64_t word) {
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+  word = __builtin_bswap64(word);
+#endif
+  std::memcpy(to, &word, kWord);
 }
 
 // Marks, in the high bit of each byte, the bytes of a word that cannot be copied as they are:
@@ -44,6 +51,11 @@ constexpr std::uint64_t MarkSpecial(std::uint64_t word) {
 // The number of bytes in front of the first marked one.
 std::size_t BytesBefore(std::uint64_t marks) {
   return static_cast<std::size_t>(__builtin_ctzll(marks)) / 8;
+}
+
+// The same for two words, of which at least one has a mark.
+std::size_t BytesBefore(std::uint64_t low, std::uint64_t high) {
+  return low != 0 ? BytesBefore(low) : kWord + BytesBefore(high);
 }
 
 // The length of the well-formed UTF-8 sequence at `bytes`, or 0 and in `skip` the length of the
@@ -83,6 +95,46 @@ std::size_t SequenceLength(const unsigned char* bytes, std::size_t size, std::si
   return length;
 }
 
+// Decimal digits are made eight at a time in one word, without loops and branches: numbers differ
+// too much for the processor to guess their length.
+constexpr std::uint64_t kTenTo8 = 100000000;
+
+// The eight digits of a number below 10^8 as bytes 0 to 9, the first one lowest.
+std::uint64_t EightDigits(std::uint64_t number) {
+  // Two numbers below 10^4, then four below 100, then eight below 10. Divisions by 100 and by 10
+  // are multiplications that are exact for numbers of that size.
+  const std::uint64_t fours = number / 10000 | number % 10000 << 32;
+  const std::uint64_t hundreds = ((fours * 10486) >> 20) & 0x0000007F0000007F;
+  const std::uint64_t twos = hundreds | (fours - 100 * hundreds) << 16;
+  const std::uint64_t tens = ((twos * 103) >> 10) & 0x000F000F000F000F;
+  return tens | (twos - 10 * tens) << 8;
+}
+
+char* WriteEightDigits(char* to, std::uint64_t number) {
+  StoreWord(to, EightDigits(number) + kOnes * '0');
+  return to + kWord;
+}
+
+// Without leading zeros; a number below 10^8, then any.
+char* WriteShortNumber(char* to, std::uint64_t number) {
+  const std::uint64_t digits = EightDigits(number);
+  const std::size_t zeros = BytesBefore(digits | std::uint64_t{1} << 56);
+  StoreWord(to, (digits + kOnes * '0') >> (8 * zeros));
+  return to + kWord - zeros;
+}
+
+char* WriteNumber(char* to, std::uint64_t number) {
+  if (number < kTenTo8) {
+    return WriteShortNumber(to, number);
+  }
+  if (number < kTenTo8 * kTenTo8) {
+    return WriteEightDigits(WriteShortNumber(to, number / kTenTo8), number % kTenTo8);
+  }
+  to = WriteShortNumber(to, number / (kTenTo8 * kTenTo8));
+  to = WriteEightDigits(to, number / kTenTo8 % kTenTo8);
+  return WriteEightDigits(to, number % kTenTo8);
+}
+
 template <bool kStyled>
 class Writer {
  public:
@@ -115,14 +167,20 @@ class Writer {
   struct OpenContainer {
     SlotCursor cursor;
     bool isObject;
+    std::size_t slots;
+    std::size_t begin;  // where its text begins
   };
 
+  static constexpr char kBlanks[16] = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ',
+                                       ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
   // No number is longer.
   static constexpr std::size_t kNumberSize = 32;
   // The most that is written without asking for room: the end of one line, with a number, and the
   // indentation of the next.
   static constexpr std::size_t kReserve = 2 * kNumberSize + kIndent * (Value::kMaxDepth + 1);
   static constexpr std::size_t kBufferSize = 16384;
+  // An estimate is trusted up to this multiple of what is written.
+  static constexpr std::size_t kMaxGrowth = 8;
 
   void MakeRoom() {
     if (position_ > limit_) {
@@ -131,8 +189,29 @@ class Writer {
   }
 
   void Flush() {
+    const std::size_t size = Written();
+    if (size > out_.capacity()) {
+      out_.reserve(size + std::min(EstimateRest(), kMaxGrowth * size));
+    }
     out_.append(buffer_, position_);
     position_ = buffer_;
+  }
+
+  std::size_t Written() const {
+    return out_.size() + static_cast<std::size_t>(position_ - buffer_);
+  }
+
+  // What is still to come, if in each open container the rest is like what has been written. New
+  // memory costs more than anything else when a large text is written, so it should be the last.
+  std::size_t EstimateRest() const {
+    double rest = 0;
+    for (const OpenContainer& container : open_) {
+      const double written = static_cast<double>(Written() - container.begin);
+      const auto left = static_cast<double>(container.cursor.Left());
+      rest += written * left / std::max(static_cast<double>(container.slots) - left, 1.0);
+    }
+    constexpr double kMargin = 1.1;
+    return static_cast<std::size_t>(std::min(rest * kMargin, 0x1p62));
   }
 
   // False for an object whose members were all removed again.
@@ -142,7 +221,7 @@ class Writer {
       return false;
     }
     const bool isObject = container.kind == Kind::kObject;
-    open_.push_back(OpenContainer{cursor, isObject});
+    open_.push_back(OpenContainer{cursor, isObject, cursor.Left(), Written()});
     *position_++ = isObject ? '{' : '[';
     return true;
   }
@@ -183,7 +262,9 @@ class Writer {
     if (kStyled) {
       *position_++ = '\n';
       const std::size_t blanks = kIndent * open_.size();
-      std::memset(position_, ' ', blanks);
+      for (std::size_t i = 0; i < blanks; i += sizeof(kBlanks)) {
+        std::memcpy(position_ + i, kBlanks, sizeof(kBlanks));
+      }
       position_ += blanks;
     }
   }
@@ -194,13 +275,17 @@ class Writer {
         Literal("null");
         break;
       case Kind::kBool:
-        value.boolean ? Literal("true") : Literal("false");
+        value.unsignedInteger != 0 ? Literal("true") : Literal("false");
         break;
       case Kind::kInteger:
-        position_ = std::to_chars(position_, position_ + kNumberSize, value.integer).ptr;
-        break;
+        if (value.integer < 0) {
+          *position_++ = '-';
+          position_ = WriteNumber(position_, 0 - value.unsignedInteger);
+          break;
+        }
+        [[fallthrough]];
       case Kind::kUnsigned:
-        position_ = std::to_chars(position_, position_ + kNumberSize, value.unsignedInteger).ptr;
+        position_ = WriteNumber(position_, value.unsignedInteger);
         break;
       case Kind::kDouble:
         Double(value.number);
@@ -229,6 +314,9 @@ class Writer {
       Literal("null");
       return;
     }
+    if (ShortDouble(number)) {
+      return;
+    }
     char* const begin = position_;
     position_ = std::to_chars(begin, begin + kNumberSize, number).ptr;
     // Digits alone would read back as an integer.
@@ -237,9 +325,55 @@ class Writer {
     }
   }
 
+  // Writes a double that has at most six digits behind the point, several times as fast as
+  // std::to_chars and with the same digits: as long as there are at most fifteen, no two decimal
+  // numbers share a double, so the one that divides back into `number` is the only one.
+  bool ShortDouble(double number) {
+    constexpr std::uint64_t kScale = 1000000;
+    const double magnitude = std::abs(number);
+    if (!(magnitude < 1e9 && (magnitude >= 1e-3 || magnitude == 0))) {
+      return false;
+    }
+    const auto scaled = static_cast<std::uint64_t>(magnitude * kScale + 0.5);
+    if (static_cast<double>(scaled) / kScale != magnitude) {
+      return false;
+    }
+    if (std::signbit(number)) {
+      *position_++ = '-';
+    }
+    position_ = WriteNumber(position_, scaled / kScale);
+    *position_++ = '.';
+    // The digits without the zeros at the end, but one of these at least.
+    const std::uint64_t fraction = EightDigits(scaled % kScale * 100);
+    StoreWord(position_, fraction + kOnes * '0');
+    position_ += kWord - static_cast<std::size_t>(__builtin_clzll(fraction | 1)) / 8;
+    return true;
+  }
+
   void Quoted(const Rep& text) {
-    const std::string_view bytes = TextOf(text);
     *position_++ = '"';
+    if (text.kind == Kind::kLongText || !PlainShortText(text)) {
+      Escaped(TextOf(text));
+      MakeRoom();
+    }
+    *position_++ = '"';
+  }
+
+  // Writes a short text that holds nothing but plain ASCII.
+  bool PlainShortText(const Rep& text) {
+    const char* const bytes = reinterpret_cast<const char*>(&text);
+    const std::size_t size = text.shortTextSize;
+    const std::uint64_t low = MarkSpecial(LoadWord(bytes));
+    const std::uint64_t high = MarkSpecial(LoadWord(bytes + kWord));
+    if (BytesBefore(low, high) < size) {
+      return false;
+    }
+    std::memcpy(position_, bytes, sizeof(Rep));
+    position_ += size;
+    return true;
+  }
+
+  void Escaped(std::string_view bytes) {
     const char* from = bytes.data();
     const char* const end = from + bytes.size();
     while (from < end) {
@@ -268,8 +402,6 @@ class Writer {
         from += Special(from, static_cast<std::size_t>(end - from));
       }
     }
-    MakeRoom();
-    *position_++ = '"';
   }
 
   // Writes the character at `from`, which is not plain ASCII. Returns how many bytes it took.

@@ -1,0 +1,81 @@
+// RapidJSON's events stack up values that arrays and objects take in when they end.
+#include "RapidTree.h"
+
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
+
+#include <iterator>
+
+namespace lumbench {
+
+namespace {
+
+class Handler : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Handler> {
+ public:
+  bool Null() { return Push({nullptr}); }
+  bool Bool(bool boolean) { return Push({boolean}); }
+  bool Int(int number) { return Push({std::int64_t{number}}); }
+  bool Uint(unsigned number) { return Push({std::int64_t{number}}); }
+  bool Int64(std::int64_t number) { return Push({number}); }
+  bool Uint64(std::uint64_t number) { return Push({number}); }
+  bool Double(double number) { return Push({number}); }
+  bool String(const char* text, rapidjson::SizeType size, bool) {
+    return Push({std::string(text, size)});
+  }
+  bool Key(const char* text, rapidjson::SizeType size, bool) {
+    names_.emplace_back(text, size);
+    return true;
+  }
+  bool StartArray() { return true; }
+  bool StartObject() { return true; }
+  bool EndArray(rapidjson::SizeType count) {
+    Node::Elements elements(std::make_move_iterator(values_.end() - count),
+                            std::make_move_iterator(values_.end()));
+    values_.erase(values_.end() - count, values_.end());
+    return Push({std::move(elements)});
+  }
+  bool EndObject(rapidjson::SizeType count) {
+    Node::Members members;
+    members.reserve(count);
+    for (rapidjson::SizeType i = count; i != 0; --i) {
+      members.emplace_back(std::move(*(names_.end() - i)), std::move(*(values_.end() - i)));
+    }
+    names_.erase(names_.end() - count, names_.end());
+    values_.erase(values_.end() - count, values_.end());
+    return Push({std::move(members)});
+  }
+
+  Node TakeRoot() { return std::move(values_.back()); }
+
+ private:
+  bool Push(Node&& node) {
+    values_.push_back(std::move(node));
+    return true;
+  }
+
+  std::vector<Node> values_;
+  std::vector<std::string> names_;
+};
+
+template <unsigned kFlags>
+bool Read(const std::string& text, Node& root) {
+  rapidjson::MemoryStream bytes(text.data(), text.size());
+  rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> stream(bytes);
+  Handler handler;
+  if (rapidjson::Reader().Parse<kFlags>(stream, handler).IsError()) {
+    return false;
+  }
+  root = handler.TakeRoot();
+  return true;
+}
+
+}  // namespace
+
+bool ReadByRapidEvents(const std::string& text, bool exactDoubles, Node& root) {
+  return exactDoubles
+             ? Read<rapidjson::kParseValidateEncodingFlag | rapidjson::kParseFullPrecisionFlag>(
+                   text, root)
+             : Read<rapidjson::kParseValidateEncodingFlag>(text, root);
+}
+
+}  // namespace lumbench
