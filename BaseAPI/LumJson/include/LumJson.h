@@ -351,8 +351,8 @@ class MemberRange {
   MemberIterator<M> first_;
 };
 
-extern template class MemberIterator<Member>;
-extern template class MemberIterator<const Member>;
+extern template void MemberIterator<Member>::EnterBlock() noexcept;
+extern template void MemberIterator<const Member>::EnterBlock() noexcept;
 
 }  // namespace LumJson
 
