@@ -16,8 +16,8 @@
 namespace {
 
 constexpr char kDefaultCluster[] = "default";
-constexpr std::uint64_t kLongestFile = 16 * 1024 * 1024;  // bytes
-constexpr unsigned kKeyBytes = 16;                        // of the digest that a release key shows
+constexpr std::size_t kLongestFile = 16 * 1024 * 1024;  // bytes
+constexpr unsigned kKeyBytes = 16;                      // of the digest that a release key shows
 
 bool EndsWith(const std::string& text, const std::string& end) {
   return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
@@ -52,21 +52,6 @@ Namespace Find(const RootDir& directory, const std::string& appId, const std::st
   Namespace none;
   none.opened.error = ENOENT;
   return none;
-}
-
-std::optional<std::string> ReadWhole(const OpenedFile& opened) {
-  std::string text;
-  std::array<char, 16 * 1024> piece = {};
-  for (;;) {
-    const ssize_t count = ::read(opened.file.Get(), piece.data(), piece.size());
-    if (count <= 0) {
-      return count == 0 ? std::optional(text) : std::nullopt;
-    }
-    text.append(piece.data(), static_cast<std::size_t>(count));
-    if (text.size() > kLongestFile) {
-      return std::nullopt;
-    }
-  }
 }
 
 // The same for the same text, so that a client is told of changes and of nothing else.
@@ -113,7 +98,8 @@ Reply Apollo::Get(const Call& call) const {
     return Problem(404, "no namespace '" + name + "' of application '" + appId + "' in cluster '" +
                             call.names[2] + "' or '" + kDefaultCluster + "'");
   }
-  const auto text = found.opened.error == 0 ? ReadWhole(found.opened) : std::nullopt;
+  const auto text =
+      found.opened.error == 0 ? ReadAll(found.opened.file.Get(), kLongestFile) : std::nullopt;
   if (!text) {
     return Problem(
         500, "cannot read " + found.file + ": " +

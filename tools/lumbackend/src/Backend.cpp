@@ -281,6 +281,7 @@ bool Backend::IsMonitor(const Call& call) {
 
 void Backend::Finished(const Call& call, int status, const Note& note, std::uint64_t bytesIn,
                        std::uint64_t bytesOut) {
+  Record(call, status, note, bytesIn);
   // The page asks for events all the time; that is not worth a line.
   if (call.path != "/events" || status != 200) {
     Complain(Now() + " " + Column(call.method) + " " + Column(call.path) + " " +
@@ -290,6 +291,9 @@ void Backend::Finished(const Call& call, int status, const Note& note, std::uint
                   ? ""
                   : " (" + Printable(note.text) + ")"));
   }
+}
+
+void Backend::Record(const Call& call, int status, const Note& note, std::uint64_t bytesIn) {
   Event event;
   if (status == 0 || status >= 400) {
     event.kind = "refusal";

@@ -48,6 +48,7 @@ class Backend {
   Reply Dispatch(const Call& call, BodySource& body);
   std::optional<Reply> RefuseWithoutToken(const Call& call) const;
   std::uint64_t JsonLimit() const;
+  void Record(const Call& call, int status, const Note& note, std::uint64_t bytesIn);
 
   Reply Page(const Call& call, BodySource& body);
   Reply LastEvents(const Call& call, BodySource& body);

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cstddef>
+#include <optional>
+#include <string>
 #include <utility>
 
 // Owns at most one descriptor. Not for use by several threads at once.
@@ -34,5 +36,9 @@ class FileDescriptor {
 
 // Writes all `size` bytes, over as many write(2) calls as it takes. Returns false with errno set.
 bool WriteAll(int fd, const char* data, std::size_t size);
+
+// Reads to the end. Nothing, with errno set, when reading fails or there is more than `limit` bytes
+// (EFBIG).
+std::optional<std::string> ReadAll(int fd, std::size_t limit);
 
 #endif  // LUM_BACKEND_FILE_DESCRIPTOR_H

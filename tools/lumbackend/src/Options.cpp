@@ -30,6 +30,11 @@ std::string CheckAddress(const std::string& text) {
   return "'" + text + "' is no numeric IPv4 or IPv6 address";
 }
 
+// CLI11 would take -1 for the largest number there is.
+std::string CheckUnsigned(const std::string& text) {
+  return text.find('-') == std::string::npos ? "" : "'" + text + "' is no number from 0 up";
+}
+
 std::string CheckShare(const std::string& text) {
   char* end = nullptr;
   const double value = std::strtod(text.c_str(), &end);
@@ -70,6 +75,7 @@ std::unique_ptr<CLI::App> MakeParser(Options& options) {
                   "Refuse longer request bodies, unpacked size included, with 413 (default: 64 MiB "
                   "for JSON, no limit for objects); suffixes like 10MB are understood")
       ->type_name("BYTES")
+      ->check(CheckUnsigned)
       ->transform(CLI::AsSizeValue(false))
       ->group(serve);
 
@@ -112,6 +118,7 @@ std::unique_ptr<CLI::App> MakeParser(Options& options) {
       ->group(faults);
   app->add_option("--seed", options.seed, "Seed of the sequence that says which requests fail")
       ->type_name("N")
+      ->check(CheckUnsigned)
       ->capture_default_str()
       ->group(faults);
   app->add_option("--status", options.status, "Answer every request with this status, do nothing")
@@ -125,6 +132,7 @@ std::unique_ptr<CLI::App> MakeParser(Options& options) {
   app->add_option("--cut-after", options.cutAfter,
                   "Close the connection after this many bytes of an answer, its head included")
       ->type_name("BYTES")
+      ->check(CheckUnsigned)
       ->transform(CLI::AsSizeValue(false))
       ->group(faults);
   return app;

@@ -71,14 +71,9 @@ Session::Session(Backend& backend, Connection& connection)
   Patch("/", withBody);
   Delete("/", withBody);
 
-  // What cpp-httplib refuses by itself gets a body like any other refusal.
   set_error_handler([this](const httplib::Request&, httplib::Response& response) {
-    if (response.body.empty() && m_note.text.empty()) {
-      const char* reason = m_connection.HeadTooLong() ? "the request's head is too long"
-                           : response.status == 414   ? "the request line is too long"
-                                                      : "malformed request";
-      const bool tooLong = m_connection.HeadTooLong();
-      Send(Problem(tooLong ? 431 : response.status, reason), response);
+    if (response.body.empty()) {
+      Send(OwnRefusal(response.status), response);
     }
   });
   set_post_routing_handler(
@@ -153,6 +148,17 @@ void Session::Prepare(httplib::Request& request) {
     headers.emplace("Expect", "100-continue");
   }
   request.headers = std::move(headers);
+}
+
+// What cpp-httplib refuses by itself gets a body like any other refusal.
+Reply Session::OwnRefusal(int status) const {
+  if (m_headRead) {
+    return Problem(501, "the method is not known here");  // there is no route for it
+  }
+  if (m_connection.HeadTooLong()) {
+    return Problem(431, "the request's head is too long");
+  }
+  return Problem(status, status == 414 ? "the request line is too long" : "malformed request");
 }
 
 void Session::Answer(httplib::Response& response, const httplib::ContentReader* reader) {

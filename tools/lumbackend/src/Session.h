@@ -25,6 +25,7 @@ class Session : private httplib::Server {
   bool Serve();
   void Prepare(httplib::Request& request);
   void Answer(httplib::Response& response, const httplib::ContentReader* reader);
+  Reply OwnRefusal(int status) const;
   void Send(Reply reply, httplib::Response& response);
   void BeforeAnswer(httplib::Response& response);
   bool Closing() const;

@@ -5,9 +5,7 @@
 
 #include <cerrno>
 #include <exception>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -21,6 +19,7 @@ namespace {
 
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
+constexpr std::size_t kLongestKey = 64 * 1024;  // bytes
 
 // A descriptor that is readable from the first SIGINT or SIGTERM on: the signal stays pending, so
 // every thread that polls the descriptor learns of it.
@@ -45,11 +44,13 @@ std::string ReadKey(const std::string& path) {
   if (path.empty()) {
     return {};
   }
-  std::ifstream file(path, std::ios::binary);
-  std::string key((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  if (!file) {
-    throw std::runtime_error("cannot read the signature key '" + path + "'");
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const auto content = ReadAll(file.Get(), kLongestKey);
+  if (!content) {
+    throw std::runtime_error("cannot read the signature key '" + path +
+                             "': " + std::generic_category().message(errno));
   }
+  std::string key = *content;
   while (!key.empty() && (key.back() == '\n' || key.back() == '\r')) {
     key.pop_back();
   }
@@ -72,14 +73,14 @@ int Serve(const Options& options) {
   const FileDescriptor stop = StopOnSignals();
   Backend backend(options, ReadKey(options.signKeyFile));
   Server server(backend, stop.Get());
+  std::string ports;
   if (options.port || !options.tlsPort) {
-    std::cout << "http " << server.Listen(options.bind, options.port.value_or(0), nullptr) << "\n";
+    ports += "http " + server.Listen(options.bind, options.port.value_or(0), nullptr) + "\n";
   }
   if (options.tlsPort) {
-    std::cout << "https " << server.Listen(options.bind, *options.tlsPort, MakeContext(options))
-              << "\n";
+    ports += "https " + server.Listen(options.bind, *options.tlsPort, MakeContext(options)) + "\n";
   }
-  std::cout << std::flush;
+  std::cout << ports << std::flush;
   server.Run();
   return 0;
 }

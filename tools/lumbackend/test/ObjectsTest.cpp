@@ -1,0 +1,218 @@
+// The object storage and the files.
+#include "Objects.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <ctime>
+#include <filesystem>
+#include <thread>
+
+#include "Fakes.h"
+#include "Signature.h"
+#include "support/Files.h"
+
+namespace {
+
+using lumtest::ErrorOf;
+using lumtest::FakeBody;
+using lumtest::MakeCall;
+using lumtest::ReadFile;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class ObjectsTest : public testing::Test {
+ protected:
+  Reply Put(const std::string& target, FakeBody body = FakeBody("content")) const {
+    return m_objects.Put(MakeCall("PUT", target), body);
+  }
+
+  // Everything in the store, hidden files included.
+  std::vector<std::string> Stored() const {
+    std::vector<std::string> names;
+    const std::string top = m_temp.Path("objects");
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(top)) {
+      names.push_back(entry.path().string().substr(top.size() + 1));
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  lumtest::TempDir m_temp;
+  const RootDir m_root{m_temp.Path()};
+  const Objects m_objects{m_root, "", std::nullopt};
+};
+
+TEST_F(ObjectsTest, StoresTheBodyUnderItsName) {
+  const Reply reply = Put("/objects/logs/a%20b.zip");
+  EXPECT_EQ(reply.status, 200);
+  EXPECT_EQ(reply.body, "{\n    \"stored\": \"/objects/logs/a%20b.zip\",\n    \"bytes\": 7\n}\n");
+  EXPECT_EQ(reply.note.kind, Note::Kind::kUpload);
+  EXPECT_EQ(reply.note.text, "logs/a b.zip");
+  EXPECT_THAT(Stored(), ElementsAre("logs", "logs/a b.zip"));
+  EXPECT_EQ(ReadFile(m_temp.Path("objects/logs/a b.zip")), "content");
+}
+
+TEST_F(ObjectsTest, StoresLargeAndEmptyBodies) {
+  std::string large(3'000'001, 'x');
+  large.back() = 'y';
+  EXPECT_EQ(Put("/objects/large", FakeBody(large, BodySource::End::kComplete, 4096)).status, 200);
+  EXPECT_EQ(Put("/objects/empty", FakeBody("")).status, 200);
+  EXPECT_TRUE(ReadFile(m_temp.Path("objects/large")) == large);
+  EXPECT_EQ(ReadFile(m_temp.Path("objects/empty")), "");
+}
+
+TEST_F(ObjectsTest, ReplacesAnObject) {
+  Put("/objects/a", FakeBody("a longer first version"));
+  EXPECT_EQ(Put("/objects/a", FakeBody("second")).status, 200);
+  EXPECT_EQ(ReadFile(m_temp.Path("objects/a")), "second");
+}
+
+TEST_F(ObjectsTest, ASymbolicLinkIsReplacedNotFollowed) {
+  const std::string outside = m_temp.Write("outside", "untouched");
+  ASSERT_EQ(::symlink(outside.c_str(), m_temp.Path("objects/a").c_str()), 0);
+  EXPECT_EQ(Put("/objects/a").status, 200);
+  EXPECT_EQ(ReadFile(outside), "untouched");
+  EXPECT_EQ(ReadFile(m_temp.Path("objects/a")), "content");
+}
+
+TEST_F(ObjectsTest, AnUploadThatEndsEarlyLeavesNothingBehind) {
+  Put("/objects/old", FakeBody("old"));
+  const Reply reply = Put("/objects/old", FakeBody("ne", BodySource::End::kCut));
+  EXPECT_EQ(reply.status, 400);
+  EXPECT_EQ(ErrorOf(reply.body), "the upload ends after 2 bytes, too early");
+  EXPECT_EQ(Put("/objects/new/dir/x", FakeBody("ne", BodySource::End::kCut)).status, 400);
+  EXPECT_THAT(Stored(), ElementsAre("old"));
+  EXPECT_EQ(ReadFile(m_temp.Path("objects/old")), "old");
+}
+
+TEST_F(ObjectsTest, NamesThatLeadOutAreRefused) {
+  for (const char* target : {"/objects/", "/objects/..", "/objects/../x", "/objects/a/../../x",
+                             "/objects/%2e%2e/x", "/objects/..%2fx", "/objects/a//b", "/objects/a/",
+                             "/objects/a%00b", "/objects/.", "/objects/.upload-0123"}) {
+    FakeBody body("content");
+    EXPECT_EQ(m_objects.Put(MakeCall("PUT", target), body).status, 400) << target;
+    EXPECT_EQ(body.reads, 0) << target;
+  }
+  EXPECT_EQ(Put("/objects/" + std::string(256, 'a')).status, 400);
+  EXPECT_THAT(Stored(), IsEmpty());
+  EXPECT_FALSE(lumtest::Exists(m_temp.Path("x")));
+}
+
+TEST_F(ObjectsTest, ObjectsAndDirectoriesDoNotTakeEachOthersPlace) {
+  Put("/objects/a/b");
+  EXPECT_EQ(Put("/objects/a").status, 409);
+  EXPECT_EQ(Put("/objects/a/b/c").status, 409);
+  EXPECT_THAT(Stored(), ElementsAre("a", "a/b"));
+}
+
+TEST_F(ObjectsTest, LinkedDirectoriesAreNotEntered) {
+  m_temp.MakeDir("elsewhere");
+  ASSERT_EQ(::symlink(m_temp.Path("elsewhere").c_str(), m_temp.Path("objects/link").c_str()), 0);
+  EXPECT_EQ(Put("/objects/link/x").status, 403);
+  EXPECT_FALSE(lumtest::Exists(m_temp.Path("elsewhere/x")));
+}
+
+TEST_F(ObjectsTest, AFullFileSystemIsSaid) {
+  rlimit before = {};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  const rlimit limit = {1000, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  const Reply reply = Put("/objects/a", FakeBody(std::string(2000, 'x')));
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_EQ(reply.status, 507);
+  EXPECT_EQ(ErrorOf(reply.body), "cannot store the object: File too large");
+  EXPECT_THAT(Stored(), IsEmpty());
+}
+
+TEST_F(ObjectsTest, LimitsTheLength) {
+  const Objects limited(m_root, "", 7);
+  FakeBody fits("content");
+  EXPECT_EQ(limited.Put(MakeCall("PUT", "/objects/a"), fits).status, 200);
+  FakeBody longer("content+", BodySource::End::kComplete, 3);
+  EXPECT_EQ(limited.Put(MakeCall("PUT", "/objects/b"), longer).status, 413);
+  FakeBody announced("content+");
+  EXPECT_EQ(limited.Put(MakeCall("PUT", "/objects/c", {"Content-Length: 8"}), announced).status,
+            413);
+  EXPECT_EQ(announced.reads, 0);
+  EXPECT_THAT(Stored(), ElementsAre("a"));
+}
+
+TEST_F(ObjectsTest, AsksForSignaturesWhenThereIsAKey) {
+  const Objects strict(m_root, "secret", std::nullopt);
+  FakeBody unsignedBody("content");
+  const Reply refused = strict.Put(MakeCall("PUT", "/objects/a"), unsignedBody);
+  EXPECT_EQ(refused.status, 403);
+  EXPECT_EQ(ErrorOf(refused.body), "no Authorization");
+  EXPECT_EQ(unsignedBody.reads, 0);
+
+  const std::time_t now = std::time(nullptr);
+  char date[64];
+  std::strftime(date, sizeof date, "%a, %d %b %Y %H:%M:%S GMT", std::gmtime(&now));
+  FakeBody body("content");
+  EXPECT_EQ(
+      strict
+          .Put(MakeCall("PUT", "/objects/a",
+                        {std::string("Date: ") + date,
+                         "Authorization: " + SignatureFor("secret", "PUT", date, "/objects/a")}),
+               body)
+          .status,
+      200);
+}
+
+TEST_F(ObjectsTest, UploadsToOneNameDoNotMix) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([this, i] {
+      for (int j = 0; j < 20; ++j) {
+        EXPECT_EQ(
+            Put("/objects/dir/same", FakeBody(std::string(600'000, static_cast<char>('a' + i)),
+                                              BodySource::End::kComplete, 65536))
+                .status,
+            200);
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  const std::string content = ReadFile(m_temp.Path("objects/dir/same"));
+  EXPECT_TRUE(content == std::string(600'000, content[0]));
+  EXPECT_THAT(Stored(), ElementsAre("dir", "dir/same"));
+}
+
+TEST_F(ObjectsTest, SendsFiles) {
+  Put("/objects/a/data.json", FakeBody("{}"));
+  const Reply reply = m_objects.Get(MakeCall("GET", "/objects/a/data.json"));
+  EXPECT_EQ(reply.status, 200);
+  EXPECT_EQ(reply.contentType, "application/json");
+  ASSERT_TRUE(reply.file);
+  EXPECT_EQ(reply.file->size, 2u);
+  // What somebody has uploaded is not for a browser to run.
+  Put("/objects/page.html");
+  EXPECT_EQ(m_objects.Get(MakeCall("GET", "/objects/page.html")).contentType,
+            "application/octet-stream");
+}
+
+TEST_F(ObjectsTest, SendsNothingElse) {
+  Put("/objects/a/b");
+  m_temp.Write("secret", "secret");
+  m_temp.Write("objects/.upload-1", "half");
+  ASSERT_EQ(::symlink(m_temp.Path("secret").c_str(), m_temp.Path("objects/link").c_str()), 0);
+  EXPECT_EQ(m_objects.Get(MakeCall("GET", "/objects/none")).status, 404);
+  EXPECT_EQ(m_objects.Get(MakeCall("GET", "/objects/a")).status, 404);
+  EXPECT_EQ(m_objects.Get(MakeCall("GET", "/objects/a/b/c")).status, 404);
+  EXPECT_EQ(m_objects.Get(MakeCall("GET", "/objects/.upload-1")).status, 404);
+  EXPECT_EQ(m_objects.Get(MakeCall("GET", "/objects/link")).status, 403);
+  for (const char* target : {"/objects/../secret", "/objects/%2e%2e/secret", "/objects/..%2fsecret",
+                             "/objects/a//b", "/objects/"}) {
+    EXPECT_EQ(m_objects.Get(MakeCall("GET", target)).status, 400) << target;
+  }
+}
+
+}  // namespace

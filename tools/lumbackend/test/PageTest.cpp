@@ -1,0 +1,36 @@
+// The embedded page.
+#include "Page.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/Files.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+TEST(Page, IsTheFileByteForByte) {
+  EXPECT_EQ(PageReply().body, lumtest::ReadFile(LUM_PAGE_HTML));
+}
+
+TEST(Page, NeedsNothingFromElsewhere) {
+  for (const char* reference : {"://", "src=", "url(", "@import", "innerHTML"}) {
+    EXPECT_THAT(PageReply().body, Not(HasSubstr(reference)));
+  }
+}
+
+TEST(Page, MayLoadAndRunNothingButItself) {
+  std::string policy;
+  for (const HeaderField& field : PageReply().headers) {
+    if (field.name == "Content-Security-Policy") {
+      policy = field.value;
+    }
+  }
+  EXPECT_THAT(policy, HasSubstr("default-src 'none'"));
+  EXPECT_THAT(policy, HasSubstr("script-src 'sha256-"));
+  EXPECT_THAT(policy, Not(HasSubstr("unsafe")));
+}
+
+}  // namespace
