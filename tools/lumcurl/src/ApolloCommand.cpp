@@ -1,0 +1,116 @@
+// apollo: one namespace of a configuration centre.
+
+#include <cctype>
+#include <map>
+#include <string>
+
+#include "Commands.h"
+#include "Exchange.h"
+#include "HttpResult.h"
+#include "LumApollo.h"
+#include "LumJson.h"
+
+namespace {
+
+constexpr unsigned int kTimeLimit = 5;     // seconds, the library's
+constexpr std::size_t kLongestUrl = 4095;  // bytes, likewise
+
+// A shell variable's name: what none may have becomes an underscore.
+std::string VariableName(const std::string& property) {
+  std::string name;
+  for (const char c : property) {
+    name += c == '_' || (static_cast<unsigned char>(c) < 0x80 &&
+                         std::isalnum(static_cast<unsigned char>(c)) != 0)
+                ? c
+                : '_';
+  }
+  return name.empty() || std::isdigit(static_cast<unsigned char>(name[0])) != 0 ? "_" + name : name;
+}
+
+// Single quotes keep everything but themselves.
+std::string Quoted(const std::string& value) {
+  std::string out = "'";
+  for (const char c : value) {
+    if (c == '\'') {
+      out += "'\\''";
+    } else {
+      out += c;
+    }
+  }
+  return out + "'";
+}
+
+std::string EnvFile(const LumJson::Value& properties) {
+  std::string lines;
+  std::map<std::string, std::string> origins;
+  for (const LumJson::Member& member : properties.Members()) {
+    const std::string name = VariableName(member.Name());
+    const auto [origin, isNew] = origins.emplace(name, member.Name());
+    if (!isNew) {
+      throw Failure(Exit::kOther, "the properties '" + origin->second + "' and '" + member.Name() +
+                                      "' would both become " + name +
+                                      "; read them one by one with --key");
+    }
+    const std::string value = member.Item().JsonValueToString();
+    if (value.find('\0') != std::string::npos) {
+      throw Failure(Exit::kOther, "the property '" + member.Name() +
+                                      "' holds a zero byte, which no variable can");
+    }
+    lines += name + "=" + Quoted(value) + "\n";
+  }
+  return lines;
+}
+
+}  // namespace
+
+Exit RunApollo(const Options& options, Console& console) {
+  LumApolloEnv env;
+  env.configServer = options.server;
+  env.appId = options.appId;
+  env.cluster = options.cluster;
+  env.namespaceName = options.namespaceName;
+
+  Request request;
+  request.command = "apollo";
+  request.method = "GET";
+  request.url = "https://" + env.configServer + "/configs/" + env.appId + "/" +
+                (env.cluster.empty() ? "default" : env.cluster) + "/" + env.namespaceName;
+  request.lines = {"Content-Type: application/json", "charsets: utf-8"};
+  request.timeLimit = kTimeLimit;
+  if (request.url.size() > kLongestUrl) {
+    throw Failure(Exit::kUsage, "the URL would be longer than " + std::to_string(kLongestUrl) +
+                                    " bytes; nothing was sent");
+  }
+  Exchange exchange(console, request);
+  LumApollo apollo;
+  const HttpResult result = apollo.GetPropertyString(env);
+  exchange.ShowStatus(result.code);
+  if (result.code != 200) {
+    return exchange.Fail(result.code, {Exit::kOther, "no request could be made", "-v shows more"},
+                         result.body);
+  }
+  LumJson::Value answer;
+  const bool isJson = answer.Parse(result.body);
+  const LumJson::Value* properties = answer.Find("configurations");
+  if (!isJson || properties == nullptr || !properties->IsObject()) {
+    return exchange.Report(
+        {Exit::kOther, isJson ? "the answer has no 'configurations'" : "the answer is not JSON",
+         "check that the server is a configuration centre"},
+        result.body);
+  }
+  if (options.envFile) {
+    console.Data(EnvFile(*properties));
+  } else if (options.property) {
+    const LumJson::Value* value = properties->Find(*options.property);
+    if (value == nullptr) {
+      return exchange.Report({Exit::kOther,
+                              "the namespace '" + options.namespaceName + "' has no property '" +
+                                  *options.property + "'",
+                              "without --key all of them are printed"});
+    }
+    console.Data(value->JsonValueToString() + "\n");
+  } else {
+    console.Data(result.body);
+  }
+  return exchange.Succeed();
+}

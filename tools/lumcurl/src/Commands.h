@@ -1,0 +1,34 @@
+// The commands of lumcurl. Each runs once and returns the process's exit status; what is wrong with
+// the command's input is thrown as Failure.
+
+#ifndef LUM_LUMCURL_COMMANDS_H
+#define LUM_LUMCURL_COMMANDS_H
+
+#include "Console.h"
+#include "Failure.h"
+#include "Options.h"
+
+// HttpCommands.cpp, over LumCurlHttp
+Exit RunGet(const Options& options, Console& console);
+Exit RunPost(const Options& options, Console& console);
+Exit RunDownload(const Options& options, Console& console);
+
+// ServiceCommands.cpp, over LumCurlOrvOps
+Exit RunToken(const Options& options, Console& console);
+Exit RunRefreshToken(const Options& options, Console& console);
+Exit RunReport(const Options& options, Console& console);
+Exit RunLogAddress(const Options& options, Console& console);
+Exit RunServiceGet(const Options& options, Console& console);
+Exit RunServicePost(const Options& options, Console& console);
+
+// UploadCommands.cpp, over LumCurlOrvOps
+Exit RunUploadLog(const Options& options, Console& console);
+Exit RunUploadVideo(const Options& options, Console& console);
+Exit RunUploadFile(const Options& options, Console& console);
+Exit RunUploadDirectory(const Options& options, Console& console);
+Exit RunUploadGroup(const Options& options, Console& console);
+
+// ApolloCommand.cpp, over LumApollo
+Exit RunApollo(const Options& options, Console& console);
+
+#endif  // LUM_LUMCURL_COMMANDS_H

@@ -1,0 +1,54 @@
+// What lumcurl writes: data on standard output, everything else on standard error.
+
+#ifndef LUM_LUMCURL_CONSOLE_H
+#define LUM_LUMCURL_CONSOLE_H
+
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+// Lines on standard error are "lumcurl: text", one line each, control bytes escaped and the secrets
+// given to Mask replaced.
+//
+// Thread safety: every member but Mask may be called from any thread; Mask before other threads.
+class Console {
+ public:
+  Console(bool verbose, bool quiet);
+  ~Console();
+  Console(const Console&) = delete;
+  Console& operator=(const Console&) = delete;
+
+  // Data for standard output; control bytes are escaped when that is a terminal. Throws Failure
+  // when it cannot be written.
+  void Data(const std::string& bytes);
+
+  void Error(const std::string& text);
+  void Warn(const std::string& text);    // unless quiet
+  void Detail(const std::string& text);  // when verbose
+
+  bool Verbose() const { return m_verbose; }
+
+  // Standard error is a terminal and the user did not ask for quiet.
+  bool ShowsProgress() const;
+
+  // Replaces the progress line, which stands at the bottom until EndProgress makes it an ordinary
+  // line.
+  void ShowProgress(const std::string& line);
+  void EndProgress();
+
+  // Hides `secret` in every later line. Empty texts are passed over.
+  void Mask(const std::string& secret, const std::string& replacement = "***");
+
+ private:
+  void Line(const std::string& text);
+  std::string Masked(const std::string& text) const;
+
+  const bool m_verbose;
+  const bool m_quiet;
+  std::mutex m_mutex;  // guards standard error and the progress line
+  std::string m_progress;
+  std::vector<std::pair<std::string, std::string>> m_masks;  // longest first
+};
+
+#endif  // LUM_LUMCURL_CONSOLE_H

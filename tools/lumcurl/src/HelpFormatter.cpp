@@ -1,0 +1,95 @@
+// How --help looks.
+
+#include "HelpFormatter.h"
+
+#include <utility>
+
+#include "Text.h"
+
+namespace {
+
+constexpr std::size_t kWidth = 79;
+constexpr std::size_t kColumn = 30;  // where descriptions begin
+
+std::string Row(const std::string& name, const std::string& description) {
+  std::string row = "  " + name;
+  if (row.size() + 2 > kColumn) {
+    row += '\n';
+    row.append(kColumn, ' ');
+  } else {
+    row.append(kColumn - row.size(), ' ');
+  }
+  return row + Wrap(description, kWidth, kColumn) + "\n";
+}
+
+}  // namespace
+
+std::string ValueName(const CLI::Option* option) {
+  if (option->get_items_expected_max() == 0) {
+    return {};
+  }
+  const std::string name = option->get_type_name();  // what checks it is named behind a colon
+  return name.substr(0, name.find(':'));
+}
+
+std::string OptionSynopsis(const CLI::Option* option) {
+  if (option->get_positional()) {
+    return option->get_name(true, false);
+  }
+  const std::string value = ValueName(option);
+  return option->get_name(false, true) + (value.empty() ? "" : " " + value);
+}
+
+std::string CommandSynopsis(const CLI::App* command) {
+  std::string synopsis = "lumcurl ";
+  if (command->get_parent() == nullptr) {
+    return synopsis + "COMMAND [OPTIONS] ...";
+  }
+  synopsis += command->get_name() + " [OPTIONS]";
+  for (const CLI::Option* option : command->get_options()) {
+    if (option->get_positional()) {
+      synopsis += " " + option->get_name(true, false);
+      synopsis += option->get_expected_max() > 1 ? "..." : "";
+    }
+  }
+  return synopsis;
+}
+
+std::string HelpFormatter::make_help(const CLI::App* app, std::string name,
+                                     CLI::AppFormatMode mode) const {
+  std::string text =
+      make_description(app) + make_usage(app, std::move(name)) + make_positionals(app);
+  for (const std::string& group : app->get_groups()) {
+    const auto options = app->get_options([&group](const CLI::Option* option) {
+      return option->get_group() == group && !option->get_positional();
+    });
+    if (!group.empty() && !options.empty()) {
+      text += make_group(group, false, options);
+    }
+  }
+  return text + make_subcommands(app, mode) + "\n" + make_footer(app);
+}
+
+std::string HelpFormatter::make_description(const CLI::App* app) const {
+  return Wrap(app->get_description() + (app->get_parent() == nullptr ? "" : "."), kWidth, 0) + "\n";
+}
+
+std::string HelpFormatter::make_usage(const CLI::App* app, std::string /*name*/) const {
+  return "\nUsage: " + CommandSynopsis(app) + "\n";
+}
+
+std::string HelpFormatter::make_option(const CLI::Option* option, bool /*isPositional*/) const {
+  std::string description = option->get_description();
+  if (option->get_required() && !option->get_positional()) {
+    description += " (required)";
+  }
+  return Row(OptionSynopsis(option), description);
+}
+
+std::string HelpFormatter::make_subcommand(const CLI::App* command) const {
+  return Row(command->get_name(), command->get_description());
+}
+
+std::string HelpFormatter::make_footer(const CLI::App* app) const {
+  return Wrap(app->get_footer(), kWidth, 0) + "\n";
+}

@@ -1,0 +1,29 @@
+// How --help looks: names in one column, descriptions wrapped beside them.
+
+#ifndef LUM_LUMCURL_HELP_FORMATTER_H
+#define LUM_LUMCURL_HELP_FORMATTER_H
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+class HelpFormatter : public CLI::Formatter {
+ public:
+  std::string make_help(const CLI::App* app, std::string name,
+                        CLI::AppFormatMode mode) const override;
+  std::string make_description(const CLI::App* app) const override;
+  std::string make_usage(const CLI::App* app, std::string name) const override;
+  std::string make_option(const CLI::Option* option, bool isPositional) const override;
+  std::string make_subcommand(const CLI::App* command) const override;
+  std::string make_footer(const CLI::App* app) const override;
+};
+
+// What an option's value is called, "FILE"; "" for a switch.
+std::string ValueName(const CLI::Option* option);
+
+// "-H,--header LINE", or "URL" for an operand.
+std::string OptionSynopsis(const CLI::Option* option);
+
+// "lumcurl get [OPTIONS] URL".
+std::string CommandSynopsis(const CLI::App* command);
+
+#endif  // LUM_LUMCURL_HELP_FORMATTER_H

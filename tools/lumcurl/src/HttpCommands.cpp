@@ -1,0 +1,140 @@
+// get, post and download.
+
+#include <sys/stat.h>
+
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Commands.h"
+#include "Exchange.h"
+#include "Input.h"
+#include "LumCurlHttp.h"
+#include "Progress.h"
+
+namespace {
+
+constexpr unsigned int kJsonTimeLimit = 5;       // seconds, the library's
+constexpr unsigned int kDownloadTimeLimit = 60;  // likewise
+
+constexpr char kUserAgent[] = "User-Agent: QVcurlHttp/0.1.2";
+const std::vector<std::string>& JsonLines() {
+  static const std::vector<std::string> lines = {"Content-Type: application/json",
+                                                 "charsets: utf-8"};
+  return lines;
+}
+
+void ConfigureSsl(LumCurlHttp& client, const Options& options, Console& console) {
+  if (!options.ssl) {
+    return;
+  }
+  if (options.url.rfind("https://", 0) != 0) {
+    throw Failure(Exit::kUsage, "--ssl asks for TLS, but '" + options.url +
+                                    "' does not begin with https://; nothing was sent");
+  }
+  RequireReadable("--cacert", options.caCert);
+  RequireReadable("--cert", options.cert);
+  RequireReadable("--key", options.key);
+  std::string pass = ReadKeyPass(options, console);
+  client.SetSslInfo(options.caCert, options.cert, options.key,
+                    reinterpret_cast<unsigned char*>(pass.data()), static_cast<int>(pass.size()));
+  explicit_bzero(pass.data(), pass.size());
+}
+
+// get, and post when there is a body.
+Exit RunJson(const Options& options, Console& console, const std::string* body) {
+  MaskSecrets(options.url, console);
+  const std::vector<std::string> own = ReadHeaders(options, console);
+  if (own.size() > 1) {
+    throw Failure(Exit::kUsage, "one header line at most: " +
+                                    std::string(body == nullptr ? "service-get" : "service-post") +
+                                    " sends several");
+  }
+  LumCurlHttp client;
+  ConfigureSsl(client, options, console);
+  if (!own.empty()) {
+    client.SetHeaders(own.front());
+  }
+
+  Request request;
+  request.command = body == nullptr ? "get" : "post";
+  request.method = body == nullptr ? "GET" : "POST";
+  request.url = options.url;
+  request.lines = own.empty() ? JsonLines() : own;
+  request.lines.insert(request.lines.begin(), &kUserAgent[0]);
+  request.timeLimit = kJsonTimeLimit;
+  Exchange exchange(console, request);
+  int status = -1;
+  const LumJson::Value answer = body == nullptr
+                                    ? client.Get(options.url, "", options.ssl, status)
+                                    : client.Post(options.url, *body, options.ssl, status);
+  exchange.ShowStatus(status);
+  if (status > 0) {
+    console.Data(answer.ToStyledString());
+  }
+  if (status >= 200 && status < 300) {
+    return exchange.Succeed();
+  }
+  return exchange.Fail(status, {Exit::kOther, "no request could be made", "-v shows more"});
+}
+
+std::uint64_t FileBytes(const std::string& path) {
+  struct stat status = {};
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)
+             ? static_cast<std::uint64_t>(status.st_size)
+             : 0;
+}
+
+}  // namespace
+
+Exit RunGet(const Options& options, Console& console) {
+  return RunJson(options, console, nullptr);
+}
+
+Exit RunPost(const Options& options, Console& console) {
+  const std::string body = ReadBody(options);
+  return RunJson(options, console, &body);
+}
+
+Exit RunDownload(const Options& options, Console& console) {
+  MaskSecrets(options.url, console);
+  const std::string problem = WriteProblem(options.path);
+  if (!problem.empty()) {
+    throw Failure(Exit::kFile, problem);
+  }
+  Request request;
+  request.command = "download";
+  request.method = "GET";
+  request.url = options.url;
+  request.lines = JsonLines();
+  request.lines.insert(request.lines.begin(), &kUserAgent[0]);
+  request.timeLimit = kDownloadTimeLimit;
+  Exchange exchange(console, request);
+  LumCurlHttp client;
+  int result = 0;
+  {
+    const ProgressMeter meter(console, [&options] { return FileBytes(options.path); });
+    result = client.DownloadFile(options.url, options.path);
+  }
+  exchange.ShowStatus(std::nullopt);
+  if (result == 0) {
+    return exchange.Succeed();
+  }
+  // The library says nothing of a path that it refuses, and of a disk that is full only so much.
+  const Facts& told = exchange.Told();
+  if (told.fileNotOpened || told.curlResult == 0) {
+    return exchange.Report({Exit::kFile, "cannot write '" + options.path + "'",
+                            "check that its directory exists and can be written to"});
+  }
+  const Verdict verdict = JudgeTransfer(told.curlResult, told.curlText, kDownloadTimeLimit);
+  if (verdict.exit == Exit::kFile) {
+    return exchange.Report(
+        {Exit::kFile, "cannot write '" + options.path + "': " + verdict.reason, verdict.advice});
+  }
+  const Exit exit = exchange.Report(verdict);
+  if (FileBytes(options.path) > 0) {
+    console.Error("what had arrived is in '" + options.path + "'");
+  }
+  return exit;
+}

@@ -1,0 +1,302 @@
+// What commands read.
+
+#include "Input.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+
+#include "Failure.h"
+#include "Text.h"
+
+namespace {
+
+// Longer is no secret: it ends the reading of /dev/zero.
+constexpr std::size_t kLongestSecret = 1 << 20;
+
+constexpr std::size_t kLongestKeyPass = 2048;  // the library's own limit
+
+// A descriptor that closes itself.
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : m_fd(fd) {}
+  ~Descriptor() {
+    if (m_fd > STDERR_FILENO) {
+      close(m_fd);
+    }
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int Get() const { return m_fd; }
+
+ private:
+  int m_fd;
+};
+
+Failure CannotRead(const std::string& path) {
+  return {Exit::kFile, "cannot read " + path + ": " + std::strerror(errno)};
+}
+
+// Everything in `path`, at most `limit` bytes and one.
+std::string ReadAll(const std::string& path, std::size_t limit) {
+  const bool standard = path == "-";
+  const Descriptor file(standard ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const std::string name = standard ? "standard input" : path;
+  if (file.Get() < 0) {
+    throw CannotRead(name);
+  }
+  std::string text;
+  std::array<char, 65536> buffer;
+  while (text.size() <= limit) {
+    const ssize_t count = read(file.Get(), buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR) {
+      continue;
+    }
+    if (count < 0) {
+      throw CannotRead(name);
+    }
+    if (count == 0) {
+      break;
+    }
+    text.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+  return text;
+}
+
+void WarnIfOthersCanRead(const std::string& what, const std::string& path, Console& console) {
+  struct stat status = {};
+  if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+      (status.st_mode & (S_IRGRP | S_IROTH)) != 0) {
+    console.Warn("other users can read " + what + " in " + path + "; run: chmod 600 " + path);
+  }
+}
+
+void RemoveLineBreak(std::string& text) {
+  if (!text.empty() && text.back() == '\n') {
+    text.pop_back();
+    if (!text.empty() && text.back() == '\r') {
+      text.pop_back();
+    }
+  }
+}
+
+// A field name, RFC 9110 section 5.1.
+bool IsFieldName(const std::string& name) {
+  static constexpr char kOthers[] = "!#$%&'*+-.^_`|~";
+  return !name.empty() && std::all_of(name.begin(), name.end(), [](unsigned char c) {
+    return std::isalnum(c) != 0 || (c != '\0' && std::strchr(kOthers, c) != nullptr);
+  });
+}
+
+// "" or what is wrong with a header line, without its value.
+std::string HeaderProblem(const std::string& line) {
+  if (line.find_first_of(std::string("\r\n\0", 3)) != std::string::npos) {
+    return "a header line holds a line break or a zero byte";
+  }
+  const std::size_t colon = line.find(':');
+  if (colon == std::string::npos || !IsFieldName(line.substr(0, colon))) {
+    return "a header line is not of the form 'Name: value': '" +
+           Excerpt(line.substr(0, std::min(colon, line.find(' '))), 40) + "'";
+  }
+  if (line.size() <= colon + 1 || line[colon + 1] != ' ') {
+    return "the header line '" + line.substr(0, colon) + ":' needs a blank behind its colon";
+  }
+  return {};
+}
+
+// The secret of a header value, without a scheme such as "Bearer".
+void MaskHeader(const std::string& line, Console& console) {
+  const std::size_t colon = line.find(':');
+  if (!NamesSecret(line.substr(0, colon))) {
+    return;
+  }
+  const std::size_t begin = line.find_first_not_of(' ', colon + 1);
+  if (begin == std::string::npos) {
+    return;
+  }
+  console.Mask(line.substr(begin));
+  const std::size_t blank = line.find(' ', begin);
+  if (blank != std::string::npos) {
+    console.Mask(line.substr(blank + 1));
+  }
+}
+
+}  // namespace
+
+std::string ReadBody(const Options& options) {
+  if (options.data) {
+    return *options.data;
+  }
+  if (options.dataFile.empty()) {
+    throw Failure(Exit::kUsage,
+                  "nothing to send: give -d TEXT or --data-file FILE (- is standard "
+                  "input)");
+  }
+  std::string text = ReadAll(options.dataFile, std::string().max_size() - 1);
+  return text;
+}
+
+LumJson::Value ReadDocument(const Options& options) {
+  LumJson::Value document;
+  if (!document.Parse(ReadBody(options))) {
+    const std::string where = options.data              ? "the text of -d"
+                              : options.dataFile == "-" ? "standard input"
+                                                        : options.dataFile;
+    throw Failure(Exit::kUsage, where + " is no JSON document; nothing was sent");
+  }
+  return document;
+}
+
+std::vector<std::string> ReadHeaders(const Options& options, Console& console) {
+  std::vector<std::string> lines;
+  for (const std::string& given : options.headers) {
+    if (given.empty() || given.front() != '@') {
+      lines.push_back(given);
+      if (const std::string name = given.substr(0, given.find(':'));
+          NamesSecret(name) && HeaderProblem(given).empty()) {
+        console.Warn("every user of this machine can read the value of '" + name +
+                     "' while it stands on the command line; put the line into a file and give "
+                     "-H @FILE");
+      }
+      continue;
+    }
+    const std::string path = given.substr(1);
+    const std::size_t before = lines.size();
+    std::istringstream text(ReadAll(path, kLongestSecret));
+    for (std::string line; std::getline(text, line);) {
+      if (!line.empty() && line.back() == '\r') {
+        line.pop_back();
+      }
+      if (!line.empty()) {
+        lines.push_back(line);
+      }
+    }
+    if (lines.size() == before) {
+      throw Failure(Exit::kUsage, path + " holds no header line");
+    }
+    if (std::any_of(
+            lines.begin() + static_cast<std::ptrdiff_t>(before), lines.end(),
+            [](const std::string& line) { return NamesSecret(line.substr(0, line.find(':'))); })) {
+      WarnIfOthersCanRead("the header lines", path, console);
+    }
+  }
+  for (const std::string& line : lines) {
+    const std::string problem = HeaderProblem(line);
+    if (!problem.empty()) {
+      throw Failure(Exit::kUsage, problem + "; nothing was sent");
+    }
+    MaskHeader(line, console);
+  }
+  return lines;
+}
+
+std::string ReadSecret(const std::string& what, const std::string& file, const char* variable,
+                       Console& console) {
+  std::string secret;
+  std::string where = file;
+  if (!file.empty()) {
+    secret = ReadAll(file, kLongestSecret);
+    if (secret.size() > kLongestSecret) {
+      throw Failure(Exit::kUsage, what + " in " + file + " is longer than 1 MiB");
+    }
+    WarnIfOthersCanRead(what, file, console);
+    RemoveLineBreak(secret);
+  } else if (const char* value = variable == nullptr ? nullptr : std::getenv(variable)) {
+    secret = value;
+    where = variable;
+  }
+  if (secret.find_first_of(std::string("\r\n\0", 3)) != std::string::npos) {
+    throw Failure(Exit::kUsage,
+                  what + " in " + where + " holds a line break or a zero byte; nothing was sent");
+  }
+  console.Mask(secret);
+  return secret;
+}
+
+std::string ReadKeyPass(const Options& options, Console& console) {
+  std::string pass =
+      ReadSecret("the key's pass phrase", options.passFile, kKeyPassVariable, console);
+  if (pass.size() > kLongestKeyPass) {
+    throw Failure(Exit::kUsage, "the key's pass phrase is longer than " +
+                                    std::to_string(kLongestKeyPass) + " bytes");
+  }
+  return pass;
+}
+
+void MaskSecrets(const std::string& url, Console& console) {
+  for (const std::string& secret : SecretsOfUrl(url)) {
+    console.Mask(secret);
+  }
+}
+
+void MaskSecrets(const LumJson::Value& document, Console& console) {
+  console.Mask(document.ToStyledString(), "(the request document)");
+  for (const LumJson::Member& member : document.Members()) {
+    if (member.Item().IsString() && NamesSecret(member.Name())) {
+      console.Mask(member.Item().AsString());
+    }
+  }
+}
+
+std::string ReadProblem(const std::string& path) {
+  struct stat status = {};
+  if (stat(path.c_str(), &status) != 0) {
+    return "cannot read '" + path + "': " + std::strerror(errno);
+  }
+  if (S_ISDIR(status.st_mode)) {
+    return "'" + path + "' is a directory; name a file";
+  }
+  // A pipe would wait for a writer; neither it nor a device has a size to announce.
+  if (!S_ISREG(status.st_mode)) {
+    return "'" + path + "' is no regular file; copy what it gives into one";
+  }
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  return file.Get() < 0 ? "cannot read '" + path + "': " + std::strerror(errno) : std::string();
+}
+
+std::string WriteProblem(const std::string& path) {
+  if (path.empty()) {
+    return "the name of the file to write is empty";
+  }
+  struct stat status = {};
+  if (stat(path.c_str(), &status) == 0) {
+    if (S_ISDIR(status.st_mode)) {
+      return "'" + path + "' is a directory; name a file in it";
+    }
+    return access(path.c_str(), W_OK) == 0 ? std::string()
+                                           : "cannot write '" + path + "': " + std::strerror(errno);
+  }
+  if (errno != ENOENT) {
+    return "cannot write '" + path + "': " + std::strerror(errno);
+  }
+  const std::size_t slash = path.rfind('/');
+  const std::string directory = slash == std::string::npos ? "."
+                                : slash == 0               ? "/"
+                                                           : path.substr(0, slash);
+  if (stat(directory.c_str(), &status) != 0) {
+    return "cannot write '" + path + "': its directory '" + directory +
+           "': " + std::strerror(errno);
+  }
+  if (access(directory.c_str(), W_OK | X_OK) != 0) {
+    return "cannot write '" + path + "': its directory '" + directory +
+           "': " + std::strerror(errno);
+  }
+  return {};
+}
+
+void RequireReadable(const std::string& option, const std::string& path) {
+  if (path.empty()) {
+    return;
+  }
+  const std::string problem = ReadProblem(path);
+  if (!problem.empty()) {
+    throw Failure(Exit::kFile, option + ": " + problem);
+  }
+}

@@ -1,0 +1,49 @@
+// What commands read: bodies, header lines and secrets, from files, standard input or the
+// environment.
+
+#ifndef LUM_LUMCURL_INPUT_H
+#define LUM_LUMCURL_INPUT_H
+
+#include <string>
+#include <vector>
+
+#include "Console.h"
+#include "LumJson.h"
+#include "Options.h"
+
+// The body of -d or --data-file. Throws Failure: kUsage when there is neither, kFile when the file
+// cannot be read.
+std::string ReadBody(const Options& options);
+
+// ReadBody as a JSON document; kUsage when it is none.
+LumJson::Value ReadDocument(const Options& options);
+
+// The lines of the -H options, those of @FILE in the file's order. Masks the secrets in them, warns
+// of secrets that stood on the command line. Throws Failure: kUsage for what is no header line,
+// kFile when a file cannot be read.
+std::vector<std::string> ReadHeaders(const Options& options, Console& console);
+
+// The secret in `file`, or in the environment's `variable` when `file` is empty, or "" when there
+// is none; null `variable`: only in the file. One line break at the end does not count. `what`
+// names it in messages. Warns of a file that others can read, and hides the secret in later output.
+// Throws Failure: kFile when the file cannot be read, kUsage when the text holds a line break or a
+// zero byte.
+std::string ReadSecret(const std::string& what, const std::string& file, const char* variable,
+                       Console& console);
+
+// The key's pass phrase, of at most 2048 bytes. It is never sent, so nothing needs hiding.
+std::string ReadKeyPass(const Options& options, Console& console);
+
+// Hides in later output what the URL and a request document carry as secrets.
+void MaskSecrets(const std::string& url, Console& console);
+void MaskSecrets(const LumJson::Value& document, Console& console);
+
+// Why `path` cannot be read as a regular file, written to, or opened as the directory of archives;
+// "" when it can.
+std::string ReadProblem(const std::string& path);
+std::string WriteProblem(const std::string& path);
+
+// Throws Failure kFile when an option names a file that cannot be read; "" is passed over.
+void RequireReadable(const std::string& option, const std::string& path);
+
+#endif  // LUM_LUMCURL_INPUT_H

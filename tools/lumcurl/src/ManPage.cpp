@@ -1,0 +1,128 @@
+// The man page of lumcurl in troff; groff_man(7) has the macros.
+
+#include "ManPage.h"
+
+#include <sstream>
+
+#include "HelpFormatter.h"
+#include "Options.h"
+#include "Text.h"
+
+namespace {
+
+// Text that troff prints as it stands, hyphens as the ASCII character.
+std::string Escaped(const std::string& text) {
+  std::string out;
+  bool lineStart = true;
+  for (const char c : text) {
+    if (lineStart && (c == '.' || c == '\'')) {
+      out += "\\&";
+    }
+    switch (c) {
+      case '\\':
+        out += "\\e";
+        break;
+      case '-':
+        out += "\\-";
+        break;
+      case '\'':
+        out += "\\(aq";
+        break;
+      case '"':
+        out += "\\(dq";
+        break;
+      case '~':
+        out += "\\(ti";
+        break;
+      case '^':
+        out += "\\(ha";
+        break;
+      default:
+        out += c;
+    }
+    lineStart = c == '\n';
+  }
+  return out;
+}
+
+void Entry(std::ostream& out, const std::string& name, const std::string& text) {
+  out << ".TP\n\\fB" << Escaped(name) << "\\fR\n" << Escaped(text) << "\n";
+}
+
+// "-H, --header LINE" with the value in italics.
+std::string OptionHeading(const CLI::Option* option) {
+  const std::string synopsis = OptionSynopsis(option);
+  const std::size_t blank = synopsis.find(' ');
+  std::string names = Escaped(synopsis.substr(0, blank));
+  const std::size_t comma = names.find(',');
+  if (comma != std::string::npos) {
+    names.replace(comma, 1, "\\fR, \\fB");
+  }
+  std::string heading = (option->get_positional() ? "\\fI" : "\\fB") + names + "\\fR";
+  if (blank != std::string::npos) {
+    heading += " \\fI" + Escaped(synopsis.substr(blank + 1)) + "\\fR";
+  }
+  return heading;
+}
+
+void Describe(std::ostream& out, const CLI::Option* option) {
+  if (option->get_group().empty()) {
+    return;
+  }
+  out << ".TP\n" << OptionHeading(option) << "\n" << Escaped(option->get_description());
+  if (option->get_required() && !option->get_positional()) {
+    out << " (required)";
+  }
+  out << "\n";
+}
+
+void Describe(std::ostream& out, const CLI::App* command) {
+  out << ".SS " << Escaped(command->get_name()) << "\n"
+      << Escaped(command->get_description()) << ".\n.PP\n\\fB" << Escaped(CommandSynopsis(command))
+      << "\\fR\n";
+  for (const CLI::Option* option : command->get_options()) {
+    if (option->get_positional()) {
+      Describe(out, option);
+    }
+  }
+  for (const CLI::Option* option : command->get_options()) {
+    if (!option->get_positional()) {
+      Describe(out, option);
+    }
+  }
+  const Footer footer = SplitFooter(command->get_footer());
+  if (!footer.notes.empty()) {
+    out << ".PP\n" << Escaped(footer.notes) << "\n";
+  }
+  out << ".PP\nExample:\n.PP\n.nf\n" << Escaped(footer.example) << "\n.fi\n";
+}
+
+}  // namespace
+
+std::string ManPage(const CLI::App& app) {
+  std::ostringstream out;
+  out << ".TH LUMCURL 1 \"\" \"lumcurl " LUM_VERSION "\" \"User Commands\"\n"
+      << ".SH NAME\nlumcurl \\- requests, downloads and uploads over libLumCurlHttp\n"
+      << ".SH SYNOPSIS\n.B lumcurl\n.I COMMAND\n[\\fIOPTIONS\\fR] ...\n.br\n"
+      << "\\fBlumcurl \\-\\-help\\fR | \\fB\\-\\-version\\fR\n"
+      << ".SH DESCRIPTION\n"
+      << Escaped(app.get_description()) << "\n.PP\n"
+      << Escaped(SplitFooter(app.get_footer()).notes) << "\n.SH OPTIONS\n";
+  for (const CLI::Option* option : app.get_options()) {
+    Describe(out, option);
+  }
+  out << ".SH COMMANDS\n";
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    Describe(out, command);
+  }
+  out << ".SH EXIT STATUS\n";
+  for (const ManualEntry& entry : ExitStatuses()) {
+    Entry(out, entry.name, entry.text);
+  }
+  out << ".SH ENVIRONMENT\n";
+  for (const ManualEntry& entry : EnvironmentVariables()) {
+    Entry(out, entry.name, entry.text);
+  }
+  out << ".SH SEE ALSO\n.BR curl (1),\n.BR lumbackend (1)\n";
+  return out.str();
+}

@@ -1,0 +1,82 @@
+// The command line of lumcurl.
+
+#ifndef LUM_LUMCURL_OPTIONS_H
+#define LUM_LUMCURL_OPTIONS_H
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+// Everything that the command line settles. A plain record: written once, then only read. Commands
+// share the fields; only one of them runs.
+struct Options {
+  // Switches
+  bool verbose = false;
+  bool quiet = false;
+  bool ssl = false;
+  bool gzip = false;
+  bool overwrite = false;
+  bool envFile = false;
+
+  int limitRate = -1;                   // bytes per second; -1: no limit
+  std::optional<unsigned int> timeout;  // seconds; 0: no limit
+
+  std::string url;
+  std::string path;                  // what is written (download) or sent (uploads)
+  std::vector<std::string> headers;  // lines, or @FILE
+  std::optional<std::string> data;   // the body as an argument
+  std::string dataFile;              // or the file that holds it; "-": standard input
+
+  // TLS
+  std::string caCert;
+  std::string cert;
+  std::string key;
+  std::string passFile;
+
+  // Service client
+  std::string interfaceName;
+  std::string mac;
+  std::string pinIp;
+  std::string tokenFile;
+  std::string topic;
+  std::optional<std::string> accessId;
+  std::string fileName;
+
+  // Uploads
+  std::vector<std::string> files;
+  std::string archive;  // base of a group's archive; empty: a temporary one
+  std::string date;
+  std::string signKeyFile;
+  std::string authorisationFile;
+  std::string securityTokenFile;
+
+  // Apollo
+  std::string server;
+  std::string appId;
+  std::string cluster;
+  std::string namespaceName;
+  std::optional<std::string> property;
+
+  std::string shell;  // to complete for
+};
+
+// The environment variables that hold secrets.
+constexpr char kTokenVariable[] = "LUMCURL_TOKEN";
+constexpr char kKeyPassVariable[] = "LUMCURL_KEY_PASS";
+
+// The parser that fills `options`, which must outlive it. Its Parse throws CLI::ParseError as CLI11
+// documents it. --help, the completion and the man page are made from this one table.
+std::unique_ptr<CLI::App> MakeParser(Options& options);
+
+// The lines of the help and the man page that no option carries.
+struct ManualEntry {
+  const char* name;
+  const char* text;
+};
+const std::vector<ManualEntry>& ExitStatuses();
+const std::vector<ManualEntry>& EnvironmentVariables();
+
+#endif  // LUM_LUMCURL_OPTIONS_H

@@ -1,0 +1,188 @@
+// Small helpers over text.
+
+#include "Text.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdio>
+#include <sstream>
+
+namespace {
+
+constexpr unsigned char kC1Lead = 0xC2;  // begins the UTF-8 form of U+0080 to U+00BF
+
+void AppendHex(std::string& out, unsigned char byte) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  out += "\\x";
+  out += kDigits[byte >> 4];
+  out += kDigits[byte & 15];
+}
+
+bool Contains(const std::string& text, const char* part) {
+  return text.find(part) != std::string::npos;
+}
+
+std::string Lower(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
+}
+
+}  // namespace
+
+std::string TerminalEscaper::Feed(const char* bytes, std::size_t size) {
+  std::string out;
+  out.reserve(size + 1);
+  for (std::size_t i = 0; i < size; ++i) {
+    const auto byte = static_cast<unsigned char>(bytes[i]);
+    if (m_lead) {
+      m_lead = false;
+      if (byte >= 0x80 && byte <= 0x9F) {
+        AppendHex(out, kC1Lead);
+        AppendHex(out, byte);
+        continue;
+      }
+      out += static_cast<char>(kC1Lead);
+    }
+    const bool isLayout = byte == '\n' || byte == '\t';
+    if (byte == kC1Lead) {
+      m_lead = true;
+    } else if (isLayout ? m_keepLines : byte >= 0x20 && byte != 0x7F) {
+      out += static_cast<char>(byte);
+    } else if (byte == '\n') {
+      out += "\\n";
+    } else if (byte == '\t') {
+      out += "\\t";
+    } else if (byte == '\r') {
+      out += "\\r";
+    } else {
+      AppendHex(out, byte);
+    }
+  }
+  return out;
+}
+
+std::string TerminalEscaper::Flush() {
+  const bool lead = m_lead;
+  m_lead = false;
+  return lead ? std::string(1, static_cast<char>(kC1Lead)) : std::string();
+}
+
+std::string OneLine(const std::string& text) {
+  TerminalEscaper escaper(false);
+  const std::string line = escaper.Feed(text.data(), text.size());
+  return line + escaper.Flush();
+}
+
+std::string Excerpt(const std::string& text, std::size_t limit) {
+  if (text.size() <= limit) {
+    return OneLine(text);
+  }
+  return OneLine(text.substr(0, limit)) + " ... (" + std::to_string(text.size()) + " bytes)";
+}
+
+bool NamesSecret(const std::string& name) {
+  static constexpr std::array<const char*, 10> kParts = {
+      "auth", "token", "secret", "pass", "pwd", "cookie", "credential", "signature", "key", "sig"};
+  const std::string lower = Lower(name);
+  return std::any_of(kParts.begin(), kParts.end(),
+                     [&lower](const char* part) { return Contains(lower, part); });
+}
+
+std::vector<std::string> SecretsOfUrl(const std::string& url) {
+  std::vector<std::string> secrets;
+  const std::size_t scheme = url.find("://");
+  const std::size_t start = scheme == std::string::npos ? 0 : scheme + 3;
+  const std::size_t authorityEnd = std::min(url.find_first_of("/?#", start), url.size());
+  const std::string authority = url.substr(start, authorityEnd - start);
+  const std::size_t at = authority.rfind('@');
+  const std::size_t colon = authority.find(':');
+  if (at != std::string::npos && colon < at) {
+    secrets.push_back(authority.substr(colon + 1, at - colon - 1));
+  }
+  std::size_t begin = url.find('?', authorityEnd);
+  while (begin != std::string::npos && begin < url.size() && url[begin] != '#') {
+    ++begin;
+    const std::size_t end = std::min(url.find_first_of("&#", begin), url.size());
+    const std::size_t equals = url.find('=', begin);
+    if (equals < end && NamesSecret(url.substr(begin, equals - begin))) {
+      secrets.push_back(url.substr(equals + 1, end - equals - 1));
+    }
+    begin = end;
+  }
+  return secrets;
+}
+
+std::string MaskedHeader(const std::string& line) {
+  const std::size_t colon = line.find(':');
+  if (colon == std::string::npos || !NamesSecret(line.substr(0, colon))) {
+    return line;
+  }
+  return line.find_first_not_of(' ', colon + 1) == std::string::npos
+             ? line
+             : line.substr(0, colon) + ": ***";
+}
+
+std::string HumanBytes(double bytes) {
+  static constexpr std::array<const char*, 5> kUnits = {"B", "KiB", "MiB", "GiB", "TiB"};
+  std::size_t unit = 0;
+  while (bytes >= 1024 && unit + 1 < kUnits.size()) {
+    bytes /= 1024;
+    ++unit;
+  }
+  std::array<char, 32> text{};
+  const int length = std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s",
+                                   bytes, kUnits[unit]);
+  return std::string(text.data(), static_cast<std::size_t>(std::max(length, 0)));
+}
+
+std::string Wrap(const std::string& text, std::size_t width, std::size_t indent) {
+  std::string out;
+  std::istringstream lines(text);
+  std::string line;
+  bool first = true;
+  while (std::getline(lines, line)) {
+    if (!first) {
+      out += '\n';
+    }
+    if (!line.empty() && line.front() == ' ') {
+      out += line;
+      first = false;
+      continue;
+    }
+    if (!first && !line.empty()) {
+      out.append(indent, ' ');
+    }
+    std::size_t column = indent;
+    std::istringstream words(line);
+    std::string word;
+    while (words >> word) {
+      if (column > indent && column + 1 + word.size() > width) {
+        out += '\n';
+        out.append(indent, ' ');
+        column = indent;
+      } else if (column > indent) {
+        out += ' ';
+        ++column;
+      }
+      out += word;
+      column += word.size();
+    }
+    first = false;
+  }
+  return out;
+}
+
+Footer SplitFooter(const std::string& footer) {
+  static constexpr char kMark[] = "Example:\n";
+  const std::size_t mark = footer.rfind(kMark);
+  if (mark == std::string::npos) {
+    return {footer, ""};
+  }
+  Footer parts{footer.substr(0, mark), footer.substr(mark + sizeof(kMark) - 1)};
+  while (!parts.notes.empty() && parts.notes.back() == '\n') {
+    parts.notes.pop_back();
+  }
+  return parts;
+}

@@ -1,0 +1,284 @@
+// upload-log, upload-video, upload-file, upload-dir and upload-group.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <functional>
+#include <list>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Commands.h"
+#include "Input.h"
+#include "Interrupt.h"
+#include "Progress.h"
+#include "ServiceClient.h"
+#include "Signing.h"
+
+namespace {
+
+constexpr unsigned int kUploadTimeLimit = 60;  // seconds; the library's for signed uploads
+
+constexpr char kZipContent[] = "Content-Type: application/zip";
+constexpr char kVideoContent[] = "Content-Type: video/mp4";
+constexpr char kArchiveEnd[] = ".tar.gz";
+
+// The status shows in the log of the signed form alone.
+const Verdict kRefused = {Exit::kOther,
+                          "the server's answer was not 200; its status is not visible here",
+                          "its reply, on standard output, may say what is wrong"};
+
+bool Exists(const std::string& path) {
+  struct stat status = {};
+  return lstat(path.c_str(), &status) == 0;
+}
+
+// Pinning reads the host out of the URL: up to the first slash, whatever stands there.
+void CheckPinning(const Options& options) {
+  if (options.pinIp.empty()) {
+    return;
+  }
+  const std::size_t host = options.url.find("://") + 3;
+  const std::size_t end = options.url.find_first_of("/?#", host);
+  if (end == std::string::npos || options.url[end] != '/' ||
+      options.url.substr(host, end - host).find_first_of("@[") != std::string::npos) {
+    throw Failure(Exit::kUsage,
+                  "--pin-ip needs a URL of the form http://HOST[:PORT]/PATH, HOST being a name; "
+                  "nothing was sent");
+  }
+}
+
+// What signs an upload; an empty authorisation: nothing does.
+struct Signing {
+  std::string authorisation;
+  std::string date;
+  std::string securityToken;
+};
+
+// Computes or reads the signature that the command line asks for.
+Signing ReadSigning(const Options& options, Console& console) {
+  Signing signing;
+  signing.date = options.date;
+  if (!options.signKeyFile.empty()) {
+    std::string key = ReadSecret("the key", options.signKeyFile, nullptr, console);
+    if (key.empty()) {
+      throw Failure(Exit::kUsage, "the key in " + options.signKeyFile + " is empty");
+    }
+    if (signing.date.empty()) {
+      signing.date = HttpDate(std::time(nullptr));
+    }
+    signing.authorisation = Signature(key, "PUT", signing.date, RequestPath(options.url));
+    console.Mask(signing.authorisation);
+    explicit_bzero(key.data(), key.size());
+  } else if (!options.authorisationFile.empty()) {
+    signing.authorisation =
+        ReadSecret("the authorisation", options.authorisationFile, nullptr, console);
+    if (signing.authorisation.empty() || signing.date.empty()) {
+      throw Failure(Exit::kUsage, "a signed upload needs an authorisation and a date");
+    }
+  } else if (!signing.date.empty() || !options.securityTokenFile.empty()) {
+    throw Failure(Exit::kUsage,
+                  "--date and --security-token-file belong to a signed upload: give "
+                  "--sign-key-file or --authorisation-file");
+  }
+  signing.securityToken =
+      ReadSecret("the security token", options.securityTokenFile, nullptr, console);
+  return signing;
+}
+
+// The header lines that the library makes of it.
+std::vector<std::string> HeaderLines(const Signing& signing) {
+  if (signing.authorisation.empty()) {
+    return {kZipContent};
+  }
+  std::vector<std::string> lines = {"Authorization: " + signing.authorisation,
+                                    "Date: " + signing.date};
+  if (!signing.securityToken.empty()) {
+    lines.push_back("x-zun-security-token: " + signing.securityToken);
+  }
+  return lines;
+}
+
+void Configure(LumCurlOrvOps& client, const Signing& signing) {
+  if (!signing.authorisation.empty()) {
+    client.SetUploadLogAuthorisation(signing.authorisation);
+    client.SetUploadLogDate(signing.date);
+    client.SetSecurityToken(signing.securityToken);
+  }
+}
+
+// Runs `upload` with its progress on a terminal: the library then reads `path`, which may come into
+// being meanwhile, through a stream that counts.
+int Upload(LumCurlOrvOps& client, Console& console, const std::string& path,
+           const std::function<int()>& upload) {
+  const EscapedStdout escaped;
+  if (!console.ShowsProgress()) {
+    return upload();
+  }
+  const CountingFile file(path);
+  client.SetFp(file.Stream());
+  int result = 0;
+  {
+    const ProgressMeter meter(console, [&file] { return file.Bytes(); });
+    result = upload();
+  }
+  client.SetFp(nullptr);
+  return result;
+}
+
+void RequireUploadable(const std::string& path) {
+  const std::string problem = ReadProblem(path);
+  if (!problem.empty()) {
+    throw Failure(Exit::kFile, problem);
+  }
+}
+
+// The end of upload-log and upload-video.
+Exit Finish(Exchange& exchange, const Options& options, int result) {
+  const Facts& told = exchange.Told();
+  exchange.ShowStatus(result == 0 ? std::optional<int>(200) : told.status);
+  if (result == 0) {
+    return exchange.Succeed();
+  }
+  if (told.fileNotOpened || told.status == -1) {
+    return exchange.Report({Exit::kFile, "cannot read '" + options.path + "' any more",
+                            "check that it is still there"});
+  }
+  return exchange.Fail(std::nullopt, kRefused);
+}
+
+// What the three compress-and-upload commands share. `kept`: the archive survives a failed upload.
+Exit PackAndUpload(const Options& options, Console& console, const char* command,
+                   const std::string& archive, bool kept,
+                   const std::function<int(LumCurlOrvOps&)>& call) {
+  CheckPinning(options);
+  if (Exists(archive) && !options.overwrite) {
+    throw Failure(Exit::kFile, "'" + archive +
+                                   "' exists already: the archive would replace it; "
+                                   "move it away or give --overwrite");
+  }
+  Request request = MakeRequest(options, console, command, "PUT", kUploadTimeLimit);
+  const Signing signing = ReadSigning(options, console);
+  request.lines = HeaderLines(signing);
+  Exchange exchange(console, request);
+  LumCurlOrvOps client;
+  Configure(client, options, console);
+  Configure(client, signing);
+  int result = 0;
+  {
+    const TemporaryArchive temporary(archive);
+    result = Upload(client, console, archive, [&] { return call(client); });
+  }
+  const Facts& told = exchange.Told();
+  const bool failed = result != 0 || told.uploadFailed;
+  exchange.ShowStatus(failed ? told.status : 200);
+  if (!failed) {
+    return exchange.Succeed();
+  }
+  if (told.compressFailed) {
+    return exchange.Report({Exit::kFile, "cannot make the archive '" + archive + "'",
+                            "check that what it packs can be read, that no two files have one "
+                            "name, and that there is room for it"});
+  }
+  if (told.uploadFailed) {
+    const Exit exit =
+        told.fileNotOpened
+            ? exchange.Report(
+                  {Exit::kFile, "cannot read the archive '" + archive + "'", "try again"})
+            : exchange.Fail(std::nullopt, kRefused);
+    if (kept && Exists(archive)) {
+      console.Error("the archive is kept: send it with upload-log, or remove '" + archive + "'");
+    }
+    if (told.removeFailed) {
+      console.Error("cannot remove '" + archive + "'; remove it yourself");
+    }
+    return exit;
+  }
+  return exchange.Report(
+      {Exit::kFile, "uploaded, but '" + archive + "' cannot be removed", "remove it yourself"});
+}
+
+}  // namespace
+
+Exit RunUploadLog(const Options& options, Console& console) {
+  CheckPinning(options);
+  RequireUploadable(options.path);
+  const unsigned int timeLimit = options.timeout.value_or(kUploadTimeLimit);
+  Request request = MakeRequest(options, console, "upload-log", "PUT", timeLimit);
+  const std::vector<std::string> own = ReadHeaders(options, console);
+  const Signing signing = own.empty() ? ReadSigning(options, console) : Signing();
+  request.lines = own.empty() ? HeaderLines(signing) : own;
+  Exchange exchange(console, request);
+  LumCurlOrvOps client;
+  Configure(client, options, console);
+  Configure(client, signing);
+  const int result = Upload(client, console, options.path, [&] {
+    if (!own.empty()) {
+      return client.UploadLog(options.url, options.path, timeLimit,
+                              std::list<std::string>(own.begin(), own.end()));
+    }
+    // Without a time limit of the user's the form that tells the status will do, signed or not.
+    return options.timeout ? client.UploadLog(options.url, options.path, timeLimit)
+                           : client.UploadLog(options.url, options.path);
+  });
+  return Finish(exchange, options, result);
+}
+
+Exit RunUploadVideo(const Options& options, Console& console) {
+  CheckPinning(options);
+  RequireUploadable(options.path);
+  const unsigned int timeLimit = options.timeout.value_or(kUploadTimeLimit);
+  Request request = MakeRequest(options, console, "upload-video", "PUT", timeLimit);
+  request.lines = {kVideoContent};
+  Exchange exchange(console, request);
+  LumCurlOrvOps client;
+  Configure(client, options, console);
+  const int result = Upload(client, console, options.path, [&] {
+    return client.UploadVideoFile(options.url, options.path, timeLimit);
+  });
+  return Finish(exchange, options, result);
+}
+
+Exit RunUploadFile(const Options& options, Console& console) {
+  RequireUploadable(options.path);
+  return PackAndUpload(options, console, "upload-file", options.path + kArchiveEnd, false,
+                       [&options](LumCurlOrvOps& client) {
+                         return client.UploadLogFileForCompress(options.url, options.path);
+                       });
+}
+
+Exit RunUploadDirectory(const Options& options, Console& console) {
+  struct stat status = {};
+  if (stat(options.path.c_str(), &status) != 0) {
+    throw Failure(Exit::kFile, "cannot read '" + options.path + "': " + std::strerror(errno));
+  }
+  if (!S_ISDIR(status.st_mode)) {
+    throw Failure(Exit::kFile, "'" + options.path + "' is no directory; upload-file packs a file");
+  }
+  return PackAndUpload(options, console, "upload-dir", options.path + kArchiveEnd, true,
+                       [&options](LumCurlOrvOps& client) {
+                         return client.UploadLogDirPathForCompress(options.url, options.path);
+                       });
+}
+
+Exit RunUploadGroup(const Options& options, Console& console) {
+  std::string group;
+  for (const std::string& file : options.files) {
+    RequireUploadable(file);
+    group += file + "\n";
+  }
+  std::optional<TemporaryDirectory> directory;
+  if (options.archive.empty()) {
+    directory.emplace();
+  }
+  const std::string base = directory ? directory->Path() + "/group" : options.archive;
+  return PackAndUpload(options, console, "upload-group", base + kArchiveEnd, false,
+                       [&options, &group, &base](LumCurlOrvOps& client) {
+                         return client.UploadLogFileGorupForCompress(options.url, group, base);
+                       });
+}
