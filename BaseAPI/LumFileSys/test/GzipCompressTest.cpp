@@ -1,0 +1,263 @@
+// Tests of GzipCompress. What it writes is read back by zlib and by gzip; both buffers end at a
+// page that must not be touched.
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <climits>
+#include <cstring>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LumFileSys.h"
+#include "support/Files.h"
+#include "support/Process.h"
+
+int Cxx11Compress(const std::string& text, char* destination, int length);
+
+namespace {
+
+// Memory whose last byte lies right before a page without access.
+class GuardedBuffer {
+ public:
+  explicit GuardedBuffer(std::size_t size)
+      : m_page(static_cast<std::size_t>(sysconf(_SC_PAGESIZE))),
+        m_usable((size + m_page) / m_page * m_page),
+        m_map(static_cast<char*>(mmap(nullptr, m_usable + m_page, PROT_READ | PROT_WRITE,
+                                      MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))) {
+    mprotect(m_map + m_usable, m_page, PROT_NONE);
+  }
+  ~GuardedBuffer() { munmap(m_map, m_usable + m_page); }
+  GuardedBuffer(const GuardedBuffer&) = delete;
+  GuardedBuffer& operator=(const GuardedBuffer&) = delete;
+
+  // The last `size` bytes before the guard.
+  char* Last(std::size_t size) const { return m_map + m_usable - size; }
+
+ private:
+  std::size_t m_page;
+  std::size_t m_usable;
+  char* m_map;
+};
+
+std::string Text(std::size_t size) {
+  std::mt19937 random(3);
+  std::string text = "{\n";
+  while (text.size() < size) {
+    text += "  \"key" + std::to_string(random() % 50) + "\" : " + std::to_string(random()) + ",\n";
+  }
+  text.resize(size);
+  return text;
+}
+
+std::string Noise(std::size_t size) {
+  std::mt19937 random(5);
+  std::string noise(size, '\0');
+  for (char& byte : noise) {
+    byte = static_cast<char>(random());
+  }
+  return noise;
+}
+
+// Unpacks exactly one gzip member that fills `packed`; "not one member" for anything else.
+std::string Inflate(const char* packed, std::size_t size, std::size_t expected) {
+  std::string out(expected + 1, '\0');
+  z_stream stream = {};
+  inflateInit2(&stream, 15 + 16);
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(packed));
+  stream.avail_in = static_cast<uInt>(size);
+  stream.next_out = reinterpret_cast<Bytef*>(&out[0]);
+  stream.avail_out = static_cast<uInt>(out.size());
+  const int result = inflate(&stream, Z_FINISH);
+  out.resize(out.size() - stream.avail_out);
+  const bool whole = result == Z_STREAM_END && stream.avail_in == 0;
+  inflateEnd(&stream);
+  return whole ? out : "not one member";
+}
+
+int Compress(const std::string& source, char* destination, std::size_t size) {
+  return LumCompressAndDeCompress::GzipCompress(source.data(), static_cast<int>(source.size()),
+                                                destination, static_cast<int>(size));
+}
+
+std::string Compressed(const std::string& source) {
+  std::string out(source.size() + source.size() / 65535 * 5 + 100, '\0');
+  const int length = Compress(source, &out[0], out.size());
+  EXPECT_GT(length, 0);
+  out.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+  return out;
+}
+
+// Every kind of content at one length: comes back whole, from a buffer that just suffices too, and
+// never a byte is written outside.
+void CheckLength(std::size_t size) {
+  for (const std::string& plain : {Text(size), Noise(size), std::string(size, 'a')}) {
+    const GuardedBuffer sourceMemory(size);
+    char* const source = sourceMemory.Last(size);
+    std::memcpy(source, plain.data(), size);
+    const std::size_t needed = Compressed(plain).size();
+    EXPECT_LE(needed, size + 18 + 5 * (size / 65535 + 1)) << size;
+
+    const GuardedBuffer memory(needed + 64);
+    for (const std::size_t capacity : {needed - 1, needed, needed + 1}) {
+      char* const destination = memory.Last(capacity);
+      std::memset(destination - 16, '#', 16);
+      const int length = LumCompressAndDeCompress::GzipCompress(
+          source, static_cast<int>(size), destination, static_cast<int>(capacity));
+      EXPECT_EQ(std::string(destination - 16, 16), std::string(16, '#')) << size;
+      if (capacity < needed) {
+        EXPECT_LE(length, 0) << size;
+      } else {
+        ASSERT_EQ(length, static_cast<int>(needed)) << size;
+        EXPECT_TRUE(Inflate(destination, needed, size) == plain) << size;
+      }
+    }
+  }
+}
+
+TEST(LumGzipCompress, EveryShortLength) {
+  for (std::size_t size = 0; size <= 300; ++size) {
+    CheckLength(size);
+  }
+}
+
+TEST(LumGzipCompress, LengthsUpToSeventyThousand) {
+  for (std::size_t size = 301; size <= 70000; size += 1999) {
+    CheckLength(size);
+  }
+  for (const std::size_t size : {32767, 32768, 32769, 65534, 65535, 65536, 65537, 70000}) {
+    CheckLength(size);
+  }
+}
+
+TEST(LumGzipCompress, EveryCapacityUpToTheOneNeeded) {
+  for (const std::size_t size : {0, 1, 17, 100, 1000}) {
+    for (const std::string& plain : {Text(size), Noise(size)}) {
+      const std::size_t needed = Compressed(plain).size();
+      const GuardedBuffer memory(needed + 1);
+      for (std::size_t capacity = 0; capacity <= needed + 1; ++capacity) {
+        const int length = Compress(plain, memory.Last(capacity), capacity);
+        if (capacity < needed) {
+          EXPECT_LE(length, 0) << size << ' ' << capacity;
+        } else {
+          EXPECT_EQ(length, static_cast<int>(needed)) << size << ' ' << capacity;
+        }
+      }
+    }
+  }
+}
+
+TEST(LumGzipCompress, RoomAfterTheMemberIsLeftAlone) {
+  const std::string plain = Text(500);
+  const std::size_t needed = Compressed(plain).size();
+  const GuardedBuffer memory(2000);
+  std::memset(memory.Last(1900), '#', 1900);
+  ASSERT_EQ(Compress(plain, memory.Last(1900), 1000), static_cast<int>(needed));
+  EXPECT_EQ(std::string(memory.Last(900), 900), std::string(900, '#'));
+}
+
+TEST(LumGzipCompress, MemberIsComplete) {
+  const std::string plain = Text(5000);
+  const std::string packed = Compressed(plain);
+  EXPECT_EQ(packed.substr(0, 4), std::string("\x1f\x8b\x08\0", 4));  // gzip, deflate, no extras
+  EXPECT_EQ(packed.substr(4, 4), std::string(4, '\0'));              // no time: equal in, equal out
+  const auto word = [&](std::size_t fromEnd) {
+    std::uint32_t value = 0;
+    for (std::size_t i = 4; i > 0; --i) {
+      value = value << 8 | static_cast<unsigned char>(packed[packed.size() - fromEnd + i - 1]);
+    }
+    return value;
+  };
+  EXPECT_EQ(word(8), crc32(0, reinterpret_cast<const Bytef*>(plain.data()), 5000));
+  EXPECT_EQ(word(4), 5000U);
+}
+
+TEST(LumGzipCompress, GzipReadsIt) {
+  const lumtest::TempDir dir;
+  std::string packed;
+  std::string plain;
+  for (const std::size_t size : {0, 1, 20, 1000, 70000, 3000000}) {  // gunzip joins members
+    packed += Compressed(Text(size)) + Compressed(Noise(size));
+    plain += Text(size) + Noise(size);
+  }
+  const std::string path = dir.Write("members.gz", packed);
+  const lumtest::ProcessResult test = lumtest::RunCommand({"gzip", "-t", path});
+  EXPECT_TRUE(test.Succeeded()) << test.Describe();
+  EXPECT_TRUE(lumtest::RunCommand({"zcat", path}).out == plain);
+}
+
+TEST(LumGzipCompress, CompressesWhatRepeats) {
+  EXPECT_LT(Compressed(Text(70000)).size(), 70000U / 2);
+  EXPECT_LT(Compressed(std::string(1 << 20, ' ')).size(), 10000U);
+}
+
+// A report's document is compressed into twice its length.
+TEST(LumGzipCompress, VeryShortDocumentsDoNotFitTwiceTheirLength) {
+  char out[128];
+  for (const std::string document : {"{}\n", "[]\n", "null\n", "\"x\"\n", "{\n  \"a\" : 1\n}\n"}) {
+    EXPECT_LE(Compress(document, out, 2 * document.size()), 0) << document;
+  }
+  for (std::size_t size = 23; size <= 60; ++size) {
+    EXPECT_GT(Compress(Noise(size), out, 2 * size), 0) << size;
+    EXPECT_GT(Compress(Text(size), out, 2 * size), 0) << size;
+  }
+}
+
+TEST(LumGzipCompress, ArgumentsThatMakeNoSense) {
+  char buffer[64] = {};
+  EXPECT_LE(LumCompressAndDeCompress::GzipCompress(nullptr, 4, buffer, 64), 0);
+  EXPECT_LE(LumCompressAndDeCompress::GzipCompress(nullptr, 0, buffer, 64), 0);
+  EXPECT_LE(LumCompressAndDeCompress::GzipCompress("text", 4, nullptr, 64), 0);
+  EXPECT_LE(LumCompressAndDeCompress::GzipCompress("text", 4, nullptr, 0), 0);
+  EXPECT_LE(LumCompressAndDeCompress::GzipCompress("text", -1, buffer, 64), 0);
+  EXPECT_LE(LumCompressAndDeCompress::GzipCompress("text", INT_MIN, buffer, 64), 0);
+  EXPECT_LE(LumCompressAndDeCompress::GzipCompress("text", 4, buffer, 0), 0);
+  EXPECT_LE(LumCompressAndDeCompress::GzipCompress("text", 4, buffer, -1), 0);
+  EXPECT_LE(LumCompressAndDeCompress::GzipCompress("text", 4, buffer, INT_MIN), 0);
+  for (const char byte : buffer) {
+    EXPECT_EQ(byte, 0);
+  }
+}
+
+TEST(LumGzipCompress, FailureDoesNotSpoilTheNextCall) {
+  const std::string plain = Text(3000);
+  const std::string expected = Compressed(plain);
+  char small[50];
+  EXPECT_LE(Compress(plain, small, sizeof small), 0);
+  EXPECT_TRUE(Compressed(plain) == expected);
+}
+
+TEST(LumGzipCompress, ThreadsDoNotMeet) {
+  std::vector<std::thread> threads;
+  std::vector<int> good(8);
+  for (std::size_t id = 0; id < good.size(); ++id) {
+    threads.emplace_back([id, &good] {
+      for (std::size_t i = 0; i < 20; ++i) {
+        const std::string plain = Text(1000 * (id + 1) + i);
+        std::string packed(plain.size() + 100, '\0');
+        const int length = Compress(plain, &packed[0], packed.size());
+        good[id] += length > 0 && Inflate(packed.data(), static_cast<std::size_t>(length),
+                                          plain.size()) == plain
+                        ? 1
+                        : 0;
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(good, std::vector<int>(8, 20));
+}
+
+TEST(LumGzipCompress, CallerInCxx11Links) {
+  char out[200];
+  const int length = Cxx11Compress(Text(100), out, sizeof out);
+  ASSERT_GT(length, 0);
+  EXPECT_EQ(Inflate(out, static_cast<std::size_t>(length), 100), Text(100));
+}
+
+}  // namespace

@@ -1,0 +1,98 @@
+#include "UnpackedArchive.h"
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+#include "support/Process.h"
+
+namespace lumtest {
+
+namespace {
+
+std::vector<std::string> Split(const std::string& text, char separator) {
+  std::vector<std::string> parts;
+  for (std::size_t start = 0; start < text.size();) {
+    const std::size_t end = std::min(text.find(separator, start), text.size());
+    parts.push_back(text.substr(start, end - start));
+    start = end + 1;
+  }
+  return parts;
+}
+
+// Whether the file is one gzip member from its first byte to its last; gunzip would take several.
+bool IsOneMember(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::vector<char> in(1 << 16);
+  std::vector<char> out(1 << 18);
+  z_stream stream = {};
+  inflateInit2(&stream, 15 + 16);
+  int result = Z_OK;
+  while (result == Z_OK &&
+         (file.read(in.data(), static_cast<std::streamsize>(in.size())), file.gcount() > 0)) {
+    stream.next_in = reinterpret_cast<Bytef*>(in.data());
+    stream.avail_in = static_cast<uInt>(file.gcount());
+    do {
+      stream.next_out = reinterpret_cast<Bytef*>(out.data());
+      stream.avail_out = static_cast<uInt>(out.size());
+      result = inflate(&stream, Z_NO_FLUSH);
+    } while (result == Z_OK && stream.avail_out == 0);
+    if (result == Z_BUF_ERROR) {
+      result = Z_OK;  // only more input is missing
+    }
+  }
+  const bool one = result == Z_STREAM_END && stream.avail_in == 0 && file.peek() == EOF;
+  inflateEnd(&stream);
+  return one;
+}
+
+}  // namespace
+
+UnpackedArchive::UnpackedArchive(const std::string& archive,
+                                 const std::vector<std::string>& tarOptions) {
+  EXPECT_TRUE(IsOneMember(archive)) << archive;
+  const ProcessResult test = RunCommand({"gzip", "-t", "-v", archive});
+  EXPECT_TRUE(test.Succeeded()) << test.Describe();
+
+  const ProcessResult list = RunCommand({"tar", "--quoting-style=literal", "-tzf", archive});
+  EXPECT_TRUE(list.Succeeded() && list.err.empty()) << list.Describe();
+  m_names = Split(list.out, '\n');
+
+  std::vector<std::string> command = {"tar", "-xpzf", archive, "-C", m_directory.Path()};
+  command.insert(command.begin() + 1, tarOptions.begin(), tarOptions.end());
+  const ProcessResult unpack = RunCommand(command);
+  EXPECT_TRUE(unpack.Succeeded() && unpack.err.empty()) << unpack.Describe();
+}
+
+std::string Listing(const std::string& path) {
+  const ProcessResult found = RunCommand({"find", path, "-type", "d", "-printf", "%P|%y|%m|%Ts\\0",
+                                          "-o", "-printf", "%P|%y|%m|%Ts|%l|%s\\0"});
+  EXPECT_TRUE(found.Succeeded()) << found.Describe();
+  std::vector<std::string> lines = Split(found.out, '\0');
+  std::sort(lines.begin(), lines.end());
+  std::string listing;
+  for (const std::string& line : lines) {
+    listing += line + '\n';
+  }
+  return listing;
+}
+
+void ExpectSameTree(const std::string& expected, const std::string& actual) {
+  EXPECT_EQ(Listing(expected), Listing(actual));
+  const ProcessResult difference = RunCommand({"diff", "-r", "--no-dereference", expected, actual});
+  EXPECT_TRUE(difference.Succeeded()) << difference.Describe();
+}
+
+std::vector<std::string> NamesIn(const std::string& directory) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+    names.push_back(entry.path().filename());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+}  // namespace lumtest
