@@ -8,8 +8,9 @@
 namespace lumtest {
 
 // A program that links LumTestAlloc has its operator new and delete replaced, in all their forms
-// and for the shared libraries it uses too; they stand on malloc and free, so that sanitizers and
-// valgrind still see every allocation. malloc itself is not touched.
+// and for the shared libraries it uses too; they stand on malloc and free, so that sanitizers still
+// see every allocation. malloc itself is not touched. Valgrind's memcheck puts its own operators in
+// this place unless it is run with --soname-synonyms=somalloc=nouserintercepts.
 
 // Lets allocation number `count` from now on fail on this thread: 1 is the very next. It throws
 // std::bad_alloc (or gives null, where the form says so); those after it succeed again. 0 calls it

@@ -18,11 +18,11 @@ namespace {
 void Flush(int descriptor) {
   if (descriptor == 1) {
     std::cout.flush();
-    std::fflush(stdout);
+    static_cast<void>(std::fflush(stdout));
   } else if (descriptor == 2) {
     std::cerr.flush();
     std::clog.flush();
-    std::fflush(stderr);
+    static_cast<void>(std::fflush(stderr));
   }
 }
 

@@ -203,7 +203,7 @@ NetNamespaceResult RunInNetNamespace(const std::function<int()>& function,
   // What is buffered here must not come out twice.
   std::cout.flush();
   std::cerr.flush();
-  std::fflush(nullptr);
+  static_cast<void>(std::fflush(nullptr));
   const pid_t child = fork();
   if (child == 0) {
     setpgid(0, 0);

@@ -82,7 +82,7 @@ std::vector<char*> Pointers(std::vector<std::string>* texts) {
   prctl(PR_SET_PDEATHSIG, SIGTERM);
   good = good && getppid() == parent;
   for (int signal = 1; signal < NSIG; ++signal) {
-    ::signal(signal, SIG_DFL);
+    static_cast<void>(::signal(signal, SIG_DFL));
   }
   sigset_t none;
   sigemptyset(&none);

@@ -185,7 +185,7 @@ class Writer {
 
  private:
   std::string Put(const char* name, mode_t mode, BIO* pem, bool made) const {
-    const std::string path = m_directory + "/" + name;
+    std::string path = m_directory + "/" + name;
     Require(made, "cannot make " + path);
     char* bytes = nullptr;
     const auto size = static_cast<std::size_t>(BIO_get_mem_data(pem, &bytes));

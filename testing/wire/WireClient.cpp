@@ -154,7 +154,7 @@ std::string WireClient::ReadUntil(const std::string& marker) {
 std::string WireClient::ReadBytes(std::size_t size) {
   while (m_in.size() < size && Fill()) {
   }
-  const std::string bytes = m_in.substr(0, size);
+  std::string bytes = m_in.substr(0, size);
   m_in.erase(0, bytes.size());
   return bytes;
 }

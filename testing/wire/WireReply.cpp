@@ -6,7 +6,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
+#include <charconv>
+#include <iterator>
 #include <system_error>
 #include <utility>
 
@@ -199,8 +200,8 @@ std::string WireAnswer(int status, const std::string& body,
 
 std::string WireChunk(const std::string& bytes) {
   char size[20];
-  std::snprintf(size, sizeof size, "%zx", bytes.size());
-  return std::string(size) + "\r\n" + bytes + "\r\n";
+  char* const end = std::to_chars(std::begin(size), std::end(size), bytes.size(), 16).ptr;
+  return std::string(size, end) + "\r\n" + bytes + "\r\n";
 }
 
 std::string WireContinue() {

@@ -24,7 +24,7 @@ namespace lumtest {
 
 namespace {
 
-constexpr std::size_t kBuffer = 64 * 1024;
+constexpr std::size_t kBuffer = 64 << 10;
 constexpr std::size_t kLargestHead = 64 << 20;
 
 // Reads a whole number in `base` from the beginning of `text`; false without one.
