@@ -1,0 +1,193 @@
+// Where requests leave from and arrive at: pinned hosts, interfaces by name and by MAC.
+
+#include <gmock/gmock.h>
+
+#include "LiveFixture.h"
+#include "support/NetNamespace.h"
+
+namespace lumtest {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class BindingLiveTest : public LiveTest {
+ protected:
+  std::string Url() const { return server.Url("/bucket/x.zip"); }
+
+  const std::string path = directory.Write("x.zip", "the archive");
+};
+
+TEST(PinningLiveTest, ReachesAnotherAddressForAMadeUpHost) {
+  WireOptions options;
+  options.address = "127.0.0.2";
+  WireServer server(options);
+  server.SetHandler(Always(200));
+  TempDir directory;
+  const std::string path = directory.Write("f", "data");
+  LogCapture log;
+  LumCurlOrvOps client;
+  client.CurlGlobalInit();
+  const std::string host = "nowhere.example:" + std::to_string(server.Port());
+
+  client.SetDomainIp("127.0.0.2");
+  EXPECT_EQ(client.UploadLog(server.UrlWithHost("nowhere.example", "/x"), path), 0);
+  client.SetSwiftIp("127.0.0.2");
+  EXPECT_EQ(client.UploadVideoFile(server.UrlWithHost("nowhere.example", "/y"), path, 5), 0);
+
+  EXPECT_EQ(server.Connections().at(0).localAddress, "127.0.0.2");
+  EXPECT_EQ(server.Request(0).Header("Host"), host);
+  EXPECT_EQ(server.Request(1).body, "data");
+  EXPECT_TRUE(log.Has(3, "Set domain=" + host + ":127.0.0.2"));
+}
+
+TEST(PinningLiveTest, ReachesAnIpv6Address) {
+  WireOptions options;
+  options.address = "::1";
+  WireServer server(options);
+  server.SetHandler(Always(200));
+  TempDir directory;
+  LogCapture log;
+  LumCurlOrvOps client;
+  client.CurlGlobalInit();
+
+  client.SetDomainIp("::1");
+  EXPECT_EQ(
+      client.UploadLog(server.UrlWithHost("nowhere.example", "/x"), directory.Write("f", "data")),
+      0)
+      << log.Text();
+
+  EXPECT_EQ(server.RequestCount(), 1U);
+}
+
+TEST(PinningLiveTest, AddressThatIsNoneFailsTheUpload) {
+  WireServer server;
+  TempDir directory;
+  LogCapture log;
+  LumCurlOrvOps client;
+  client.CurlGlobalInit();
+
+  client.SetDomainIp("not an address");
+  EXPECT_EQ(client.UploadLog(server.UrlWithHost("nowhere.example", "/x"),
+                             directory.Write("f", "data"), 5),
+            -10000);
+
+  EXPECT_GE(log.Count(1), 2U) << log.Text();
+  EXPECT_EQ(server.Connections().size(), 0U);
+}
+
+TEST_F(BindingLiveTest, BoundToTheLoopbackInterfaceReachesIt) {
+  server.SetHandler(Always(200, "1"));
+  expectedOutput = "1";
+  int status = 0;
+  client.SetBindInterface("lo");
+
+  EXPECT_EQ(client.UploadLog(Url(), path, 5), 0);
+  client.Get(server.Url(), {}, status);
+  EXPECT_EQ(status, 200);
+  EXPECT_EQ(client.ReportData(server.Url(), Json("{}"), "t", ""), 0);
+  EXPECT_EQ(client.RefreshToken(server.Url(), Json("{}"), "t").JsonValueToString(), "1");
+
+  EXPECT_THAT(log.Messages(3),
+              ElementsAre("set bind interface=lo", "Set interface=lo", "Set interface=lo",
+                          "Set interface=lo", "Set interface=lo"));
+}
+
+TEST_F(BindingLiveTest, BoundToAnInterfaceThatIsNotThereFails) {
+  client.SetBindInterface("if!nosuchinterface0");
+  int status = -7;
+
+  EXPECT_TRUE(client.Get(server.Url(), {}, status).IsNull());
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(client.UploadLog(Url(), path, 5), -10000);
+
+  EXPECT_EQ(server.Connections().size(), 0U);
+  EXPECT_THAT(log.Messages(1).at(0), HasSubstr("resOps: 45"));
+}
+
+TEST_F(BindingLiveTest, MacThatNoInterfaceHasBindsToNone) {
+  server.SetHandler(Always(200));
+  client.SetBindMac("02:00:5e:00:53:01");
+
+  EXPECT_EQ(client.UploadLog(Url(), path, 5), 0);
+
+  EXPECT_THAT(log.Messages(3),
+              ElementsAre("set bind mac=02:00:5e:00:53:01", "Update interface name="));
+}
+
+// --- In a network of the test's own ---
+
+constexpr char kMac[] = "02:4c:75:6d:00:01";  // of lum0, at 10.203.0.1
+constexpr char kPeerAddress[] = "10.203.0.2";
+
+// Runs `call` with a client and a server on the other end of the pair.
+int WithPeerServer(const std::function<void(LumCurlOrvOps&, WireServer&)>& call) {
+  std::unique_ptr<WireServer> server;
+  InPeerNamespace([&server] {
+    WireOptions options;
+    options.address = kPeerAddress;
+    server = std::make_unique<WireServer>(options);
+  });
+  server->SetHandler(Always(200));
+  {
+    LumCurlOrvOps client;
+    client.CurlGlobalInit();
+    call(client, *server);
+  }
+  server.reset();
+  return ::testing::Test::HasFailure() ? 1 : 0;
+}
+
+NetNamespaceOptions WithPair() {
+  NetNamespaceOptions options;
+  options.veth = true;
+  options.mac = kMac;
+  options.peerAddress = kPeerAddress;
+  return options;
+}
+
+TEST(NamespaceLiveTest, MacIsTurnedIntoItsInterfaceAndKept) {
+  const NetNamespaceResult result = RunInNetNamespace(
+      [] {
+        return WithPeerServer([](LumCurlOrvOps& client, WireServer& server) {
+          TempDir directory;
+          LogCapture log;
+          int status = 0;
+          client.SetBindMac("02-4C-75-6D-00-01");
+
+          EXPECT_EQ(client.UploadLog(server.Url(), directory.Write("f", "data")), 0);
+          client.Get(server.Url(), {}, status);
+
+          EXPECT_EQ(status, 200);
+          EXPECT_EQ(server.Connections().at(0).peerAddress, "10.203.0.1");
+          EXPECT_THAT(log.Messages(3),
+                      ElementsAre("set bind mac=02-4C-75-6D-00-01", "Update interface name=lum0",
+                                  "Set interface=lum0", "Set interface=lum0"))
+              << log.Text();
+        });
+      },
+      WithPair());
+  EXPECT_TRUE(result.Succeeded()) << result.Describe();
+}
+
+TEST(NamespaceLiveTest, InterfaceThatDoesNotLeadThereReachesNothing) {
+  const NetNamespaceResult result = RunInNetNamespace(
+      [] {
+        return WithPeerServer([](LumCurlOrvOps& client, WireServer& server) {
+          LogCapture log;
+          int status = 0;
+          client.SetBindInterface("lo");
+          client.SetBindMac(kMac);
+
+          EXPECT_TRUE(client.Get(server.Url(), {}, status).IsNull());
+
+          EXPECT_EQ(status, 0) << "the name goes before the MAC";
+          EXPECT_EQ(server.Connections().size(), 0U);
+        });
+      },
+      WithPair());
+  EXPECT_TRUE(result.Succeeded()) << result.Describe();
+}
+
+}  // namespace
+}  // namespace lumtest

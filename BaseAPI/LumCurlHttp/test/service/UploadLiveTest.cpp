@@ -1,0 +1,281 @@
+// Uploads over real sockets: bytes, streams, pinned hosts, bound interfaces, and servers and files
+// that do not behave.
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "LiveFixture.h"
+#include "support/ProcessState.h"
+#include "wire/Digest.h"
+#include "wire/Ports.h"
+
+namespace lumtest {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+class UploadLiveTest : public LiveTest {
+ protected:
+  using LiveTest::LiveTest;
+
+  std::string Url() const { return server.Url("/bucket/x.zip"); }
+
+  const std::string path = directory.Write("x.zip", "the archive");
+};
+
+// --- The bytes of each form ---
+
+TEST_F(UploadLiveTest, EachFormOnTheWire) {
+  server.SetHandler(Always(200));
+
+  EXPECT_EQ(client.UploadLog(Url(), path, 5, {"X-B: 2", "X-A: 1"}), 0);
+  EXPECT_EQ(client.UploadLog(Url(), path, 5, {}), 0);
+  EXPECT_EQ(client.UploadLog(Url(), path, 5), 0);
+  EXPECT_EQ(client.UploadVideoFile(Url(), path, 5), 0);
+  EXPECT_EQ(client.UploadLog(Url(), path), 0);
+  client.SetUploadLogAuthorisation("AWS key:signature");
+  EXPECT_EQ(client.UploadLog(Url(), path), 0);
+  client.SetUploadLogDate("Sat, 21 Nov 2026 13:00:00 GMT");
+  EXPECT_EQ(client.UploadLog(Url(), path), 0);
+  client.SetSecurityToken("token");
+  EXPECT_EQ(client.UploadLog(Url(), path), 0);
+
+  const Lines kLines[] = {
+      {"X-B: 2", "X-A: 1"},
+      {},
+      {"Content-Type: application/zip"},
+      {"Content-Type: video/mp4"},
+      {"Content-Type: application/zip"},
+      {"Content-Type: application/zip"},
+      {"Authorization: AWS key:signature", "Date: Sat, 21 Nov 2026 13:00:00 GMT"},
+      {"Authorization: AWS key:signature", "Date: Sat, 21 Nov 2026 13:00:00 GMT",
+       "x-zun-security-token: token"}};
+  for (std::size_t i = 0; i < 8; ++i) {
+    // libcurl asks before it sends a body that it has to read.
+    std::string head = Head("PUT", "/bucket/x.zip", kLines[i], 11);
+    head.insert(head.size() - 2, "Expect: 100-continue\r\n");
+    EXPECT_EQ(server.Request(i).Raw(), head + "the archive") << i;
+  }
+}
+
+TEST_F(UploadLiveTest, ReplyAppearsOnStandardOutputWhateverTheStatus) {
+  server.Script(StatusReply(200, "stored\n"));
+  server.Script(StatusReply(403, "<Error>AccessDenied</Error>"));
+  server.Script(ChunkedReply({"in ", "pieces"}, 201));
+  expectedOutput = "stored\n<Error>AccessDenied</Error>in pieces";
+
+  EXPECT_EQ(client.UploadLog(Url(), path, 5), 0);
+  EXPECT_EQ(client.UploadLog(Url(), path), -10000);
+  EXPECT_EQ(client.UploadVideoFile(Url(), path, 5), -10000);
+
+  EXPECT_THAT(log.Messages(), ElementsAre("UploadLog failed, code=403, body=", "UploadLog failed"));
+}
+
+TEST_F(UploadLiveTest, EmptyFileIsUploaded) {
+  server.SetHandler(Always(200));
+  const std::string empty = directory.Write("empty", "");
+
+  EXPECT_EQ(client.UploadLog(Url(), empty, 5), 0);
+
+  EXPECT_EQ(server.Request(0).Header("Content-Length"), "0");
+}
+
+TEST_F(UploadLiveTest, BinaryFileArrivesByteForByte) {
+  server.SetHandler(Always(200));
+  const std::string content = GeneratedBytes(0, 3000001) + std::string(1000, '\0') + "\r\n\r\n";
+  const std::string file = directory.Write("binary", content);
+
+  EXPECT_EQ(client.UploadLog(Url(), file), 0);
+
+  EXPECT_EQ(server.Request(0).body, content);
+}
+
+TEST_F(UploadLiveTest, TimeLimitBeyondWhatLibcurlTakesIsNoLimit) {
+  server.SetHandler(Always(200));
+
+  EXPECT_EQ(client.UploadLog(Url(), path, 0xFFFFFFFF), 0);
+  EXPECT_EQ(client.UploadLog(Url(), path, 0), 0);
+}
+
+// --- The caller's stream ---
+
+TEST_F(UploadLiveTest, StreamIsReadInPlaceOfTheFileAndStaysOpen) {
+  server.SetHandler(Always(200));
+  FILE* stream = std::fopen(directory.Write("other", "of the stream").c_str(), "rb");
+  ASSERT_NE(stream, nullptr);
+  ASSERT_EQ(std::fgetc(stream), 'o');
+  client.SetFp(stream);
+
+  EXPECT_EQ(client.UploadLog(Url(), path, 5), 0);
+  EXPECT_EQ(client.UploadLog(Url(), path, 5), 0);
+
+  EXPECT_EQ(server.Request(0).body, "of the stream");
+  EXPECT_EQ(server.Request(1).body, "the archive");
+  EXPECT_EQ(std::fseek(stream, 3, SEEK_SET), 0);
+  EXPECT_EQ(std::fgetc(stream), 't');
+  EXPECT_EQ(std::fclose(stream), 0);
+}
+
+TEST_F(UploadLiveTest, PipeIsRefusedBecauseItHasNoSize) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  ASSERT_EQ(write(ends[1], "data", 4), 4);
+  FILE* stream = fdopen(ends[0], "rb");
+  client.SetFp(stream);
+
+  EXPECT_EQ(client.UploadLog(Url(), path, 5), -10000);
+
+  EXPECT_THAT(log.Messages(1), ElementsAre("read file error", "UploadLog failed"));
+  EXPECT_EQ(server.Connections().size(), 0U);
+  EXPECT_EQ(std::fgetc(stream), 'd') << "nothing was read, nothing closed";
+  std::fclose(stream);
+  close(ends[1]);
+}
+
+// --- Files that do not behave ---
+
+TEST_F(UploadLiveTest, PathsThatCannotBeReadFailWithoutARequest) {
+  const std::size_t before = OpenDescriptors();
+  for (const std::string& file : {directory.Path("missing"), directory.Path("no/such/directory"),
+                                  directory.Path(), std::string(), std::string(5000, 'p')}) {
+    log.Clear();
+    EXPECT_EQ(client.UploadLog(Url(), file, 5), -10000) << file;
+    EXPECT_EQ(log.Last().message, "UploadLog failed");
+  }
+  EXPECT_EQ(server.Connections().size(), 0U);
+  EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST_F(UploadLiveTest, FileWithoutPermissionIsAFileThatCannotBeRead) {
+  ASSERT_EQ(chmod(directory.Path().c_str(), 0755), 0);
+  ASSERT_EQ(chmod(path.c_str(), 0), 0);
+  const bool root = geteuid() == 0;
+  if (root) {
+    ASSERT_EQ(seteuid(65534), 0);
+  }
+
+  const int result = client.UploadLog(Url(), path, 5);
+
+  if (root) {
+    ASSERT_EQ(seteuid(0), 0);
+  }
+  EXPECT_EQ(result, -10000);
+  EXPECT_THAT(log.Messages(), ElementsAre("read file error", "UploadLog failed"));
+}
+
+TEST_F(UploadLiveTest, FileThatVanishesWhileItIsSentArrivesWhole) {
+  const std::string content = GeneratedBytes(0, 4 << 20);
+  const std::string file = directory.Write("vanishing", content);
+  server.Script(StatusReply(200).At(WireStart::kBody));
+  server.SetHandler(
+      [&](const WireRequest&) {
+        std::remove(file.c_str());
+        return WireReply(WireContinue()).ReadBody().Send(WireAnswer(200));
+      },
+      WireStart::kHead);
+  EXPECT_EQ(client.UploadLog(Url(), path, 5), 0);  // takes the script
+
+  EXPECT_EQ(client.UploadLog(Url(), file, 30), 0);
+
+  EXPECT_FALSE(Exists(file));
+  EXPECT_EQ(server.Request(1).body, content);
+}
+
+TEST_F(UploadLiveTest, FileThatGrowsWhileItIsSentArrivesInItsFirstSize) {
+  const std::string content = GeneratedBytes(0, 4 << 20);
+  const std::string file = directory.Write("growing", content);
+  server.SetHandler(
+      [&](const WireRequest&) {
+        AppendFile(file, "more than was announced");
+        return WireReply(WireContinue()).ReadBody().Send(WireAnswer(200)).Close();
+      },
+      WireStart::kHead);
+
+  client.UploadLog(Url(), file, 30);
+
+  EXPECT_EQ(server.Request(0).Header("Content-Length"), std::to_string(content.size()));
+  EXPECT_EQ(server.Request(0).body, content);
+}
+
+// --- Servers that do not behave ---
+
+TEST_F(UploadLiveTest, ResetInMidUploadIsAFailure) {
+  const std::string file = directory.Path("large");
+  MakeSparseFile(file, 64 << 20);
+  server.Script(WireReply().At(WireStart::kHead).Send(WireContinue()).ReadBytes(100000).Reset());
+
+  EXPECT_EQ(client.UploadLog(Url(), file), -10000);
+
+  EXPECT_THAT(log.Messages(1).at(0), StartsWith("PUT failed for "));
+  EXPECT_THAT(log.Messages(1).at(1), HasSubstr(", body=PUT failed for: "));
+  EXPECT_EQ(log.Count(1), 2U);
+}
+
+TEST_F(UploadLiveTest, ConnectionClosedInMidUploadRaisesNoSignal) {
+  const std::string file = directory.Path("large");
+  MakeSparseFile(file, 64 << 20);
+  server.Script(WireReply().At(WireStart::kHead).Send(WireContinue()).ReadBytes(100000).Drop());
+
+  EXPECT_EQ(client.UploadVideoFile(Url(), file, 30), -10000);
+  EXPECT_EQ(log.Records(1).back().function, "UploadVideoFile");
+}
+
+TEST_F(UploadLiveTest, RefusalBeforeTheBodyIsReadIsItsStatus) {
+  const std::string file = directory.Path("large");
+  MakeSparseFile(file, 64 << 20);
+  server.Script(StatusReply(413, "too large").At(WireStart::kHead).Close());
+  server.Script(WireReply(WireAnswer(401, "who?")).At(WireStart::kHead).NoContinue().Close());
+  expectedOutput = "too largewho?";
+
+  EXPECT_EQ(client.UploadLog(Url(), file), -10000);
+  EXPECT_EQ(client.UploadLog(Url(), file), -10000);
+
+  EXPECT_THAT(log.Messages().at(0), StartsWith("UploadLog failed, code=413, body="));
+  EXPECT_THAT(log.Messages().at(1), StartsWith("UploadLog failed, code=401, body="));
+}
+
+TEST_F(UploadLiveTest, LongErrorTextGoesToStandardOutputWhole) {
+  constexpr std::size_t kSize = 8U << 20;
+  server.Script(GeneratedReply(kSize, 500));
+  expectedOutput = GeneratedBytes(0, kSize);
+
+  EXPECT_EQ(client.UploadLog(Url(), path), -10000);
+
+  EXPECT_THAT(log.Messages(), ElementsAre("UploadLog failed, code=500, body="));
+}
+
+TEST_F(UploadLiveTest, RefusedConnectionIsAFailure) {
+  const RefusedPort refused;
+
+  EXPECT_EQ(client.UploadLog(refused.Url(), path), -10000);
+
+  EXPECT_THAT(log.Messages(1).at(0), StartsWith("PUT failed for Couldn't connect to server"));
+  EXPECT_EQ(log.Records(1).at(0).function, "Upload");
+}
+
+TEST_F(UploadLiveTest, FailedUploadsLeaveNoDescriptorBehind) {
+  const RefusedPort refused;
+  server.SetHandler(Always(403));
+  client.UploadLog(Url(), path);
+  ASSERT_TRUE(server.WaitIdle());
+  const std::size_t before = OpenDescriptors();
+
+  for (int i = 0; i < 30; ++i) {
+    client.UploadLog(Url(), path);
+    client.UploadLog(refused.Url(), path);
+    client.UploadLog(Url(), directory.Path("missing"));
+    client.UploadLog(Url(), directory.Path());
+  }
+
+  ASSERT_TRUE(server.WaitIdle());
+  EXPECT_EQ(OpenDescriptors(), before) << ::testing::PrintToString(DescribeDescriptors());
+}
+
+}  // namespace
+}  // namespace lumtest
