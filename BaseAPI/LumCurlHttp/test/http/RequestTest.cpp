@@ -13,7 +13,6 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Not;
-using ::testing::StartsWith;
 
 const Events kJsonLines = {"curl_slist_append Content-Type: application/json",
                            "curl_slist_append charsets: utf-8"};

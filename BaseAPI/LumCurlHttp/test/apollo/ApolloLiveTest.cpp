@@ -1,0 +1,215 @@
+// GetPropertyString over real sockets: the bytes that the server sees, and what becomes of its
+// answers.
+
+#include <HttpResult.h>
+#include <LumApollo.h>
+
+#include <thread>
+
+#include "../http/LiveTest.h"
+
+namespace lumtest {
+namespace {
+
+using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
+
+const char kAnswer[] =
+    "{\"appId\":\"app\",\"cluster\":\"default\",\"namespaceName\":\"space\","
+    "\"configurations\":{\"timeout\":\"200\"},\"releaseKey\":\"1\"}\r\n ";
+
+class ApolloLive : public LiveTest {
+ protected:
+  static std::string Host(const WireServer& server, const std::string& name = "127.0.0.1") {
+    return name + ":" + std::to_string(server.Port());
+  }
+
+  HttpResult Read(const std::string& host) {
+    env.configServer = host;
+    return Quietly([this] { return apollo.GetPropertyString(env); });
+  }
+
+  // A request that fails: -1, the text and one line say why.
+  void ExpectFailure(const std::string& host, const std::string& error, int code,
+                     const std::string& reason) {
+    log.Clear();
+    const HttpResult result = Read(host);
+    EXPECT_EQ(result.code, -1);
+    EXPECT_THAT(result.body, MatchesRegex("POST failed for: " + reason + " \\."));
+    ASSERT_EQ(log.Count(), 1u);
+    EXPECT_THAT(
+        log.Last().message,
+        MatchesRegex("POST\\(https://.*/configs/app/default/space\\) failed for " + error +
+                     ", rps: " + std::to_string(code) + ", code: [0-9]+, errorBuf: " + reason));
+    EXPECT_EQ(log.Last().level, 1);
+    EXPECT_EQ(log.Last().file, "BaseAPI/LumCurlHttp/src/LumApolloPrivate");
+    EXPECT_EQ(log.Last().function, "GetPropertyString");
+  }
+
+  LumApollo apollo;
+  LumApolloEnv env{"", "app", "", "space"};
+};
+
+TEST_F(ApolloLive, SendsTheseBytesAndHandsTheDocumentBackUnchanged) {
+  WireServer server(TlsOptions());
+  server.Script(JsonReply(kAnswer));
+  const HttpResult result = Read(Host(server));
+  EXPECT_EQ(result.code, 200);
+  EXPECT_EQ(result.body, kAnswer);
+  EXPECT_EQ(env.cluster, "default");
+  EXPECT_EQ(server.Request(0).Raw(),
+            "GET /configs/app/default/space HTTP/1.1\r\n"
+            "Host: " +
+                Host(server) +
+                "\r\n"
+                "Accept: */*\r\n"
+                "Content-Type: application/json\r\n"
+                "charsets: utf-8\r\n"
+                "\r\n");
+  EXPECT_TRUE(server.Request(0).tls);
+  EXPECT_THAT(log.Messages(), IsEmpty());
+}
+
+TEST_F(ApolloLive, FieldsGoIntoTheUrlAsTheyStand) {
+  WireServer server(TlsOptions());
+  server.Script(JsonReply(kAnswer));
+  env = {"", "a%20p", "c%s%n", "n?ip=%d&x=1"};
+  EXPECT_EQ(Read(Host(server)).code, 200);
+  EXPECT_EQ(server.Request(0).target, "/configs/a%20p/c%s%n/n?ip=%d&x=1");
+}
+
+TEST_F(ApolloLive, AHostNameWithAPortIsConnectedTo) {
+  WireServer server(TlsOptions());
+  server.Script(JsonReply(kAnswer));
+  EXPECT_EQ(Read(Host(server, "localhost")).code, 200);
+  EXPECT_EQ(server.Request(0).Header("Host"), Host(server, "localhost"));
+}
+
+TEST_F(ApolloLive, AUrlOf4095BytesIsSentWhole) {
+  WireServer server(TlsOptions());
+  server.Script(JsonReply(kAnswer));
+  const std::string start = "https://" + Host(server) + "/configs/app/default/";
+  env.namespaceName = std::string(4095 - start.size(), 'n');
+  EXPECT_EQ(Read(Host(server)).code, 200);
+  EXPECT_EQ(server.Request(0).target, "/configs/app/default/" + env.namespaceName);
+}
+
+TEST_F(ApolloLive, AUrlOf4096BytesIsNotSent) {
+  WireServer server(TlsOptions());
+  const std::string start = "https://" + Host(server) + "/configs/app/default/";
+  env.namespaceName = std::string(4096 - start.size(), 'n');
+  const HttpResult result = Read(Host(server));
+  EXPECT_EQ(result.code, -1);
+  EXPECT_EQ(result.body, "");
+  EXPECT_THAT(log.Messages(), IsEmpty());
+  EXPECT_EQ(server.Connections().size(), 0u);
+}
+
+TEST_F(ApolloLive, AnyStatusComesBackWithItsBody) {
+  WireServer server(TlsOptions());
+  for (const int status : {200, 302, 401, 404, 500, 503}) {
+    server.Script(StatusReply(status, "body of " + std::to_string(status)));
+    const HttpResult result = Read(Host(server));
+    EXPECT_EQ(result.code, status);
+    EXPECT_EQ(result.body, "body of " + std::to_string(status));
+  }
+  server.Script(StatusReply(304));
+  const HttpResult result = Read(Host(server));
+  EXPECT_EQ(result.code, 304);
+  EXPECT_EQ(result.body, "");
+  EXPECT_THAT(log.Messages(), IsEmpty());
+}
+
+TEST_F(ApolloLive, WhatIsNoJsonComesBackAsItCame) {
+  WireServer server(TlsOptions());
+  const std::string body("<html>\0\xff", 8);
+  server.Script(StatusReply(200, body, {"Content-Type: text/html"}));
+  const HttpResult result = Read(Host(server));
+  EXPECT_EQ(result.code, 200);
+  EXPECT_EQ(result.body, body);
+}
+
+TEST_F(ApolloLive, FollowsNoRedirect) {
+  WireServer server(TlsOptions());
+  server.Script(RedirectReply(server.Url("/there")));
+  EXPECT_EQ(Read(Host(server)).code, 302);
+  EXPECT_EQ(server.RequestCount(), 1u);
+}
+
+TEST_F(ApolloLive, NoServerCertificateIsVerified) {
+  const TlsMaterial& tls = Tls();
+  for (const auto& [certificate, key] :
+       {std::pair(tls.untrustedServerCertificate, tls.untrustedServerKey),
+        std::pair(tls.expiredServerCertificate, tls.expiredServerKey),
+        std::pair(tls.wrongHostServerCertificate, tls.wrongHostServerKey)}) {
+    WireServer server(TlsOptions(certificate, key));
+    server.Script(JsonReply(kAnswer));
+    EXPECT_EQ(Read(Host(server)).code, 200) << certificate;
+  }
+}
+
+// --- Failures
+
+TEST_F(ApolloLive, AServerThatIsDownIsAFailure) {
+  const RefusedPort port;
+  ExpectFailure("127.0.0.1:" + std::to_string(port.Port()), "Couldn't connect to server", 7,
+                "Failed to connect to 127.0.0.1 port [0-9]+ after [0-9]+ ms: "
+                "Couldn't connect to server");
+}
+
+TEST_F(ApolloLive, AServerThatClosesInMidBodyIsAFailure) {
+  WireServer server(TlsOptions());
+  server.Script(WireReply(WireHead(200, {"Content-Length: 100"}) + "{\"half").Close());
+  ExpectFailure(Host(server), "Transferred a partial file", 18,
+                "transfer closed with 94 bytes remaining to read");
+}
+
+TEST_F(ApolloLive, AServerThatSpeaksNoTlsIsAFailure) {
+  WireServer server;
+  server.Script(WireReply().At(WireStart::kAccept).Send(WireAnswer(200, "{}")).Close());
+  ExpectFailure(Host(server), "SSL connect error", 35, ".*");
+}
+
+TEST_F(ApolloLive, AServerThatRequiresACertificateRefuses) {
+  WireOptions options = TlsOptions(WireTls::ClientCertificate::kRequired);
+  options.tls->maxVersion = 0x0303;  // TLS 1.2, whose handshake itself fails
+  WireServer server(options);
+  ExpectFailure(Host(server), "SSL connect error", 35, ".*");
+}
+
+// The address is of the other family: libcurl gives up before it tries, and says no more.
+TEST_F(ApolloLive, AnIPv6AddressIsNotConnectedTo) {
+  WireOptions options = TlsOptions();
+  options.address = "::1";
+  WireServer server(options);
+  ExpectFailure(Host(server, "[::1]"), "Couldn't connect to server", 7, "");
+  EXPECT_EQ(server.Connections().size(), 0u);
+}
+
+TEST_F(ApolloLive, AHostThatIsNoneIsAFailure) {
+  ExpectFailure("bad host", "URL using bad/illegal format or missing URL", 3, ".*");
+}
+
+// --- Threads
+
+TEST_F(ApolloLive, CallsOnOneObjectRunSideBySide) {
+  WireServer server(TlsOptions());
+  for (int i = 0; i < 2; ++i) {
+    server.Script(WireReply()
+                      .Call([&server] { EXPECT_TRUE(server.WaitForRequests(2)); })
+                      .Send(WireAnswer(200, kAnswer)));
+  }
+  LumApolloEnv envs[] = {{Host(server), "one", "", "space"}, {Host(server), "two", "", "space"}};
+  HttpResult results[2];
+  std::thread first([&] { results[0] = apollo.GetPropertyString(envs[0]); });
+  std::thread second([&] { results[1] = apollo.GetPropertyString(envs[1]); });
+  first.join();
+  second.join();
+  for (const HttpResult& result : results) {
+    EXPECT_EQ(result.code, 200);
+    EXPECT_EQ(result.body, kAnswer);
+  }
+}
+
+}  // namespace
+}  // namespace lumtest

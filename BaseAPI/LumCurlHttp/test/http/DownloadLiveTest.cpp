@@ -1,0 +1,236 @@
+// DownloadFile over real sockets into real files.
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <climits>
+
+#include "LiveTest.h"
+#include "wire/Digest.h"
+
+namespace lumtest {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::MatchesRegex;
+
+class DownloadLive : public LiveTest {
+ protected:
+  int Download(const std::string& url, const std::string& target) {
+    return Quietly([&] { return client.DownloadFile(url, target); });
+  }
+
+  int Download(const std::string& url) { return Download(url, path); }
+
+  // A download that fails in libcurl, for this reason.
+  void ExpectFailure(const std::string& url, const std::string& reason) {
+    log.Clear();
+    EXPECT_EQ(Download(url), -10000);
+    EXPECT_THAT(log.Messages(),
+                ElementsAre("download file " + url + " to " + path,
+                            MatchesRegex("curl_easy_perform\\(\\) failed: " + reason)));
+  }
+
+  // A download whose path is refused before anything else happens.
+  void ExpectRefused(const std::string& target) {
+    WireServer server;
+    log.Clear();
+    EXPECT_EQ(Download(server.Url(), target), -10000);
+    EXPECT_THAT(log.Messages(), ElementsAre("download file " + server.Url() + " to " + target));
+    EXPECT_EQ(server.Connections().size(), 0u);
+  }
+
+  const TempDir dir;
+  std::string path = dir.Path("file");
+  LumCurlHttp client;
+};
+
+TEST_F(DownloadLive, SendsTheseBytesAndStoresTheBody) {
+  WireServer server;
+  server.Script(StatusReply(200, std::string("con\0tent", 8)));
+  client.SetHeaders("X-Not: sent");
+  EXPECT_EQ(Download(server.Url("/file?x=1")), 0);
+  EXPECT_EQ(server.Request(0).Raw(),
+            "GET /file?x=1 HTTP/1.1\r\n"
+            "Host: 127.0.0.1:" +
+                std::to_string(server.Port()) +
+                "\r\n"
+                "User-Agent: QVcurlHttp/0.1.2\r\n"
+                "Accept: */*\r\n"
+                "Content-Type: application/json\r\n"
+                "charsets: utf-8\r\n"
+                "\r\n");
+  EXPECT_EQ(ReadFile(path), std::string("con\0tent", 8));
+  EXPECT_THAT(log.Messages(3),
+              ElementsAre("download file " + server.Url("/file?x=1") + " to " + path,
+                          "download succeed, path: " + path));
+  EXPECT_EQ(log.Count(), 2u);
+}
+
+TEST_F(DownloadLive, StoresALargeBodyWhole) {
+  WireServer server;
+  server.Script(GeneratedReply(9000001));
+  EXPECT_EQ(Download(server.Url()), 0);
+  EXPECT_EQ(FileSize(path), 9000001u);
+  EXPECT_EQ(Sha256OfFile(path), GeneratedSha256(9000001));
+}
+
+TEST_F(DownloadLive, StoresAnEmptyBody) {
+  WireServer server;
+  server.Script(StatusReply(200));
+  EXPECT_EQ(Download(server.Url()), 0);
+  EXPECT_EQ(ReadFile(path), "");
+}
+
+TEST_F(DownloadLive, ReplacesALongerFile) {
+  WriteFile(path, std::string(100000, 'x'));
+  WireServer server;
+  server.Script(StatusReply(200, "short"));
+  EXPECT_EQ(Download(server.Url()), 0);
+  EXPECT_EQ(ReadFile(path), "short");
+}
+
+TEST_F(DownloadLive, SavesAnErrorPageAndSucceeds) {
+  WireServer server;
+  for (const int status : {404, 401, 500}) {
+    server.Script(StatusReply(status, "page of " + std::to_string(status)));
+    EXPECT_EQ(Download(server.Url()), 0);
+    EXPECT_EQ(ReadFile(path), "page of " + std::to_string(status));
+  }
+}
+
+TEST_F(DownloadLive, FollowsNoRedirect) {
+  WireServer server;
+  server.Script(StatusReply(302, "over there", {"Location: " + server.Url("/there")}));
+  EXPECT_EQ(Download(server.Url()), 0);
+  EXPECT_EQ(ReadFile(path), "over there");
+  EXPECT_EQ(server.RequestCount(), 1u);
+}
+
+TEST_F(DownloadLive, UsesIPv6Too) {
+  WireServer server(IPv6Options());
+  server.Script(StatusReply(200, "six"));
+  EXPECT_EQ(Download(server.Url()), 0);
+  EXPECT_EQ(ReadFile(path), "six");
+}
+
+// --- Paths
+
+TEST_F(DownloadLive, ADirectoryIsRefused) {
+  ExpectRefused(dir.Path());
+}
+
+TEST_F(DownloadLive, AMissingDirectoryIsRefused) {
+  ExpectRefused(dir.Path("missing/file"));
+  EXPECT_FALSE(Exists(dir.Path("missing")));
+}
+
+TEST_F(DownloadLive, AnEmptyPathIsRefused) {
+  ExpectRefused("");
+}
+
+TEST_F(DownloadLive, APathThatIsTooLongIsRefused) {
+  ExpectRefused(dir.Path(std::string(PATH_MAX, 'x')));
+}
+
+TEST_F(DownloadLive, AFileThatTheKernelDoesNotMakeIsAFailure) {
+  WireServer server;
+  EXPECT_EQ(Download(server.Url(), "/proc/no-such-file"), -10000);
+  EXPECT_THAT(log.Messages(1), ElementsAre("fopen failed"));
+  EXPECT_EQ(server.Connections().size(), 0u);
+}
+
+// As a user to whom permissions matter.
+TEST_F(DownloadLive, ADirectoryThatCannotBeWrittenIsAFailure) {
+  ASSERT_EQ(chmod(dir.Path().c_str(), 0555), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const bool isNobody = geteuid() != 0 || setuid(65534) == 0;
+    const int result = client.DownloadFile("http://127.0.0.1/", path);
+    const bool told = log.Messages(1) == std::vector<std::string>{"fopen failed"};
+    _exit(isNobody && result == -10000 && told ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_FALSE(Exists(path));
+  ASSERT_EQ(chmod(dir.Path().c_str(), 0755), 0);
+}
+
+TEST_F(DownloadLive, AFullFileSystemIsAFailureWhateverTheSize) {
+  path = "/dev/full";
+  WireServer server;
+  for (const std::uint64_t size : {1, 100, 262144, 262145, 3000000}) {
+    server.Script(GeneratedReply(size));
+    ExpectFailure(server.Url(), "(Failed writing received data to disk/application)");
+  }
+}
+
+TEST_F(DownloadLive, NothingIsLostOnANullDevice) {
+  path = "/dev/null";
+  WireServer server;
+  server.Script(GeneratedReply(3000000));
+  EXPECT_EQ(Download(server.Url()), 0);
+}
+
+// --- Servers
+
+TEST_F(DownloadLive, APartStaysWhenTheServerClosesEarly) {
+  WireServer server;
+  server.Script(WireReply(WireHead(200, {"Content-Length: 1000"}) + "the first part").Close());
+  ExpectFailure(server.Url(), "Transferred a partial file");
+  EXPECT_EQ(ReadFile(path), "the first part");
+}
+
+TEST_F(DownloadLive, AServerThatClosesAtOnceLeavesAnEmptyFile) {
+  WireServer server;
+  server.Script(WireReply().Close());
+  ExpectFailure(server.Url(), "Server returned nothing \\(no headers, no data\\)");
+  EXPECT_EQ(ReadFile(path), "");
+}
+
+TEST_F(DownloadLive, ARefusedPortIsAFailure) {
+  const RefusedPort port;
+  ExpectFailure(port.Url(), "Couldn't connect to server");
+}
+
+TEST_F(DownloadLive, AnEmptyUrlIsAFailure) {
+  ExpectFailure("", "URL using bad/illegal format or missing URL");
+}
+
+// --- TLS
+
+TEST_F(DownloadLive, NoServerCertificateIsVerified) {
+  const TlsMaterial& tls = Tls();
+  client.SetSslInfo(tls.caCertificate, tls.clientCertificate, tls.clientKey, nullptr, 0);
+  for (const auto& [certificate, key] :
+       {std::pair(tls.untrustedServerCertificate, tls.untrustedServerKey),
+        std::pair(tls.expiredServerCertificate, tls.expiredServerKey),
+        std::pair(tls.wrongHostServerCertificate, tls.wrongHostServerKey)}) {
+    WireServer server(TlsOptions(certificate, key));
+    server.Script(StatusReply(200, certificate));
+    EXPECT_EQ(Download(server.Url()), 0);
+    EXPECT_EQ(ReadFile(path), certificate);
+  }
+}
+
+TEST_F(DownloadLive, ACaFileThatIsMissingDoesNotMatter) {
+  WireServer server(TlsOptions());
+  server.Script(StatusReply(200, "one")).Script(StatusReply(200, "two"));
+  EXPECT_EQ(Download(server.Url()), 0);
+  client.SetSslInfo("/nonexistent/ca.pem", "", "", nullptr, 0);
+  EXPECT_EQ(Download(server.Url()), 0);
+  EXPECT_EQ(ReadFile(path), "two");
+}
+
+TEST_F(DownloadLive, NoClientCertificateIsOffered) {
+  WireServer server(TlsOptions(WireTls::ClientCertificate::kOptional));
+  server.Script(StatusReply(200));
+  client.SetSslInfo(Tls().caCertificate, Tls().clientCertificate, Tls().clientKey, nullptr, 0);
+  EXPECT_EQ(Download(server.Url()), 0);
+  EXPECT_EQ(server.Request(0).clientSubject, "");
+}
+
+}  // namespace
+}  // namespace lumtest
