@@ -8,7 +8,6 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME lumcurlhttp)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "The LumCurlHttp maintainers <maintainers@lumcurlhttp.example>")
-set(CPACK_PACKAGE_HOMEPAGE_URL)
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL runtime development tools)
@@ -23,24 +22,22 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY "=")
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime_package})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "HTTP(S) client library of the Lum framework
- JSON requests, file download, data reports, uploads and configuration
- properties over libcurl, with the five platform libraries they stand on.")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/triggers)
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "JSON requests, file download, data reports, uploads and configuration
+properties over libcurl, with the five platform libraries they stand on.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME liblumcurlhttp-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${runtime_package} ${same_version}")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "HTTP(S) client library of the Lum framework (development files)
- Headers, CMake packages and pkg-config file of LumCurlHttp and of the
- platform libraries it stands on.")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, CMake packages and pkg-config file of LumCurlHttp and of the
+platform libraries it stands on.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME lumcurl-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION web)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${runtime_package} ${same_version}")
-set(CPACK_COMPONENT_TOOLS_DESCRIPTION "HTTP(S) client library of the Lum framework (command-line tools)
- lumcurl talks to the services the library talks to; lumbackend is a local
- back end to develop and test against.")
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION "lumcurl talks to the services the library talks to; lumbackend is a local
+back end to develop and test against.")
 
 # What Debian wants beside every package.
 find_program(GZIP gzip REQUIRED)
