@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -14,6 +15,19 @@
 #include "wire/Socket.h"
 
 namespace lumtest {
+
+namespace {
+
+// Whether a listening socket takes no more connections. For such a socket the kernel reports the
+// length of its queue and the limit in these two fields.
+bool QueueIsFull(int listener) {
+  tcp_info info = {};
+  socklen_t size = sizeof info;
+  return getsockopt(listener, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 &&
+         info.tcpi_unacked > info.tcpi_sacked;
+}
+
+}  // namespace
 
 SocketAddress::SocketAddress(const std::string& address, std::uint16_t port) {
   sockaddr_in v4 = {};
@@ -104,21 +118,21 @@ SilentPort::SilentPort(const std::string& address) : m_address(address) {
     close(m_listener);
     throw error;
   }
-  // Connections are made until one no longer comes about: that one and the ones before it stay, so
-  // that the queue stays full.
+  // Connections nobody accepts, until the kernel says that the queue is full.
   constexpr int kMostFillers = 16;
-  constexpr int kLoopbackMilliseconds = 200;
+  constexpr int kRoundMilliseconds = 200;
   for (int i = 0; i < kMostFillers; ++i) {
     const int filler = socket(bound.Family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (filler < 0) {
       break;
     }
     m_fillers.push_back(filler);
+    pollfd waiting = {filler, POLLOUT, 0};
     if (connect(filler, bound.Get(), bound.length) != 0 && errno == EINPROGRESS) {
-      pollfd waiting = {filler, POLLOUT, 0};
-      if (poll(&waiting, 1, kLoopbackMilliseconds) == 0) {
-        return;
-      }
+      poll(&waiting, 1, kRoundMilliseconds);
+    }
+    if (QueueIsFull(m_listener)) {
+      return;
     }
   }
   for (const int filler : m_fillers) {
