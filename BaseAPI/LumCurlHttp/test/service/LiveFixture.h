@@ -42,6 +42,9 @@ class LiveTest : public ::testing::Test {
   std::string Head(const std::string& method, const std::string& target, const Lines& lines,
                    std::optional<std::size_t> length = std::nullopt) const;
 
+  // Ends the watch over standard output; gives what came.
+  std::string StopOutput() { return m_output.Stop(); }
+
   LogCapture log;
   TempDir directory;
   LumCurlOrvOps client;

@@ -3,7 +3,8 @@
 
 #include <gmock/gmock.h>
 
-#include <limits>
+#include <thread>
+#include <vector>
 
 #include "LiveFixture.h"
 #include "support/Process.h"
@@ -375,6 +376,41 @@ TEST_F(RequestLiveTest, ServersThatSpeakNoHttpAreFailures) {
     EXPECT_EQ(client.ReportData(server.Url(), Json(kDocument), "t", ""), -10000) << bytes;
   }
   EXPECT_GE(log.Count(1), 10U);
+}
+
+TEST_F(RequestLiveTest, OneObjectServesManyThreads) {
+  server.SetHandler(Always(200, "1"));
+  client.SetBindInterface("lo");
+  const std::string path = directory.Write("f", "data");
+  constexpr int kThreads = 6;
+  constexpr int kRounds = 5;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      const std::string token = "t" + std::to_string(t);
+      for (int i = 0; i < kRounds; ++i) {
+        int status = 0;
+        EXPECT_EQ(client.ReportData(server.Url("/" + token), Json(kDocument), token, ""), 0);
+        EXPECT_EQ(client.ReportDataWithGzip(server.Url("/" + token), Json(kDocument), token), 0);
+        EXPECT_EQ(client.Get(server.Url("/" + token), {"X-Auth-Token: " + token}, status)
+                      .JsonValueToString(),
+                  "1");
+        EXPECT_EQ(client.UploadLog(server.Url("/" + token), path, 30, {"X-Auth-Token: " + token}),
+                  0);
+        client.UpdateLastError(token);
+        EXPECT_EQ(client.GetLastErrorBody().substr(0, 1), "t");
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+
+  ASSERT_EQ(server.RequestCount(), 4U * kThreads * kRounds);
+  for (const WireRequest& request : server.Requests()) {
+    EXPECT_EQ("/" + request.Header("X-Auth-Token"), request.target);
+  }
+  expectedOutput = std::string(kThreads * kRounds, '1');
 }
 
 TEST_F(RequestLiveTest, ManyRequestsLeaveNoDescriptorBehind) {

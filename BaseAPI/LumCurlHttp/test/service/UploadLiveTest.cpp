@@ -203,6 +203,21 @@ TEST_F(UploadLiveTest, FileThatGrowsWhileItIsSentArrivesInItsFirstSize) {
   EXPECT_EQ(server.Request(0).body, content);
 }
 
+TEST_F(UploadLiveTest, FileThatShrinksWhileItIsSentIsAFailure) {
+  const std::string file = directory.Path("shrinking");
+  MakeSparseFile(file, 64 << 20);
+  server.SetHandler(
+      [&](const WireRequest&) {
+        WriteFile(file, "little");
+        return WireReply(WireContinue()).ReadBody().Send(WireAnswer(200));
+      },
+      WireStart::kHead);
+
+  EXPECT_EQ(client.UploadLog(Url(), file, 3), -10000);
+
+  EXPECT_GE(log.Count(1), 2U) << log.Text();
+}
+
 // --- Servers that do not behave ---
 
 TEST_F(UploadLiveTest, ResetInMidUploadIsAFailure) {
