@@ -25,10 +25,15 @@ TarWriter::TarWriter(int fd)
       archive_write_set_bytes_per_block(m_archive, 0) == ARCHIVE_OK &&
       archive_write_open2(
           m_archive, this, nullptr,
+          // A failure is kept for Check() and not reported here: libarchive 3.6 never releases the
+          // client's state of an archive that has failed.
           [](archive*, void* self, const void* data, std::size_t size) -> la_ssize_t {
             auto* const writer = static_cast<TarWriter*>(self);
+            if (writer->m_error != 0) {
+              return -1;
+            }
             writer->m_error = writer->m_gzip.Write(data, size);
-            return writer->m_error == 0 ? static_cast<la_ssize_t>(size) : -1;
+            return static_cast<la_ssize_t>(size);
           },
           nullptr, nullptr) == ARCHIVE_OK;
   if (!ready) {
@@ -40,8 +45,8 @@ TarWriter::TarWriter(int fd)
 
 TarWriter::~TarWriter() {
   archive_entry_free(m_entry);
-  // A later end of the archive must not reach the file any more.
-  archive_write_fail(m_archive);
+  // What an unfinished archive would still write to end itself is refused, at the first byte.
+  m_error = ECANCELED;
   archive_write_free(m_archive);
 }
 
@@ -107,12 +112,11 @@ void TarWriter::WriteHeader() {
 }
 
 void TarWriter::Check(int result) {
-  if (result == ARCHIVE_OK) {
-    return;
-  }
   if (m_error != 0) {
     Fail(m_error);
   }
-  const int error = archive_errno(m_archive);
-  Fail(error > 0 ? error : EIO);
+  if (result != ARCHIVE_OK) {
+    const int error = archive_errno(m_archive);
+    Fail(error > 0 ? error : EIO);
+  }
 }
