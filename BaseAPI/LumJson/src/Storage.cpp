@@ -138,12 +138,10 @@ Text* NewText(std::string_view bytes) {
   if (bytes.size() > SIZE_MAX / 2) {
     throw std::bad_alloc();
   }
-  // The last word holds the last bytes and at least one zero.
-  const std::size_t lastWord = bytes.size() / kWord * kWord;
-  void* const memory = ::operator new(sizeof(Text) + lastWord + kWord);
+  void* const memory = ::operator new(sizeof(Text) + bytes.size() + kWord);
   Text* const text = new (memory) Text{bytes.size()};
-  std::memset(text->Bytes() + lastWord, 0, kWord);
   std::memcpy(text->Bytes(), bytes.data(), bytes.size());
+  std::memset(text->Bytes() + bytes.size(), 0, kWord);
   return text;
 }
 

@@ -14,8 +14,8 @@ namespace LumJson::detail {
 static_assert(sizeof(Rep) == 16 && sizeof(Value) == 16 && sizeof(Member) == 32,
               "slots of blocks are read as values and as members");
 
-// A long text: the size, the bytes behind it, and zeros up to a full word. So every text, short or
-// long, may be read in whole words of eight bytes.
+// A long text: the size, the bytes behind it, and a word of zeros. So a whole word of eight bytes
+// may be read at any of the bytes.
 struct Text {
   std::size_t size;
 

@@ -58,8 +58,8 @@ void MemberIterator<M>::EnterBlock() noexcept {
   }
 }
 
-template class MemberIterator<Member>;
-template class MemberIterator<const Member>;
+template void MemberIterator<Member>::EnterBlock() noexcept;
+template void MemberIterator<const Member>::EnterBlock() noexcept;
 
 Value::Value(const char* text) : rep_() {
   if (text != nullptr) {

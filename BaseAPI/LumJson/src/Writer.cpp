@@ -334,7 +334,7 @@ class Writer {
     if (!(magnitude < 1e9 && (magnitude >= 1e-3 || magnitude == 0))) {
       return false;
     }
-    const auto scaled = static_cast<std::uint64_t>(magnitude * kScale + 0.5);
+    const auto scaled = (static_cast<std::uint64_t>(magnitude * (2 * kScale)) + 1) / 2;
     if (static_cast<double>(scaled) / kScale != magnitude) {
       return false;
     }
@@ -352,9 +352,12 @@ class Writer {
 
   void Quoted(const Rep& text) {
     *position_++ = '"';
-    if (text.kind == Kind::kLongText || !PlainShortText(text)) {
-      Escaped(TextOf(text));
-      MakeRoom();
+    if (text.kind == Kind::kLongText) {
+      Escaped(text.text->Bytes(), text.text->size);
+    } else if (!PlainShortText(text)) {
+      char bytes[sizeof(Rep) + kWord] = {};
+      std::memcpy(bytes, &text, sizeof(Rep));
+      Escaped(bytes, text.shortTextSize);
     }
     *position_++ = '"';
   }
@@ -362,25 +365,23 @@ class Writer {
   // Writes a short text that holds nothing but plain ASCII.
   bool PlainShortText(const Rep& text) {
     const char* const bytes = reinterpret_cast<const char*>(&text);
-    const std::size_t size = text.shortTextSize;
     const std::uint64_t low = MarkSpecial(LoadWord(bytes));
     const std::uint64_t high = MarkSpecial(LoadWord(bytes + kWord));
-    if (BytesBefore(low, high) < size) {
+    if (BytesBefore(low, high) < text.shortTextSize) {
       return false;
     }
     std::memcpy(position_, bytes, sizeof(Rep));
-    position_ += size;
+    position_ += text.shortTextSize;
     return true;
   }
 
-  void Escaped(std::string_view bytes) {
-    const char* from = bytes.data();
-    const char* const end = from + bytes.size();
+  // At each of the bytes a whole word must be readable.
+  void Escaped(const char* from, std::size_t size) {
+    const char* const end = from + size;
     while (from < end) {
       MakeRoom();
-      // As many whole words as fit now. Reading beyond the end is fine: see Text.
-      const char* const stop =
-          std::min(end, from + (static_cast<std::size_t>(limit_ - position_) / kWord + 1) * kWord);
+      const std::size_t room = static_cast<std::size_t>(limit_ - position_) / kWord * kWord + kWord;
+      const char* const stop = room < static_cast<std::size_t>(end - from) ? from + room : end;
       std::uint64_t marks = 0;
       while (from < stop) {
         std::memcpy(position_, from, kWord);
@@ -402,6 +403,7 @@ class Writer {
         from += Special(from, static_cast<std::size_t>(end - from));
       }
     }
+    MakeRoom();
   }
 
   // Writes the character at `from`, which is not plain ASCII. Returns how many bytes it took.
@@ -458,12 +460,15 @@ class Writer {
 
 }  // namespace
 
+// Writers are declared, not made by `Writer()`, which would fill the whole buffer with zeros first.
 std::string WriteStyled(const Rep& root) {
-  return Writer<true>().Write(root);
+  Writer<true> writer;
+  return writer.Write(root);
 }
 
 std::string WriteCompact(const Rep& root) {
-  return Writer<false>().Write(root);
+  Writer<false> writer;
+  return writer.Write(root);
 }
 
 }  // namespace LumJson::detail

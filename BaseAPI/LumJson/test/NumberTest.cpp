@@ -1,0 +1,253 @@
+// Numbers keep their value on the way into text and back.
+#include <gtest/gtest.h>
+
+#include <cinttypes>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "Cases.h"
+#include "LumJson.h"
+
+namespace {
+
+using LumJson::Value;
+
+constexpr std::int64_t kMinInt64 = std::numeric_limits<std::int64_t>::min();
+constexpr std::int64_t kMaxInt64 = std::numeric_limits<std::int64_t>::max();
+constexpr std::uint64_t kMaxUint64 = std::numeric_limits<std::uint64_t>::max();
+
+std::uint64_t BitsOf(double number) {
+  std::uint64_t bits = 0;
+  std::memcpy(&bits, &number, sizeof(bits));
+  return bits;
+}
+
+double FromBits(std::uint64_t bits) {
+  double number = 0;
+  std::memcpy(&number, &bits, sizeof(number));
+  return number;
+}
+
+std::string Written(const Value& value) {
+  return value.JsonValueToString();
+}
+
+Value Read(const std::string& text) {
+  Value value;
+  EXPECT_TRUE(value.Parse(text)) << text;
+  return value;
+}
+
+TEST(NumberTest, LimitsOfIntegersSurvive) {
+  EXPECT_EQ("-9223372036854775808", Written(kMinInt64));
+  EXPECT_EQ(kMinInt64, Read("-9223372036854775808").AsInt64());
+  EXPECT_EQ("9223372036854775807", Written(kMaxInt64));
+  EXPECT_EQ(kMaxInt64, Read("9223372036854775807").AsInt64());
+  EXPECT_EQ("18446744073709551615", Written(kMaxUint64));
+  EXPECT_EQ(kMaxUint64, Read("18446744073709551615").AsUint64());
+  EXPECT_EQ("9223372036854775808", Written(std::uint64_t{1} << 63));
+  EXPECT_EQ(std::uint64_t{1} << 63, Read("9223372036854775808").AsUint64());
+}
+
+TEST(NumberTest, IntegersOfEveryLengthSurvive) {
+  std::uint64_t power = 1;
+  for (int digits = 1; digits <= 20; ++digits, power *= 10) {
+    for (const std::uint64_t number : {power - 1, power, power + 1, power * 9 / 2}) {
+      char expected[32];
+      std::snprintf(expected, sizeof(expected), "%" PRIu64, number);
+      EXPECT_EQ(expected, Written(number));
+      EXPECT_EQ(number, Read(expected).AsUint64());
+      if (number <= static_cast<std::uint64_t>(kMaxInt64)) {
+        const auto negative = -static_cast<std::int64_t>(number);
+        std::snprintf(expected, sizeof(expected), "%" PRId64, negative);
+        EXPECT_EQ(expected, Written(negative));
+        EXPECT_EQ(negative, Read(expected).AsInt64());
+      }
+    }
+  }
+}
+
+TEST(NumberTest, ManyIntegersSurvive) {
+  std::mt19937_64 random(20240602);
+  std::string expected = "[";
+  Value numbers = Value::Array();
+  for (int i = 0; i < 100000; ++i) {
+    const auto number = static_cast<std::int64_t>(random()) >> (random() % 64);
+    numbers.Append(number);
+    expected += (i == 0 ? "" : ",") + std::to_string(number);
+  }
+  expected += ']';
+  EXPECT_TRUE(expected == Written(numbers));
+  EXPECT_TRUE(Read(expected) == numbers);
+}
+
+// Writes and reads all of them as one array, and compares them bit by bit.
+void ExpectSurvive(const std::vector<double>& numbers) {
+  Value array = Value::Array();
+  for (const double number : numbers) {
+    array.Append(number);
+  }
+  const Value read = Read(array.ToStyledString());
+  ASSERT_EQ(numbers.size(), read.Size());
+  std::size_t index = 0;
+  for (const Value& value : read.Elements()) {
+    ASSERT_TRUE(value.IsDouble()) << Written(value);
+    ASSERT_EQ(BitsOf(numbers[index]), BitsOf(value.AsDouble())) << Written(value);
+    ++index;
+  }
+}
+
+TEST(NumberTest, DoublesOfRandomBitsSurvive) {
+  std::mt19937_64 random(20240603);
+  std::vector<double> numbers;
+  while (numbers.size() < 150000) {
+    const double number = FromBits(random());
+    if (std::isfinite(number)) {
+      numbers.push_back(number);
+    }
+  }
+  ExpectSurvive(numbers);
+}
+
+TEST(NumberTest, DoublesAsPeopleWriteThemSurvive) {
+  std::mt19937_64 random(20240604);
+  std::vector<double> numbers;
+  double scale = 1;
+  for (int decimals = 0; decimals <= 9; ++decimals, scale *= 10) {
+    for (int i = 0; i < 20000; ++i) {
+      const auto digits = static_cast<std::int64_t>(random()) >> (random() % 64);
+      numbers.push_back(static_cast<double>(digits) / scale);
+    }
+  }
+  ExpectSurvive(numbers);
+}
+
+TEST(NumberTest, DoublesAtEdgesSurvive) {
+  std::vector<double> numbers = {0.0,
+                                 -0.0,
+                                 1.0,
+                                 -1.0,
+                                 0.1,
+                                 1e-3,
+                                 9.99999e-4,
+                                 1e9,
+                                 999999999.0,
+                                 999999999.999999,
+                                 std::numeric_limits<double>::min(),
+                                 std::numeric_limits<double>::max(),
+                                 std::numeric_limits<double>::lowest(),
+                                 std::numeric_limits<double>::denorm_min(),
+                                 -std::numeric_limits<double>::denorm_min(),
+                                 std::numeric_limits<double>::epsilon(),
+                                 9007199254740991.0,
+                                 9007199254740992.0,
+                                 9007199254740994.0,
+                                 4503599627370496.5,
+                                 0x1p63,
+                                 0x1p64,
+                                 1e15,
+                                 1e16,
+                                 1e17,
+                                 1e21,
+                                 1e22,
+                                 1e23,
+                                 5e-324};
+  for (int exponent = -1074; exponent <= 1023; ++exponent) {
+    const double power = std::ldexp(1.0, exponent);
+    numbers.insert(numbers.end(), {power, std::nextafter(power, 0), std::nextafter(power, 1e308)});
+  }
+  for (int exponent = -323; exponent <= 308; ++exponent) {
+    const double power = Read("1e" + std::to_string(exponent)).AsDouble();
+    numbers.insert(numbers.end(), {power, std::nextafter(power, 0), std::nextafter(power, 1e308)});
+  }
+  ExpectSurvive(numbers);
+}
+
+// strtod() of the C library rounds correctly; so does the reader, whatever the digits.
+TEST(NumberTest, DecimalsAreReadAsTheNearestDouble) {
+  std::mt19937_64 random(20240605);
+  std::string text = "[0.5";
+  std::vector<double> expected = {0.5};
+  for (int i = 0; i < 50000; ++i) {
+    char number[64];
+    const auto digits = random() >> (random() % 60);
+    const int exponent = static_cast<int>(random() % 40) - 25;
+    switch (i % 4) {
+      case 0:
+        std::snprintf(number, sizeof(number), "%" PRIu64 "e%d", digits, exponent);
+        break;
+      case 1:
+        std::snprintf(number, sizeof(number), "%" PRIu64 ".%" PRIu64, digits % 1000000,
+                      random() % 1000000000);
+        break;
+      case 2:
+        std::snprintf(number, sizeof(number), "-0.%012" PRIu64 "E%d", digits, exponent * 10);
+        break;
+      default:
+        std::snprintf(number, sizeof(number), "%" PRIu64 ".%" PRIu64 "e%+d", digits, random(),
+                      exponent);
+        break;
+    }
+    text += ',';
+    text += number;
+    expected.push_back(std::strtod(number, nullptr));
+  }
+  const Value read = Read(text + ']');
+  ASSERT_EQ(expected.size(), read.Size());
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    ASSERT_EQ(BitsOf(expected[i]), BitsOf(read.At(i).AsDouble())) << i;
+  }
+}
+
+TEST(NumberTest, DoublesAreWrittenWithTheFewestDigits) {
+  EXPECT_EQ("0.1", Written(0.1));
+  EXPECT_EQ("0.3", Written(0.3));
+  EXPECT_EQ("0.30000000000000004", Written(0.1 + 0.2));
+  EXPECT_EQ("5e-324", Written(5e-324));
+  EXPECT_EQ("1.7976931348623157e+308", Written(1.7976931348623157e308));
+  EXPECT_EQ("2.2250738585072014e-308", Written(2.2250738585072014e-308));
+  EXPECT_EQ("-123456.789", Written(-123456.789));
+  EXPECT_EQ("39.904211", Written(39.904211));
+  EXPECT_EQ("0.001", Written(0.001));
+  EXPECT_EQ("999999999.999999", Written(999999999.999999));
+  EXPECT_EQ("1234567890.5", Written(1234567890.5));
+  EXPECT_EQ("0.3333333333333333", Written(1.0 / 3));
+}
+
+TEST(NumberTest, IntegralDoublesStayDoubles) {
+  EXPECT_EQ("0.0", Written(0.0));
+  EXPECT_EQ("1.0", Written(1.0));
+  EXPECT_EQ("-2.0", Written(-2.0));
+  EXPECT_EQ("100000.0", Written(100000.0));
+  EXPECT_EQ("123456789.0", Written(123456789.0));
+  EXPECT_EQ("12345678901.0", Written(12345678901.0));
+  EXPECT_EQ("9007199254740992.0", Written(0x1p53));
+  for (const double number : {0.0, 1.0, -2.0, 1e5, 123456789.0, 12345678901.0, 0x1p53, 1e22}) {
+    EXPECT_TRUE(Read(Written(number)).IsDouble()) << number;
+  }
+}
+
+TEST(NumberTest, MinusZeroSurvives) {
+  EXPECT_EQ("-0.0", Written(-0.0));
+  EXPECT_TRUE(std::signbit(Read("-0.0").AsDouble()));
+  EXPECT_EQ("-0.0", Written(Read("-0")));
+}
+
+TEST(NumberTest, WhatIsNoNumberIsWrittenAsNull) {
+  const double infinity = std::numeric_limits<double>::infinity();
+  Value array;
+  array.Append(infinity);
+  array.Append(-infinity);
+  array.Append(std::numeric_limits<double>::quiet_NaN());
+  EXPECT_EQ("[null,null,null]", Written(array));
+  EXPECT_EQ("null\n", Value(infinity).ToStyledString());
+  EXPECT_EQ("null", Written(infinity));
+}
+
+}  // namespace

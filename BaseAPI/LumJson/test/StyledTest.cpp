@@ -1,0 +1,191 @@
+// The exact text of documents.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "Cases.h"
+#include "LumJson.h"
+
+namespace {
+
+using LumJson::Value;
+
+std::string Styled(const std::string& text) {
+  Value value;
+  EXPECT_TRUE(value.Parse(text)) << text;
+  return value.ToStyledString();
+}
+
+TEST(StyledTest, ScalarsStandOnOneLine) {
+  EXPECT_EQ("null\n", Value().ToStyledString());
+  EXPECT_EQ("true\n", Value(true).ToStyledString());
+  EXPECT_EQ("false\n", Value(false).ToStyledString());
+  EXPECT_EQ("-17\n", Value(-17).ToStyledString());
+  EXPECT_EQ("2.5\n", Value(2.5).ToStyledString());
+  EXPECT_EQ("\"text\"\n", Value("text").ToStyledString());
+  EXPECT_EQ("\"\"\n", Value("").ToStyledString());
+}
+
+TEST(StyledTest, EmptyContainersStandOnOneLine) {
+  EXPECT_EQ("[]\n", Value::Array().ToStyledString());
+  EXPECT_EQ("{}\n", Value::Object().ToStyledString());
+  EXPECT_EQ("[\n    [],\n    {}\n]\n", Styled("[[],{}]"));
+}
+
+TEST(StyledTest, EachElementAndMemberStandsOnALineOfItsOwn) {
+  EXPECT_EQ(R"({
+    "topic_name": "status",
+    "id": 42,
+    "position": {
+        "latitude": 39.904211,
+        "valid": true
+    },
+    "errors": [
+        17,
+        {
+            "code": null
+        },
+        [
+            -1
+        ]
+    ],
+    "tags": []
+}
+)",
+            Styled(R"({"topic_name":"status","id":42,"position":{"latitude":39.904211,"valid":true},
+                       "errors":[17,{"code":null},[-1]],"tags":[]})"));
+}
+
+TEST(StyledTest, MembersKeepTheirOrder) {
+  Value value;
+  value["z"] = 1;
+  value["a"] = 2;
+  value["m"] = 3;
+  value["a"] = 4;
+  EXPECT_EQ("{\n    \"z\": 1,\n    \"a\": 4,\n    \"m\": 3\n}\n", value.ToStyledString());
+}
+
+TEST(StyledTest, AnObjectWhoseMembersAreGoneIsEmpty) {
+  Value value;
+  value["a"] = 1;
+  value.Remove("a");
+  Value array;
+  array.Append(value);
+  EXPECT_EQ("[\n    {}\n]\n", array.ToStyledString());
+  array.RemoveAt(0);
+  EXPECT_EQ("[]\n", array.ToStyledString());
+}
+
+TEST(StyledTest, OnlyWhatMustIsEscaped) {
+  std::string all;
+  for (int c = 0; c < 0x80; ++c) {
+    all += static_cast<char>(c);
+  }
+  EXPECT_EQ(
+      "\"\\u0000\\u0001\\u0002\\u0003\\u0004\\u0005\\u0006\\u0007\\b\\t\\n\\u000b\\f\\r\\u000e\\u00"
+      "0f"
+      "\\u0010\\u0011\\u0012\\u0013\\u0014\\u0015\\u0016\\u0017\\u0018\\u0019\\u001a\\u001b\\u001c"
+      "\\u001d\\u001e\\u001f !\\\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\\\]^_`"
+      "abcdefghijklmnopqrstuvwxyz{|}~\x7F\"\n",
+      Value(all).ToStyledString());
+}
+
+TEST(StyledTest, TextBeyondAsciiIsWrittenAsItIs) {
+  const std::string text = "\xC3\xA9 \xE4\xB8\xAD\xE6\x96\x87 \xF0\x9F\x98\x80 \xE2\x80\xA8";
+  EXPECT_EQ('"' + text + "\"\n", Value(text).ToStyledString());
+}
+
+TEST(StyledTest, NamesAreEscapedLikeStrings) {
+  Value value;
+  value["a\"b"] = 1;
+  value[std::string("\0\n", 2)] = 2;
+  value["\xFF"] = 3;
+  value["a name of more than fourteen bytes\t"] = 4;
+  EXPECT_EQ(
+      "{\n    \"a\\\"b\": 1,\n    \"\\u0000\\n\": 2,\n    \"\xEF\xBF\xBD\": 3,\n"
+      "    \"a name of more than fourteen bytes\\t\": 4\n}\n",
+      value.ToStyledString());
+}
+
+// A character that needs care, at every place of texts of every length up to some words.
+TEST(StyledTest, EscapesAreFoundAtEveryPlace) {
+  for (std::size_t size = 1; size < 40; ++size) {
+    for (std::size_t at = 0; at < size; ++at) {
+      for (const char special : {'"', '\\', '\x01', '\x1F'}) {
+        std::string text(size, 'x');
+        text[at] = special;
+        std::string expected(size, 'x');
+        expected.replace(at, 1,
+                         special == '"'      ? "\\\""
+                         : special == '\\'   ? "\\\\"
+                         : special == '\x01' ? "\\u0001"
+                                             : "\\u001f");
+        ASSERT_EQ('"' + expected + "\"\n", Value(text).ToStyledString());
+      }
+    }
+  }
+}
+
+TEST(StyledTest, TextsLargerThanAnyBufferAreWholeAndInOrder) {
+  std::string text;
+  std::string written;
+  for (int i = 0; i < 60000; ++i) {
+    text += std::to_string(i) + (i % 7 == 0 ? "\n" : i % 5 == 0 ? "\xC3\xA9" : ",");
+    written += std::to_string(i) + (i % 7 == 0 ? "\\n" : i % 5 == 0 ? "\xC3\xA9" : ",");
+  }
+  EXPECT_TRUE('"' + written + "\"\n" == Value(text).ToStyledString());
+  // Escapes only: six bytes for each.
+  EXPECT_EQ(6U * 50000 + 3, Value(std::string(50000, '\x01')).ToStyledString().size());
+}
+
+TEST(StyledTest, DocumentsLargerThanAnyBufferAreWholeAndInOrder) {
+  Value value;
+  std::string styled = "{";
+  std::string compact = "{";
+  for (int i = 0; i < 20000; ++i) {
+    const std::string name = "member " + std::to_string(i);
+    value[name].Append(i);
+    value[name].Append("text\t" + std::to_string(i));
+    const std::string comma = i == 0 ? "" : ",";
+    styled += comma + "\n    \"" + name + "\": [\n        " + std::to_string(i) +
+              ",\n        \"text\\t" + std::to_string(i) + "\"\n    ]";
+    compact +=
+        comma + '"' + name + "\":[" + std::to_string(i) + ",\"text\\t" + std::to_string(i) + "\"]";
+  }
+  EXPECT_TRUE(styled + "\n}\n" == value.ToStyledString());
+  EXPECT_TRUE(compact + "}" == value.JsonValueToString());
+}
+
+TEST(StyledTest, TheSameValueGivesTheSameText) {
+  Value value;
+  for (int i = 0; i < 100; ++i) {
+    value["name " + std::to_string(i)] = i;
+  }
+  const std::string first = value.ToStyledString();
+  EXPECT_EQ(first, value.ToStyledString());
+  EXPECT_EQ(first, Value(value).ToStyledString());
+}
+
+TEST(JsonValueToStringTest, OfAStringItIsItsCharacters) {
+  EXPECT_EQ("", Value("").JsonValueToString());
+  EXPECT_EQ("a\"b\\\n", Value("a\"b\\\n").JsonValueToString());
+  const std::string bytes("\0\xFF", 2);
+  EXPECT_EQ(bytes, Value(bytes).JsonValueToString());
+}
+
+TEST(JsonValueToStringTest, OfNullItIsEmpty) {
+  EXPECT_EQ("", Value().JsonValueToString());
+}
+
+TEST(JsonValueToStringTest, OfAnythingElseItIsTheDocumentWithoutBlanks) {
+  EXPECT_EQ("true", Value(true).JsonValueToString());
+  EXPECT_EQ("17", Value(17).JsonValueToString());
+  EXPECT_EQ("1.0", Value(1.0).JsonValueToString());
+  EXPECT_EQ("[]", Value::Array().JsonValueToString());
+  EXPECT_EQ("{}", Value::Object().JsonValueToString());
+  Value value;
+  EXPECT_TRUE(value.Parse("{\"a\" : [ 1, null, \"b\\n\" ], \"c\" : { \"d\" : { } } }"));
+  EXPECT_EQ("{\"a\":[1,null,\"b\\n\"],\"c\":{\"d\":{}}}", value.JsonValueToString());
+}
+
+}  // namespace

@@ -1,0 +1,399 @@
+// Making values, asking for their kind, and taking them out again.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include "Cases.h"
+#include "LumJson.h"
+
+namespace {
+
+using LumJson::Value;
+
+constexpr std::int64_t kMinInt64 = std::numeric_limits<std::int64_t>::min();
+constexpr std::int64_t kMaxInt64 = std::numeric_limits<std::int64_t>::max();
+constexpr std::uint64_t kMaxUint64 = std::numeric_limits<std::uint64_t>::max();
+
+static_assert(sizeof(Value) == 16);
+static_assert(std::is_nothrow_default_constructible_v<Value>);
+static_assert(std::is_nothrow_move_constructible_v<Value>);
+static_assert(std::is_nothrow_move_assignable_v<Value>);
+static_assert(std::is_nothrow_destructible_v<Value>);
+// No pointer but to characters becomes a value, least of all a boolean.
+static_assert(!std::is_constructible_v<Value, int*>);
+static_assert(!std::is_constructible_v<Value, const void*>);
+static_assert(!std::is_constructible_v<Value, Value*>);
+
+// One letter for each kind that the value says it is.
+std::string Kinds(const Value& value) {
+  std::string kinds;
+  kinds += value.IsNull() ? "z" : "";
+  kinds += value.IsBool() ? "b" : "";
+  kinds += value.IsNumber() ? "n" : "";
+  kinds += value.IsInteger() ? "i" : "";
+  kinds += value.IsUnsigned() ? "u" : "";
+  kinds += value.IsDouble() ? "d" : "";
+  kinds += value.IsString() ? "s" : "";
+  kinds += value.IsArray() ? "a" : "";
+  kinds += value.IsObject() ? "o" : "";
+  return kinds;
+}
+
+TEST(ValueTest, KindsOfWhatIsMadeByHand) {
+  EXPECT_EQ("z", Kinds(Value()));
+  EXPECT_EQ("z", Kinds(Value(nullptr)));
+  EXPECT_EQ("b", Kinds(Value(true)));
+  EXPECT_EQ("b", Kinds(Value(false)));
+  EXPECT_EQ("niu", Kinds(Value(0)));
+  EXPECT_EQ("niu", Kinds(Value(1)));
+  EXPECT_EQ("ni", Kinds(Value(-1)));
+  EXPECT_EQ("niu", Kinds(Value(0L)));
+  EXPECT_EQ("niu", Kinds(Value(0LL)));
+  EXPECT_EQ("niu", Kinds(Value(0U)));
+  EXPECT_EQ("niu", Kinds(Value(0UL)));
+  EXPECT_EQ("niu", Kinds(Value(0ULL)));
+  EXPECT_EQ("niu", Kinds(Value(kMaxInt64)));
+  EXPECT_EQ("nu", Kinds(Value(kMaxUint64)));
+  EXPECT_EQ("nd", Kinds(Value(0.0)));
+  EXPECT_EQ("nd", Kinds(Value(1.5F)));
+  EXPECT_EQ("s", Kinds(Value("")));
+  EXPECT_EQ("s", Kinds(Value("text")));
+  EXPECT_EQ("s", Kinds(Value(std::string("a text of more than fourteen bytes"))));
+  EXPECT_EQ("a", Kinds(Value::Array()));
+  EXPECT_EQ("o", Kinds(Value::Object()));
+}
+
+TEST(ValueTest, KindsOfWhatIsRead) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"null", "z"},
+      {"true", "b"},
+      {"0", "niu"},
+      {"-1", "ni"},
+      {"9223372036854775807", "niu"},
+      {"9223372036854775808", "nu"},
+      {"18446744073709551615", "nu"},
+      {"18446744073709551616", "nd"},
+      {"-9223372036854775808", "ni"},
+      {"-9223372036854775809", "nd"},
+      {"1.0", "nd"},
+      {"1e0", "nd"},
+      {"\"\"", "s"},
+      {"\"a text of more than fourteen bytes\"", "s"},
+      {"[]", "a"},
+      {"[1]", "a"},
+      {"{}", "o"},
+      {"{\"a\":1}", "o"},
+  };
+  for (const auto& [text, kinds] : cases) {
+    Value value;
+    ASSERT_TRUE(value.Parse(text)) << text;
+    EXPECT_EQ(kinds, Kinds(value)) << text;
+  }
+}
+
+TEST(ValueTest, SmallerIntegersArePromoted) {
+  EXPECT_EQ(-5, Value(static_cast<short>(-5)).AsInt64());
+  EXPECT_EQ(200, Value(static_cast<unsigned char>(200)).AsInt64());
+  EXPECT_EQ(4294967295, Value(4294967295U).AsInt64());
+}
+
+TEST(ValueTest, LiteralsConvertImplicitly) {
+  Value value = 1;
+  EXPECT_EQ(1, value.AsInt64());
+  value = "text";
+  EXPECT_EQ("text", value.AsString());
+  value = false;
+  EXPECT_TRUE(value.IsBool());
+  value = 0;
+  EXPECT_TRUE(value.IsInteger());
+  value = 2.5;
+  EXPECT_EQ(2.5, value.AsDouble());
+  value = nullptr;
+  EXPECT_TRUE(value.IsNull());
+  value = std::string("text");
+  EXPECT_EQ("text", value.AsString());
+}
+
+TEST(ValueTest, ANullPointerToCharactersMakesNull) {
+  const char* const none = nullptr;
+  EXPECT_TRUE(Value(none).IsNull());
+  EXPECT_TRUE(Value(none, 0).IsNull());
+  EXPECT_TRUE(Value(none, 5).IsNull());
+}
+
+TEST(ValueTest, StringsKeepAllBytes) {
+  const std::string bytes("a\0b\xFF\n", 5);
+  EXPECT_EQ(bytes, Value(bytes).AsString());
+  EXPECT_EQ(bytes, Value(bytes.data(), bytes.size()).AsString());
+  EXPECT_EQ("a", Value(bytes.c_str()).AsString());
+}
+
+TEST(ValueTest, StringsOfEveryLengthSurvive) {
+  std::string text;
+  for (std::size_t size = 0; size < 100; ++size) {
+    const Value value(text);
+    EXPECT_EQ(text, value.AsString());
+    EXPECT_EQ(size, value.StringSize());
+    EXPECT_EQ(text, std::string(value.StringData(), value.StringSize()));
+    // Read too, at the end of a document and well before it.
+    Value read;
+    ASSERT_TRUE(read.Parse('"' + text + '"'));
+    EXPECT_EQ(value, read);
+    ASSERT_TRUE(read.Parse("[\"" + text + "\", \"and something behind it\"]"));
+    EXPECT_EQ(value, read.At(0));
+    text += static_cast<char>('a' + size % 26);
+  }
+}
+
+TEST(ValueTest, OfOtherKindsThereIsNoStringData) {
+  for (const Value& value : {Value(), Value(1), Value(true), Value::Array(), Value::Object()}) {
+    EXPECT_EQ(nullptr, value.StringData());
+    EXPECT_EQ(0U, value.StringSize());
+  }
+}
+
+TEST(ValueTest, AsBoolTakesBooleansOnly) {
+  EXPECT_TRUE(Value(true).AsBool());
+  EXPECT_FALSE(Value(false).AsBool(true));
+  for (const Value& value : {Value(), Value(1), Value("true"), Value(1.0), Value::Array()}) {
+    EXPECT_FALSE(value.AsBool());
+    EXPECT_TRUE(value.AsBool(true));
+  }
+}
+
+TEST(ValueTest, AsInt64TakesWhatFits) {
+  EXPECT_EQ(kMinInt64, Value(kMinInt64).AsInt64());
+  EXPECT_EQ(kMaxInt64, Value(static_cast<std::uint64_t>(kMaxInt64)).AsInt64());
+  EXPECT_EQ(3, Value(3.0).AsInt64());
+  EXPECT_EQ(0, Value(-0.0).AsInt64(7));
+  EXPECT_EQ(kMinInt64, Value(-0x1p63).AsInt64());
+  EXPECT_EQ(9007199254740992, Value(0x1p53).AsInt64());
+}
+
+TEST(ValueTest, AsInt64IsTheDefaultOtherwise) {
+  const double infinity = std::numeric_limits<double>::infinity();
+  for (const Value& value :
+       {Value(), Value(true), Value("1"), Value(kMaxUint64), Value(std::uint64_t{1} << 63),
+        Value(3.5), Value(0x1p63), Value(-0x1.0000000000001p63), Value(infinity), Value(-infinity),
+        Value(std::nan("")), Value::Array(), Value::Object()}) {
+    EXPECT_EQ(0, value.AsInt64()) << value;
+    EXPECT_EQ(-7, value.AsInt64(-7)) << value;
+  }
+}
+
+TEST(ValueTest, AsUint64TakesWhatFits) {
+  EXPECT_EQ(0U, Value(0).AsUint64(7));
+  EXPECT_EQ(kMaxUint64, Value(kMaxUint64).AsUint64());
+  EXPECT_EQ(static_cast<std::uint64_t>(kMaxInt64), Value(kMaxInt64).AsUint64());
+  EXPECT_EQ(std::uint64_t{1} << 63, Value(0x1p63).AsUint64());
+  EXPECT_EQ(0U, Value(-0.0).AsUint64(7));
+}
+
+TEST(ValueTest, AsUint64IsTheDefaultOtherwise) {
+  for (const Value& value :
+       {Value(), Value(true), Value("1"), Value(-1), Value(kMinInt64), Value(0.5), Value(-1.0),
+        Value(0x1p64), Value(std::nan("")), Value::Array(), Value::Object()}) {
+    EXPECT_EQ(0U, value.AsUint64()) << value;
+    EXPECT_EQ(7U, value.AsUint64(7)) << value;
+  }
+}
+
+TEST(ValueTest, AsDoubleTakesAnyNumberAndRounds) {
+  EXPECT_EQ(2.5, Value(2.5).AsDouble());
+  EXPECT_EQ(-3.0, Value(-3).AsDouble());
+  EXPECT_EQ(0x1p64, Value(kMaxUint64).AsDouble());
+  EXPECT_EQ(0x1p63, Value(kMaxInt64).AsDouble());
+  EXPECT_TRUE(std::isnan(Value(std::nan("")).AsDouble()));
+  for (const Value& value : {Value(), Value(true), Value("1"), Value::Array(), Value::Object()}) {
+    EXPECT_EQ(0.0, value.AsDouble());
+    EXPECT_EQ(1.5, value.AsDouble(1.5));
+  }
+}
+
+TEST(ValueTest, AsStringTakesStringsOnly) {
+  EXPECT_EQ("text", Value("text").AsString());
+  EXPECT_EQ("", Value("").AsString("other"));
+  for (const Value& value : {Value(), Value(true), Value(1), Value::Array(), Value::Object()}) {
+    EXPECT_EQ("", value.AsString());
+    EXPECT_EQ("other", value.AsString("other"));
+  }
+}
+
+Value Sample() {
+  Value value;
+  EXPECT_TRUE(value.Parse(
+      R"({"a":[1,2.5,"short","a text of more than fourteen bytes",{"b":{"c":[[],{}]}}],"d":null})"));
+  return value;
+}
+
+TEST(ValueTest, CopiesAreDeep) {
+  const Value original = Sample();
+  const std::string text = original.ToStyledString();
+  Value copy = original;
+  EXPECT_EQ(original, copy);
+  copy["a"].At(4)["b"]["c"].Append(1);
+  copy["a"].At(3) = "changed";
+  copy["new"] = 1;
+  EXPECT_EQ(text, original.ToStyledString());
+  EXPECT_NE(original, copy);
+}
+
+TEST(ValueTest, CopiesOutliveTheirOriginal) {
+  Value copy;
+  {
+    const Value original = Sample();
+    copy = original;
+  }
+  EXPECT_EQ(Sample(), copy);
+}
+
+TEST(ValueTest, MovesLeaveNullBehind) {
+  Value from = Sample();
+  Value to(std::move(from));
+  EXPECT_TRUE(from.IsNull());  // NOLINT(bugprone-use-after-move): that is the point
+  EXPECT_EQ(Sample(), to);
+  Value assigned("a text of more than fourteen bytes");
+  assigned = std::move(to);
+  EXPECT_TRUE(to.IsNull());  // NOLINT(bugprone-use-after-move)
+  EXPECT_EQ(Sample(), assigned);
+}
+
+TEST(ValueTest, AValueMayBeAssignedToItself) {
+  Value value = Sample();
+  Value& self = value;
+  value = self;
+  EXPECT_EQ(Sample(), value);
+  value = std::move(self);
+  EXPECT_EQ(Sample(), value);
+}
+
+TEST(ValueTest, APartMayBeAssignedToItsWhole) {
+  Value value = Sample();
+  value = value["a"];
+  EXPECT_TRUE(value.IsArray());
+  value = std::move(value.At(4)["b"]);
+  EXPECT_EQ("{\"c\":[[],{}]}", value.JsonValueToString());
+}
+
+TEST(ValueTest, AWholeMayBeAssignedToItsPart) {
+  Value value;
+  value["a"] = 1;
+  value["b"] = value;
+  EXPECT_EQ("{\"a\":1,\"b\":{\"a\":1,\"b\":null}}", value.JsonValueToString());
+  value["b"]["b"] = value["b"];
+  EXPECT_EQ("{\"a\":1,\"b\":{\"a\":1,\"b\":{\"a\":1,\"b\":null}}}", value.JsonValueToString());
+}
+
+TEST(ValueTest, ParseReplacesWhatWasThere) {
+  Value value = Sample();
+  EXPECT_TRUE(value.Parse("[1]"));
+  EXPECT_EQ("[1]", value.JsonValueToString());
+  EXPECT_FALSE(value.Parse("[1"));
+  EXPECT_TRUE(value.IsNull());
+  EXPECT_TRUE(value.Parse("{}"));
+  EXPECT_TRUE(value.IsObject());
+}
+
+TEST(ValueTest, ParseTakesTheWholeString) {
+  Value value;
+  EXPECT_FALSE(value.Parse(std::string("1\0", 2)));
+  EXPECT_FALSE(value.Parse(std::string("\0", 1)));
+  EXPECT_FALSE(value.Parse(""));
+}
+
+TEST(EqualityTest, EqualKindsWithEqualContents) {
+  EXPECT_EQ(Value(), Value());
+  EXPECT_EQ(Value(true), Value(true));
+  EXPECT_NE(Value(true), Value(false));
+  EXPECT_EQ(Value("text"), Value("text"));
+  EXPECT_NE(Value("text"), Value("Text"));
+  EXPECT_NE(Value("text"), Value("text "));
+  EXPECT_EQ(Value(std::string(20, 'a')), Value(std::string(20, 'a')));
+  EXPECT_NE(Value(std::string(20, 'a')), Value(std::string(21, 'a')));
+  EXPECT_NE(Value(std::string("a\0b", 3)), Value(std::string("a\0c", 3)));
+  EXPECT_EQ(Value::Array(), Value::Array());
+  EXPECT_EQ(Value::Object(), Value::Object());
+}
+
+TEST(EqualityTest, DifferentKindsDiffer) {
+  const Value values[] = {Value(),   Value(false),   Value(0),
+                          Value(""), Value::Array(), Value::Object()};
+  for (const Value& a : values) {
+    for (const Value& b : values) {
+      EXPECT_EQ(&a == &b, a == b) << a << b;
+      EXPECT_EQ(&a != &b, a != b) << a << b;
+    }
+  }
+}
+
+TEST(EqualityTest, NumbersAreComparedByWhatTheyStandFor) {
+  EXPECT_EQ(Value(1), Value(1U));
+  EXPECT_EQ(Value(1), Value(1.0));
+  EXPECT_EQ(Value(1.0), Value(1));
+  EXPECT_EQ(Value(0.0), Value(-0.0));
+  EXPECT_EQ(Value(0), Value(-0.0));
+  EXPECT_EQ(Value(std::uint64_t{1} << 63), Value(0x1p63));
+  EXPECT_NE(Value(1), Value(1.5));
+  EXPECT_NE(Value(-1), Value(kMaxUint64));
+  // Doubles that integers would be rounded to are not equal to them.
+  EXPECT_NE(Value(9007199254740993), Value(9007199254740992.0));
+  EXPECT_NE(Value(kMaxInt64), Value(0x1p63));
+  EXPECT_NE(Value(kMaxUint64), Value(0x1p64));
+  EXPECT_NE(Value(std::nan("")), Value(std::nan("")));
+  EXPECT_NE(Value(1), Value(std::nan("")));
+}
+
+TEST(EqualityTest, ArraysElementByElement) {
+  const auto read = [](const char* text) {
+    Value value;
+    EXPECT_TRUE(value.Parse(text));
+    return value;
+  };
+  EXPECT_EQ(read("[1,[2,{\"a\":3}]]"), read("[1.0,[2,{\"a\":3}]]"));
+  EXPECT_NE(read("[1,2]"), read("[2,1]"));
+  EXPECT_NE(read("[1,2]"), read("[1]"));
+  EXPECT_NE(read("[1]"), read("[1,2]"));
+  EXPECT_NE(read("[[[1]]]"), read("[[[2]]]"));
+  EXPECT_NE(read("[[]]"), read("[{}]"));
+  EXPECT_NE(read("[]"), read("[null]"));
+}
+
+TEST(EqualityTest, ObjectsByNameInAnyOrder) {
+  const auto read = [](const char* text) {
+    Value value;
+    EXPECT_TRUE(value.Parse(text));
+    return value;
+  };
+  EXPECT_EQ(read("{\"a\":1,\"b\":[2],\"c\":{}}"), read("{\"c\":{},\"b\":[2],\"a\":1}"));
+  EXPECT_NE(read("{\"a\":1,\"b\":2}"), read("{\"a\":2,\"b\":1}"));
+  EXPECT_NE(read("{\"a\":1}"), read("{\"b\":1}"));
+  EXPECT_NE(read("{\"a\":1}"), read("{\"a\":1,\"b\":2}"));
+  EXPECT_NE(read("{\"a\":null}"), read("{}"));
+  EXPECT_NE(read("{\"a\":{\"b\":1}}"), read("{\"a\":{\"b\":2}}"));
+}
+
+TEST(EqualityTest, LargeObjectsInAnyOrder) {
+  Value forward;
+  Value backward;
+  for (int i = 0; i < 5000; ++i) {
+    forward["name " + std::to_string(i)] = i;
+    backward["name " + std::to_string(4999 - i)] = 4999 - i;
+  }
+  EXPECT_EQ(forward, backward);
+  backward["name 17"] = 18;
+  EXPECT_NE(forward, backward);
+}
+
+TEST(EqualityTest, LiteralsCompareWithValues) {
+  EXPECT_TRUE(Value("text") == "text");
+  EXPECT_TRUE("text" == Value("text"));
+  EXPECT_TRUE(Value(1) == 1);
+  EXPECT_TRUE(Value(true) != false);
+}
+
+}  // namespace
