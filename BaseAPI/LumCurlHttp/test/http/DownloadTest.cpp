@@ -93,6 +93,19 @@ TEST_F(DownloadTest, WritesTheBodyIntoTheFile) {
   EXPECT_TRUE(ReadFile(path) == whole);
 }
 
+TEST_F(DownloadTest, TellsLibcurlHowManyItemsWereWritten) {
+  Script script;
+  script.during = [](const Transfer& transfer) {
+    const auto write =
+        reinterpret_cast<curl_write_callback>(transfer.pointers.at(CURLOPT_WRITEFUNCTION));
+    char items[] = "aabbcc";
+    EXPECT_EQ(write(items, 2, 3, transfer.pointers.at(CURLOPT_WRITEDATA)), 3u);
+  };
+  recorder.NextPerform(script);
+  EXPECT_EQ(Download(), 0);
+  EXPECT_EQ(ReadFile(path), "aabbcc");
+}
+
 TEST_F(DownloadTest, ReplacesWhatTheFileHeld) {
   WriteFile(path, "something much longer than the reply");
   recorder.NextPerform(Reply("new"));

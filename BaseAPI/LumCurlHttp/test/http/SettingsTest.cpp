@@ -188,6 +188,15 @@ TEST_F(PassPhrase, MayFillTheBufferToItsLastByte) {
   ExpectLogs({{kHttpPath, "Get", 1, "json parse(%s) failed", {""}}});
 }
 
+TEST_F(PassPhrase, ThatFillsTheBufferAndThatLibcurlCannotStoreIsABadAlloc) {
+  Set(std::string(2048, 'x'));
+  recorder.Reset();
+  recorder.FailOption(CURLOPT_KEYPASSWD, CURLE_OUT_OF_MEMORY);
+  EXPECT_THROW(Call(kGet, kUrl, true), std::bad_alloc);
+  EXPECT_THAT(recorder.Events(), Contains("memset_s 2049 0 2049"));
+  ExpectNothingKept();
+}
+
 TEST_F(PassPhrase, OneByteShortOfTheBufferNeedsNoCopy) {
   const std::string almost(2047, 'x');
   Set(almost);
