@@ -16,8 +16,8 @@
 namespace {
 
 constexpr char kDefaultCluster[] = "default";
-constexpr std::size_t kLongestFile = 16 * 1024 * 1024;  // bytes
-constexpr unsigned kKeyBytes = 16;                      // of the digest that a release key shows
+constexpr std::size_t kLongestFile = 16 << 20;  // bytes
+constexpr unsigned kKeyBytes = 16;              // of the digest that a release key shows
 
 bool EndsWith(const std::string& text, const std::string& end) {
   return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr std::uint64_t kJsonLimit = 64 * 1024 * 1024;  // bytes
+constexpr std::uint64_t kJsonLimit = 64 << 20;  // bytes
 
 // Header values that nobody gets to see, neither in an echo nor in a log.
 bool IsSecret(const std::string& name) {

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr std::uint64_t kFirstReserve = 1024 * 1024;  // bytes; a length is a claim, not a body
+constexpr std::uint64_t kFirstReserve = 1 << 20;  // bytes; a length is a claim, not a body
 
 Reply TooLong(std::uint64_t limit) {
   return Problem(413, "the body is longer than " + std::to_string(limit) + " bytes");

@@ -14,10 +14,10 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr milliseconds kProgressLimit(30'000);   // a peer that does nothing for so long is given up
-constexpr milliseconds kFarewellLimit(2'000);    // for a peer that does not close its side
-constexpr std::size_t kInputSize = 64 * 1024;    // bytes; four TLS records
-constexpr std::size_t kLongestHead = 64 * 1024;  // bytes; more than any client of ours sends
+constexpr milliseconds kProgressLimit(30'000);  // a peer that does nothing for so long is given up
+constexpr milliseconds kFarewellLimit(2'000);   // for a peer that does not close its side
+constexpr std::size_t kInputSize = 65536;       // bytes; four TLS records
+constexpr std::size_t kLongestHead = 65536;     // bytes; more than any client of ours sends
 
 // "ADDRESS" and port of one end of the socket.
 bool Describe(const sockaddr_storage& address, std::string& ip, int& port) {

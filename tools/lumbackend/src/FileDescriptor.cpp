@@ -21,7 +21,7 @@ bool WriteAll(int fd, const char* data, std::size_t size) {
 
 std::optional<std::string> ReadAll(int fd, std::size_t limit) {
   std::string text;
-  std::array<char, 16 * 1024> piece = {};
+  std::array<char, 16384> piece = {};
   for (;;) {
     const ssize_t count = ::read(fd, piece.data(), piece.size());
     if (count == 0) {

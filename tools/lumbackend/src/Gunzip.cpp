@@ -31,7 +31,7 @@ GunzipResult Gunzip(const std::string& packed, std::uint64_t limit, std::string&
   plain.clear();
   Inflater inflater;
   z_stream& stream = inflater.stream;
-  std::array<char, 16 * 1024> piece = {};
+  std::array<char, 16384> piece = {};
   std::size_t given = 0;
   for (;;) {
     if (stream.avail_in == 0) {

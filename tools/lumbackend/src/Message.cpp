@@ -116,7 +116,7 @@ std::string ParseHead(const std::string& head, Call& call) {
   }
   call.method = line.substr(0, first);
   call.target = line.substr(first + 1, second - first - 1);
-  const std::string problem = ParseTarget(call);
+  std::string problem = ParseTarget(call);
   if (!problem.empty()) {
     return problem;
   }

@@ -20,8 +20,8 @@
 
 namespace {
 
-constexpr std::size_t kWritePiece = 256 * 1024;  // bytes handed to the file system at once
-constexpr char kUnfinished[] = ".upload-";       // begins the names of objects on their way in
+constexpr std::size_t kWritePiece = 262144;  // bytes handed to the file system at once
+constexpr char kUnfinished[] = ".upload-";   // begins the names of objects on their way in
 
 std::vector<std::string> NamesBehindFirst(const Call& call) {
   return {call.names.begin() + 1, call.names.end()};
@@ -174,8 +174,7 @@ Reply Objects::Put(const Call& call, BodySource& body) const {
       !std::all_of(names.begin(), names.end(), RootDir::IsPlainName)) {
     return Problem(400, "the path names no object");
   }
-  const Reply tooLong =
-      Problem(413, "the object is longer than " + std::to_string(m_limit) + " bytes");
+  Reply tooLong = Problem(413, "the object is longer than " + std::to_string(m_limit) + " bytes");
   if (call.contentLength.value_or(0) > m_limit) {
     return tooLong;
   }

@@ -51,7 +51,7 @@ Reports::Reports(const RootDir& root)
   if (!m_file) {
     throw failed();
   }
-  std::vector<char> piece(64 * 1024);
+  std::vector<char> piece(65536);
   char last = '\n';
   for (;;) {
     const ssize_t count =

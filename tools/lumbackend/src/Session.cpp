@@ -11,7 +11,7 @@
 namespace {
 
 constexpr std::chrono::milliseconds kIdleLimit(30'000);  // between two requests
-constexpr std::size_t kFilePiece = 256 * 1024;           // bytes read from a file at once
+constexpr std::size_t kFilePiece = 262144;               // bytes read from a file at once
 
 // cpp-httplib's reader of one body.
 class HttpBody : public BodySource {

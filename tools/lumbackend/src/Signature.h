@@ -9,7 +9,7 @@
 #include "Message.h"
 
 // How far a Date header may be from now, in seconds, before and after.
-constexpr std::time_t kDateWindow = 15 * 60;
+constexpr std::time_t kDateWindow = 900;
 
 // The value of Authorization that goes with a request: "LUM " and the base64 of the HMAC-SHA1 under
 // `key` of METHOD "\n" DATE "\n" PATH. DATE is the Date header as sent; PATH is the path of the

@@ -26,7 +26,7 @@ int RefusePassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*us
   return 0;
 }
 
-constexpr std::time_t kSpare = 24 * 60 * 60;  // seconds that material must still be good for
+constexpr std::time_t kSpare = 86400;  // seconds that material must still be good for
 constexpr char kPassFile[] = "client-encrypted.pass";
 
 // True when the certificate at `path` can be read and is good for a while.
@@ -78,7 +78,7 @@ ServerFiles SelfMadeServerFiles(const std::string& directory, const std::string&
     throw std::runtime_error("cannot lock '" + directory +
                              "': " + std::generic_category().message(errno));
   }
-  const ServerFiles files{directory + "/server.pem", directory + "/server.key"};
+  ServerFiles files{directory + "/server.pem", directory + "/server.key"};
   if (!IsGood(files.certificate) || !place.Open({"server.key"}).file) {
     std::array<unsigned char, 16> bytes = {};
     Require(RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) == 1, "pass phrase for",

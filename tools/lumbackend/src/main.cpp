@@ -19,12 +19,14 @@ namespace {
 
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
-constexpr std::size_t kLongestKey = 64 * 1024;  // bytes
+constexpr std::size_t kLongestKey = 65536;  // bytes
 
 // A descriptor that is readable from the first SIGINT or SIGTERM on: the signal stays pending, so
 // every thread that polls the descriptor learns of it.
 FileDescriptor StopOnSignals() {
-  ::signal(SIGPIPE, SIG_IGN);
+  if (::signal(SIGPIPE, SIG_IGN) == SIG_ERR) {
+    throw std::runtime_error("cannot ignore SIGPIPE");
+  }
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);

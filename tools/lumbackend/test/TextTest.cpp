@@ -55,6 +55,8 @@ TEST(Text, PrintableKeepsTextAndEscapesControlCharacters) {
             "\\xc2\\x9b2J");  // CSI in one character
   EXPECT_EQ(Printable("\xC2\xA0"), "\xC2\xA0");
   EXPECT_EQ(Printable("\xFFz\xC3"), "\\xffz\\xc3");
+  EXPECT_EQ(Printable("\xE2\x80\xAE\xE2\x81\xA6\xE2\x80\xA9"),
+            "\\xe2\\x80\\xae\\xe2\\x81\\xa6\xE2\x80\xA9");
 }
 
 TEST(Text, NamesOfHeadersAreEqualInAnyCase) {

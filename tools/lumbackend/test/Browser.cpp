@@ -1,0 +1,126 @@
+// WebDriver's requests, sent by curl.
+#include "Browser.h"
+
+#include <openssl/evp.h>
+
+#include <stdexcept>
+
+#include "BackendProcess.h"
+
+namespace lumtest {
+
+Browser::Browser() {
+  m_driver = std::make_unique<SpawnedProcess>(std::vector<std::string>{"chromedriver", "--port=0"});
+  std::vector<std::string> groups;
+  if (!m_driver->WaitForLine("started successfully on port ([0-9]+)", &groups)) {
+    throw std::runtime_error("chromedriver does not start\n" + m_driver->Stop().Describe());
+  }
+  m_url = "http://127.0.0.1:" + groups[1];
+
+  LumJson::Value arguments = LumJson::Value::Array();
+  for (const std::string& argument :
+       {std::string("--headless"), std::string("--no-sandbox"), std::string("--disable-gpu"),
+        std::string("--disable-dev-shm-usage"), std::string("--disable-quic"),
+        std::string("--no-first-run"), std::string("--disable-background-networking"),
+        std::string("--disable-component-update"), std::string("--disable-sync"),
+        std::string("--no-proxy-server"), std::string("--window-size=1200,900"),
+        "--user-data-dir=" + m_profile.Path()}) {
+    arguments.Append(argument);
+  }
+  LumJson::Value session;
+  LumJson::Value& wanted = session["capabilities"]["alwaysMatch"];
+  wanted["browserName"] = "chrome";
+  wanted["goog:chromeOptions"]["args"] = std::move(arguments);
+  wanted["goog:loggingPrefs"]["browser"] = "ALL";
+  wanted["timeouts"]["script"] = 30'000;  // milliseconds
+  m_url += "/session/" + Ask("POST", "/session", session)["sessionId"].AsString();
+}
+
+Browser::~Browser() {
+  try {
+    Ask("DELETE", "");
+  } catch (const std::exception&) {
+    // The driver is stopped in any case, and its whole process group with it.
+  }
+}
+
+void Browser::Open(const std::string& url) {
+  LumJson::Value body;
+  body["url"] = url;
+  Ask("POST", "/url", body);
+}
+
+LumJson::Value Browser::Run(const std::string& script) {
+  LumJson::Value body;
+  body["script"] = script;
+  body["args"] = LumJson::Value::Array();
+  return Ask("POST", "/execute/sync", body);
+}
+
+bool Browser::Await(const std::string& expression) {
+  LumJson::Value body;
+  body["script"] =
+      "const done = arguments[0];\n"
+      "const holds = () => { return " +
+      expression +
+      "; };\n"
+      "if (holds()) { done(true); return; }\n"
+      "const timer = setTimeout(() => done(false), 25000);\n"
+      "new MutationObserver((changes, self) => {\n"
+      "  if (holds()) { self.disconnect(); clearTimeout(timer); done(true); }\n"
+      "}).observe(document, {subtree: true, childList: true, attributes: true, characterData: "
+      "true});";
+  body["args"] = LumJson::Value::Array();
+  return Ask("POST", "/execute/async", body).AsBool();
+}
+
+void Browser::Prefer(const std::string& scheme) {
+  LumJson::Value feature;
+  feature["name"] = "prefers-color-scheme";
+  feature["value"] = scheme;
+  LumJson::Value body;
+  body["cmd"] = "Emulation.setEmulatedMedia";
+  body["params"]["features"].Append(std::move(feature));
+  Ask("POST", "/goog/cdp/execute", body);
+}
+
+void Browser::Screenshot(const std::string& path) {
+  const std::string base64 = Ask("GET", "/screenshot").AsString();
+  std::string png(base64.size(), '\0');
+  const int size = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(png.data()),
+                                   reinterpret_cast<const unsigned char*>(base64.data()),
+                                   static_cast<int>(base64.size()));
+  if (size < 0) {
+    throw std::runtime_error("the screenshot is not base64");
+  }
+  png.resize(static_cast<std::size_t>(size));
+  WriteFile(path, png);
+}
+
+std::vector<std::string> Browser::Console() {
+  LumJson::Value body;
+  body["type"] = "browser";
+  std::vector<std::string> messages;
+  const LumJson::Value entries = Ask("POST", "/se/log", body);
+  for (const LumJson::Value& entry : entries.Elements()) {
+    messages.push_back(entry["level"].AsString() + ": " + entry["message"].AsString());
+  }
+  return messages;
+}
+
+LumJson::Value Browser::Ask(const std::string& method, const std::string& path,
+                            const LumJson::Value& body) {
+  std::vector<std::string> arguments{"-X", method, m_url + path};
+  const TempDir temp;
+  if (method == "POST") {
+    arguments.insert(arguments.end(), {"-H", "Content-Type: application/json", "--data-binary",
+                                       "@" + temp.Write("body", body.ToStyledString())});
+  }
+  const CurlAnswer answer = Curl(arguments);
+  if (answer.status != 200) {
+    throw std::runtime_error(method + " " + path + ": " + answer.problem + answer.body);
+  }
+  return answer.Json()["value"];
+}
+
+}  // namespace lumtest
