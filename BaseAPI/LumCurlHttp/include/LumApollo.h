@@ -10,7 +10,7 @@ class LumApolloPrivate;
 
 // What to ask for. The fields go into the URL as they stand; nothing is percent-encoded.
 struct LumApolloEnv {
-  std::string configServer;   // host, with ":port" where it is not 443; IPv6 in brackets
+  std::string configServer;   // host name or IPv4 address, with ":port" where it is not 443
   std::string appId;          // the application's id
   std::string cluster;        // the cluster; empty becomes "default" when the record is used
   std::string namespaceName;  // the namespace to read

@@ -44,8 +44,9 @@ class __attribute__((visibility("default"))) LumCurlHttp {
   //
   // The second text is never read: it keeps the parameters parallel to those of Post.
   // `useSsl`: false verifies nothing about an https server. True needs the files of SetSslInfo: the
-  // server's certificate must chain to the CA file, though its host name is not compared, and the
-  // client certificate is offered. A true `useSsl` also uses up the pass phrase of SetSslInfo.
+  // server's certificate must chain to the CA file or to the system's CA directory, though its host
+  // name is not compared, and the client certificate is offered. A true `useSsl` also uses up the
+  // pass phrase of SetSslInfo.
   //
   // Returns the reply's document, and sets `responseCode` to
   //   the HTTP status    when the body is JSON (RFC 8259);

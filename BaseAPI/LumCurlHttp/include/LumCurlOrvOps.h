@@ -51,8 +51,7 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   void CurlGlobalInit();
 
   // The host of `url`, with its port where one is written: the text behind the scheme up to the
-  // next
-  // "/". Empty, with a log line, when the URL holds neither "https://" nor "http://".
+  // next "/". Empty, with a log line, when the URL holds neither "https://" nor "http://".
   // An http URL without any "/" behind its host loses the host's last character. Needs no object.
   static std::string GetDomain(const std::string& url);
 
@@ -106,6 +105,8 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
 
   // A copy of it; empty when no report has failed. A report that succeeds does not clear it.
   std::string GetLastErrorBody();
+
+  // Replaces it. Reports that fail call this; a caller may, with an empty text, to clear it.
   void UpdateLastError(const std::string& body);
 
   // --- Data reports: POST of a JSON document. ---
@@ -119,7 +120,8 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // makes the response body (or the transfer's failure text) the last error, and returns -10000. A
   // transfer that breaks after a status of 200 or 204 has arrived counts as done.
 
-  // Plain report; the whole transfer may take 5 seconds, or `timeout` seconds (0: no limit).
+  // Plain report; the whole transfer may take 5 seconds, or `timeout` seconds (0, and what is above
+  // 2147483, sets no limit).
   int ReportData(std::string url, LumJson::Value data, std::string token, std::string topicName);
   int ReportData(std::string url, LumJson::Value data, std::string token, unsigned int timeout,
                  std::string topicName);
@@ -180,8 +182,10 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // The uploads PUT the file `filePath` (or the stream of SetFp, in which case the path must still
   // be one that could be opened: in a directory that exists and no directory itself) to `url`. The
   // request announces the size that the file has at the start. The server's reply goes to the
-  // process's standard output. The whole transfer may take `timeoutSeconds` (0: no limit). Uploads
-  // do not set CURLOPT_NOSIGNAL: see the guide on threads and signals.
+  // process's standard output. The whole transfer may take `timeoutSeconds` (0, and what is above
+  // 2147483, sets no limit). Uploads do not set CURLOPT_NOSIGNAL: see the guide on threads and
+  // signals. A file that shrinks meanwhile is a failed upload; one that grows is sent past the
+  // announced size, which servers take in different ways.
   // Each returns 0 when the answer's status is 200; any other outcome is logged, -10000.
 
   // With the caller's header lines and no other.
