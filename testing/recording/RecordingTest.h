@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <fstream>
 #include <string>
@@ -26,18 +25,24 @@ inline Events Joined(const std::vector<Events>& parts) {
   return all;
 }
 
-// The text of the statement that begins at `line` (counted from 1) of a source file, named without
-// its extension and from the root of the source tree.
-inline std::string StatementAt(const std::string& file, int line) {
+// The text of the statement on line `number` (counted from 1) of a source file, named without its
+// extension and from the root of the source tree. For a call over several lines g++ takes the first
+// of them for __LINE__, clang++ the last.
+inline std::string StatementAt(const std::string& file, int number) {
   std::ifstream source(LUM_SOURCE_DIR "/" + file + ".cpp");
   std::string statement;
-  std::string text;
-  for (int number = 1; std::getline(source, text); ++number) {
-    if (number >= line) {
-      statement += text.substr(std::min(text.find_first_not_of(' '), text.size())) + "\n";
-      if (text.find(';') != std::string::npos) {
+  std::string line;
+  for (int i = 1; std::getline(source, line); ++i) {
+    line.erase(0, line.find_first_not_of(' '));
+    if (line.compare(0, 2, "//") == 0) {
+      continue;
+    }
+    statement += line + "\n";
+    if (line.find_first_of(";{}") != std::string::npos) {
+      if (i >= number) {
         break;
       }
+      statement.clear();
     }
   }
   return statement;
