@@ -124,6 +124,26 @@ void PackGroup(const std::vector<std::string>& paths, const std::string& base) {
   archive.Finish();
 }
 
+// A pointer and its release apart: the pointer has no destructor, so that a static object's may
+// still compress when those of the main thread's own objects have run.
+thread_local isal_zstream* t_stream = nullptr;
+
+struct StreamRelease {
+  ~StreamRelease() {
+    delete t_stream;
+    t_stream = nullptr;
+  }
+};
+
+// Null when memory runs out. Never zeroed: that would cost more than compressing a small document.
+isal_zstream* StreamOfThisThread() {
+  if (t_stream == nullptr) {
+    static thread_local StreamRelease t_release;
+    t_stream = new (std::nothrow) isal_zstream;
+  }
+  return t_stream;
+}
+
 // Runs `pack` and turns what it throws into the result of a public operation.
 template <typename Pack>
 int ResultOf(Pack pack) {
@@ -145,15 +165,11 @@ int LumCompressAndDeCompress::GzipCompress(const char* source, int sourceLength,
   if (source == nullptr || destination == nullptr || sourceLength < 0 || destinationLength < 0) {
     return -1;
   }
-  // Kept per thread, and never zeroed: that would cost more than compressing a small document.
-  static thread_local std::unique_ptr<isal_zstream> t_stream;
-  if (t_stream == nullptr) {
-    t_stream.reset(new (std::nothrow) isal_zstream);
-    if (t_stream == nullptr) {
-      return -1;
-    }
+  isal_zstream* const kept = StreamOfThisThread();
+  if (kept == nullptr) {
+    return -1;
   }
-  isal_zstream& stream = *t_stream;
+  isal_zstream& stream = *kept;
   isal_deflate_stateless_init(&stream);
   stream.level = 1;  // its tables find room in the stream itself
   stream.gzip_flag = IGZIP_GZIP;

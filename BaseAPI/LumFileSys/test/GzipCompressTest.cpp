@@ -253,6 +253,11 @@ TEST(LumGzipCompress, ThreadsDoNotMeet) {
   EXPECT_EQ(good, std::vector<int>(8, 20));
 }
 
+TEST(LumGzipCompress, DestructorOfAStaticObjectMayCompress) {
+  const lumtest::ProcessResult probe = lumtest::RunCommand({LUM_FILE_SYS_PROBE});
+  EXPECT_TRUE(probe.Succeeded()) << probe.Describe();
+}
+
 TEST(LumGzipCompress, CallerInCxx11Links) {
   char out[200];
   const int length = Cxx11Compress(Text(100), out, sizeof out);
