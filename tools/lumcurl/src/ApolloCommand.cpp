@@ -28,7 +28,7 @@ std::string VariableName(const std::string& property) {
 }
 
 // Single quotes keep everything but themselves.
-std::string Quoted(const std::string& value) {
+std::string ShellQuoted(const std::string& value) {
   std::string out = "'";
   for (const char c : value) {
     if (c == '\'') {
@@ -56,7 +56,7 @@ std::string EnvFile(const LumJson::Value& properties) {
       throw Failure(Exit::kOther, "the property '" + member.Name() +
                                       "' holds a zero byte, which no variable can");
     }
-    lines += name + "=" + Quoted(value) + "\n";
+    lines += name + "=" + ShellQuoted(value) + "\n";
   }
   return lines;
 }

@@ -17,6 +17,9 @@ namespace {
 // A log line may hold a whole reply.
 constexpr std::size_t kLongestLine = 4000;
 
+// Hiding a letter or two would hide everything.
+constexpr std::size_t kShortestSecret = 4;
+
 void WriteError(const std::string& text) {
   // Nobody is left to tell when standard error is gone.
   (void)std::fwrite(text.data(), 1, text.size(), stderr);
@@ -81,7 +84,7 @@ void Console::EndProgress() {
 }
 
 void Console::Mask(const std::string& secret, const std::string& replacement) {
-  if (secret.empty()) {
+  if (secret.size() < kShortestSecret) {
     return;
   }
   // The longest first: a secret may be part of another.

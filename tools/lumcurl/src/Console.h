@@ -37,7 +37,7 @@ class Console {
   void ShowProgress(const std::string& line);
   void EndProgress();
 
-  // Hides `secret` in every later line. Empty texts are passed over.
+  // Hides `secret` in every later line. Texts of fewer than four bytes are passed over.
   void Mask(const std::string& secret, const std::string& replacement = "***");
 
  private:

@@ -12,6 +12,7 @@
 #include "Input.h"
 #include "LumCurlHttp.h"
 #include "Progress.h"
+#include "Text.h"
 
 namespace {
 
@@ -124,17 +125,18 @@ Exit RunDownload(const Options& options, Console& console) {
   // The library says nothing of a path that it refuses, and of a disk that is full only so much.
   const Facts& told = exchange.Told();
   if (told.fileNotOpened || told.curlResult == 0) {
-    return exchange.Report({Exit::kFile, "cannot write '" + options.path + "'",
+    return exchange.Report({Exit::kFile, "cannot write " + Quoted(options.path),
                             "check that its directory exists and can be written to"});
   }
   const Verdict verdict = JudgeTransfer(told.curlResult, told.curlText, kDownloadTimeLimit);
   if (verdict.exit == Exit::kFile) {
-    return exchange.Report(
-        {Exit::kFile, "cannot write '" + options.path + "': " + verdict.reason, verdict.advice});
+    return exchange.Report({Exit::kFile,
+                            "cannot write " + Quoted(options.path) + ": " + verdict.reason,
+                            verdict.advice});
   }
   const Exit exit = exchange.Report(verdict);
   if (FileBytes(options.path) > 0) {
-    console.Error("what had arrived is in '" + options.path + "'");
+    console.Error("what had arrived is in " + Quoted(options.path));
   }
   return exit;
 }

@@ -40,15 +40,15 @@ class Descriptor {
   int m_fd;
 };
 
-Failure CannotRead(const std::string& path) {
-  return {Exit::kFile, "cannot read " + path + ": " + std::strerror(errno)};
+Failure CannotRead(const std::string& name) {
+  return {Exit::kFile, "cannot read " + name + ": " + std::strerror(errno)};
 }
 
 // Everything in `path`, at most `limit` bytes and one.
 std::string ReadAll(const std::string& path, std::size_t limit) {
   const bool standard = path == "-";
   const Descriptor file(standard ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  const std::string name = standard ? "standard input" : path;
+  const std::string name = standard ? "standard input" : Quoted(path);
   if (file.Get() < 0) {
     throw CannotRead(name);
   }
@@ -105,8 +105,8 @@ std::string HeaderProblem(const std::string& line) {
     return "a header line is not of the form 'Name: value': '" +
            Excerpt(line.substr(0, std::min(colon, line.find(' '))), 40) + "'";
   }
-  if (line.size() <= colon + 1 || line[colon + 1] != ' ') {
-    return "the header line '" + line.substr(0, colon) + ":' needs a blank behind its colon";
+  if (colon + 1 == line.size()) {
+    return "the header line '" + line + "' has no value; a blank behind it sends it empty";
   }
   return {};
 }
@@ -248,17 +248,18 @@ void MaskSecrets(const LumJson::Value& document, Console& console) {
 std::string ReadProblem(const std::string& path) {
   struct stat status = {};
   if (stat(path.c_str(), &status) != 0) {
-    return "cannot read '" + path + "': " + std::strerror(errno);
+    return "cannot read " + Quoted(path) + ": " + std::strerror(errno);
   }
   if (S_ISDIR(status.st_mode)) {
-    return "'" + path + "' is a directory; name a file";
+    return Quoted(path) + " is a directory; name a file";
   }
   // A pipe would wait for a writer; neither it nor a device has a size to announce.
   if (!S_ISREG(status.st_mode)) {
-    return "'" + path + "' is no regular file; copy what it gives into one";
+    return Quoted(path) + " is no regular file; copy what it gives into one";
   }
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  return file.Get() < 0 ? "cannot read '" + path + "': " + std::strerror(errno) : std::string();
+  return file.Get() < 0 ? "cannot read " + Quoted(path) + ": " + std::strerror(errno)
+                        : std::string();
 }
 
 std::string WriteProblem(const std::string& path) {
@@ -268,25 +269,26 @@ std::string WriteProblem(const std::string& path) {
   struct stat status = {};
   if (stat(path.c_str(), &status) == 0) {
     if (S_ISDIR(status.st_mode)) {
-      return "'" + path + "' is a directory; name a file in it";
+      return Quoted(path) + " is a directory; name a file in it";
     }
-    return access(path.c_str(), W_OK) == 0 ? std::string()
-                                           : "cannot write '" + path + "': " + std::strerror(errno);
+    return access(path.c_str(), W_OK) == 0
+               ? std::string()
+               : "cannot write " + Quoted(path) + ": " + std::strerror(errno);
   }
   if (errno != ENOENT) {
-    return "cannot write '" + path + "': " + std::strerror(errno);
+    return "cannot write " + Quoted(path) + ": " + std::strerror(errno);
   }
   const std::size_t slash = path.rfind('/');
   const std::string directory = slash == std::string::npos ? "."
                                 : slash == 0               ? "/"
                                                            : path.substr(0, slash);
   if (stat(directory.c_str(), &status) != 0) {
-    return "cannot write '" + path + "': its directory '" + directory +
-           "': " + std::strerror(errno);
+    return "cannot write " + Quoted(path) + ": its directory " + Quoted(directory) + ": " +
+           std::strerror(errno);
   }
   if (access(directory.c_str(), W_OK | X_OK) != 0) {
-    return "cannot write '" + path + "': its directory '" + directory +
-           "': " + std::strerror(errno);
+    return "cannot write " + Quoted(path) + ": its directory " + Quoted(directory) + ": " +
+           std::strerror(errno);
   }
   return {};
 }

@@ -52,6 +52,13 @@ Verdict TlsVerdict(int result, std::string reason) {
   }
 }
 
+// Connecting has a limit of its own, which libcurl's words tell.
+std::string TimeoutReason(const std::string& text, unsigned int timeLimit) {
+  const bool isWhole = StartsWith(text, "Operation timed out") || StartsWith(text, "Timeout was");
+  return text + " (libcurl 28" +
+         (isWhole && timeLimit != 0 ? "; the limit is " + std::to_string(timeLimit) + " s)" : ")");
+}
+
 }  // namespace
 
 FactReader::FactReader(std::string url, std::string document)
@@ -169,9 +176,7 @@ Verdict JudgeTransfer(int curlResult, const std::string& text, unsigned int time
     case CURLE_URL_MALFORMAT:
       return {Exit::kUsage, reason, "correct the URL"};
     case CURLE_OPERATION_TIMEDOUT:
-      return {Exit::kTimeout,
-              reason + (timeLimit == 0 ? std::string()
-                                       : "; the limit is " + std::to_string(timeLimit) + " s"),
+      return {Exit::kTimeout, TimeoutReason(text, timeLimit),
               "the server is slow or out of reach: check the address and try again"};
     case CURLE_COULDNT_RESOLVE_HOST:
     case CURLE_COULDNT_RESOLVE_PROXY:

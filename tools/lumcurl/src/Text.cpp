@@ -10,6 +10,7 @@
 
 namespace {
 
+constexpr std::size_t kShownPath = 300;  // bytes
 constexpr unsigned char kC1Lead = 0xC2;  // begins the UTF-8 form of U+0080 to U+00BF
 
 void AppendHex(std::string& out, unsigned char byte) {
@@ -82,12 +83,17 @@ std::string Excerpt(const std::string& text, std::size_t limit) {
   return OneLine(text.substr(0, limit)) + " ... (" + std::to_string(text.size()) + " bytes)";
 }
 
+std::string Quoted(const std::string& path) {
+  return "'" + (path.size() <= kShownPath ? path : path.substr(0, kShownPath) + "...") + "'";
+}
+
 bool NamesSecret(const std::string& name) {
-  static constexpr std::array<const char*, 10> kParts = {
-      "auth", "token", "secret", "pass", "pwd", "cookie", "credential", "signature", "key", "sig"};
+  static constexpr std::array<const char*, 9> kParts = {
+      "auth", "token", "secret", "pass", "pwd", "cookie", "credential", "signature", "key"};
   const std::string lower = Lower(name);
-  return std::any_of(kParts.begin(), kParts.end(),
-                     [&lower](const char* part) { return Contains(lower, part); });
+  return lower == "sig" || std::any_of(kParts.begin(), kParts.end(), [&lower](const char* part) {
+           return Contains(lower, part);
+         });
 }
 
 std::vector<std::string> SecretsOfUrl(const std::string& url) {

@@ -29,6 +29,9 @@ std::string OneLine(const std::string& text);
 // OneLine of the first `limit` bytes, with a remark when there were more.
 std::string Excerpt(const std::string& text, std::size_t limit);
 
+// A path between quotes, for messages; a very long one is cut.
+std::string Quoted(const std::string& path);
+
 // Whether a header or member of this name usually carries a secret ("Authorization",
 // "X-Auth-Token", "password", "X-Amz-Signature").
 bool NamesSecret(const std::string& name);

@@ -19,6 +19,7 @@
 #include "Progress.h"
 #include "ServiceClient.h"
 #include "Signing.h"
+#include "Text.h"
 
 namespace {
 
@@ -146,7 +147,7 @@ Exit Finish(Exchange& exchange, const Options& options, int result) {
     return exchange.Succeed();
   }
   if (told.fileNotOpened || told.status == -1) {
-    return exchange.Report({Exit::kFile, "cannot read '" + options.path + "' any more",
+    return exchange.Report({Exit::kFile, "cannot read " + Quoted(options.path) + " any more",
                             "check that it is still there"});
   }
   return exchange.Fail(std::nullopt, kRefused);
@@ -181,7 +182,7 @@ Exit PackAndUpload(const Options& options, Console& console, const char* command
     return exchange.Succeed();
   }
   if (told.compressFailed) {
-    return exchange.Report({Exit::kFile, "cannot make the archive '" + archive + "'",
+    return exchange.Report({Exit::kFile, "cannot make the archive " + Quoted(archive),
                             "check that what it packs can be read, that no two files have one "
                             "name, and that there is room for it"});
   }
@@ -189,18 +190,18 @@ Exit PackAndUpload(const Options& options, Console& console, const char* command
     const Exit exit =
         told.fileNotOpened
             ? exchange.Report(
-                  {Exit::kFile, "cannot read the archive '" + archive + "'", "try again"})
+                  {Exit::kFile, "cannot read the archive " + Quoted(archive), "try again"})
             : exchange.Fail(std::nullopt, kRefused);
     if (kept && Exists(archive)) {
-      console.Error("the archive is kept: send it with upload-log, or remove '" + archive + "'");
+      console.Error("the archive is kept: send it with upload-log, or remove " + Quoted(archive));
     }
     if (told.removeFailed) {
-      console.Error("cannot remove '" + archive + "'; remove it yourself");
+      console.Error("cannot remove " + Quoted(archive) + "; remove it yourself");
     }
     return exit;
   }
-  return exchange.Report(
-      {Exit::kFile, "uploaded, but '" + archive + "' cannot be removed", "remove it yourself"});
+  return exchange.Report({Exit::kFile, "uploaded, but " + Quoted(archive) + " cannot be removed",
+                          "remove it yourself"});
 }
 
 }  // namespace
@@ -255,10 +256,10 @@ Exit RunUploadFile(const Options& options, Console& console) {
 Exit RunUploadDirectory(const Options& options, Console& console) {
   struct stat status = {};
   if (stat(options.path.c_str(), &status) != 0) {
-    throw Failure(Exit::kFile, "cannot read '" + options.path + "': " + std::strerror(errno));
+    throw Failure(Exit::kFile, "cannot read " + Quoted(options.path) + ": " + std::strerror(errno));
   }
   if (!S_ISDIR(status.st_mode)) {
-    throw Failure(Exit::kFile, "'" + options.path + "' is no directory; upload-file packs a file");
+    throw Failure(Exit::kFile, Quoted(options.path) + " is no directory; upload-file packs a file");
   }
   return PackAndUpload(options, console, "upload-dir", options.path + kArchiveEnd, true,
                        [&options](LumCurlOrvOps& client) {

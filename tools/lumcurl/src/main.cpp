@@ -9,6 +9,7 @@
 
 #include "Commands.h"
 #include "Completion.h"
+#include "Input.h"
 #include "Interrupt.h"
 #include "LumCurlHttp.h"
 #include "LumLogger.h"
@@ -84,6 +85,9 @@ Exit Main(int argc, char** argv) {
     plain.Data(std::string(version.what()) + "\n");
     return Exit::kDone;
   } catch (const CLI::ParseError& error) {
+    for (int i = 1; i < argc; ++i) {
+      MaskSecrets(std::string(argv[i]), plain);  // the message may repeat a URL
+    }
     return ReportUsage(plain, *parser, argc > 1 ? argv[1] : "", error.what());
   }
 

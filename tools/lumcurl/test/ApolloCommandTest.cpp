@@ -1,0 +1,143 @@
+// apollo: one namespace of a configuration centre.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+
+#include "Lumcurl.h"
+#include "support/Files.h"
+#include "tls/TlsMaterial.h"
+#include "wire/Ports.h"
+#include "wire/WireServer.h"
+
+namespace lumtest {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class Apollo : public testing::Test {
+ protected:
+  Apollo() {
+    const TlsMaterial material = MakeTlsMaterial(m_directory.Path("tls"), "pass");
+    WireOptions options;
+    options.tls.emplace();
+    options.tls->certificate = material.serverCertificate;
+    options.tls->key = material.serverKey;
+    m_server.emplace(options);
+  }
+
+  std::string Server() const { return "127.0.0.1:" + std::to_string(m_server->Port()); }
+
+  ProcessResult Run(const WireReply& reply, const Words& options = {}) {
+    m_server->Script(reply);
+    Words arguments = {"apollo"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    arguments.insert(arguments.end(), {Server(), "robot", "application"});
+    return Lumcurl(arguments);
+  }
+
+  static std::string Answer(const std::string& configurations) {
+    return R"({"appId":"robot", "cluster":"default","namespaceName":"application",)"
+           R"("configurations":)" +
+           configurations + R"(,"releaseKey":"r"})";
+  }
+
+  TempDir m_directory;
+  std::optional<WireServer> m_server;
+};
+
+TEST_F(Apollo, PrintsTheAnswerAsItCame) {
+  const std::string answer = Answer(R"({"b":"2","a":"1"})");
+  const ProcessResult result = Run(JsonReply(answer));
+  EXPECT_EQ(result.exitStatus, 0);
+  EXPECT_EQ(result.out, answer);
+  EXPECT_THAT(result.err, IsEmpty());
+  EXPECT_EQ(m_server->Request(0).target, "/configs/robot/default/application");
+}
+
+TEST_F(Apollo, AsksForACluster) {
+  EXPECT_EQ(Run(JsonReply(Answer("{}")), {"--cluster", "c%201"}).exitStatus, 0);
+  EXPECT_EQ(m_server->Request(0).target, "/configs/robot/c%201/application");
+}
+
+TEST_F(Apollo, PrintsOneProperty) {
+  EXPECT_EQ(Run(JsonReply(Answer(R"({"b":"2","a.b":"x\ty"})")), {"--key", "a.b"}).out, "x\ty\n");
+  const ProcessResult none = Run(JsonReply(Answer(R"({"b":"2"})")), {"--key", "c"});
+  EXPECT_EQ(none.exitStatus, 1);
+  EXPECT_THAT(none.out, IsEmpty());
+  EXPECT_THAT(none.err, HasSubstr("has no property 'c'"));
+}
+
+TEST_F(Apollo, PrintsLinesThatAShellReadsBack) {
+  const ProcessResult result =
+      Run(JsonReply(
+              Answer(R"({"db.url":"it's $HOME `x` \"q\" \\ \n2nd","2x":"","plain_1":"v","n":7})")),
+          {"--env-file"});
+  EXPECT_EQ(result.exitStatus, 0);
+  const std::string path = m_directory.Write("env", result.out);
+  EXPECT_EQ(RunCommand({"sh", "-euc",
+                        ". \"$0\"; printf '[%s]' \"$db_url\" \"$_2x\" \"$plain_1\" \"$n\"", path})
+                .out,
+            "[it's $HOME `x` \"q\" \\ \n2nd][][v][7]");
+}
+
+TEST_F(Apollo, RefusesNamesThatFallTogether) {
+  const ProcessResult result = Run(JsonReply(Answer(R"({"a.b":"1","a-b":"2"})")), {"--env-file"});
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_THAT(result.out, IsEmpty());
+  EXPECT_THAT(result.err, AllOf(HasSubstr("'a.b'"), HasSubstr("'a-b'"), HasSubstr("--key")));
+}
+
+TEST_F(Apollo, TellsStatusesApart) {
+  for (const auto& [status, exitStatus] : {std::pair{401, 4}, {404, 4}, {500, 5}, {304, 1}}) {
+    const ProcessResult result = Run(StatusReply(status, status == 304 ? "" : "why not"));
+    EXPECT_EQ(result.exitStatus, exitStatus);
+    EXPECT_THAT(result.out, IsEmpty());
+    EXPECT_THAT(result.err, HasSubstr("apollo https://" + Server() +
+                                      "/configs/robot/default/application: the server answered " +
+                                      std::to_string(status)));
+    if (status != 304) {
+      EXPECT_THAT(result.err, HasSubstr("the reply: why not"));
+    }
+  }
+}
+
+TEST_F(Apollo, FailsForAnswersThatAreNoNamespace) {
+  const ProcessResult html = Run(StatusReply(200, "<html>"));
+  EXPECT_EQ(html.exitStatus, 1);
+  EXPECT_THAT(html.err, AllOf(HasSubstr("not JSON"), HasSubstr("the reply: <html>")));
+  const ProcessResult other = Run(JsonReply("[]"));
+  EXPECT_EQ(other.exitStatus, 1);
+  EXPECT_THAT(other.err, HasSubstr("no 'configurations'"));
+}
+
+TEST_F(Apollo, FailsWhenTheServerClosesInMidBody) {
+  EXPECT_EQ(Run(WireReply(WireHead(200, {"Content-Length: 99"}) + "{\"a\"").Close()).exitStatus, 6);
+}
+
+TEST_F(Apollo, NamesAServerThatIsDown) {
+  RefusedPort port;
+  const std::string server = "127.0.0.1:" + std::to_string(port.Port());
+  const ProcessResult result = Lumcurl({"apollo", server, "a", "n"});
+  EXPECT_EQ(result.exitStatus, 6);
+  EXPECT_THAT(result.err, HasSubstr("https://" + server + "/configs/a/default/n"));
+}
+
+TEST_F(Apollo, NamesAServerWithoutTls) {
+  WireServer plain;
+  plain.Script(NoTls());
+  EXPECT_EQ(Lumcurl({"apollo", "127.0.0.1:" + std::to_string(plain.Port()), "a", "n"}).exitStatus,
+            8);
+}
+
+TEST_F(Apollo, NamesAnIpv6AddressThatTheLibraryDoesNotReach) {
+  const ProcessResult result = Lumcurl({"apollo", "[::1]:9", "a", "n"});
+  EXPECT_EQ(result.exitStatus, 6) << result.Describe();
+  EXPECT_THAT(result.err, HasSubstr("https://[::1]:9/configs/a/default/n"));
+}
+
+}  // namespace
+}  // namespace lumtest

@@ -1,0 +1,83 @@
+#include "Console.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/CaptureFd.h"
+
+namespace {
+
+using lumtest::CaptureStderr;
+using lumtest::CaptureStdout;
+using testing::HasSubstr;
+using testing::Not;
+
+TEST(Console, WritesDataAsItIsWhereNoTerminalIs) {
+  CaptureStdout captured;
+  Console console(false, false);
+  console.Data("a\x1b[31m\n");
+  EXPECT_EQ(captured.Stop(), "a\x1b[31m\n");
+}
+
+TEST(Console, QuietDropsWarningsAndKeepsErrors) {
+  CaptureStderr captured;
+  Console console(false, true);
+  console.Warn("w");
+  console.Detail("d");
+  console.Error("e");
+  EXPECT_EQ(captured.Stop(), "lumcurl: e\n");
+}
+
+TEST(Console, VerboseShowsDetails) {
+  CaptureStderr captured;
+  Console console(true, false);
+  console.Warn("w");
+  console.Detail("d");
+  EXPECT_EQ(captured.Stop(), "lumcurl: warning: w\nlumcurl: d\n");
+}
+
+TEST(Console, WritesOneLineWhateverTheText) {
+  CaptureStderr captured;
+  Console console(false, false);
+  console.Error("a\nlumcurl: b\x1b[0m");
+  EXPECT_EQ(captured.Stop(), "lumcurl: a\\nlumcurl: b\\x1b[0m\n");
+}
+
+TEST(Console, MasksTheLongestSecretFirst) {
+  CaptureStderr captured;
+  Console console(false, false);
+  console.Mask("token");
+  console.Mask("token-of-alice", "(alice)");
+  console.Mask("");
+  console.Error("token-of-alice, token-of-bob, token");
+  EXPECT_EQ(captured.Stop(), "lumcurl: (alice), ***-of-bob, ***\n");
+}
+
+TEST(Console, LeavesVeryShortSecretsBecauseTheyWouldHideEverything) {
+  CaptureStderr captured;
+  Console console(false, false);
+  console.Mask("e");
+  console.Error("here");
+  EXPECT_EQ(captured.Stop(), "lumcurl: here\n");
+}
+
+TEST(Console, CutsLongLinesWithoutShowingHalfASecret) {
+  CaptureStderr captured;
+  Console console(false, false);
+  const std::string secret(6000, 's');
+  console.Mask(secret);
+  console.Error(std::string(3990, 'x') + secret + std::string(100000, 'y'));
+  const std::string line = captured.Stop();
+  EXPECT_LT(line.size(), 4200u);
+  EXPECT_THAT(line, Not(HasSubstr("sss")));
+  EXPECT_THAT(line, HasSubstr("x***"));
+  EXPECT_THAT(line, HasSubstr("(109990 bytes)"));
+}
+
+TEST(Console, ShowsNoProgressWithoutATerminal) {
+  CaptureStderr captured;
+  EXPECT_FALSE(Console(false, false).ShowsProgress());
+  captured.Stop();
+}
+
+}  // namespace

@@ -1,0 +1,160 @@
+// Every command against every way in which a server can disappoint.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Lumcurl.h"
+#include "support/Files.h"
+#include "wire/Ports.h"
+#include "wire/WireServer.h"
+
+namespace lumtest {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+// A command with what stands before and behind its URL. "@file", "@dir" and "@json" are things that
+// exist. `statusVisible`: the library hands the status back, or its log does.
+struct Command {
+  const char* name;
+  Words before;
+  Words after;
+  bool statusVisible = true;
+};
+
+std::string NameOf(const Command& command) {
+  std::string name;
+  for (const char c : std::string(command.name)) {
+    name += c == '-' ? '_' : c;
+  }
+  return name;
+}
+
+const Command kCommands[] = {
+    {"get", {"get"}, {}},
+    {"post", {"post", "-d", "{}"}, {}},
+    {"token", {"token", "--data-file", "@json"}, {}},
+    {"refresh-token", {"refresh-token", "--data-file", "@json"}, {}},
+    {"report", {"report", "--data-file", "@json"}, {}},
+    {"report-timeout", {"report", "--timeout", "9", "--data-file", "@json"}, {}},
+    {"report-gzip", {"report", "--gzip", "--data-file", "@json"}, {}},
+    {"report-gzip-id", {"report", "--gzip", "--access-id", "a", "--data-file", "@json"}, {}},
+    {"log-address", {"log-address", "--access-id", "a", "--file-name", "f"}, {}, false},
+    {"service-get", {"service-get"}, {}},
+    {"service-post", {"service-post", "-d", "{}"}, {}},
+    {"upload-log", {"upload-log"}, {"@file"}},
+    {"upload-log-signed", {"upload-log", "--sign-key-file", "@file"}, {"@file"}},
+    {"upload-log-own", {"upload-log", "-H", "A: b"}, {"@file"}, false},
+    {"upload-log-timeout", {"upload-log", "--timeout", "9"}, {"@file"}, false},
+    {"upload-video", {"upload-video"}, {"@file"}, false},
+    {"upload-file", {"upload-file"}, {"@file"}},
+    {"upload-dir", {"upload-dir"}, {"@dir"}},
+    {"upload-group", {"upload-group"}, {"@file", "@json"}},
+};
+
+class EveryCommand : public testing::TestWithParam<Command> {
+ protected:
+  EveryCommand() {
+    m_directory.Write("file", "content of the file\n");
+    m_directory.Write("json", R"({"accessId":"robot-7","text":"long enough to be compressed"})");
+    m_directory.MakeDir("dir");
+    m_directory.Write("dir/member", "content of the member\n");
+  }
+
+  ProcessResult Run(const std::string& url, Words more = {}) {
+    Words arguments = GetParam().before;
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    arguments.push_back(url);
+    arguments.insert(arguments.end(), GetParam().after.begin(), GetParam().after.end());
+    for (std::string& word : arguments) {
+      if (word[0] == '@') {
+        word = m_directory.Path(word.substr(1));
+      }
+    }
+    return Lumcurl(arguments);
+  }
+
+  // Expects the exit status, and a message that names command, URL and advice.
+  void ExpectFailure(const ProcessResult& result, const std::string& url, int exitStatus) {
+    EXPECT_EQ(result.exitStatus, exitStatus) << result.Describe();
+    EXPECT_THAT(result.err, HasSubstr("lumcurl: " + GetParam().before[0] + " " + url + ": "));
+    EXPECT_THAT(result.err, HasSubstr("; "));
+  }
+
+  TempDir m_directory;
+};
+
+TEST_P(EveryCommand, EndsWith0WhenDone) {
+  WireServer server;
+  server.Script(JsonReply("{}"));
+  const ProcessResult result = Run(server.Url("/p"), {"-q"});
+  EXPECT_EQ(result.exitStatus, 0) << result.Describe();
+  EXPECT_THAT(result.err, IsEmpty());
+}
+
+TEST_P(EveryCommand, EndsWith4ForA4xx) {
+  WireServer server;
+  server.Script(JsonReply("{}", 404));
+  ExpectFailure(Run(server.Url("/p")), server.Url("/p"), GetParam().statusVisible ? 4 : 1);
+}
+
+TEST_P(EveryCommand, EndsWith5ForA5xx) {
+  WireServer server;
+  server.Script(JsonReply("{}", 503));
+  ExpectFailure(Run(server.Url("/p")), server.Url("/p"), GetParam().statusVisible ? 5 : 1);
+}
+
+TEST_P(EveryCommand, EndsWith6ForARefusedPort) {
+  RefusedPort port;
+  ExpectFailure(Run(port.Url("http", "/p")), port.Url("http", "/p"), 6);
+}
+
+TEST_P(EveryCommand, EndsWith6ForAServerThatClosesEarly) {
+  WireServer server;
+  server.Script(WireReply().Close());
+  ExpectFailure(Run(server.Url("/p")), server.Url("/p"), 6);
+}
+
+TEST_P(EveryCommand, EndsWith6ForAReset) {
+  WireServer server;
+  server.Script(WireReply().Reset());
+  ExpectFailure(Run(server.Url("/p")), server.Url("/p"), 6);
+}
+
+TEST_P(EveryCommand, EndsWith6ForGarbage) {
+  WireServer server;
+  server.Script(WireReply("SSH-2.0-garbage\r\n\r\n").Close());
+  ExpectFailure(Run(server.Url("/p")), server.Url("/p"), 6);
+}
+
+TEST_P(EveryCommand, EndsWith6ForAHostThatHasNoAddress) {
+  // A label this long is refused before any name server is asked.
+  const std::string url = "http://" + std::string(64, 'x') + ".invalid/p";
+  ExpectFailure(Run(url), url, 6);
+}
+
+TEST_P(EveryCommand, EndsWith8WhereNoTlsIs) {
+  WireServer server;
+  server.Script(NoTls());
+  const std::string url = "https://127.0.0.1:" + std::to_string(server.Port()) + "/p";
+  ExpectFailure(Run(url), url, 8);
+}
+
+TEST_P(EveryCommand, LeavesNoArchive) {
+  WireServer server;
+  server.Script(JsonReply("{}")).Script(JsonReply("{}", 500));
+  Run(server.Url("/p"));
+  EXPECT_FALSE(Exists(m_directory.Path("file.tar.gz")));
+  EXPECT_FALSE(Exists(m_directory.Path("dir.tar.gz")));
+  Run(server.Url("/p"));
+  EXPECT_FALSE(Exists(m_directory.Path("file.tar.gz")));
+  EXPECT_EQ(Exists(m_directory.Path("dir.tar.gz")), GetParam().before[0] == "upload-dir");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, EveryCommand, testing::ValuesIn(kCommands),
+                         [](const auto& test) { return NameOf(test.param); });
+
+}  // namespace
+}  // namespace lumtest

@@ -1,0 +1,123 @@
+#include "Lumcurl.h"
+
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <stdexcept>
+#include <utility>
+
+namespace lumtest {
+
+Words LumcurlCommand(const Words& arguments) {
+  Words argv = {LUMCURL};
+  argv.insert(argv.end(), arguments.begin(), arguments.end());
+  return argv;
+}
+
+ProcessOptions LumcurlOptions(ProcessOptions options) {
+  options.environment.insert(options.environment.begin(),
+                             {"no_proxy=*", "NO_PROXY=*", "LUMCURL_TOKEN=", "LUMCURL_KEY_PASS="});
+  return options;
+}
+
+ProcessResult Lumcurl(const Words& arguments, const ProcessOptions& options) {
+  return RunCommand(LumcurlCommand(arguments), LumcurlOptions(options));
+}
+
+OnTerminal::OnTerminal(const Words& argv) {
+  std::vector<char*> words;
+  for (const std::string& word : argv) {
+    words.push_back(const_cast<char*>(word.c_str()));
+  }
+  words.push_back(nullptr);
+  m_pid = forkpty(&m_terminal, nullptr, nullptr, nullptr);
+  if (m_pid < 0) {
+    throw std::runtime_error("forkpty failed");
+  }
+  if (m_pid == 0) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
+      signal(number, SIG_DFL);
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    setenv("no_proxy", "*", 1);
+    execvp(words[0], words.data());
+    _exit(127);
+  }
+}
+
+OnTerminal::~OnTerminal() {
+  if (m_pid > 0) {
+    kill(m_pid, SIGKILL);
+    waitpid(m_pid, nullptr, 0);
+  }
+  close(m_terminal);
+}
+
+// Reads what there is, waiting for it until `until`. False at the end of the program's output.
+bool OnTerminal::Read(std::chrono::steady_clock::time_point until) {
+  pollfd wait = {m_terminal, POLLIN, 0};
+  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+      until - std::chrono::steady_clock::now());
+  if (left.count() <= 0 || poll(&wait, 1, static_cast<int>(left.count())) <= 0) {
+    return false;
+  }
+  std::array<char, 4096> buffer;
+  const ssize_t count = read(m_terminal, buffer.data(), buffer.size());
+  if (count <= 0) {
+    return count < 0 && errno == EINTR;  // EIO: nobody holds the terminal any more
+  }
+  m_shown.append(buffer.data(), static_cast<std::size_t>(count));
+  return true;
+}
+
+bool OnTerminal::WaitFor(const std::string& text, std::chrono::milliseconds deadline) {
+  const auto until = std::chrono::steady_clock::now() + deadline;
+  while (m_shown.find(text) == std::string::npos) {
+    if (!Read(until)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+void OnTerminal::Interrupt() {
+  const char character = '\x03';
+  if (write(m_terminal, &character, 1) != 1) {
+    throw std::runtime_error("cannot type");
+  }
+}
+
+int OnTerminal::Wait(std::chrono::milliseconds deadline) {
+  const auto until = std::chrono::steady_clock::now() + deadline;
+  while (Read(until)) {
+  }
+  if (std::chrono::steady_clock::now() >= until) {
+    return -1;
+  }
+  int status = 0;
+  const pid_t ended = waitpid(m_pid, &status, 0);
+  m_pid = -1;
+  return ended > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+WireReply NoTls() {
+  return WireReply("220 welcome\r\n").At(WireStart::kAccept).Close();
+}
+
+std::string ShellWords(const Words& argv) {
+  std::string text;
+  for (const std::string& word : argv) {
+    text += (text.empty() ? "'" : " '") + word + "'";  // no word of these tests holds a quote
+  }
+  return text;
+}
+
+}  // namespace lumtest

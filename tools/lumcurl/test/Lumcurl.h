@@ -1,0 +1,67 @@
+// Runs the real lumcurl: plainly, or on a terminal.
+
+#ifndef LUM_LUMCURL_TEST_LUMCURL_H
+#define LUM_LUMCURL_TEST_LUMCURL_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "support/Process.h"
+#include "wire/WireReply.h"
+
+namespace lumtest {
+
+using Words = std::vector<std::string>;
+
+// The arguments of a process that runs lumcurl; proxies of the machine take no part.
+Words LumcurlCommand(const Words& arguments);
+ProcessOptions LumcurlOptions(ProcessOptions options = {});
+
+// lumcurl to its end, without a terminal.
+ProcessResult Lumcurl(const Words& arguments, const ProcessOptions& options = {});
+
+// A program on a pseudo-terminal of its own, which is its standard input, output and error. Not
+// for use by two threads.
+class OnTerminal {
+ public:
+  // Starts `argv`. Throws std::runtime_error.
+  explicit OnTerminal(const Words& argv);
+  // Kills it if it still runs.
+  ~OnTerminal();
+  OnTerminal(const OnTerminal&) = delete;
+  OnTerminal& operator=(const OnTerminal&) = delete;
+
+  // Waits until what the terminal shows holds `text`. False when the program ends or `deadline`
+  // passes first.
+  bool WaitFor(const std::string& text,
+               std::chrono::milliseconds deadline = std::chrono::seconds(30));
+
+  // Types the interrupt character.
+  void Interrupt();
+
+  // Waits for the end; the exit status, or -1 when a signal ended it or the deadline passed.
+  int Wait(std::chrono::milliseconds deadline = std::chrono::seconds(60));
+
+  // What was shown so far, with the terminal's "\r\n" line ends.
+  const std::string& Shown() const { return m_shown; }
+
+ private:
+  bool Read(std::chrono::steady_clock::time_point until);
+
+  int m_terminal = -1;
+  pid_t m_pid = -1;
+  std::string m_shown;
+};
+
+// A script for a server that speaks something else than TLS.
+WireReply NoTls();
+
+// "'a' 'b'" for a shell.
+std::string ShellWords(const Words& argv);
+
+}  // namespace lumtest
+
+#endif  // LUM_LUMCURL_TEST_LUMCURL_H

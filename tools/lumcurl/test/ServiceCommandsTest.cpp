@@ -1,0 +1,281 @@
+// token, refresh-token, report, log-address, service-get and service-post.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Lumcurl.h"
+#include "support/Files.h"
+#include "wire/WireServer.h"
+
+namespace lumtest {
+namespace {
+
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+
+class Service : public testing::Test {
+ protected:
+  Service() {
+    m_token = m_directory.Write("token", "t0ken-value\n");
+    m_json = m_directory.Write("json", R"({"a":1,"accessId":"robot-7"})");
+    EXPECT_EQ(RunCommand({"chmod", "600", m_token}).exitStatus, 0);
+  }
+
+  // The first request, once `arguments` have run with the server's URL behind them.
+  WireRequest Sent(Words arguments, int exitStatus = 0) {
+    arguments.push_back(m_server.Url("/p"));
+    m_result = Lumcurl(arguments, m_options);
+    EXPECT_EQ(m_result.exitStatus, exitStatus) << m_result.Describe();
+    return m_server.Request(0);
+  }
+
+  TempDir m_directory;
+  std::string m_token;
+  std::string m_json;
+  WireServer m_server;
+  ProcessOptions m_options;
+  ProcessResult m_result;
+};
+
+const char kStyled[] = "{\n    \"a\": 1,\n    \"accessId\": \"robot-7\"\n}\n";
+
+TEST_F(Service, TokenPostsTheRequestAndPrintsTheAnswer) {
+  m_server.Script(JsonReply(R"({"token":"new"})"));
+  const WireRequest request = Sent({"token", "--data-file", m_json});
+  EXPECT_EQ(request.method, "POST");
+  EXPECT_EQ(request.body, kStyled);
+  EXPECT_EQ(m_result.out, "{\n    \"token\": \"new\"\n}\n");
+  EXPECT_THAT(m_result.err, IsEmpty());
+}
+
+TEST_F(Service, TokenReadsStandardInput) {
+  m_server.Script(JsonReply("{}"));
+  m_options.input = "[1]";
+  EXPECT_EQ(Sent({"token", "--data-file", "-"}).body, "[\n    1\n]\n");
+}
+
+TEST_F(Service, TokenTellsANullAnswerFromAFailure) {
+  m_server.Script(JsonReply("null"));
+  Sent({"token", "--data-file", m_json});
+  EXPECT_EQ(m_result.out, "null\n");
+}
+
+TEST_F(Service, TokenFailsForStatusesBut200AndForWhatIsNotJson) {
+  m_server.Script(StatusReply(204)).Script(StatusReply(200, "<p>"));
+  Sent({"token", "--data-file", m_json}, 1);
+  EXPECT_THAT(m_result.err, HasSubstr("the server answered 204"));
+  Sent({"token", "--data-file", m_json}, 1);
+  EXPECT_THAT(m_result.err, AllOf(HasSubstr("not JSON"), HasSubstr("the reply: <p>")));
+  EXPECT_THAT(m_result.out, IsEmpty());
+}
+
+TEST_F(Service, TokenShowsTheReplyThatRefuses) {
+  m_server.Script(JsonReply("{\"error\":\"no \\u001b[31m user\"}", 401));
+  Sent({"token", "--data-file", m_json}, 4);
+  EXPECT_THAT(m_result.out, IsEmpty());
+  EXPECT_THAT(m_result.err, HasSubstr("the reply: {\"error\":\"no \\u001b[31m user\"}"));
+}
+
+TEST_F(Service, TokenFailsWhenTheAnswerBreaksOff) {
+  m_server.Script(WireReply(WireHead(200, {"Content-Length: 50"}) + "{}").Close());
+  Sent({"token", "--data-file", m_json}, 6);
+  EXPECT_THAT(m_result.out, IsEmpty());
+}
+
+TEST_F(Service, RefreshTokenPutsWithTheToken) {
+  m_server.Script(JsonReply("{}"));
+  const WireRequest request =
+      Sent({"refresh-token", "--token-file", m_token, "--data-file", m_json});
+  EXPECT_EQ(request.method, "PUT");
+  EXPECT_EQ(request.Header("X-Auth-Token"), "t0ken-value");
+  EXPECT_EQ(request.body, kStyled);
+}
+
+TEST_F(Service, TokenComesFromTheEnvironment) {
+  m_server.Script(JsonReply("{}"));
+  m_options.environment = {"LUMCURL_TOKEN=from-environment"};
+  EXPECT_EQ(Sent({"refresh-token", "--data-file", m_json}).Header("X-Auth-Token"),
+            "from-environment");
+}
+
+TEST_F(Service, ReportSendsTheStyledDocument) {
+  m_server.Script(StatusReply(204));
+  const WireRequest request = Sent({"report", "--token-file", m_token, "--data-file", m_json});
+  EXPECT_EQ(request.method, "POST");
+  EXPECT_EQ(request.Header("Content-Type"), "application/json");
+  EXPECT_EQ(request.Header("X-Auth-Token"), "t0ken-value");
+  EXPECT_EQ(request.body, kStyled);
+  EXPECT_THAT(m_result.out, IsEmpty());
+  EXPECT_THAT(m_result.err, IsEmpty());
+}
+
+TEST_F(Service, ReportAddsTheTopic) {
+  m_server.Script(StatusReply(200));
+  EXPECT_THAT(Sent({"report", "--topic", "t 1", "--data-file", m_json}).body,
+              HasSubstr("\"topic_name\": \"t 1\""));
+}
+
+TEST_F(Service, ReportTakesItsTimeLimit) {
+  m_server.Script(WireReply().Stall());
+  Sent({"report", "--timeout", "1", "--data-file", m_json}, 7);
+  EXPECT_THAT(m_result.err, HasSubstr("the limit is 1 s"));
+}
+
+TEST_F(Service, ReportSendsDocumentsThatAreNoObject) {
+  for (const char* document : {"[]", "\"text\"", "null", "12"}) {
+    m_server.Script(StatusReply(200));
+    Words arguments = {"report", "-d", document, m_server.Url()};
+    EXPECT_EQ(Lumcurl(arguments).exitStatus, 0) << document;
+    EXPECT_EQ(m_server.Requests().back().body, std::string(document) + "\n");
+  }
+}
+
+// What gzip makes of the body.
+std::string Unpacked(const std::string& body) {
+  ProcessOptions options;
+  options.input = body;
+  const ProcessResult result = RunCommand({"gzip", "-dc"}, options);
+  EXPECT_TRUE(result.Succeeded()) << result.Describe();
+  return result.out;
+}
+
+TEST_F(Service, GzipReportTakesTheSenderFromTheDocument) {
+  m_server.Script(StatusReply(200));
+  const WireRequest request = Sent({"report", "--gzip", "--data-file", m_json});
+  EXPECT_EQ(request.Header("Content-Encoding"), "gzip");
+  EXPECT_EQ(request.Header("X-ORV-ACCESS-ID"), "robot-7");
+  EXPECT_EQ(Unpacked(request.body), kStyled);
+}
+
+TEST_F(Service, GzipReportTakesTheSenderAndTheTopicFromOptions) {
+  m_server.Script(StatusReply(200));
+  const WireRequest request =
+      Sent({"report", "--gzip", "--access-id", "r8", "--topic", "t", "--data-file", m_json});
+  EXPECT_EQ(request.Header("X-ORV-ACCESS-ID"), "r8");
+  EXPECT_THAT(Unpacked(request.body), HasSubstr("\"topic_name\": \"t\""));
+}
+
+TEST_F(Service, GzipReportTakesATopicBesideTheDocumentsSender) {
+  m_server.Script(StatusReply(200));
+  const WireRequest request = Sent({"report", "--gzip", "--topic", "t", "--data-file", m_json});
+  EXPECT_EQ(request.Header("X-ORV-ACCESS-ID"), "robot-7");
+  EXPECT_THAT(Unpacked(request.body), HasSubstr("\"topic_name\": \"t\""));
+}
+
+TEST_F(Service, GzipReportWarnsOfAMissingSender) {
+  m_server.Script(StatusReply(200));
+  Sent({"report", "--gzip", "-d", R"({"text":"long enough to be compressed"})"});
+  EXPECT_THAT(m_result.err, HasSubstr("warning: the document has no accessId"));
+}
+
+TEST_F(Service, GzipReportExplainsADocumentTooSmall) {
+  const ProcessResult result = Lumcurl({"report", "--gzip", "-d", "[]", m_server.Url()});
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_THAT(result.err, HasSubstr("goes without --gzip"));
+  EXPECT_EQ(m_server.RequestCount(), 0u);
+}
+
+TEST_F(Service, ReportShowsTheReplyThatRefuses) {
+  m_server.Script(StatusReply(503, "come back later")).Script(StatusReply(503, "later still"));
+  Sent({"report", "--gzip", "--data-file", m_json}, 5);
+  EXPECT_THAT(m_result.err, HasSubstr("the reply: come back later\n"));
+  Sent({"report", "--data-file", m_json}, 5);
+  EXPECT_THAT(m_result.err, HasSubstr("the reply: later still\n"));
+}
+
+TEST_F(Service, ReportThatBreaksOffAfterItsStatusIsDoneWithAWarning) {
+  m_server.Script(WireReply(WireHead(200, {"Content-Length: 50"}) + "{}").Close());
+  Sent({"report", "--data-file", m_json});
+  EXPECT_THAT(m_result.err, HasSubstr("warning: "));
+  EXPECT_THAT(m_result.err, HasSubstr("broke after the answer"));
+}
+
+TEST_F(Service, ReportFailsForA201) {
+  m_server.Script(StatusReply(201));
+  Sent({"report", "--data-file", m_json}, 1);
+  EXPECT_THAT(m_result.err, HasSubstr("does not count as done"));
+}
+
+TEST_F(Service, RefusesATokenWithALineBreakBeforeAnythingIsSent) {
+  const std::string token = m_directory.Write("bad", "one\r\nX-Evil: two");
+  for (const Words& command :
+       {Words{"report", "-d", "{}"}, Words{"refresh-token", "--data-file", m_json},
+        Words{"log-address", "--access-id", "a", "--file-name", "f"}}) {
+    Words arguments = command;
+    arguments.insert(arguments.end(), {"--token-file", token, m_server.Url()});
+    const ProcessResult result = Lumcurl(arguments);
+    EXPECT_EQ(result.exitStatus, 2) << result.Describe();
+    EXPECT_THAT(result.err, HasSubstr("line break"));
+    EXPECT_THAT(result.err, Not(HasSubstr("Evil")));
+  }
+  EXPECT_EQ(m_server.Connections().size(), 0u);
+}
+
+TEST_F(Service, SendsEmptyAndVeryLongTokens) {
+  m_server.Script(StatusReply(200)).Script(StatusReply(200));
+  const std::string empty = m_directory.Write("empty", "");
+  const std::string longToken = m_directory.Write("long", std::string(50000, 't'));
+  for (const std::string& file : {empty, longToken}) {
+    EXPECT_EQ(
+        Lumcurl({"report", "-q", "--token-file", file, "-d", "{}", m_server.Url()}).exitStatus, 0);
+  }
+  EXPECT_EQ(m_server.Request(0).HeaderValues("X-Auth-Token"), Words{""});
+  EXPECT_EQ(m_server.Request(1).Header("X-Auth-Token").size(), 50000u);
+}
+
+TEST_F(Service, LogAddressAsksWithItsQuery) {
+  m_server.Script(JsonReply(R"({"url":"http://h/o"})"));
+  const WireRequest request = Sent(
+      {"log-address", "--access-id", "a1", "--file-name", "x%20y.log", "--token-file", m_token});
+  EXPECT_EQ(request.method, "GET");
+  EXPECT_EQ(request.target, "/p?access_id=a1&file_name=x%20y.log");
+  EXPECT_EQ(request.Header("X-Auth-Token"), "t0ken-value");
+  EXPECT_EQ(m_result.out, "{\n    \"url\": \"http://h/o\"\n}\n");
+}
+
+TEST_F(Service, ServiceGetSendsNothingButTheLinesGiven) {
+  m_server.Script(JsonReply("[]"));
+  const WireRequest request = Sent({"service-get", "-H", "B: 2", "-H", "A: 1", "-H", "Empty: "});
+  EXPECT_THAT(request.headerLines,
+              ElementsAre(StartsWith("Host: "), "Accept: */*", "B: 2", "A: 1", "Empty:"));
+  EXPECT_EQ(m_result.out, "[]\n");
+}
+
+TEST_F(Service, ServicePostSendsTheBodyAsItStands) {
+  m_server.Script(JsonReply("[]"));
+  const WireRequest request = Sent({"service-post", "-d", "{ }", "-H", "Content-Type: x/y"});
+  EXPECT_EQ(request.method, "POST");
+  EXPECT_EQ(request.body, "{ }");
+  EXPECT_EQ(request.Header("Content-Type"), "x/y");
+}
+
+TEST_F(Service, ServiceGetFailsForA204) {
+  m_server.Script(StatusReply(204));
+  Sent({"service-get"}, 1);
+  EXPECT_THAT(m_result.err, HasSubstr("the server answered 204"));
+}
+
+TEST_F(Service, LeavesByTheInterfaceAskedFor) {
+  m_server.Script(JsonReply("{}"));
+  Sent({"service-get", "--interface", "lo"});
+  Words arguments = {"service-get", "--interface", "none9", m_server.Url()};
+  const ProcessResult result = Lumcurl(arguments);
+  EXPECT_EQ(result.exitStatus, 6);
+  EXPECT_THAT(result.err, AllOf(HasSubstr("none9"), HasSubstr("ip link")));
+}
+
+TEST_F(Service, WarnsOfAMacThatNoInterfaceHas) {
+  m_server.Script(JsonReply("{}"));
+  Sent({"service-get", "--mac", "02:00:5e:10:00:01"});
+  EXPECT_EQ(m_result.err,
+            "lumcurl: warning: no interface has the address given with --mac: the system chose "
+            "one\n");
+}
+
+}  // namespace
+}  // namespace lumtest

@@ -1,0 +1,304 @@
+// upload-log, upload-video, upload-file, upload-dir and upload-group.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <sstream>
+
+#include "Lumcurl.h"
+#include "support/Files.h"
+#include "wire/Digest.h"
+#include "wire/WireServer.h"
+
+namespace lumtest {
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+using testing::UnorderedElementsAre;
+
+class Upload : public testing::Test {
+ protected:
+  Upload() : m_file(m_directory.Write("a.log", "content of a\n")) {
+    m_key = Secret("key", "secret-key\n");
+  }
+
+  std::string Secret(const std::string& name, const std::string& content) {
+    const std::string path = m_directory.Write(name, content);
+    chmod(path.c_str(), 0600);
+    return path;
+  }
+
+  WireRequest Sent(const Words& arguments, int exitStatus = 0) {
+    m_result = Lumcurl(arguments);
+    EXPECT_EQ(m_result.exitStatus, exitStatus) << m_result.Describe();
+    return m_server.Requests().back();
+  }
+
+  // The header lines that are not libcurl's own.
+  static Words OwnLines(const WireRequest& request) {
+    Words lines;
+    for (const std::string& line : request.headerLines) {
+      if (line.rfind("Host:", 0) != 0 && line.rfind("Accept:", 0) != 0 &&
+          line.rfind("Content-Length:", 0) != 0 && line.rfind("Expect:", 0) != 0) {
+        lines.push_back(line);
+      }
+    }
+    return lines;
+  }
+
+  // The names that GNU tar finds in an archive.
+  Words Members(const std::string& archive) {
+    ProcessOptions options;
+    options.input = archive;
+    const ProcessResult result = RunCommand({"tar", "-tzf", "-"}, options);
+    EXPECT_TRUE(result.Succeeded()) << result.Describe();
+    Words names;
+    std::istringstream lines(result.out);
+    for (std::string line; std::getline(lines, line);) {
+      names.push_back(line);
+    }
+    return names;
+  }
+
+  TempDir m_directory;
+  std::string m_file;
+  std::string m_key;
+  WireServer m_server;
+  ProcessResult m_result;
+};
+
+TEST_F(Upload, LogHasADefaultContentType) {
+  m_server.Script(StatusReply(200, "stored"));
+  const WireRequest request = Sent({"upload-log", m_server.Url("/o/a"), m_file});
+  EXPECT_EQ(request.method, "PUT");
+  EXPECT_EQ(request.target, "/o/a");
+  EXPECT_THAT(OwnLines(request), ElementsAre("Content-Type: application/zip"));
+  EXPECT_EQ(request.body, "content of a\n");
+  EXPECT_EQ(m_result.out, "stored");  // the library's doing
+  EXPECT_THAT(m_result.err, IsEmpty());
+}
+
+TEST_F(Upload, LogTakesATimeLimit) {
+  m_server.Script(WireReply().Stall());
+  Sent({"upload-log", "--timeout", "1", m_server.Url(), m_file}, 7);
+  EXPECT_THAT(m_result.err, HasSubstr("the limit is 1 s"));
+  m_server.Script(StatusReply(200));
+  EXPECT_THAT(OwnLines(Sent({"upload-log", "--timeout", "0", m_server.Url(), m_file})),
+              ElementsAre("Content-Type: application/zip"));
+}
+
+TEST_F(Upload, LogTakesHeaderLines) {
+  m_server.Script(StatusReply(200));
+  EXPECT_THAT(OwnLines(Sent({"upload-log", "-H", "B: 2", "-H", "A: 1", m_server.Url(), m_file})),
+              ElementsAre("B: 2", "A: 1"));
+}
+
+TEST_F(Upload, LogIsSigned) {
+  m_server.Script(StatusReply(200));
+  const Words lines =
+      OwnLines(Sent({"upload-log", "--sign-key-file", m_key, "--date",
+                     "Sun, 06 Nov 1994 08:49:37 GMT", m_server.Url("/objects/a.zip"), m_file}));
+  // The value that openssl computes, see SigningTest.
+  EXPECT_THAT(lines, ElementsAre("Authorization: LUM oRhQvr3t9sm7LOKNNEhnLFYqUi8=",
+                                 "Date: Sun, 06 Nov 1994 08:49:37 GMT"));
+}
+
+TEST_F(Upload, LogIsSignedWithTodaysDate) {
+  m_server.Script(StatusReply(200));
+  const WireRequest request =
+      Sent({"upload-log", "--sign-key-file", m_key, m_server.Url(), m_file});
+  EXPECT_THAT(request.Header("Authorization"), StartsWith("LUM "));
+  EXPECT_THAT(request.Header("Date"),
+              testing::ContainsRegex("^[A-Z][a-z]{2}, [0-9]{2} [A-Z][a-z]{2} 20[0-9]{2} "
+                                     "[0-9]{2}:[0-9]{2}:[0-9]{2} GMT$"));
+  EXPECT_FALSE(request.HasHeader("Content-Type"));
+}
+
+TEST_F(Upload, LogTakesAReadyMadeSignature) {
+  m_server.Script(StatusReply(200));
+  EXPECT_THAT(
+      OwnLines(Sent({"upload-log", "--authorisation-file", Secret("auth", "AWS a:b\n"), "--date",
+                     "today", "--security-token-file", Secret("sec", "sec-token\n"), m_server.Url(),
+                     m_file})),
+      ElementsAre("Authorization: AWS a:b", "Date: today", "x-zun-security-token: sec-token"));
+}
+
+TEST_F(Upload, RefusesSignaturesWithLineBreaksAndEmptyOnes) {
+  for (const std::string& content : {std::string("a\nb: c"), std::string()}) {
+    const ProcessResult result =
+        Lumcurl({"upload-log", "--authorisation-file", Secret("auth", content), "--date", "today",
+                 m_server.Url(), m_file});
+    EXPECT_EQ(result.exitStatus, 2) << result.Describe();
+  }
+  EXPECT_EQ(
+      Lumcurl({"upload-log", "--sign-key-file", Secret("empty", "\n"), m_server.Url(), m_file})
+          .exitStatus,
+      2);
+  EXPECT_EQ(m_server.Connections().size(), 0u);
+}
+
+TEST_F(Upload, ShowsTheReplyThatRefusesOnStandardOutput) {
+  m_server.Script(StatusReply(403, "signature wanted"));
+  Sent({"upload-log", m_server.Url("/p"), m_file}, 4);
+  EXPECT_EQ(m_result.out, "signature wanted");
+  EXPECT_THAT(m_result.err, HasSubstr("the server answered 403"));
+}
+
+TEST_F(Upload, SaysThatAStatusIsNotVisible) {
+  m_server.Script(StatusReply(403, "no"));
+  Sent({"upload-video", m_server.Url("/p"), m_file}, 1);
+  EXPECT_THAT(m_result.err, HasSubstr("its status is not visible"));
+}
+
+TEST_F(Upload, FailsForA201) {
+  m_server.Script(StatusReply(201));
+  Sent({"upload-log", m_server.Url(), m_file}, 1);
+  EXPECT_THAT(m_result.err, HasSubstr("201"));
+}
+
+TEST_F(Upload, VideoHasItsContentType) {
+  m_server.Script(StatusReply(200));
+  EXPECT_THAT(OwnLines(Sent({"upload-video", m_server.Url(), m_file})),
+              ElementsAre("Content-Type: video/mp4"));
+}
+
+TEST_F(Upload, SendsLargeAndEmptyFiles) {
+  const std::string large = m_directory.Path("large");
+  MakeSparseFile(large, 50'000'000);
+  m_server.Script(StatusReply(200)).Script(StatusReply(200));
+  const WireRequest request = Sent({"upload-video", m_server.Url(), large});
+  EXPECT_EQ(request.bodyBytes, 50'000'000u);
+  EXPECT_EQ(Sent({"upload-video", m_server.Url(), m_directory.Write("empty", "")}).bodyBytes, 0u);
+}
+
+TEST_F(Upload, TakesARateLimitWithASuffix) {
+  m_server.Script(StatusReply(200));
+  Sent({"upload-video", "--limit-rate", "500K", m_server.Url(), m_file});
+}
+
+TEST_F(Upload, NamesWhatCannotBeSent) {
+  const std::string fifo = m_directory.Path("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const std::string none = m_directory.Path("none");
+  for (const std::string& path :
+       {none, m_directory.Path(), fifo, std::string("/dev/zero"), std::string()}) {
+    for (const char* command : {"upload-log", "upload-video", "upload-file", "upload-group"}) {
+      const ProcessResult result = Lumcurl({command, m_server.Url(), path});
+      EXPECT_EQ(result.exitStatus, 9) << command << " " << result.Describe();
+      EXPECT_THAT(result.err, HasSubstr("'" + path + "'"));
+    }
+  }
+  for (const std::string& path : {none, m_file}) {
+    const ProcessResult result = Lumcurl({"upload-dir", m_server.Url(), path});
+    EXPECT_EQ(result.exitStatus, 9) << result.Describe();
+    EXPECT_THAT(result.err, HasSubstr("'" + path + "'"));
+  }
+  EXPECT_EQ(m_server.Connections().size(), 0u);
+}
+
+TEST_F(Upload, PinsTheHostToAnAddress) {
+  m_server.Script(StatusReply(200));
+  const WireRequest request = Sent({"upload-log", "--pin-ip", "127.0.0.1",
+                                    m_server.UrlWithHost("storage.invalid", "/p"), m_file});
+  EXPECT_THAT(request.Header("Host"), StartsWith("storage.invalid:"));
+}
+
+TEST_F(Upload, FilePacksBesideTheFile) {
+  m_server.Script(StatusReply(200));
+  const WireRequest request = Sent({"upload-file", m_server.Url(), m_file});
+  EXPECT_THAT(Members(request.body), ElementsAre("a.log"));
+  EXPECT_THAT(OwnLines(request), ElementsAre("Content-Type: application/zip"));
+  EXPECT_TRUE(Exists(m_file));
+  EXPECT_FALSE(Exists(m_file + ".tar.gz"));
+}
+
+TEST_F(Upload, FileIsSigned) {
+  m_server.Script(StatusReply(200));
+  EXPECT_THAT(Sent({"upload-file", "--sign-key-file", m_key, m_server.Url(), m_file})
+                  .Header("Authorization"),
+              StartsWith("LUM "));
+}
+
+TEST_F(Upload, FileFailsWithItsUploadThoughTheArchiveIsGone) {
+  m_server.Script(StatusReply(503));
+  Sent({"upload-file", m_server.Url(), m_file}, 5);
+  EXPECT_FALSE(Exists(m_file + ".tar.gz"));
+}
+
+TEST_F(Upload, DirectoryKeepsItsArchiveWhenTheUploadFails) {
+  const std::string directory = m_directory.MakeDir("logs");
+  WriteFile(directory + "/b.log", "b");
+  m_server.Script(StatusReply(503)).Script(StatusReply(200));
+  Sent({"upload-dir", m_server.Url(), directory}, 5);
+  EXPECT_TRUE(Exists(directory + ".tar.gz"));
+  EXPECT_THAT(m_result.err, AllOf(HasSubstr("the archive is kept"), HasSubstr("upload-log"),
+                                  HasSubstr(directory + ".tar.gz")));
+  const WireRequest request = Sent({"upload-dir", "--overwrite", m_server.Url(), directory});
+  EXPECT_THAT(Members(request.body), UnorderedElementsAre("logs/", "logs/b.log"));
+  EXPECT_FALSE(Exists(directory + ".tar.gz"));
+}
+
+TEST_F(Upload, DirectoryWithASlashIsPackedToo) {
+  const std::string directory = m_directory.MakeDir("logs");
+  WriteFile(directory + "/b.log", "b");
+  m_server.Script(StatusReply(200));
+  EXPECT_THAT(Members(Sent({"upload-dir", m_server.Url(), directory + "/"}).body),
+              UnorderedElementsAre("logs/", "logs/b.log"));
+  EXPECT_FALSE(Exists(directory + "/.tar.gz"));
+}
+
+TEST_F(Upload, DoesNotReplaceAFileThatHasTheArchivesName) {
+  WriteFile(m_file + ".tar.gz", "precious");
+  const ProcessResult result = Lumcurl({"upload-file", m_server.Url(), m_file});
+  EXPECT_EQ(result.exitStatus, 9);
+  EXPECT_THAT(result.err, AllOf(HasSubstr(m_file + ".tar.gz"), HasSubstr("--overwrite")));
+  EXPECT_EQ(ReadFile(m_file + ".tar.gz"), "precious");
+  EXPECT_EQ(m_server.Connections().size(), 0u);
+}
+
+TEST_F(Upload, GroupPacksSeveralFiles) {
+  const std::string other = m_directory.MakeDir("other") + "/b.log";
+  WriteFile(other, "b");
+  TempDir temporary;
+  ProcessOptions options;
+  options.environment = {"TMPDIR=" + temporary.Path()};
+  m_server.Script(StatusReply(200));
+  const ProcessResult result = Lumcurl({"upload-group", m_server.Url(), m_file, other}, options);
+  EXPECT_EQ(result.exitStatus, 0) << result.Describe();
+  EXPECT_THAT(Members(m_server.Request(0).body), UnorderedElementsAre("a.log", "b.log"));
+  EXPECT_EQ(RunCommand({"ls", "-A", temporary.Path()}).out, "");
+}
+
+TEST_F(Upload, GroupMakesItsArchiveWhereAsked) {
+  m_server.Script(WireReply()
+                      .Call([this] { EXPECT_TRUE(Exists(m_directory.Path("base.tar.gz"))); })
+                      .Send(WireAnswer(200)));
+  Sent({"upload-group", "--archive", m_directory.Path("base"), m_server.Url(), m_file});
+  EXPECT_FALSE(Exists(m_directory.Path("base.tar.gz")));
+}
+
+TEST_F(Upload, GroupNamesAnArchiveThatCannotBeMade) {
+  const std::string twin = m_directory.MakeDir("other") + "/a.log";
+  WriteFile(twin, "b");
+  const ProcessResult twins = Lumcurl({"upload-group", m_server.Url(), m_file, twin});
+  EXPECT_EQ(twins.exitStatus, 9);
+  EXPECT_THAT(twins.err, HasSubstr("no two files have one name"));
+  const ProcessResult nowhere =
+      Lumcurl({"upload-group", "--archive", m_directory.Path("none/base"), m_server.Url(), m_file});
+  EXPECT_EQ(nowhere.exitStatus, 9);
+  EXPECT_THAT(nowhere.err, HasSubstr(m_directory.Path("none/base.tar.gz")));
+  EXPECT_EQ(m_server.Connections().size(), 0u);
+}
+
+TEST_F(Upload, GroupRefusesANameWithALineBreak) {
+  EXPECT_EQ(Lumcurl({"upload-group", m_server.Url(), m_file + "\n" + m_file}).exitStatus, 2);
+}
+
+}  // namespace
+}  // namespace lumtest

@@ -1,0 +1,136 @@
+// The whole road against lumbackend.
+
+#include <LumJson.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "Lumcurl.h"
+#include "support/Files.h"
+
+namespace lumtest {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class WithBackend : public testing::Test {
+ protected:
+  WithBackend()
+      : m_key(Secret("key", "storage-key\n")), m_login(Secret("login", R"({"user":"u"})")) {
+    mkdir(m_directory.Path("root").c_str(), 0700);
+    m_backend = std::make_unique<SpawnedProcess>(
+        Words{LUMBACKEND, "--root", m_directory.Path("root"), "--port", "0", "--tls-port", "0",
+              "--sign-key-file", m_key});
+    Words groups;
+    EXPECT_TRUE(m_backend->WaitForLine("^http (\\S+)$", &groups)) << m_backend->Err();
+    m_plain = "http://" + groups.at(1);
+    EXPECT_TRUE(m_backend->WaitForLine("^https (\\S+)$", &groups)) << m_backend->Err();
+    m_tls = groups.at(1);
+  }
+
+  std::string Secret(const std::string& name, const std::string& content) {
+    const std::string path = m_directory.Write(name, content);
+    chmod(path.c_str(), 0600);
+    return path;
+  }
+
+  std::string Root(const std::string& name) { return m_directory.Path("root/" + name); }
+
+  // The member of the document that a command prints.
+  std::string Printed(const Words& arguments, const std::string& member) {
+    const ProcessResult result = Lumcurl(arguments);
+    EXPECT_EQ(result.exitStatus, 0) << result.Describe();
+    LumJson::Value document;
+    EXPECT_TRUE(document.Parse(result.out)) << result.out;
+    return document[member].JsonValueToString();
+  }
+
+  TempDir m_directory;
+  std::string m_key;
+  std::string m_login;
+  std::unique_ptr<SpawnedProcess> m_backend;
+  std::string m_plain;
+  std::string m_tls;
+};
+
+TEST_F(WithBackend, ReportsWithATokenAndWithoutOne) {
+  const std::string first = Printed({"token", "--data-file", m_login, m_plain + "/token"}, "token");
+  const std::string token =
+      Secret("token", Printed({"refresh-token", "--token-file", Secret("first", first),
+                               "--data-file", m_login, m_plain + "/token"},
+                              "token"));
+  EXPECT_EQ(Lumcurl({"report", "--token-file", token, "--topic", "t", "-d", R"({"n":1})",
+                     m_plain + "/report"})
+                .exitStatus,
+            0);
+  EXPECT_EQ(Lumcurl({"report", "--gzip", "--access-id", "r7", "--token-file", token, "-d",
+                     R"({"n":2,"text":"long enough"})", "https://" + m_tls + "/report"})
+                .exitStatus,
+            0);
+  EXPECT_EQ(ReadFile(Root("reports.jsonl")),
+            "{\"n\":1,\"topic_name\":\"t\"}\n{\"n\":2,\"text\":\"long enough\"}\n");
+  const ProcessResult refused = Lumcurl({"report", "-d", "{}", m_plain + "/report"});
+  EXPECT_EQ(refused.exitStatus, 4);
+  EXPECT_THAT(refused.err, HasSubstr("check the token"));
+}
+
+TEST_F(WithBackend, UploadsSignedToTheAddressItIsTold) {
+  const std::string token =
+      Secret("token", Printed({"token", "--data-file", m_login, m_plain + "/token"}, "token"));
+  const ProcessResult address = Lumcurl({"log-address", "--access-id", "r7", "--file-name", "a.log",
+                                         "--token-file", token, m_plain + "/log-address"});
+  EXPECT_EQ(address.exitStatus, 0) << address.Describe();
+  EXPECT_THAT(address.out, HasSubstr("/objects/"));
+
+  const std::string file = m_directory.Write("a.log", "content of a\n");
+  const std::string url = m_plain + "/objects/logs/a%20b.log";
+  const ProcessResult upload = Lumcurl({"upload-log", "--sign-key-file", m_key, url, file});
+  EXPECT_EQ(upload.exitStatus, 0) << upload.Describe();
+  EXPECT_EQ(ReadFile(Root("objects/logs/a b.log")), "content of a\n");
+
+  const ProcessResult wrong =
+      Lumcurl({"upload-log", "--sign-key-file", Secret("wrong", "another-key"), url, file});
+  EXPECT_EQ(wrong.exitStatus, 4);
+  EXPECT_THAT(wrong.out, HasSubstr("signature does not match"));
+}
+
+TEST_F(WithBackend, UploadsArchives) {
+  const std::string directory = m_directory.MakeDir("logs");
+  WriteFile(directory + "/a.log", "content of a\n");
+  const std::string base = m_plain + "/objects/";
+  EXPECT_EQ(Lumcurl({"upload-dir", "--sign-key-file", m_key, base + "d", directory}).exitStatus, 0);
+  EXPECT_EQ(Lumcurl({"upload-file", "--sign-key-file", m_key, base + "f", directory + "/a.log"})
+                .exitStatus,
+            0);
+  EXPECT_EQ(
+      Lumcurl({"upload-group", "--sign-key-file", m_key, base + "g", directory + "/a.log", m_login})
+          .exitStatus,
+      0);
+  EXPECT_EQ(RunCommand({"tar", "-xzOf", Root("objects/d"), "logs/a.log"}).out, "content of a\n");
+  EXPECT_EQ(RunCommand({"tar", "-xzOf", Root("objects/f"), "a.log"}).out, "content of a\n");
+  EXPECT_EQ(RunCommand({"tar", "-tzf", Root("objects/g")}).out, "a.log\nlogin\n");
+}
+
+TEST_F(WithBackend, DownloadsAndEchoes) {
+  WriteFile(Root("files/map"), "a map");
+  const std::string path = m_directory.Path("downloaded");
+  EXPECT_EQ(Lumcurl({"download", m_plain + "/files/map", path}).exitStatus, 0);
+  EXPECT_EQ(ReadFile(path), "a map");
+  EXPECT_EQ(Printed({"post", "-d", "[7]", m_plain + "/echo"}, "body"), "[7]");
+}
+
+TEST_F(WithBackend, ReadsANamespace) {
+  mkdir(Root("configs/robot").c_str(), 0700);
+  mkdir(Root("configs/robot/default").c_str(), 0700);
+  WriteFile(Root("configs/robot/default/application.properties"), "db.url = a b\nn=2\n");
+  const ProcessResult env = Lumcurl({"apollo", "--env-file", m_tls, "robot", "application"});
+  EXPECT_EQ(env.out, "db_url='a b'\nn='2'\n");
+  EXPECT_THAT(env.err, IsEmpty());
+  EXPECT_EQ(Lumcurl({"apollo", "--cluster", "c", "--key", "n", m_tls, "robot", "application"}).out,
+            "2\n");
+  EXPECT_EQ(Lumcurl({"apollo", m_tls, "robot", "none"}).exitStatus, 4);
+}
+
+}  // namespace
+}  // namespace lumtest
