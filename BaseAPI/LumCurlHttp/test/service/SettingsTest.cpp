@@ -88,6 +88,7 @@ TEST_F(SettingsTest, DestructionTakesThePrivatePointerAway) {
   recorder.onGlobalCleanup = [&cleared, other] { cleared = other->d_pointer == nullptr; };
 
   other->~LumCurlOrvOps();
+  recorder.onGlobalCleanup = nullptr;
 
   EXPECT_TRUE(cleared);
 }
