@@ -75,6 +75,19 @@ class ElementRange {
 // One JSON value: null, a boolean, a number, a string, an array or an object. It owns everything
 // in it: copies are deep, moves cost a few instructions and leave null behind.
 //
+//   LumJson::Value report;
+//   report["id"] = 17;
+//   report["errors"].Append("no route");
+//   std::string text = report.ToStyledString();
+//
+//   LumJson::Value reply;
+//   if (reply.Parse(text)) {
+//     const LumJson::Value& read = reply;  // looking up in a constant adds nothing
+//     for (const LumJson::Value& error : read["errors"].Elements()) {
+//       std::puts(error.AsString("?").c_str());
+//     }
+//   }
+//
 // Distinct values may be used by distinct threads at once, and one value may be read by several
 // threads as long as none changes it; the non-constant operator[] counts as a change.
 //
@@ -129,6 +142,9 @@ class LUM_JSON_API Value {
   static Value Array() noexcept;
   static Value Object() noexcept;
 
+  // A copy shares nothing with its original and takes one allocation for each array, object and
+  // text of more than detail::Rep::kMaxShortText bytes. A part may be assigned to its whole and a
+  // whole to its part.
   Value(const Value& other);
   Value(Value&& other) noexcept : rep_(other.rep_) { other.rep_ = detail::Rep(); }
   Value& operator=(const Value& other);
@@ -202,7 +218,7 @@ class LUM_JSON_API Value {
   const char* StringData() const noexcept;
   std::size_t StringSize() const noexcept;
 
-  // The number of elements or members; 0 when it is neither array nor object.
+  // The number of elements or members; 0 when *this is neither array nor object.
   std::size_t Size() const noexcept;
   bool Empty() const noexcept { return Size() == 0; }
 
@@ -296,7 +312,7 @@ class LUM_JSON_API Member {
   Value item_;
 };
 
-// Goes through the members of one object.
+// Goes through the members of one object, forwards. It ends when a member is added or removed.
 template <typename M>
 class MemberIterator {
  public:
