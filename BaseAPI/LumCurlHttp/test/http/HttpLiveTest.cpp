@@ -94,7 +94,7 @@ TEST_F(HttpLive, TheCallersHeaderTakesThePlaceOfTheJsonOnes) {
   EXPECT_THAT(log.Messages(3), ElementsAre("curl set headers, headers length=18"));
 }
 
-TEST_F(HttpLive, DISABLED_TheCallersHeaderIsSentEvenWhenItsValueIsEmpty) {
+TEST_F(HttpLive, TheCallersHeaderIsSentEvenWhenItsValueIsEmpty) {
   WireServer server;
   server.Script(JsonReply("{}"));
   client.SetHeaders("X-Trace: ");
