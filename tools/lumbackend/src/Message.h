@@ -29,7 +29,6 @@ struct Call {
   bool chunked = false;              // the body comes in chunks
   std::optional<std::uint64_t> contentLength;
 
-  std::string peer;       // address of the client
   std::string authority;  // host and port under which the client reached the back end
   bool tls = false;
   std::string clientSubject;  // of the client's certificate, or ""

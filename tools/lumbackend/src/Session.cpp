@@ -126,7 +126,6 @@ void Session::Prepare(httplib::Request& request) {
   m_headRead = true;
   m_problem = ParseHead(m_connection.TakeHead(), m_call);
   m_bodyLeft = m_problem.empty() ? m_call.HasBody() : true;
-  m_call.peer = request.remote_addr;
   m_call.authority = m_connection.LocalAuthority();
   m_call.tls = m_connection.IsTls();
   m_call.clientSubject = m_connection.Subject();

@@ -300,7 +300,7 @@ TEST(LiveRoutes, ObjectsArePutAndRead) {
   BackendProcess backend;
   const TempDir temp;
   std::string content;
-  for (int i = 0; i < 2'000'000; ++i) {
+  for (unsigned i = 0; i < 2'000'000; ++i) {
     content += static_cast<char>(i * i >> 7);
   }
   const std::string file = temp.Write("file", content);
