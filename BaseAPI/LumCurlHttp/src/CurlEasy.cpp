@@ -3,6 +3,7 @@
 #include "CurlEasy.h"
 
 #include <cstdint>
+#include <cstring>
 
 void AppendLine(HeaderList& list, const char* line) {
   curl_slist* longer = curl_slist_append(list.get(), line);
@@ -11,6 +12,16 @@ void AppendLine(HeaderList& list, const char* line) {
   }
   list.release();  // `longer` is the same list, or its first node
   list.reset(longer);
+}
+
+void KeepEmptyValues(const HeaderList& list) {
+  for (curl_slist* node = list.get(); node != nullptr; node = node->next) {
+    char* colon = std::strchr(node->data, ':');
+    if (colon != nullptr && std::strcmp(colon, ": ") == 0) {
+      colon[0] = ';';
+      colon[1] = '\0';
+    }
+  }
 }
 
 HeaderList JsonHeaderLines() {

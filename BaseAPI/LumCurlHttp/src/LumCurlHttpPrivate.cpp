@@ -44,6 +44,7 @@ HttpResult LumCurlHttpPrivate::Get(const std::string& url, const std::string& /*
 
   SetOption(handle, CURLOPT_USERAGENT, m_userAgent.c_str());
   SetOption(handle, CURLOPT_HTTPHEADER, headers.get());
+  KeepEmptyValues(headers);
   SetOption(handle, CURLOPT_URL, url.c_str());
   SetOption(handle, CURLOPT_HTTPGET, 1L);
   SetResultOptions(handle, result, errorBuffer, useSsl);
@@ -79,6 +80,7 @@ HttpResult LumCurlHttpPrivate::Post(const std::string& url, const std::string& b
 
   SetOption(handle, CURLOPT_USERAGENT, m_userAgent.c_str());
   SetOption(handle, CURLOPT_HTTPHEADER, headers.get());
+  KeepEmptyValues(headers);
   SetOption(handle, CURLOPT_URL, url.c_str());
   SetOption(handle, CURLOPT_POST, 1L);
   SetOption(handle, CURLOPT_POSTFIELDS, body.c_str());  // sent from the caller's text, not copied
@@ -131,6 +133,12 @@ void LumCurlHttpPrivate::SetSslOptions(const EasyHandle& handle, bool useSsl) {
     SetOption(handle, CURLOPT_SSL_VERIFYHOST, 0L);
     return;
   }
+  // A pass phrase serves one request: once libcurl has its copy, or has failed to make one, ours
+  // goes.
+  struct Wipe {
+    KeyPassword& phrase;
+    ~Wipe() { WipeKeyPassword(phrase); }
+  } const wipe{m_keyPassword};
   // The chain is verified against the CA file; the host name is not compared.
   SetOption(handle, CURLOPT_SSL_VERIFYPEER, 1L);
   SetOption(handle, CURLOPT_SSL_VERIFYHOST, 0L);
@@ -140,6 +148,4 @@ void LumCurlHttpPrivate::SetSslOptions(const EasyHandle& handle, bool useSsl) {
   SetOption(handle, CURLOPT_SSLKEYTYPE, "PEM");
   SetOption(handle, CURLOPT_SSLCERTTYPE, "PEM");
   SetKeyPasswordOption(handle, m_keyPassword);
-  // A pass phrase serves one request: libcurl has its copy, ours goes at once.
-  WipeKeyPassword(m_keyPassword);
 }

@@ -36,17 +36,6 @@ curl_off_t SizeFromStart(FILE* stream) {
   return std::fseek(stream, 0, SEEK_SET) == 0 ? size : -1;
 }
 
-// libcurl leaves a line out that has no value, and sends "Name:" for "Name;": so a line that ends
-// behind its colon and blank takes that form. One that ends with the colon alone stays what it is
-// to libcurl, the removal of a header of its own. https://curl.se/libcurl/c/CURLOPT_HTTPHEADER.html
-void KeepEmptyValue(char* line) {
-  char* colon = std::strchr(line, ':');
-  if (colon != nullptr && std::strcmp(colon, ": ") == 0) {
-    colon[0] = ';';
-    colon[1] = '\0';
-  }
-}
-
 bool Contains(const std::string& text, const char* part) {
   return text.find(part) != std::string::npos;
 }
@@ -254,9 +243,7 @@ HeaderList LumCurlOrvOpsPrivate::BuildHeaderList(const EasyHandle& handle,
   }
   if (list) {
     SetOption(handle, CURLOPT_HTTPHEADER, list.get());
-    for (curl_slist* node = list.get(); node != nullptr; node = node->next) {
-      KeepEmptyValue(node->data);
-    }
+    KeepEmptyValues(list);
   }
   return list;
 }
