@@ -10,7 +10,7 @@ void AppendLine(HeaderList& list, const char* line) {
   if (longer == nullptr) {
     throw std::bad_alloc();
   }
-  list.release();  // `longer` is the same list, or its first node
+  (void)list.release();  // `longer` is the same list, or its first node
   list.reset(longer);
 }
 

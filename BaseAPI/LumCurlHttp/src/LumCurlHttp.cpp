@@ -23,10 +23,10 @@ constexpr char kUserAgent[] = "QVcurlHttp/0.1.2";
 constexpr long kDownloadTimeoutSeconds = 60;
 
 // libcurl hands over 16 KiB at a time; stdio's own buffer would write each of them.
-constexpr std::size_t kFileBufferSize = 256 * 1024;
+constexpr std::size_t kFileBufferSize = 262144;
 
 struct FileClose {
-  void operator()(FILE* file) const { std::fclose(file); }
+  void operator()(FILE* file) const { (void)std::fclose(file); }
 };
 using File = std::unique_ptr<FILE, FileClose>;
 
@@ -133,7 +133,7 @@ int LumCurlHttp::DownloadFile(std::string url, std::string path) {
     LUM_LOG(kLogError, "DownloadFile", "fopen failed");
     return kFailed;
   }
-  std::setvbuf(file.get(), buffer.get(), _IOFBF, kFileBufferSize);
+  (void)std::setvbuf(file.get(), buffer.get(), _IOFBF, kFileBufferSize);
   HeaderList headers = JsonHeaderLines();
 
   SetOption(handle, CURLOPT_USERAGENT, &kUserAgent[0]);

@@ -18,7 +18,7 @@ constexpr char kLogPath[] = "BaseAPI/LumCurlHttp/src/LumCurlOrvOpsPrivate";
 constexpr long kUploadConnectTimeoutSeconds = 10;
 
 struct FileClose {
-  void operator()(FILE* file) const { std::fclose(file); }
+  void operator()(FILE* file) const { (void)std::fclose(file); }
 };
 using File = std::unique_ptr<FILE, FileClose>;
 
