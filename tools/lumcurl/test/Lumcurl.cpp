@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -21,8 +22,13 @@ Words LumcurlCommand(const Words& arguments) {
 }
 
 ProcessOptions LumcurlOptions(ProcessOptions options) {
-  options.environment.insert(options.environment.begin(),
-                             {"no_proxy=*", "NO_PROXY=*", "LUMCURL_TOKEN=", "LUMCURL_KEY_PASS="});
+  for (const char* setting : {"no_proxy=*", "NO_PROXY=*", "LUMCURL_TOKEN=", "LUMCURL_KEY_PASS="}) {
+    const std::string name = std::string(setting).substr(0, std::string(setting).find('=') + 1);
+    if (std::none_of(options.environment.begin(), options.environment.end(),
+                     [&name](const std::string& own) { return own.rfind(name, 0) == 0; })) {
+      options.environment.emplace_back(setting);
+    }
+  }
   return options;
 }
 

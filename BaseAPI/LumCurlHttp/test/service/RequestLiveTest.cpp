@@ -263,7 +263,7 @@ TEST_F(RequestLiveTest, ErrorTextOfSixtyFourMegabytesBecomesTheLastErrorWhole) {
   constexpr std::size_t kSize = 64U << 20;
   server.Script(GeneratedReply(kSize, 500));
 
-  EXPECT_EQ(client.ReportData(server.Url(), Json(kDocument), "t", 60, ""), -10000);
+  EXPECT_EQ(client.ReportData(server.Url(), Json(kDocument), "t", 0, ""), -10000);
 
   EXPECT_EQ(client.GetLastErrorBody().size(), kSize);
   EXPECT_EQ(Sha256Hex(client.GetLastErrorBody()), GeneratedSha256(kSize));

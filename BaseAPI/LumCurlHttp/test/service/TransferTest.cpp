@@ -139,6 +139,15 @@ TEST_F(TransferTest, PutWithEverythingSetBindsBehindTls) {
           "curl_easy_cleanup"));
 }
 
+TEST_F(TransferTest, PutSendsZeroBytesToo) {
+  const std::string body("a\0b", 3);
+
+  Engine().Put(kUrl, body, kLines);
+
+  EXPECT_EQ(recorder.Events(), PutEvents(kUrl, 3, kLines));
+  EXPECT_EQ(recorder.Transfers().at(0).body, body);
+}
+
 TEST_F(TransferTest, FailedPutLogsThenReplacesTheBodyThenReleasesTheHandle) {
   recorder.NextPerform(Broken(CURLE_COULDNT_CONNECT, 0, "refused"));
 
@@ -521,7 +530,30 @@ TEST_F(TransferTest, WriteCallbackIsTheOneThatTheTransfersSet) {
             reinterpret_cast<void*>(&WriteToString));
 }
 
-// --- The pass phrase on its way to libcurl ---
+// --- The certificate and its pass phrase on their way to libcurl ---
+
+TEST_F(TransferTest, CertificateWithoutAPassPhraseIsNotOffered) {
+  client.SetSslInfo("/ca.pem", "/client.pem", "/client.key", nullptr, 0);
+  Forget();
+
+  Engine().Get(kUrl, kLines);
+
+  EXPECT_EQ(recorder.Events(), GetEvents(kUrl, kLines));
+}
+
+TEST_F(TransferTest, EmptyPathsAreHandedOnOnceAPassPhraseIsStored) {
+  unsigned char none[] = "";
+  client.SetSslInfo("", "", "", none, 0);
+
+  Engine().Get(kUrl, {});
+
+  const Transfer transfer = recorder.Transfers().at(0);
+  for (const CURLoption option :
+       {CURLOPT_CAINFO, CURLOPT_SSLCERT, CURLOPT_SSLKEY, CURLOPT_KEYPASSWD}) {
+    ASSERT_EQ(transfer.texts.count(option), 1U) << option;
+    EXPECT_EQ(transfer.texts.at(option), "");
+  }
+}
 
 TEST_F(TransferTest, PassPhraseServesEveryRequestAndIsNotWiped) {
   UseCertificate("secret");
