@@ -44,13 +44,18 @@ struct stat Status(const std::string& path) {
 
 }  // namespace
 
-TempDir::TempDir() : m_path(std::filesystem::temp_directory_path().string() + "/lumtest-XXXXXX") {
+TempDir::TempDir()
+    : m_path(std::filesystem::temp_directory_path().string() + "/lumtest-XXXXXX"),
+      m_owner(getpid()) {
   if (mkdtemp(m_path.data()) == nullptr) {
     Fail("make", m_path);
   }
 }
 
 TempDir::~TempDir() {
+  if (m_owner != getpid()) {
+    return;
+  }
   namespace fs = std::filesystem;
   std::error_code error;
   // A test may have locked a directory against its own user.

@@ -3,13 +3,16 @@
 #ifndef LUM_TESTING_SUPPORT_FILES_H
 #define LUM_TESTING_SUPPORT_FILES_H
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string>
 
 namespace lumtest {
 
 // A new directory under $TMPDIR (or /tmp), removed with all that is in it at the end. Its name is
-// unlike any other, so that tests may run side by side. Throws std::runtime_error.
+// unlike any other, so that tests may run side by side. A forked child that leaves by exit() leaves
+// its parent's directories alone. Throws std::runtime_error.
 class TempDir {
  public:
   TempDir();
@@ -31,6 +34,7 @@ class TempDir {
 
  private:
   std::string m_path;
+  pid_t m_owner;
 };
 
 // The content of a file. Throws std::runtime_error naming it.

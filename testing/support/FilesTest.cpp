@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <stdexcept>
 
 namespace lumtest {
@@ -27,6 +29,19 @@ TEST(TempDir, GoesWithAllThatIsInIt) {
   }
   EXPECT_FALSE(Exists(path));
   EXPECT_TRUE(Exists("/"));
+}
+
+TEST(TempDir, IsLeftAloneByAForkedChild) {
+  static const TempDir directory;  // a child runs its destructor on the way out
+  const std::string file = directory.Write("file", "content");
+  const pid_t child = fork();
+  if (child == 0) {
+    std::exit(0);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(ReadFile(file), "content");
 }
 
 TEST(Files, WriteReadAppend) {
