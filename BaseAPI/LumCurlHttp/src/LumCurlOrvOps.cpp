@@ -35,6 +35,14 @@ constexpr char kSecurityToken[] = "x-zun-security-token: ";
 
 using HeaderLines = LumCurlOrvOpsPrivate::HeaderLines;
 
+// A list of its arguments, made in place: an initializer_list would have each line copied.
+template <typename... Line>
+HeaderLines ListOf(Line&&... lines) {
+  HeaderLines list;
+  (list.emplace_back(std::forward<Line>(lines)), ...);
+  return list;
+}
+
 struct Free {
   void operator()(char* buffer) const { std::free(buffer); }
 };
@@ -49,7 +57,7 @@ bool ReportAccepted(int status) {
 int Report(LumCurlOrvOps& client, LumCurlOrvOpsPrivate& engine, const std::string& url,
            LumJson::Value& data, const std::string& token, unsigned int timeout,
            const std::string& topicName) {
-  const HeaderLines lines{kJsonContent, kAuthToken + token};
+  const HeaderLines lines = ListOf(kJsonContent, kAuthToken + token);
   if (!topicName.empty()) {
     data.AddJsonValue("topic_name", topicName);
   }
@@ -230,7 +238,8 @@ int LumCurlOrvOps::ReportDataWithGzip(const std::string& url, const LumJson::Val
   if (d_pointer == nullptr) {
     return kNoPrivate;
   }
-  const HeaderLines lines{kJsonContent, kAuthToken + token, kAccessId + accessId, kGzipEncoding};
+  const HeaderLines lines =
+      ListOf(kJsonContent, kAuthToken + token, kAccessId + accessId, kGzipEncoding);
   const std::string text = data.ToStyledString();
   const int sourceLength = static_cast<int>(text.length());
   const std::size_t capacity = 2 * text.length();
@@ -294,7 +303,7 @@ LumJson::Value LumCurlOrvOps::GetToken(std::string url, LumJson::Value request) 
   if (d_pointer == nullptr) {
     return LumJson::Value("");
   }
-  const HeaderLines lines{kJsonContent};
+  const HeaderLines lines = ListOf(kJsonContent);
   const HttpResult result =
       d_pointer->Post(url, request.ToStyledString(), lines, kJsonTimeoutSeconds);
   LumJson::Value answer;
@@ -312,7 +321,7 @@ LumJson::Value LumCurlOrvOps::RefreshToken(std::string url, LumJson::Value reque
   if (d_pointer == nullptr) {
     return LumJson::Value("");
   }
-  const HeaderLines lines{kJsonContent, kAuthToken + token};
+  const HeaderLines lines = ListOf(kJsonContent, kAuthToken + token);
   const HttpResult result = d_pointer->Put(url, request.ToStyledString(), lines);
   LumJson::Value answer;
   if (result.code == 200) {
@@ -366,7 +375,7 @@ LumJson::Value LumCurlOrvOps::GetLogAddress(std::string url, std::string accessI
   if (d_pointer == nullptr) {
     return LumJson::Value("");
   }
-  const HeaderLines lines{kJsonContent, kAuthToken + authToken};
+  const HeaderLines lines = ListOf(kJsonContent, kAuthToken + authToken);
   const std::string query = url + "?access_id=" + accessId + "&file_name=" + fileName;
   const HttpResult result = d_pointer->Get(query, lines);
   LumJson::Value answer;

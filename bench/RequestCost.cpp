@@ -1,0 +1,234 @@
+// What one request of the product costs beside the same request over libcurl alone: instructions,
+// when valgrind's callgrind runs this program, and allocations.
+//
+//   LumRequestCost PORT [BLOCKS]
+//
+// sends each candidate's requests to a LumBenchServer at PORT, in blocks of a few, all candidates
+// in turn. After each block a line on standard output says which operation and whose it was, how
+// many requests the block holds, and how many allocations they made; callgrind writes a profile of
+// the block alone, named by the same words.
+
+#include <HttpResult.h>
+#include <LumApollo.h>
+#include <LumCurlHttp.h>
+#include <LumCurlOrvOps.h>
+#include <LumFileSys.h>
+#include <valgrind/callgrind.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "Bare.h"
+#include "CurlppRequests.h"
+#include "Interposed.h"
+
+namespace {
+
+constexpr int kRequests = 4;  // in a block
+constexpr int kDefaultBlocks = 5;
+
+struct Candidate {
+  const char* operation;
+  const char* whose;
+  std::function<bool()> run;  // false: not the reply that was expected
+  int repetitions;
+};
+
+// What the server answers; the requests carry it as well.
+std::string Document(const char* url) {
+  return lumbench::BareGet(url).body;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    std::fprintf(stderr, "usage: LumRequestCost PORT [BLOCKS]\n");
+    return 2;
+  }
+  const int blocks = argc > 2 ? std::atoi(argv[2]) : kDefaultBlocks;
+  const std::string authority = std::string("127.0.0.1:") + argv[1];
+  const std::string url = "http://" + authority + "/api/v1/vehicles/17/state";
+  const std::string token = "0123456789abcdef0123456789abcdef";
+  LumCurlHttp::CurlGlobalInit();
+
+  LumCurlHttp general;
+  LumCurlOrvOps service;
+  LumApollo apollo;
+  LumApolloEnv env;
+  env.configServer = authority;
+  env.appId = "vehicles";
+  env.cluster = "default";
+  env.namespaceName = "application";
+  const std::string fetchUrl = "https://" + authority + "/configs/vehicles/default/application";
+
+  const std::string document = Document(url.c_str());
+  const std::list<std::string> headers = {"Content-Type: application/json",
+                                          "X-Auth-Token: " + token};
+  const lumbench::Lines lines = {headers.front().c_str(), headers.back().c_str()};
+  const std::list<std::string> jsonHeaders = {"Content-Type: application/json", "charsets: utf-8"};
+  LumJson::Value request;
+  if (!request.Parse(document)) {
+    std::fprintf(stderr, "LumRequestCost: no document from %s\n", url.c_str());
+    return 1;
+  }
+  const std::string styled = request.ToStyledString();
+  const std::string large = [&] {
+    std::string text = "[";
+    while (text.size() < 65536) {
+      text += document + ",";
+    }
+    return text + "null]";
+  }();
+  LumJson::Value largeValue;
+  largeValue.Parse(large);
+  const std::string largeStyled = largeValue.ToStyledString();
+  std::vector<char> compressed(2 * largeStyled.size());
+
+  int status = 0;
+  const Candidate candidates[] = {
+      {"Get", "libcurl", [&] { return lumbench::BareGet(url.c_str()).status == 200; }, kRequests},
+      {"Get", "library",
+       [&] {
+         general.Get(url, "", false, status);
+         return status == 200;
+       },
+       kRequests},
+      {"Get", "curlpp",
+       [&] {
+         std::string body;
+         return lumbench::CurlppGet(url, jsonHeaders, body) == 200;
+       },
+       kRequests},
+      {"Post", "libcurl", [&] { return lumbench::BarePost(url.c_str(), document).status == 200; },
+       kRequests},
+      {"Post", "library",
+       [&] {
+         general.Post(url, document, false, status);
+         return status == 200;
+       },
+       kRequests},
+      {"Post", "curlpp",
+       [&] {
+         std::string body;
+         return lumbench::CurlppPost(url, document, jsonHeaders, body) == 200;
+       },
+       kRequests},
+      {"service-Get", "libcurl",
+       [&] { return lumbench::BareServiceGet(url.c_str(), lines).status == 200; }, kRequests},
+      {"service-Get", "library",
+       [&] {
+         service.Get(url, headers, status);
+         return status == 200;
+       },
+       kRequests},
+      {"service-Get", "curlpp",
+       [&] {
+         std::string body;
+         return lumbench::CurlppGet(url, headers, body) == 200;
+       },
+       kRequests},
+      {"service-Post", "libcurl",
+       [&] {
+         return lumbench::BareServicePost(url.c_str(), document.c_str(), document.size(), lines)
+                    .status == 200;
+       },
+       kRequests},
+      {"service-Post", "library",
+       [&] {
+         service.Post(url, document, headers, status);
+         return status == 200;
+       },
+       kRequests},
+      {"service-Post", "curlpp",
+       [&] {
+         std::string body;
+         return lumbench::CurlppPost(url, document, headers, body) == 200;
+       },
+       kRequests},
+      // A token is the object of the library's one PUT: it builds the header lines by itself, and
+      // serialises the document that it is given a copy of.
+      {"service-Put", "libcurl",
+       [&] { return lumbench::BareServicePut(url.c_str(), styled, lines).status == 200; },
+       kRequests},
+      {"service-Put", "library",
+       [&] {
+         LumJson::Value answer = service.RefreshToken(url, request, token);
+         return answer["state"].JsonValueToString() == "driving";
+       },
+       kRequests},
+      {"service-Put", "curlpp",
+       [&] {
+         std::string body;
+         return lumbench::CurlppPut(url, styled, headers, body) == 200;
+       },
+       kRequests},
+      {"fetch", "libcurl", [&] { return lumbench::BareFetch(fetchUrl.c_str()).status == 200; },
+       kRequests},
+      {"fetch", "library", [&] { return apollo.GetPropertyString(env).code == 200; }, kRequests},
+      {"fetch", "curlpp",
+       [&] {
+         std::string body;
+         return lumbench::CurlppGet(fetchUrl, jsonHeaders, body) == 200;
+       },
+       kRequests},
+      // Documents: what a JSON request does besides.
+      {"parse-300", "library",
+       [&] {
+         LumJson::Value value;
+         return value.Parse(document);
+       },
+       kRequests},
+      {"copy-300", "library",
+       [&] {
+         const LumJson::Value copy = request;
+         return true;
+       },
+       kRequests},
+      {"style-300", "library", [&] { return request.ToStyledString() == styled; }, kRequests},
+      {"parse-64K", "library",
+       [&] {
+         LumJson::Value value;
+         return value.Parse(large);
+       },
+       1},
+      {"style-64K", "library", [&] { return largeValue.ToStyledString().size() > 65536; }, 1},
+      {"gzip-64K", "library",
+       [&] {
+         return LumCompressAndDeCompress::GzipCompress(
+                    largeStyled.data(), static_cast<int>(largeStyled.size()), compressed.data(),
+                    static_cast<int>(compressed.size())) > 0;
+       },
+       1},
+  };
+
+  // The first block of each, unmeasured, fills caches that are filled once.
+  for (int block = -1; block < blocks; ++block) {
+    for (const Candidate& candidate : candidates) {
+      const std::string name = std::string(candidate.operation) + " " + candidate.whose;
+      bool good = true;
+      CALLGRIND_ZERO_STATS;
+      const std::size_t before = lumbench::Allocations();
+      for (int i = 0; i < candidate.repetitions; ++i) {
+        good = candidate.run() && good;
+      }
+      const std::size_t allocations = lumbench::Allocations() - before;
+      if (block >= 0) {
+        CALLGRIND_DUMP_STATS_AT(name.c_str());
+      }
+      if (!good) {
+        std::fprintf(stderr, "LumRequestCost: %s failed\n", name.c_str());
+        return 1;
+      }
+      if (block >= 0) {
+        std::printf("%s %d %zu\n", name.c_str(), candidate.repetitions, allocations);
+        std::fflush(stdout);
+      }
+    }
+  }
+  return 0;
+}
