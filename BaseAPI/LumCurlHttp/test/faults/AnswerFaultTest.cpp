@@ -1,0 +1,171 @@
+// Answers that are wrong in themselves, and what every operation makes of them. What libcurl says
+// of each is that of version 7.88.
+
+#include "FaultTest.h"
+
+namespace lumtest {
+namespace {
+
+constexpr long kNone = -1;  // no status arrived
+
+struct AnswerFault {
+  const char* name;
+  std::string bytes;  // after which the connection is closed
+  Ending ending;
+};
+
+std::string Times(int count, const std::string& text) {
+  std::string all;
+  all.reserve(count * text.size());
+  for (int i = 0; i < count; ++i) {
+    all += text;
+  }
+  return all;
+}
+
+// The answer with its body, its head ending in these lines.
+std::string Ok(const std::vector<std::string>& lines) {
+  return WireHead(200, lines) + kReply;
+}
+
+std::vector<AnswerFault> AnswerFaults() {
+  const std::string json = kReply;
+  const std::string length = "Content-Length: 13";
+  const std::string chunked = "Transfer-Encoding: chunked";
+  const std::string crLf = "\r\n";
+  const std::string good = Ok({length});
+  return {
+      // --- Lengths
+      {"LengthTooLong",
+       Ok({"Content-Length: 100"}),
+       {18, 200, json, "transfer closed with 87 bytes remaining to read"}},
+      {"LengthTooShort", Ok({"Content-Length: 5"}), {0, 200, "{\"tok"}},
+      {"LengthZero", Ok({"Content-Length: 0"}), {0, 200, ""}},
+      {"LengthNegative",
+       Ok({"Content-Length: -13"}),
+       {8, 200, "", "Invalid Content-Length: value"}},
+      {"LengthNoNumber",
+       Ok({"Content-Length: much"}),
+       {8, 200, "", "Invalid Content-Length: value"}},
+      {"LengthBeyond64Bits", Ok({"Content-Length: 99999999999999999999"}), {0, 200, json}},
+      {"LengthsThatDiffer", Ok({length, "Content-Length: 5"}), {0, 200, "{\"tok"}},
+      {"LengthMissing", Ok({}), {0, 200, json}},
+      // --- Chunks
+      {"ChunkedWithALength",
+       WireHead(200, {"Content-Length: 5", chunked}) + WireChunk(json) + WireChunk(""),
+       {0, 200, json}},
+      {"ChunkSizeNoNumber",
+       WireHead(200, {chunked}) + "size\r\n" + json,
+       {56, 200, "", "Illegal or missing hexadecimal sequence in chunked-encoding"}},
+      {"ChunkSizeBeyond64Bits",
+       WireHead(200, {chunked}) + "FFFFFFFFFFFFFFFFF\r\n" + json,
+       {56, 200, "", "Too long hexadecimal number in chunked-encoding"}},
+      {"ChunkLongerThanItsSize",
+       WireHead(200, {chunked}) + "5\r\n" + json,
+       {56, 200, "{\"tok", "Malformed encoding found in chunked-encoding"}},
+      {"ChunkedWithoutAnEnd",
+       WireHead(200, {chunked}) + WireChunk(json),
+       {18, 200, json, "transfer closed with outstanding read data remaining"}},
+      {"CodingUnknown",
+       Ok({"Transfer-Encoding: braided"}),
+       {61, 200, "", "Unrecognized content encoding type.*"}},
+      // --- Status lines
+      {"ProtocolMisspelt",
+       "HTP/1.1 200 OK\r\n\r\n" + json,
+       {1, kNone, "", "Received HTTP/0.9 when not allowed"}},
+      {"VersionUnknown",
+       "HTTP/9.9 200 OK\r\n\r\n" + json,
+       {1, kNone, "", "Unsupported HTTP version \\(9.9\\) in response"}},
+      {"StatusOfTwoDigits",
+       "HTTP/1.1 20 OK\r\n\r\n" + json,
+       {1, kNone, "", "Unsupported response code in HTTP response"}},
+      {"StatusOfFourDigits",
+       "HTTP/1.1 2000 OK\r\n\r\n" + json,
+       {1, kNone, "", "Unsupported response code in HTTP response"}},
+      {"StatusNoNumber",
+       "HTTP/1.1 two OK\r\n\r\n" + json,
+       {1, kNone, "", "Unsupported HTTP version in response"}},
+      {"StatusNegative",
+       "HTTP/1.1 -20 OK\r\n\r\n" + json,
+       {1, kNone, "", "Unsupported response code in HTTP response"}},
+      {"StatusZero",
+       "HTTP/1.1 000 OK\r\n\r\n" + json,
+       {1, kNone, "", "Unsupported response code in HTTP response"}},
+      {"StatusWithoutAReason", "HTTP/1.1 200\r\n" + length + "\r\n\r\n" + json, {0, 200, json}},
+      {"StatusOf999", "HTTP/1.1 999 OK\r\n" + length + "\r\n\r\n" + json, {0, 999, json}},
+      // --- Header lines
+      {"LineFeedsAlone", "HTTP/1.1 200 OK\n" + length + "\n\n" + json, {0, 200, json}},
+      {"HeaderWithoutAColon",
+       "HTTP/1.1 200 OK\r\nheader\r\n\r\n" + json,
+       {8, 200, "", "Header without colon"}},
+      {"HeaderWithAZeroByte",
+       "HTTP/1.1 200 OK\r\nX: a" + std::string(1, '\0') + "b\r\n\r\n" + json,
+       {8, 200, "", "Nul byte in header"}},
+      {"HeaderFoldedFromNothing",
+       "HTTP/1.1 200 OK\r\n folded\r\n\r\n" + json,
+       {8, 200, "", "Header without colon"}},
+      {"HeaderOf200Kilobytes", Ok({"X: " + std::string(200000, 'x'), length}), {27, 200, "", ""}},
+      {"HundredThousandHeaders",
+       "HTTP/1.1 200 OK\r\n" + Times(100000, "X: a\r\n") + length + "\r\n\r\n" + json,
+       {56, 200, "", "Too large response headers: [0-9]+ > 307200"}},
+      // --- Interim answers and answers without a body
+      {"ThousandContinues", Times(1000, WireContinue()) + good, {0, 200, json}},
+      {"ThousandEarlyHints",
+       Times(1000, "HTTP/1.1 103 Early Hints\r\nLink: </a>\r\n\r\n") + good,
+       {0, 200, json}},
+      {"InterimAnswersAlone",
+       Times(10, "HTTP/1.1 102 Processing\r\n\r\n"),
+       {52, 102, "", "Empty reply from server"}},
+      {"SwitchingProtocols",
+       "HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\n" + good,
+       {0, 101, good}},
+      {"NoContentWithABody",
+       "HTTP/1.1 204 No Content\r\n" + length + "\r\n\r\n" + json,
+       {0, 204, ""}},
+      {"NotModifiedWithABody",
+       "HTTP/1.1 304 Not Modified\r\n" + length + "\r\n\r\n" + json,
+       {0, 304, ""}},
+      // --- More than was asked for
+      {"TwoAnswers", good + good, {0, 200, json}},
+      {"EncodingNobodyAskedFor", Ok({"Content-Encoding: gzip", length}), {0, 200, json}},
+      {"ErrorStatusBrokenOff",
+       WireHead(500, {"Content-Length: 100"}) + json,
+       {18, 500, json, "transfer closed with 87 bytes remaining to read"}},
+  };
+}
+
+class AnswerFaultTest : public FaultTest {};
+
+TEST_P(AnswerFaultTest, EachWrongAnswerHasItsEnding) {
+  for (const AnswerFault& fault : AnswerFaults()) {
+    SCOPED_TRACE(fault.name);
+    server->Script(WireReply(fault.bytes).Close());
+    Ending ending = fault.ending;
+    if (ending.status == kNone) {
+      ending.status = NoStatus();
+    }
+    Fault({ending});
+  }
+}
+
+TEST_P(AnswerFaultTest, NoRedirectIsFollowed) {
+  for (const int status : {300, 301, 302, 303, 305, 307, 308}) {
+    SCOPED_TRACE(status);
+    server->Script(StatusReply(status, kReply, {"Location: " + server->Url("/there")}));
+    const std::size_t requests = server->RequestCount();
+    Fault({{0, status, kReply}});
+    EXPECT_EQ(server->RequestCount(), requests + 1);
+  }
+}
+
+TEST_P(AnswerFaultTest, NobodyListens) {
+  const RefusedPort refused;
+  const std::string scheme = GetParam().kind == Kind::kApollo ? "https" : "http";
+  FaultAt(refused.Url(scheme, "/x"),
+          {{7, 0, "", "Failed to connect to 127.0.0.1 port [0-9]+ after [0-9]+ ms: .*"}});
+}
+
+INSTANTIATE_TEST_SUITE_P(Operations, AnswerFaultTest, ::testing::ValuesIn(Operations()), NameOf);
+
+}  // namespace
+}  // namespace lumtest

@@ -1,0 +1,53 @@
+// Servers that keep a request waiting, met by many operations at once, each with a caller and a
+// thread of its own, and the time that each of them takes.
+
+#ifndef LUM_TEST_FAULTS_LIMITFAULTS_H
+#define LUM_TEST_FAULTS_LIMITFAULTS_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Operations.h"
+#include "wire/Ports.h"
+#include "wire/WireServer.h"
+
+namespace lumtest {
+
+// Seconds that an operation may take beyond its limit. How late the machine woke a thread that
+// watched meanwhile is added, so that a loaded machine does not count as a slow library.
+constexpr double kBeyondLimit = 1;
+
+// One operation, what it meets, and what it must come to.
+struct Encounter {
+  std::string name;
+  Operation operation;
+  std::string url;
+  double limit;  // seconds
+  std::vector<Ending> endings;
+};
+
+// Runs all of them at once. Checks results, log lines and times: an ending in libcurl's time-out
+// comes at the limit and not before, any other within it. What uploads got for an answer, blanks
+// only, is on standard output, and no descriptor stays open.
+void RunAtOnce(const std::vector<Encounter>& encounters);
+
+// Servers that never come to an end.
+class NeverEnding {
+ public:
+  NeverEnding();
+  ~NeverEnding();
+
+  // What each of `operations` meets here.
+  std::vector<Encounter> Meet(const std::vector<Operation>& operations) const;
+
+ private:
+  struct Fault;
+  std::vector<Fault> m_faults;
+  SilentPort m_silent;                      // nobody gets through to it
+  std::unique_ptr<WireServer> m_handshake;  // accepts, but there is no TLS
+};
+
+}  // namespace lumtest
+
+#endif  // LUM_TEST_FAULTS_LIMITFAULTS_H
