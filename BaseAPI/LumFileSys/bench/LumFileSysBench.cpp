@@ -2,11 +2,12 @@
 // one-shot form against zlib at level 6.
 //
 //   LumFileSysBench [DIRECTORY]
+//   LumFileSysBench --make DIRECTORY    makes the files in DIRECTORY and does nothing else
 //
-// makes its files in a new directory below DIRECTORY (default: the working directory), about 1.4
-// GB, and removes them at the end. Each archive is made three times by either side, in turns and
-// each in a process of its own; the table shows the medians. Both sides find the files in the page
-// cache.
+// The first form makes its files in a new directory below DIRECTORY (default: the working
+// directory), about 1.4 GB, and removes them at the end. Each archive is made three times by either
+// side, in turns and each in a process of its own; the table shows the medians. Both sides find the
+// files in the page cache.
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -202,6 +203,30 @@ void CompareOneShot(std::size_t size) {
               100.0 * static_cast<double>(length) / static_cast<double>(reference) - 100.0);
 }
 
+// The files to pack, below `root`.
+void MakeFiles(const fs::path& root) {
+  constexpr std::size_t kText = std::size_t{64} << 20;
+  const std::string text = LogText(kText);
+  std::mt19937 random(11);
+  fs::create_directories(root / "logs");
+  for (int i = 0; i < 200; ++i) {
+    WriteFile(root / "logs" / ("app." + std::to_string(1000 + i) + ".log"),
+              text.data() + random() % (kText - 1340000), 1340000);
+  }
+  for (int i = 0; i < 20000; ++i) {
+    const fs::path folder = root / "small" / std::to_string(100 + i / 400);
+    if (i % 400 == 0) {
+      fs::create_directories(folder);
+    }
+    WriteFile(folder / ("part-" + std::to_string(100000 + i) + ".log"),
+              text.data() + random() % (kText - 8192), 200 + random() % 6000);
+  }
+  std::ofstream big(root / "big.log", std::ios::binary);
+  for (int i = 0; i < 16; ++i) {
+    big.write(text.data(), static_cast<std::streamsize>(text.size()));
+  }
+}
+
 int Pack(const std::string& kind, const char* path) {
   return kind == "file" ? LumCompressAndDeCompress::CompressFile(path)
                         : LumCompressAndDeCompress::CompressFilePath(path);
@@ -210,6 +235,10 @@ int Pack(const std::string& kind, const char* path) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 3 && argv[1] == std::string("--make")) {
+    MakeFiles(argv[2]);
+    return 0;
+  }
   if (argc == 4 && argv[1] == std::string("--pack")) {
     return Pack(argv[2], argv[3]) == 0 ? 0 : 1;
   }
@@ -224,28 +253,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   const fs::path root = fs::absolute(directory);
-  constexpr std::size_t kText = std::size_t{64} << 20;
-  {
-    const std::string text = LogText(kText);
-    std::mt19937 random(11);
-    fs::create_directories(root / "logs");
-    for (int i = 0; i < 200; ++i) {
-      WriteFile(root / "logs" / ("app." + std::to_string(1000 + i) + ".log"),
-                text.data() + random() % (kText - 1340000), 1340000);
-    }
-    for (int i = 0; i < 20000; ++i) {
-      const fs::path folder = root / "small" / std::to_string(100 + i / 400);
-      if (i % 400 == 0) {
-        fs::create_directories(folder);
-      }
-      WriteFile(folder / ("part-" + std::to_string(100000 + i) + ".log"),
-                text.data() + random() % (kText - 8192), 200 + random() % 6000);
-    }
-    std::ofstream big(root / "big.log", std::ios::binary);
-    for (int i = 0; i < 16; ++i) {
-      big.write(text.data(), static_cast<std::streamsize>(text.size()));
-    }
-  }
+  MakeFiles(root);
   std::printf("\n%-28s %7s %7s %8s %8s %7s %7s %8s %11s\n", "archive", "wall s", "cpu s",
               "tar wall", "tar cpu", "wall", "cpu", "size", "peak");
   const std::string self = fs::read_symlink("/proc/self/exe");

@@ -1,0 +1,256 @@
+// Requests of the product beside those of other libraries, and what makes a request dear.
+//
+//   LumBenchRequests DIRECTORY HTTP-PORT HTTPS-PORT ROUNDS SLICE-SECONDS
+//
+// The servers on 127.0.0.1 answer 200 with a JSON document of 300 bytes to everything. DIRECTORY
+// holds ca.pem, which the HTTPS server's certificate is of, and client.pem with client.key.
+
+#include <HttpResult.h>
+#include <LumApollo.h>
+#include <LumCurlHttp.h>
+#include <LumCurlOrvOps.h>
+#include <LumLogger.h>
+#include <curl/curl.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+
+#include "Bare.h"
+#include "CurlppRequests.h"
+#include "PeerRequests.h"
+#include "Rounds.h"
+
+namespace {
+
+using lumbench::Candidate;
+using lumbench::Plan;
+
+constexpr int kMostThreads = 16;
+constexpr char kPath[] = "/api/v1/vehicles/17/state";
+constexpr char kBundle[] = "/etc/ssl/certs/ca-certificates.crt";
+
+// An object each for every thread: a LumCurlHttp sends one request at a time.
+template <typename Client>
+using PerThread = std::array<Client, kMostThreads>;
+
+struct Clients {
+  PerThread<LumCurlHttp> general;
+  PerThread<LumCurlOrvOps> service;
+  PerThread<LumApollo> apollo;
+  PerThread<LumApolloEnv> env;
+};
+
+struct Work {
+  std::string token = "0123456789abcdef0123456789abcdef";
+  std::list<std::string> headers = {"Content-Type: application/json", "X-Auth-Token: " + token};
+  lumbench::Lines lines = {headers.front().c_str(), headers.back().c_str()};
+  LumJson::Value document;
+  std::string text;
+};
+
+// Every operation over one scheme, each beside libcurl with the same options and, where it is the
+// service client's GET, beside the other libraries.
+void MeasureOperations(Clients& clients, const Work& work, bool tls, int port, const Plan& plan) {
+  const std::string scheme = tls ? "https" : "http";
+  const std::string authority = "127.0.0.1:" + std::to_string(port);
+  const std::string url = scheme + "://" + authority + kPath;
+  const auto measure = [&](const char* operation, std::vector<Candidate> candidates) {
+    lumbench::Measure("requests", std::string(operation) + " " + scheme, 300, plan, candidates);
+  };
+  measure("Get", {{"library",
+                   [&](int thread) {
+                     int status = 0;
+                     clients.general[thread].Get(url, "", false, status);
+                     return status == 200;
+                   }},
+                  {"libcurl", [&](int) { return lumbench::BareGet(url.c_str()).status == 200; }}});
+  measure(
+      "Post",
+      {{"library",
+        [&](int thread) {
+          int status = 0;
+          clients.general[thread].Post(url, work.text, false, status);
+          return status == 200;
+        }},
+       {"libcurl", [&](int) { return lumbench::BarePost(url.c_str(), work.text).status == 200; }}});
+  const lumbench::Target target = {tls, "127.0.0.1", port, kPath};
+  measure("service Get",
+          {{"library",
+            [&](int thread) {
+              int status = 0;
+              clients.service[thread].Get(url, work.headers, status);
+              return status == 200;
+            }},
+           {"libcurl",
+            [&](int) { return lumbench::BareServiceGet(url.c_str(), work.lines).status == 200; }},
+           {"curlpp",
+            [&](int) {
+              std::string body;
+              return lumbench::CurlppGet(url, work.headers, body) == 200;
+            }},
+           {"cpp-httplib",
+            [&](int) {
+              std::string body;
+              return lumbench::HttplibGet(target, work.headers, body) == 200;
+            }},
+           {"Boost.Beast", [&](int) {
+              std::string body;
+              return lumbench::BeastGet(target, work.headers, body) == 200;
+            }}});
+  measure("service Post", {{"library",
+                            [&](int thread) {
+                              int status = 0;
+                              clients.service[thread].Post(url, work.text, work.headers, status);
+                              return status == 200;
+                            }},
+                           {"libcurl", [&](int) {
+                              return lumbench::BareServicePost(url.c_str(), work.text.data(),
+                                                               work.text.size(), work.lines)
+                                         .status == 200;
+                            }}});
+  const std::string styled = LumJson::Value(work.document).ToStyledString();
+  measure("service Put",
+          {{"library",
+            [&](int thread) {
+              LumJson::Value answer =
+                  clients.service[thread].RefreshToken(url, work.document, work.token);
+              return answer["state"].JsonValueToString() == "driving";
+            }},
+           {"libcurl", [&](int) {
+              return lumbench::BareServicePut(url.c_str(), styled, work.lines).status == 200;
+            }}});
+  if (tls) {
+    const std::string fetch = "https://" + authority + "/configs/vehicles/default/application";
+    for (LumApolloEnv& env : clients.env) {
+      env.configServer = authority;
+      env.appId = "vehicles";
+      env.namespaceName = "application";
+    }
+    measure("fetch",
+            {{"library",
+              [&](int thread) {
+                return clients.apollo[thread].GetPropertyString(clients.env[thread]).code == 200;
+              }},
+             {"libcurl", [&](int) { return lumbench::BareFetch(fetch.c_str()).status == 200; }}});
+  }
+}
+
+// libcurl with one handle that is kept, and with it the connection.
+class Reused {
+ public:
+  explicit Reused(const std::string& url) : m_handle(curl_easy_init()) {
+    curl_easy_setopt(m_handle, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(m_handle, CURLOPT_WRITEFUNCTION, &lumbench::AppendToReply);
+    curl_easy_setopt(m_handle, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(m_handle, CURLOPT_SSL_VERIFYPEER, 0L);
+    curl_easy_setopt(m_handle, CURLOPT_SSL_VERIFYHOST, 0L);
+  }
+  ~Reused() { curl_easy_cleanup(m_handle); }
+  Reused(const Reused&) = delete;
+  Reused& operator=(const Reused&) = delete;
+
+  bool Get() {
+    lumbench::Reply reply;
+    curl_easy_setopt(m_handle, CURLOPT_WRITEDATA, &reply);
+    curl_easy_perform(m_handle);
+    curl_easy_getinfo(m_handle, CURLINFO_RESPONSE_CODE, &reply.status);
+    return reply.status == 200;
+  }
+
+ private:
+  CURL* m_handle;
+};
+
+// What connecting, TLS, looking a name up and reading a CA file add to a request.
+void MeasureCosts(const std::string& directory, int httpPort, int httpsPort, Clients& clients,
+                  const Work& work, const Plan& plan) {
+  const auto urlOf = [](const char* scheme, const char* host, int port) {
+    return std::string(scheme) + "://" + host + ":" + std::to_string(port) + kPath;
+  };
+  const auto serviceGet = [&](std::string url) {
+    return [&clients, &work, url](int thread) {
+      int status = 0;
+      clients.service[thread].Get(url, work.headers, status);
+      return status == 200;
+    };
+  };
+  Reused http(urlOf("http", "127.0.0.1", httpPort));
+  Reused https(urlOf("https", "127.0.0.1", httpsPort));
+
+  // The public authorities' certificates with ours among them, and ours alone.
+  const std::string many = directory + "/many.pem";
+  const std::string one = directory + "/ca.pem";
+  {
+    std::ofstream out(many, std::ios::binary);
+    for (const std::string& part : {std::string(kBundle), one}) {
+      std::ifstream in(part, std::ios::binary);
+      out << in.rdbuf();
+    }
+  }
+  LumCurlHttp withMany;
+  LumCurlHttp withOne;
+  withMany.SetSslInfo(many, directory + "/client.pem", directory + "/client.key", nullptr, 0);
+  withOne.SetSslInfo(one, directory + "/client.pem", directory + "/client.key", nullptr, 0);
+  const std::string tlsUrl = urlOf("https", "127.0.0.1", httpsPort);
+  const auto verifiedGet = [&](LumCurlHttp& client) {
+    return [&client, tlsUrl](int) {
+      int status = 0;
+      client.Get(tlsUrl, "", true, status);
+      return status == 200;
+    };
+  };
+  lumbench::Measure("costs", "request", 300, plan,
+                    {{"libcurl, connection kept", [&](int) { return http.Get(); }},
+                     {"http", serviceGet(urlOf("http", "127.0.0.1", httpPort))},
+                     {"http, host by name", serviceGet(urlOf("http", "localhost", httpPort))},
+                     {"libcurl, TLS connection kept", [&](int) { return https.Get(); }},
+                     {"https", serviceGet(tlsUrl)},
+                     {"https, own certificate, 1 CA certificate", verifiedGet(withOne)},
+                     {"https, own certificate, public CA bundle", verifiedGet(withMany)}});
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 6) {
+    std::fprintf(stderr,
+                 "usage: LumBenchRequests DIRECTORY HTTP-PORT HTTPS-PORT ROUNDS SLICE-SECONDS\n");
+    return 2;
+  }
+  const std::string directory = argv[1];
+  const int httpPort = std::atoi(argv[2]);
+  const int httpsPort = std::atoi(argv[3]);
+  const int rounds = std::atoi(argv[4]);
+  const double seconds = std::atof(argv[5]);
+  LumCurlHttp::CurlGlobalInit();
+  LumLogger::GetInstance().SetLevel(LumLogger::kError);
+
+  Clients clients;
+  Work work;
+  work.text =
+      lumbench::BareGet(("http://127.0.0.1:" + std::to_string(httpPort) + kPath).c_str()).body;
+  if (!work.document.Parse(work.text)) {
+    std::fprintf(stderr, "LumBenchRequests: no document from port %d\n", httpPort);
+    return 1;
+  }
+  for (const int threads : {1, 8}) {
+    MeasureOperations(clients, work, false, httpPort, {rounds, seconds, threads});
+    MeasureOperations(clients, work, true, httpsPort, {rounds, seconds, threads});
+  }
+  MeasureCosts(directory, httpPort, httpsPort, clients, work, {rounds, seconds, 1});
+  const std::string url = "http://127.0.0.1:" + std::to_string(httpPort) + kPath;
+  for (const int threads : {1, 2, 4, 8, 16}) {
+    lumbench::Measure("threads", "service Get http", 300, {rounds, seconds, threads},
+                      {{"library", [&](int thread) {
+                          int status = 0;
+                          clients.service[thread].Get(url, work.headers, status);
+                          return status == 200;
+                        }}});
+  }
+  return 0;
+}

@@ -1,0 +1,2 @@
+def rounded(v): return v
+def write(a,b): pass
