@@ -2,6 +2,7 @@
 #include "Options.h"
 
 #include <arpa/inet.h>
+#include <CLI/CLI.hpp>
 
 #include <cmath>
 #include <cstdlib>

@@ -2,11 +2,14 @@
 #ifndef LUM_BACKEND_OPTIONS_H
 #define LUM_BACKEND_OPTIONS_H
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+
+namespace CLI {
+class App;
+}
 
 // Everything that the command line settles. A plain record: written once, then only read.
 struct Options {

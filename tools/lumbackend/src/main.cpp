@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/signalfd.h>
+#include <CLI/CLI.hpp>
 
 #include <cerrno>
 #include <exception>

@@ -2,6 +2,7 @@
 
 #include "Completion.h"
 
+#include <CLI/CLI.hpp>
 #include <sstream>
 #include <vector>
 

@@ -3,8 +3,11 @@
 #ifndef LUM_LUMCURL_COMPLETION_H
 #define LUM_LUMCURL_COMPLETION_H
 
-#include <CLI/CLI.hpp>
 #include <string>
+
+namespace CLI {
+class App;
+}
 
 // A script for bash to source; it needs nothing but bash.
 std::string BashCompletion(const CLI::App& app);

@@ -2,6 +2,7 @@
 
 #include "ManPage.h"
 
+#include <CLI/CLI.hpp>
 #include <sstream>
 
 #include "HelpFormatter.h"

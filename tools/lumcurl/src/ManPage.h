@@ -3,8 +3,11 @@
 #ifndef LUM_LUMCURL_MAN_PAGE_H
 #define LUM_LUMCURL_MAN_PAGE_H
 
-#include <CLI/CLI.hpp>
 #include <string>
+
+namespace CLI {
+class App;
+}
 
 // lumcurl(1) in troff, with the man macros.
 std::string ManPage(const CLI::App& app);

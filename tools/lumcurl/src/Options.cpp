@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <curl/curl.h>
 #include <netinet/in.h>
+#include <CLI/CLI.hpp>
 
 #include <climits>
 #include <cstring>

@@ -3,12 +3,15 @@
 #ifndef LUM_LUMCURL_OPTIONS_H
 #define LUM_LUMCURL_OPTIONS_H
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 // Everything that the command line settles. A plain record: written once, then only read. Commands
 // share the fields; only one of them runs.

@@ -1,5 +1,6 @@
 // lumcurl: options, signals, and the command in between.
 
+#include <CLI/CLI.hpp>
 #include <array>
 #include <exception>
 #include <memory>
