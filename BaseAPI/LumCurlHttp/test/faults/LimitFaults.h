@@ -25,12 +25,15 @@ struct Encounter {
   std::string url;
   double limit;  // seconds
   std::vector<Ending> endings;
+  double earliest = -1;      // seconds before which libcurl's time-out must not come; -1: `limit`
+  std::string content = "";  // of files to upload, in place of the usual one
 };
 
 // Runs all of them at once. Checks results, log lines and times: an ending in libcurl's time-out
 // comes at the limit and not before, any other within it. What uploads got for an answer, blanks
-// only, is on standard output, and no descriptor stays open.
-void RunAtOnce(const std::vector<Encounter>& encounters);
+// only, is on standard output, and no descriptor stays open; those of servers that never hear that
+// their clients are gone are the caller's to look after, with `serversNotice` false.
+void RunAtOnce(const std::vector<Encounter>& encounters, bool serversNotice = true);
 
 // Servers that never come to an end.
 class NeverEnding {

@@ -22,7 +22,6 @@ const char kServiceEngine[] = "LumCurlOrvOpsPrivate";
 const char kApolloEngine[] = "LumApolloPrivate";
 
 const char kDocument[] = R"({"accessId": "an identifier", "text": "a text that compresses"})";
-const char kFileContent[] = "the content of a log\n";
 
 // The compressor does not promise the same length twice: a star stands for it.
 const char kGzipLength[] = ", gzip length=";
@@ -430,9 +429,9 @@ Caller::Caller() {
 std::string Caller::MakeFiles(const std::string& name) const {
   if (!Exists(m_directory.Path(name))) {
     m_directory.MakeDir(name);
-    m_directory.Write(name + "/a.log", kFileContent);
+    m_directory.Write(name + "/a.log", content);
     m_directory.MakeDir(name + "/logs");
-    m_directory.Write(name + "/logs/a.log", kFileContent);
+    m_directory.Write(name + "/logs/a.log", content);
   }
   return m_directory.Path(name);
 }
@@ -483,9 +482,10 @@ ThreadLogs::~ThreadLogs() {
   LumLogger::GetInstance().SetSink(nullptr);
 }
 
-Outcome RunOperation(Caller& caller, const Operation& operation, const std::string& url) {
+Outcome RunOperation(Caller& caller, const Operation& operation, const std::string& url,
+                     const std::string& owner) {
   Outcome outcome;
-  const std::string directory = caller.MakeFiles(operation.name);
+  const std::string directory = caller.MakeFiles(owner + operation.name);
   t_lines = &outcome.lines;
   const auto start = std::chrono::steady_clock::now();
   outcome.value =

@@ -29,9 +29,10 @@ class Caller {
   LumCurlOrvOps service;
   LumCurlOrvOps signedService;  // with the settings of a signed upload
   LumApollo apollo;
+  std::string content = "the content of a log\n";  // of the files to upload
 
   // The files of one operation lie in a directory named after it, so that operations may run side
-  // by side.
+  // by side; of one thread, in a directory of its own.
   std::string MakeFiles(const std::string& name) const;
 
  private:
@@ -97,9 +98,10 @@ class ThreadLogs {
   ThreadLogs& operator=(const ThreadLogs&) = delete;
 };
 
-// Runs an operation on this thread. `url` begins with http or https and a host; LumApollo, which
-// makes its own URL, takes the host from it.
-Outcome RunOperation(Caller& caller, const Operation& operation, const std::string& url);
+// Runs an operation on this thread, with files in a directory whose name begins with `owner`. `url`
+// begins with http or https and a host; LumApollo, which makes its own URL, takes the host from it.
+Outcome RunOperation(Caller& caller, const Operation& operation, const std::string& url,
+                     const std::string& owner = "");
 
 // Expects that `outcome` is, to the letter, what one of `endings` leads to; gives that ending, or
 // the first. What arrived of an upload's reply went to standard output.
