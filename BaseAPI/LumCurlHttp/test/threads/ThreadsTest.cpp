@@ -1,0 +1,200 @@
+// Every operation from sixteen threads, on objects of their own and on one, while others of these
+// objects come and go. For the thread sanitizer above all, but answers that go astray show
+// anywhere.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+#include "../faults/Operations.h"
+#include "../http/LiveTest.h"
+#include "support/ProcessState.h"
+
+namespace lumtest {
+namespace {
+
+constexpr int kThreads = 16;
+
+// Runs `work` on so many threads, which all begin at once.
+void OnThreads(int count, const std::function<void(int)>& work) {
+  std::mutex mutex;
+  std::condition_variable all;
+  int ready = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < count; ++i) {
+    threads.emplace_back([&, i] {
+      {
+        std::unique_lock<std::mutex> lock(mutex);
+        ++ready;
+        all.notify_all();
+        all.wait(lock, [&] { return ready == count; });
+      }
+      work(i);
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+}
+
+// What the servers answer: each request's own target, so that an answer to another shows.
+std::string AnswerTo(const std::string& target) {
+  return "{\"target\":\"" + target + "\"}";
+}
+
+void Offer(Caller& caller, const TlsMaterial& tls) {
+  std::string phrase = kPassPhrase;
+  auto* bytes = reinterpret_cast<unsigned char*>(&phrase[0]);
+  const int length = static_cast<int>(phrase.size());
+  for (LumCurlOrvOps* client : {&caller.service, &caller.signedService}) {
+    client->SetSslInfo(tls.caCertificate, tls.clientCertificate, tls.clientEncryptedKey, bytes,
+                       length);
+  }
+  caller.general.SetSslInfo(tls.caCertificate, tls.clientCertificate, tls.clientEncryptedKey, bytes,
+                            length);
+}
+
+class ThreadsTest : public ::testing::Test {
+ protected:
+  ThreadsTest() : secure(TlsOptions(WireTls::ClientCertificate::kOptional)) {
+    for (WireServer* server : {&plain, &secure}) {
+      // What an upload is answered goes to standard output, all of them mixed.
+      server->SetHandler([](const WireRequest& request) {
+        return StatusReply(200, request.method == "PUT" && request.HasHeader("Expect")
+                                    ? ""
+                                    : AnswerTo(request.target));
+      });
+    }
+  }
+
+  void TearDown() override {
+    EXPECT_EQ(output.Stop(), "");
+    EXPECT_TRUE(plain.WaitIdle());
+    EXPECT_TRUE(secure.WaitIdle());
+  }
+
+  // Runs one operation; its answer must be the one to its own request.
+  void RunOne(Caller& caller, const Operation& operation, const WireServer& server,
+              const std::string& owner) {
+    const bool apollo = operation.kind == Kind::kApollo;
+    const std::string target = "/" + owner + operation.name;
+    const std::string url = (apollo ? secure : server).Url(target);
+    std::string asked = target;
+    if (apollo) {
+      asked = "/configs/app/default/space";
+    } else if (std::string(operation.name) == "GetLogAddress") {
+      asked += "?access_id=id&file_name=a.log";
+    }
+    ExpectEnding(operation, url, RunOperation(caller, operation, url, owner),
+                 {{0, 200, operation.kind == Kind::kUpload ? "" : AnswerTo(asked)}});
+  }
+
+  // All operations, each thread in an order of its own.
+  void RunAll(Caller& caller, const WireServer& server, int thread) {
+    const std::size_t count = Operations().size();
+    for (std::size_t i = 0; i < count; ++i) {
+      RunOne(caller, Operations()[(i + static_cast<std::size_t>(thread) * 7) % count], server,
+             "t" + std::to_string(thread) + "_");
+    }
+  }
+
+  const ThreadLogs logs;
+  CaptureStdout output;
+  WireServer plain;
+  WireServer secure;
+};
+
+TEST_F(ThreadsTest, EveryOperationOnObjectsOfTheirOwn) {
+  OnThreads(kThreads, [this](int thread) {
+    Caller caller;
+    RunAll(caller, plain, thread);
+    Offer(caller, Tls());
+    RunAll(caller, secure, thread);
+  });
+  EXPECT_EQ(plain.RequestCount() + secure.RequestCount(), 2 * kThreads * Operations().size());
+}
+
+TEST_F(ThreadsTest, EveryOperationOnOneObject) {
+  Caller caller;
+  // Settings are made before there are threads, and all of them read.
+  Offer(caller, Tls());
+  caller.service.SetDomainIp("127.0.0.1");
+  caller.service.SetLimitSpeed(100000000);
+  caller.service.SetDomainIp("");
+  OnThreads(kThreads,
+            [&](int thread) { RunAll(caller, thread % 2 == 0 ? plain : secure, thread); });
+  EXPECT_EQ(plain.RequestCount() + secure.RequestCount(), kThreads * Operations().size());
+}
+
+// Half of the threads transfer, the others make objects and let them go, whose destructors clean
+// libcurl up. The process's own initialisation keeps it in place.
+TEST_F(ThreadsTest, ObjectsComeAndGoWhileOthersTransfer) {
+  std::atomic<int> transferring{kThreads / 2};
+  std::atomic<int> gone{0};
+  OnThreads(kThreads, [&](int thread) {
+    if (thread < kThreads / 2) {
+      Caller caller;
+      RunAll(caller, plain, thread);
+      --transferring;
+      return;
+    }
+    for (int i = 0; i == 0 || transferring > 0; ++i) {
+      LumCurlHttp general;
+      LumApollo apollo;
+      LumCurlOrvOps service;
+      service.CurlGlobalInit();
+      if (i % 8 == 0) {
+        Caller caller;
+        RunOne(caller, Operations()[static_cast<std::size_t>(i / 8) % Operations().size()], secure,
+               "c" + std::to_string(thread) + "_");
+      }
+      ++gone;
+    }
+  });
+  EXPECT_GE(gone, kThreads / 2);
+}
+
+// The last error of one object: readers see one whole text or another, never parts of two.
+TEST_F(ThreadsTest, TheLastErrorIsAlwaysWhole) {
+  constexpr std::size_t kSize = 20000;
+  constexpr int kRounds = 10;
+  plain.SetHandler([](const WireRequest& request) {
+    return StatusReply(500, std::string(kSize, request.target.back()));
+  });
+  LumJson::Value document;
+  document.AddJsonValue("accessId", "a document of some length");
+  LumCurlOrvOps service;
+  service.CurlGlobalInit();
+  std::atomic<int> reporting{kThreads / 2};
+  std::atomic<int> seen{0};
+  OnThreads(kThreads, [&](int thread) {
+    if (thread < kThreads / 2) {
+      const std::string url = plain.Url("/" + std::string(1, static_cast<char>('a' + thread)));
+      for (int i = 0; i < kRounds; ++i) {
+        EXPECT_EQ(i % 2 == 0 ? service.ReportData(url, document, "t", "")
+                             : service.ReportDataWithGzip(url, document, "t"),
+                  -10000);
+      }
+      --reporting;
+      return;
+    }
+    bool more = true;
+    while (more) {
+      more = reporting > 0;  // once again when the last report is done
+      const std::string text = service.GetLastErrorBody();
+      if (!text.empty()) {
+        EXPECT_EQ(text, std::string(kSize, text.front()));
+        ++seen;
+      }
+    }
+  });
+  EXPECT_GE(seen, kThreads / 2);
+}
+
+}  // namespace
+}  // namespace lumtest
