@@ -1,0 +1,105 @@
+// The rules that no fault may break.
+
+#include "Judge.h"
+
+#include <algorithm>
+
+namespace lumtest {
+namespace {
+
+bool EndsWith(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+// Whether `seen` is `usual`, or `usual` with one line lost or cut short: the log has no one to tell
+// that it failed.
+bool SameLog(const std::vector<std::string>& usual, const std::vector<std::string>& seen) {
+  if (usual == seen) {
+    return true;
+  }
+  const auto differing = std::mismatch(seen.begin(), seen.end(), usual.begin(), usual.end());
+  if (differing.second == usual.end()) {
+    return false;
+  }
+  const std::vector<std::string> rest(differing.second + 1, usual.end());
+  return rest == std::vector<std::string>(differing.first, seen.end());
+}
+
+bool HasErrorLine(const std::vector<std::string>& log, const std::string& part) {
+  return std::any_of(log.begin(), log.end(), [&](const std::string& line) {
+    return line.find(" error ") != std::string::npos && line.find(part) != std::string::npos;
+  });
+}
+
+// What a failure may have changed in the directory: nothing but a download, or a whole archive.
+std::string WrongFile(const World& world, const Fault& fault, const Observation& usual,
+                      const Observation& seen) {
+  for (const auto& [name, digest] : usual.files) {
+    const bool made = name == "download" || EndsWith(name, ".tar.gz");
+    if (!made && (seen.files.count(name) == 0 || seen.files.at(name) != digest)) {
+      return name + " was touched";
+    }
+  }
+  for (const auto& [name, digest] : seen.files) {
+    if (usual.files.count(name) != 0 && !EndsWith(name, ".tar.gz")) {
+      continue;
+    }
+    if (EndsWith(name, ".tar.gz")) {
+      const auto archive = world.Archives().find(name);
+      if (archive == world.Archives().end() || archive->second != digest) {
+        return "a partial archive has the name " + name;
+      }
+    } else if (name != "download" && !fault.HindersRemoval()) {
+      return name + " was left behind";
+    }
+  }
+  return "";
+}
+
+// An answer that the contract has for a failure, with what belongs to it.
+bool IsStated(const Operation& operation, const Observation& usual, const Observation& seen,
+              bool outputLost) {
+  return std::any_of(operation.failures.begin(), operation.failures.end(),
+                     [&](const StatedFailure& failure) {
+                       return seen.answer == failure.answer &&
+                              (failure.log == StatedFailure::Log::kNothing || outputLost ||
+                               HasErrorLine(seen.log, failure.line)) &&
+                              (!failure.wholeRequest || seen.requests == usual.requests);
+                     });
+}
+
+}  // namespace
+
+Verdict Judge(const Operation& operation, const World& world, const Fault& fault,
+              const Observation& usual, const Observation& seen) {
+  const std::string wrongFile = WrongFile(world, fault, usual, seen);
+  if (!wrongFile.empty()) {
+    return {Outcome::kBad, wrongFile};
+  }
+  if (seen.descriptorLeft) {
+    return {Outcome::kBad, "a descriptor was left open"};
+  }
+  if (seen.answer == "std::bad_alloc") {
+    return fault.MayThrow() ? Verdict{Outcome::kBadAlloc, ""}
+                            : Verdict{Outcome::kBad, "std::bad_alloc with memory at hand"};
+  }
+  const bool sameOutput = seen.output == usual.output || fault.StruckAnOutput();
+  if (seen.answer == usual.answer && seen.requests == usual.requests && seen.files == usual.files &&
+      sameOutput && SameLog(usual.log, seen.log)) {
+    return {Outcome::kSame, ""};
+  }
+  if (IsStated(operation, usual, seen, fault.StruckAnOutput())) {
+    return {Outcome::kFailure, ""};
+  }
+  std::string reason = "it answered \"" + seen.answer + "\"";
+  reason += seen.requests == usual.requests ? " to the usual requests"
+                                            : ", with other requests than usual";
+  reason += seen.files == usual.files ? "" : ", with other files";
+  reason += sameOutput ? "" : ", with other output";
+  for (const std::string& line : seen.log) {
+    reason += "\n    " + line;
+  }
+  return {Outcome::kBad, reason};
+}
+
+}  // namespace lumtest

@@ -1,0 +1,31 @@
+// The verdict over one run in which a fault struck.
+
+#ifndef LUM_TEST_TORTURE_JUDGE_H
+#define LUM_TEST_TORTURE_JUDGE_H
+
+#include <string>
+
+#include "Fault.h"
+#include "Operation.h"
+
+namespace lumtest {
+
+enum class Outcome {
+  kSame,      // the fault was made good: all is as without it, a lost log line perhaps excepted
+  kFailure,   // a failure that the contract states
+  kBadAlloc,  // std::bad_alloc at the caller
+  kBad,       // anything else
+};
+
+struct Verdict {
+  Outcome outcome;
+  std::string reason;  // of kBad
+};
+
+// `usual` is what the operation does without a fault.
+Verdict Judge(const Operation& operation, const World& world, const Fault& fault,
+              const Observation& usual, const Observation& seen);
+
+}  // namespace lumtest
+
+#endif  // LUM_TEST_TORTURE_JUDGE_H

@@ -1,0 +1,52 @@
+// One operation on one road, under every fault of a kind in turn.
+
+#ifndef LUM_TEST_TORTURE_TRIAL_H
+#define LUM_TEST_TORTURE_TRIAL_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+#include "Fault.h"
+#include "Operation.h"
+
+namespace lumtest {
+
+using Faults = std::vector<std::unique_ptr<Fault>>;
+
+struct Trial {
+  Operation operation;
+  Connection connection;
+  Road road;
+  Faults (*faults)();  // what is to strike, each kind on its own
+};
+
+// How far a trial is, in memory that its supervisor shares: a process that dies leaves behind where
+// it was.
+struct Progress {
+  // The fault that is on: its place among the trial's, and the occasion.
+  std::size_t fault = 0;
+  std::size_t nth = 1;
+  FaultRecord record;
+
+  std::atomic<unsigned long> runs{0};  // grows with each run
+
+  // Outcomes so far.
+  std::size_t same = 0;
+  std::size_t failed = 0;
+  std::size_t threw = 0;
+  std::size_t excused = 0;  // bad, by the doing of another library
+  std::size_t bad = 0;
+
+  std::size_t Tried() const { return same + failed + threw + excused + bad; }
+};
+
+// Runs the trial from where `progress` stands to its end, on this thread of a process that is its
+// own. What is bad is written to `report`.
+void Run(const Trial& trial, Progress& progress, FILE* report);
+
+}  // namespace lumtest
+
+#endif  // LUM_TEST_TORTURE_TRIAL_H

@@ -1,0 +1,261 @@
+// The surroundings of one tortured operation.
+
+#include "World.h"
+
+#include <curl/curl.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <regex>
+#include <sstream>
+#include <stdexcept>
+
+#include "FailingMalloc.h"
+#include "LumFileSys.h"
+#include "wire/Digest.h"
+
+namespace lumtest {
+namespace {
+
+namespace fs = std::filesystem;
+
+// More than one buffer of stdio's and of libcurl's.
+constexpr std::size_t kFileBytes = 40000;
+constexpr std::size_t kDownloadBytes = 300000;
+
+const char kDocument[] =
+    R"({"token": "a token of more than a few characters", "list": [1, {"a": null}]})";
+const char kText[] = "no document, though of more than a few characters";
+
+// Needs no OpenSSL, which may not be initialised yet.
+std::string Digest(const std::string& path) {
+  return std::to_string(std::hash<std::string>()(ReadFile(path)));
+}
+
+bool Contains(const std::string& text, const char* part) {
+  return text.find(part) != std::string::npos;
+}
+
+// The lines of a log, without the time that libcurl tells in "after 3 ms".
+std::vector<std::string> Lines(const std::string& text) {
+  static const std::regex kDuration(" after [0-9]+ ms");
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    lines.push_back(std::regex_replace(line, kDuration, " after some ms"));
+  }
+  return lines;
+}
+
+// The next one that the process would get: it changes as soon as one more stays open.
+int NextDescriptor() {
+  const int next = fcntl(0, F_DUPFD_CLOEXEC, 0);
+  close(next);
+  return next;
+}
+
+}  // namespace
+
+const char* NameOf(Road road) {
+  switch (road) {
+    case Road::kNone:
+      return "-";
+    case Road::kAnswer:
+      return "200";
+    case Road::kError:
+      return "500";
+    case Road::kNotJson:
+      return "200, not JSON";
+    case Road::kCut:
+      return "cut short";
+    case Road::kRefused:
+      return "refused";
+  }
+  return "";
+}
+
+World::World(Connection connection, Road road, Fault& fault)
+    : m_fault(fault), m_served(road != Road::kNone && road != Road::kRefused) {
+  document.AddJsonValue("accessId", "an identifier of some length");
+  document.AddJsonValue("text", std::string(200, 'x'));
+  if (connection != Connection::kPlain) {
+    tls = MakeTlsMaterial(m_tlsDirectory.Path(), reinterpret_cast<const char*>(passPhrase));
+  }
+  const auto answer = [this](const WireRequest& request) { return Answer(request); };
+  m_plainServer.SetHandler(answer);
+  if (tls) {
+    WireOptions options;
+    options.tls = MakeWireTls(*tls, connection == Connection::kCertificate
+                                        ? WireTls::ClientCertificate::kRequired
+                                        : WireTls::ClientCertificate::kNone);
+    m_tlsServer = std::make_unique<WireServer>(options);
+    m_tlsServer->SetHandler(answer);
+  }
+
+  const char* path = road == Road::kError     ? "error"
+                     : road == Road::kNotJson ? "text"
+                     : road == Road::kCut     ? "cut"
+                                              : "answer";
+  const bool refused = road == Road::kRefused;
+  m_plainUrl = (refused ? m_refused.Url("http") : m_plainServer.Url()) + path;
+  const std::string root = !tls      ? m_plainServer.Url()
+                           : refused ? m_refused.Url("https")
+                                     : m_tlsServer->Url();
+  m_url = tls ? root + path : m_plainUrl;
+  url = m_url;
+  const std::size_t host = root.find("//") + 2;
+  env = {root.substr(host, root.size() - host - 1), path, "", "application"};
+
+  m_directory.Write("a.log", GeneratedBytes(0, kFileBytes));
+  m_directory.Write("b.log", GeneratedBytes(7, 100));
+  m_directory.MakeDir("logs");
+  m_directory.Write("logs/a", GeneratedBytes(0, kFileBytes));
+  m_directory.MakeDir("logs/below");
+  fs::create_symlink("../a", Path("logs/below/link"));
+  stream.reset(std::fopen(Path("b.log").c_str(), "rb"));
+
+  // What the archives of these files are like when nothing goes wrong.
+  if (LumCompressAndDeCompress::CompressFile(Path("a.log").c_str()) != 0 ||
+      LumCompressAndDeCompress::CompressFilePath(Path("logs").c_str()) != 0 ||
+      LumCompressAndDeCompress::CompressFileGroup((Path("a.log") + "\n" + Path("b.log")).c_str(),
+                                                  Path("group").c_str()) != 0) {
+    throw std::runtime_error("cannot pack");
+  }
+  for (const char* name : {"a.log.tar.gz", "logs.tar.gz", "group.tar.gz"}) {
+    m_archives[name] = Digest(Path(name));
+  }
+  CleanUp();
+}
+
+World::~World() {
+  m_plainServer.Stop();
+  if (m_tlsServer) {
+    m_tlsServer->Stop();
+  }
+}
+
+Observation World::Observe(const std::function<std::string(World&)>& operation, std::size_t nth) {
+  Observation seen;
+  {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_requests.clear();
+  }
+  (void)m_log.Take();
+  (void)m_output.Take();
+  m_nth = nth;
+  m_fault.Arm(0);  // an operation that does not come to Try is not struck
+
+  // The answer is kept out of the count of blocks.
+  static std::array<char, 4096> kept;
+  std::size_t length = 0;
+  const int nextDescriptor = NextDescriptor();
+  const long blocks = LiveBlocksOfThisThread();
+  const auto keep = [&length](const char* text, std::size_t size) {
+    length = std::min(size, kept.size());
+    std::copy_n(text, length, kept.begin());
+  };
+  try {
+    const std::string answer = operation(*this);
+    keep(answer.data(), answer.size());
+  } catch (const std::bad_alloc&) {
+    keep("std::bad_alloc", 14);
+  } catch (const std::exception& other) {
+    keep("another exception", 17);
+  }
+  seen.blocks = LiveBlocksOfThisThread() - blocks;
+  seen.answer.assign(kept.data(), length);
+
+  if (m_served) {
+    WaitFor(m_plainServer);
+    m_plainServer.ForgetEnded();
+  }
+  if (m_served && m_tlsServer) {
+    WaitFor(*m_tlsServer);
+    m_tlsServer->ForgetEnded();
+  }
+  seen.descriptorLeft = NextDescriptor() != nextDescriptor;
+  {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    seen.requests = m_requests;
+  }
+  seen.files = Files();
+  seen.output = m_output.Take();
+  seen.log = Lines(m_log.Take());
+  std::clearerr(stdout);
+  return seen;
+}
+
+// Until the server has seen the last of every connection that a call has made. One more connection,
+// the last in the server's queue, shows that those before it have been taken up.
+void World::WaitFor(const WireServer& server) {
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(server.Port());
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const int last = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const bool connected =
+      connect(last, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+      shutdown(last, SHUT_WR) == 0;
+  char alert[64];  // of TLS, to a client that says nothing
+  while (connected && read(last, alert, sizeof alert) > 0) {
+  }
+  close(last);
+  if (!connected || !server.WaitIdle()) {
+    throw std::runtime_error("the server does not come to rest");
+  }
+}
+
+void World::CleanUp() {
+  std::vector<fs::path> left;
+  for (const fs::directory_entry& entry : fs::directory_iterator(m_directory.Path())) {
+    const std::string name = entry.path().filename();
+    if (name == "download" || Contains(name, ".tar.gz") || Contains(name, ".lum-archive-")) {
+      left.push_back(entry.path());
+    }
+  }
+  for (const fs::path& path : left) {
+    fs::remove(path);
+  }
+}
+
+WireReply World::Answer(const WireRequest& request) {
+  {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_requests.push_back(request.head + request.bodySha256 + " " + request.clientSubject);
+  }
+  if (Contains(request.target, "/error")) {
+    return StatusReply(500, kDocument);
+  }
+  if (Contains(request.target, "/text")) {
+    return StatusReply(200, kText);
+  }
+  if (Contains(request.target, "/cut")) {
+    return WireReply(WireHead(200, {"Content-Length: 1000"}) + kText).Close();
+  }
+  if (Contains(request.target, "/answer/file")) {
+    return GeneratedReply(kDownloadBytes);
+  }
+  return StatusReply(200, kDocument);
+}
+
+std::map<std::string, std::string> World::Files() const {
+  std::map<std::string, std::string> files;
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(m_directory.Path())) {
+    const std::string name = entry.path().string().substr(m_directory.Path().size() + 1);
+    if (entry.is_symlink()) {
+      files[name] = fs::read_symlink(entry.path());
+    } else if (entry.is_directory()) {
+      files[name] = "directory";
+    } else {
+      files[name] = Digest(entry.path());
+    }
+  }
+  return files;
+}
+
+}  // namespace lumtest

@@ -1,0 +1,139 @@
+// What one tortured operation has around it: the three clients, a server, files, and the process's
+// two outputs; and what can be seen of them after a call.
+
+#ifndef LUM_TEST_TORTURE_WORLD_H
+#define LUM_TEST_TORTURE_WORLD_H
+
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Fault.h"
+#include "LumApollo.h"
+#include "LumCurlHttp.h"
+#include "LumCurlOrvOps.h"
+#include "OutputFile.h"
+#include "support/Files.h"
+#include "tls/TlsMaterial.h"
+#include "wire/Ports.h"
+#include "wire/WireServer.h"
+
+namespace lumtest {
+
+enum class Connection {
+  kPlain,        // http
+  kTls,          // https
+  kCertificate,  // https with a server that asks for a client certificate
+};
+
+// What the other side does.
+enum class Road {
+  kNone,     // nothing: no transfer
+  kAnswer,   // 200 with a document
+  kError,    // 500 with a document
+  kNotJson,  // 200 with a text
+  kCut,      // 200, and the body breaks off
+  kRefused,  // the connection is refused
+};
+const char* NameOf(Road road);
+
+// Everything that an operation is judged by.
+struct Observation {
+  std::string answer;                 // the result, or "std::bad_alloc"
+  std::vector<std::string> requests;  // those that arrived whole: head and digest of the body
+  std::map<std::string, std::string> files;  // by path in the directory: digests
+  std::string output;                        // on standard output
+  std::vector<std::string> log;              // lines on standard error
+  long blocks = 0;                           // of memory, allocated and not freed
+  bool descriptorLeft = false;               // open, that was not so before
+};
+
+class World {
+ public:
+  // One thread's: the one that makes it, which is the one that faults strike.
+  World(Connection connection, Road road, Fault& fault);
+  ~World();
+  World(const World&) = delete;
+  World& operator=(const World&) = delete;
+
+  // Runs `call` with the fault armed; everything around it is safe.
+  template <typename Call>
+  auto Try(Call call) {
+    const Armed armed(m_fault, m_nth);
+    return call();
+  }
+
+  // Runs `operation` once, with the fault striking at occasion `nth` (0: never), and tells all that
+  // came of it.
+  Observation Observe(const std::function<std::string(World&)>& operation, std::size_t nth);
+
+  // Removes what a run may have left in the directory.
+  void CleanUp();
+
+  // Whether `url` is that of the connection, as it is at first, or that of a server without TLS.
+  void LeadToPlainServer(bool plain) { url = plain ? m_plainUrl : m_url; }
+
+  // What SetSslInfo of either client takes.
+  template <typename Client>
+  void OfferCertificate(Client& client) {
+    client.SetSslInfo(tls->caCertificate, tls->clientCertificate, tls->clientEncryptedKey,
+                      passPhrase, sizeof passPhrase);
+  }
+
+  std::string Path(const std::string& name) const { return m_directory.Path(name); }
+
+  // The digests of whole archives, by their path in the directory.
+  const std::map<std::string, std::string>& Archives() const { return m_archives; }
+
+  LumCurlHttp http;
+  LumCurlOrvOps service;
+  LumApollo apollo;
+  LumJson::Value document;         // of some members
+  std::string url;                 // where the road begins
+  LumApolloEnv env;                // likewise
+  std::optional<TlsMaterial> tls;  // with TLS
+  unsigned char passPhrase[12] = "pass phrase";
+  std::unique_ptr<FILE, int (*)(FILE*)> stream{nullptr, &std::fclose};  // a caller's
+
+ private:
+  class Armed {
+   public:
+    Armed(Fault& fault, std::size_t nth) : m_fault(fault) { m_fault.Arm(nth); }
+    ~Armed() { m_fault.Disarm(); }
+    Armed(const Armed&) = delete;
+    Armed& operator=(const Armed&) = delete;
+
+   private:
+    Fault& m_fault;
+  };
+
+  static void WaitFor(const WireServer& server);
+  WireReply Answer(const WireRequest& request);
+  std::map<std::string, std::string> Files() const;
+
+  Fault& m_fault;
+  const bool m_served;  // connections may come in
+  std::size_t m_nth = 0;
+  TempDir m_directory;
+  TempDir m_tlsDirectory;
+  std::map<std::string, std::string> m_archives;
+  RefusedPort m_refused;
+  WireServer m_plainServer;
+  std::unique_ptr<WireServer> m_tlsServer;  // with TLS
+  std::string m_url;
+  std::string m_plainUrl;
+  OutputFile m_output{1};
+  OutputFile m_log{2};
+  std::mutex m_mutex;  // guards m_requests
+  std::vector<std::string> m_requests;
+};
+
+}  // namespace lumtest
+
+#endif  // LUM_TEST_TORTURE_WORLD_H
