@@ -6,7 +6,9 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 #include <random>
 #include <string>
@@ -229,6 +231,31 @@ TEST(LumGzipCompress, FailureDoesNotSpoilTheNextCall) {
   char small[50];
   EXPECT_LE(Compress(plain, small, sizeof small), 0);
   EXPECT_TRUE(Compressed(plain) == expected);
+}
+
+// The window was once as large as a number in memory that nobody had set said it was.
+TEST(LumGzipCompress, WhatTheMemoryHeldBeforeDoesNotShow) {
+  const std::string plain = Text(20'000);
+  std::vector<std::string> outputs;
+  for (const std::uint16_t left : {0, 1, 4, 9}) {
+    std::thread([&] {  // each thread's first call takes memory
+      for (std::size_t size = 70'000; size < 100'000; size += 1'000) {
+        std::vector<std::uint16_t> dirt(size / 2, left);
+        // Used, or the compiler leaves it out.
+        ASSERT_EQ(std::count(dirt.begin(), dirt.end(), left), static_cast<long>(size / 2));
+      }
+      std::string packed(2 * plain.size(), '\0');
+      const int length = Compress(plain, &packed[0], packed.size());
+      ASSERT_GT(length, 0);
+      packed.resize(static_cast<std::size_t>(length));
+      outputs.push_back(packed);
+    })
+        .join();
+  }
+  ASSERT_EQ(outputs.size(), 4u);
+  for (const std::string& output : outputs) {
+    EXPECT_TRUE(output == outputs[0]) << output.size() << " bytes, not " << outputs[0].size();
+  }
 }
 
 TEST(LumGzipCompress, ThreadsDoNotMeet) {
