@@ -172,7 +172,7 @@ int LumCompressAndDeCompress::GzipCompress(const char* source, int sourceLength,
   isal_zstream& stream = *kept;
   isal_deflate_stateless_init(&stream);
   stream.hist_bits = 0;  // the largest window; the call above leaves it as the memory was
-  stream.level = 1;  // its tables find room in the stream itself
+  stream.level = 1;      // its tables find room in the stream itself
   stream.gzip_flag = IGZIP_GZIP;
   stream.end_of_stream = 1;
   stream.next_in = reinterpret_cast<std::uint8_t*>(const_cast<char*>(source));
