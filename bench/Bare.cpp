@@ -153,4 +153,22 @@ Reply BareFetch(const char* url) {
   return reply;
 }
 
+bool BareDownload(const char* url, FILE* file) {
+  CURL* handle = curl_easy_init();
+  curl_slist* list = JsonList();
+  curl_easy_setopt(handle, CURLOPT_USERAGENT, "QVcurlHttp/0.1.2");
+  curl_easy_setopt(handle, CURLOPT_HTTPHEADER, list);
+  curl_easy_setopt(handle, CURLOPT_URL, url);
+  curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 0L);
+  curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 0L);
+  curl_easy_setopt(handle, CURLOPT_WRITEDATA, file);  // by libcurl's own write function, fwrite
+  curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, 60L);
+  curl_easy_setopt(handle, CURLOPT_TIMEOUT, 60L);
+  const bool done = curl_easy_perform(handle) == CURLE_OK;
+  curl_slist_free_all(list);
+  curl_easy_cleanup(handle);
+  return done;
+}
+
 }  // namespace lumbench

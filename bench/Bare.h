@@ -5,6 +5,7 @@
 #define LUM_BENCH_BARE_H
 
 #include <cstddef>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -29,7 +30,10 @@ Reply BareServicePut(const char* url, const std::string& body, const Lines& line
 // The configuration client's.
 Reply BareFetch(const char* url);
 
-// libcurl's write callback of all of them; `user` is the Reply.
+// The general client's download into an open file; false when it failed.
+bool BareDownload(const char* url, FILE* file);
+
+// libcurl's write callback of the buffered ones; `user` is the Reply.
 std::size_t AppendToReply(char* data, std::size_t size, std::size_t count, void* user);
 
 }  // namespace lumbench

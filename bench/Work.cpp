@@ -1,9 +1,8 @@
 // One piece of the product's work in a process of its own, for whole-process figures.
 //
 //   LumBenchWork download URL FILE
+//   LumBenchWork download-by-libcurl URL FILE
 //   LumBenchWork upload URL FILE
-//   LumBenchWork pack-file PATH              packs PATH into PATH.tar.gz
-//   LumBenchWork pack-directory PATH
 //   LumBenchWork send-file URL PATH          compresses and uploads
 //   LumBenchWork send-directory URL PATH
 //   LumBenchWork idle                        prints the bytes that an idle object of each class
@@ -12,16 +11,16 @@
 #include <LumApollo.h>
 #include <LumCurlHttp.h>
 #include <LumCurlOrvOps.h>
-#include <LumFileSys.h>
 #include <LumLogger.h>
 #include <malloc.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "Bare.h"
+#include "Peak.h"
 
 namespace {
 
@@ -40,14 +39,11 @@ void PrintIdleBytes(const char* name) {
   std::printf("%s %zu\n", name, (mallinfo2().uordblks - before) / kCount);
 }
 
-// Of this program alone: what getrusage says includes the process that it was forked from.
-void PrintPeakMemory() {
-  std::ifstream status("/proc/self/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.rfind("VmHWM:", 0) == 0) {
-      std::fprintf(stderr, "%ld\n", std::strtol(line.c_str() + 6, nullptr, 10));
-    }
-  }
+// DownloadFile over libcurl alone, with stdio's own buffer.
+bool DownloadByLibcurl(const std::string& url, const std::string& path) {
+  FILE* file = std::fopen(path.c_str(), "wb");
+  const bool done = file != nullptr && lumbench::BareDownload(url.c_str(), file);
+  return file != nullptr && std::fclose(file) == 0 && done;
 }
 
 bool Run(const std::string& what, const std::string& first, const std::string& second) {
@@ -57,11 +53,8 @@ bool Run(const std::string& what, const std::string& first, const std::string& s
   if (what == "upload") {
     return LumCurlOrvOps().UploadLog(first, second, kTimeoutSeconds) == 0;
   }
-  if (what == "pack-file") {
-    return LumCompressAndDeCompress::CompressFile(first.c_str()) == 0;
-  }
-  if (what == "pack-directory") {
-    return LumCompressAndDeCompress::CompressFilePath(first.c_str()) == 0;
+  if (what == "download-by-libcurl") {
+    return DownloadByLibcurl(first, second);
   }
   if (what == "send-file") {
     return LumCurlOrvOps().UploadLogFileForCompress(first, second) == 0;
@@ -85,6 +78,6 @@ int main(int argc, char** argv) {
   const auto argument = [&](int i) { return i < argc ? argv[i] : ""; };
   LumCurlHttp::CurlGlobalInit();
   const bool done = Run(argument(1), argument(2), argument(3));
-  PrintPeakMemory();
+  lumbench::PrintPeakMemory();
   return done ? 0 : 1;
 }
