@@ -2,6 +2,10 @@
 // or too large. Each in a network namespace of its own.
 
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <iostream>
 
@@ -12,6 +16,7 @@
 #include "support/Process.h"
 #include "support/ProcessState.h"
 #include "wire/Digest.h"
+#include "wire/Socket.h"
 
 namespace lumtest {
 namespace {
@@ -110,6 +115,14 @@ TEST(LinkFaultTest, NoWayThere) {
                        {{7, 0, "", std::string("Failed to connect to ") + host + " port .*"}}});
       }
     }
+    for (const Operation& operation : Operations()) {
+      const std::string host = "nowhere.invalid";
+      all.push_back({host,
+                     operation,
+                     UrlTo(host, operation),
+                     0,
+                     {{6, 0, "", "Could not resolve host: " + host}}});
+    }
     RunAtOnce(all);
   });
 }
@@ -128,6 +141,51 @@ TEST(LinkFaultTest, NobodyAtTheAddress) {
     }
     RunAtOnce(all);
   });
+}
+
+// A name server that never answers. libcurl says at its limit that the look-up took too long, but
+// waits for the resolver's thread before it returns: `resolverLimit` seconds with these `options`
+// of resolv.conf(5).
+void WithASilentNameServer(const std::string& options, double resolverLimit) {
+  InNetwork(true, [&] {
+    const NetNamespaceOptions pair;
+    const TempDir directory;
+    const std::string configuration =
+        directory.Write("resolv.conf", "nameserver " + pair.peerAddress + "\n" + options);
+    // A host name with a domain would make the resolver ask once more.
+    ASSERT_EQ(unshare(CLONE_NEWNS | CLONE_NEWUTS), 0);
+    ASSERT_EQ(sethostname("lum", 3), 0);
+    ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+    ASSERT_EQ(mount(configuration.c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr), 0);
+    int silent = -1;
+    InPeerNamespace([&] {
+      SocketAddress port(pair.peerAddress, 53);
+      silent = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+      ASSERT_EQ(bind(silent, port.Get(), port.length), 0);
+    });
+    std::vector<Encounter> all;
+    for (const Operation& operation : Operations()) {
+      Encounter met{"silent name server", operation, UrlTo("nowhere.example", operation),
+                    resolverLimit,        {},        ConnectLimit(operation)};
+      if (ConnectLimit(operation) <= resolverLimit) {
+        met.endings.push_back({28, 0, "", "Resolving timed out after [0-9]+ milliseconds"});
+      }
+      if (ConnectLimit(operation) >= resolverLimit) {
+        met.endings.push_back({6, 0, "", "Could not resolve host: nowhere.example"});
+      }
+      all.push_back(met);
+    }
+    RunAtOnce(all);
+    close(silent);
+  });
+}
+
+TEST(LinkFaultTest, ASilentNameServer) {
+  WithASilentNameServer("", 10);
+}
+
+TEST(LinkFaultTest, ASilentNameServerThatIsGivenOneSecond) {
+  WithASilentNameServer("options timeout:1 attempts:1\n", 1);
 }
 
 TEST(LinkFaultTest, ThirtyPercentOfThePacketsAreLost) {

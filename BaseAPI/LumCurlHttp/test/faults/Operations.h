@@ -29,6 +29,7 @@ class Caller {
   LumCurlOrvOps service;
   LumCurlOrvOps signedService;  // with the settings of a signed upload
   LumApollo apollo;
+  bool shared = false;  // by threads: the last error may be another's, and is not looked at
   std::string content = "the content of a log\n";  // of the files to upload
 
   // The files of one operation lie in a directory named after it, so that operations may run side

@@ -77,6 +77,12 @@ TEST_P(ResetFaultTest, ClosedAtEveryByteOfTheReply) {
   }
 }
 
+// A server that says at once that it will say nothing, and then listens.
+TEST_P(ResetFaultTest, HalfClosedFromTheStart) {
+  server->Script(WireReply().At(WireStart::kHandshake).HalfClose().ReadBody());
+  Fault({{52, 0, "", "Empty reply from server"}});
+}
+
 INSTANTIATE_TEST_SUITE_P(Operations, ResetFaultTest, ::testing::ValuesIn(Operations()), NameOf);
 
 }  // namespace

