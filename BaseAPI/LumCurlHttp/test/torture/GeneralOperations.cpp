@@ -9,6 +9,9 @@ namespace {
 
 constexpr char kHeader[] = "X-Header: a value of more than fifteen characters";
 
+// A refused path keeps its handle.
+const StatedFailure kRefusedPath = {"-10000", "", StatedFailure::Log::kNothing, false, true};
+
 void OfferHttpCertificate(World& w) {
   w.OfferCertificate(w.http);
 }
@@ -45,7 +48,7 @@ Operation Download() {
                        return std::to_string(w.Try([&] { return w.http.DownloadFile(url, path); }));
                      },
                      {Road::kAnswer, Road::kError, Road::kCut, Road::kRefused},
-                     {{"-10000"}}};
+                     {{"-10000"}, kRefusedPath}};
   download.limitSeconds = 60;
   return download;
 }
@@ -122,7 +125,7 @@ std::vector<Operation> GeneralOperations(Connection connection) {
                    return std::to_string(w.Try([&] { return w.http.DownloadFile(w.url, path); }));
                  },
                  {Road::kNone},
-                 {{"-10000"}}});
+                 {{"-10000"}, kRefusedPath}});
   return all;
 }
 

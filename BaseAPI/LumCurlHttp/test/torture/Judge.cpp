@@ -56,16 +56,18 @@ std::string WrongFile(const World& world, const Fault& fault, const Observation&
   return "";
 }
 
-// An answer that the contract has for a failure, with what belongs to it.
-bool IsStated(const Operation& operation, const Observation& usual, const Observation& seen,
-              bool outputLost) {
-  return std::any_of(operation.failures.begin(), operation.failures.end(),
-                     [&](const StatedFailure& failure) {
-                       return seen.answer == failure.answer &&
-                              (failure.log == StatedFailure::Log::kNothing || outputLost ||
-                               HasErrorLine(seen.log, failure.line)) &&
-                              (!failure.wholeRequest || seen.requests == usual.requests);
-                     });
+// The failure of the contract that the answer stands for, with what belongs to it; null for none.
+const StatedFailure* FindStated(const Operation& operation, const Observation& usual,
+                                const Observation& seen, bool outputLost) {
+  const auto found = std::find_if(
+      operation.failures.begin(), operation.failures.end(), [&](const StatedFailure& failure) {
+        const bool logged = failure.log == StatedFailure::Log::kNothing
+                                ? !HasErrorLine(seen.log, "")
+                                : HasErrorLine(seen.log, failure.line) || outputLost;
+        return seen.answer == failure.answer && logged &&
+               (!failure.wholeRequest || seen.requests == usual.requests);
+      });
+  return found == operation.failures.end() ? nullptr : &*found;
 }
 
 }  // namespace
@@ -80,16 +82,16 @@ Verdict Judge(const Operation& operation, const World& world, const Fault& fault
     return {Outcome::kBad, "a descriptor was left open"};
   }
   if (seen.answer == "std::bad_alloc") {
-    return fault.MayThrow() ? Verdict{Outcome::kBadAlloc, ""}
+    return fault.MayThrow() ? Verdict{Outcome::kBadAlloc}
                             : Verdict{Outcome::kBad, "std::bad_alloc with memory at hand"};
   }
   const bool sameOutput = seen.output == usual.output || fault.StruckAnOutput();
   if (seen.answer == usual.answer && seen.requests == usual.requests && seen.files == usual.files &&
       sameOutput && SameLog(usual.log, seen.log)) {
-    return {Outcome::kSame, ""};
+    return {Outcome::kSame};
   }
-  if (IsStated(operation, usual, seen, fault.StruckAnOutput())) {
-    return {Outcome::kFailure, ""};
+  if (const auto* stated = FindStated(operation, usual, seen, fault.StruckAnOutput())) {
+    return {Outcome::kFailure, "", stated->keepsMemory};
   }
   std::string reason = "it answered \"" + seen.answer + "\"";
   reason += seen.requests == usual.requests ? " to the usual requests"

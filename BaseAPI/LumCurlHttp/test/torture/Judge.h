@@ -19,7 +19,8 @@ enum class Outcome {
 
 struct Verdict {
   Outcome outcome;
-  std::string reason;  // of kBad
+  std::string reason = "";   // of kBad
+  bool keepsMemory = false;  // as the contract has it
 };
 
 // `usual` is what the operation does without a fault.

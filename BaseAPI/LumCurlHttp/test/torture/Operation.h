@@ -18,8 +18,9 @@ struct StatedFailure {
 
   std::string answer;
   std::string line = "";      // in one of the error lines that then must be there
-  Log log = Log::kError;      // kNothing: the contract promises no line
+  Log log = Log::kError;      // kNothing: without an error line
   bool wholeRequest = false;  // the answer claims that the request has arrived whole
+  bool keepsMemory = false;   // what is then never released, on purpose
 };
 
 struct Operation {

@@ -3,15 +3,22 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <mutex>
+#include <thread>
 
 #include "Excuses.h"
+#include "FailingCall.h"
 #include "FailingMalloc.h"
 #include "Supervisor.h"
 
@@ -53,7 +60,7 @@ class TortureTest : public ::testing::Test {
   Result Torture(const Operation& operation) {
     FILE* const report = std::tmpfile();
     const std::vector<Trial> trials = {
-        {operation, Connection::kPlain, operation.roads.at(0), &Allocations}};
+        {operation, Connection::kPlain, operation.roads.at(0), faults}};
     const Result result = RunAll(trials, 1, report, std::chrono::seconds(1)).at(0);
     std::fseek(report, 0, SEEK_END);
     text.resize(static_cast<std::size_t>(std::ftell(report)));
@@ -70,6 +77,7 @@ class TortureTest : public ::testing::Test {
     EXPECT_THAT(text, HasSubstr(reason));
   }
 
+  Faults (*faults)() = &Allocations;
   std::string text;  // what was reported
 };
 
@@ -280,6 +288,125 @@ TEST(FailingMalloc, LeavesABlockThatCannotGrowAsItIs) {
   EXPECT_EQ(grown, nullptr);
   EXPECT_STREQ(block, "text");
   std::free(block);
+}
+
+// --- System calls. The filter stays with its thread: each test has one of its own. ---
+
+void InAThread(const std::function<void()>& work) {
+  std::thread(work).join();
+}
+
+TEST(FailingCall, StrikesTheCallThatIsAskedFor) {
+  InAThread([] {
+    FailingCall fault({"lseek", {SYS_lseek}, Target::kAny, EIO});
+    const int file = memfd_create("file", MFD_CLOEXEC);
+    fault.Arm(2);
+    EXPECT_EQ(lseek(file, 0, SEEK_SET), 0);
+    EXPECT_FALSE(fault.Struck());
+    EXPECT_EQ(lseek(file, 0, SEEK_SET), -1);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_TRUE(fault.Struck());
+    EXPECT_EQ(lseek(file, 0, SEEK_SET), 0);
+    fault.Arm(1);
+    fault.Disarm();
+    EXPECT_EQ(lseek(file, 0, SEEK_SET), 0);
+    close(file);
+  });
+}
+
+TEST(FailingCall, ReachesIntoStdio) {
+  InAThread([] {
+    FailingCall open({"open", {SYS_open, SYS_openat}, Target::kAny, EMFILE});
+    open.Arm(1);
+    EXPECT_EQ(std::fopen("/dev/zero", "rb"), nullptr);
+    EXPECT_EQ(errno, EMFILE);
+    FILE* const zero = std::fopen("/dev/zero", "rb");
+    ASSERT_NE(zero, nullptr);
+    FailingCall read({"read", {SYS_read}, Target::kFile, EIO});
+    read.Arm(1);
+    char byte = 1;
+    EXPECT_EQ(std::fread(&byte, 1, 1, zero), 0U);
+    EXPECT_TRUE(std::ferror(zero));
+    std::fclose(zero);
+  });
+}
+
+TEST(FailingCall, DoesHalfOfTheWork) {
+  InAThread([] {
+    FailingCall fault({"write", {SYS_write, SYS_writev}, Target::kFile, 0});
+    const int file = memfd_create("file", MFD_CLOEXEC);
+    fault.Arm(1);
+    EXPECT_EQ(write(file, "0123456789", 10), 5);
+    fault.Arm(1);
+    char text[] = "abc";
+    const iovec parts[] = {{text, 3}, {text, 3}};
+    EXPECT_EQ(writev(file, parts, 2), 2);
+    char all[20] = "";
+    EXPECT_EQ(pread(file, all, sizeof all, 0), 7);
+    EXPECT_STREQ(all, "01234ab");
+    close(file);
+  });
+}
+
+TEST(FailingCall, ClosesWhatItReportsAsNotClosed) {
+  InAThread([] {
+    FailingCall fault({"close", {SYS_close}, Target::kAny, EIO});
+    const int file = memfd_create("file", MFD_CLOEXEC);
+    fault.Arm(1);
+    EXPECT_EQ(close(file), -1);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(fcntl(file, F_GETFD), -1);
+  });
+}
+
+TEST(FailingCall, TellsFilesFromSockets) {
+  InAThread([] {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    FailingCall file({"write", {SYS_write}, Target::kFile, EIO});
+    file.Arm(1);
+    EXPECT_EQ(write(ends[0], "x", 1), 1);
+    EXPECT_FALSE(file.Struck());
+    FailingCall socket({"write", {SYS_write}, Target::kSocket, ECONNRESET});
+    socket.Arm(1);
+    EXPECT_EQ(write(ends[0], "x", 1), -1);
+    EXPECT_EQ(errno, ECONNRESET);
+    close(ends[0]);
+    close(ends[1]);
+  });
+}
+
+TEST(FailingCall, LeavesOtherThreadsAlone) {
+  InAThread([] {
+    FailingCall fault({"lseek", {SYS_lseek}, Target::kAny, EIO});
+    fault.Arm(1);
+    InAThread([] {
+      const int file = memfd_create("file", MFD_CLOEXEC);
+      EXPECT_EQ(lseek(file, 0, SEEK_SET), 0);
+      close(file);
+    });
+    EXPECT_FALSE(fault.Struck());
+  });
+}
+
+TEST_F(TortureTest, NoticesAnUploadThatIsCutShort) {
+  Operation operation{"Planted",
+                      [](World& w) {
+                        const int file = open(w.Path("a.log").c_str(), O_RDONLY | O_CLOEXEC);
+                        std::string content(50000, '\0');
+                        // Takes one read for the whole file.
+                        const ssize_t got =
+                            w.Try([&] { return read(file, content.data(), content.size()); });
+                        close(file);
+                        content.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+                        int status = 0;
+                        w.http.Post(w.url, content, false, status);
+                        return std::to_string(status);
+                      },
+                      {Road::kAnswer}};
+  faults = &EveryCallFault;
+  ExpectBad(operation, "read EIO 1: it answered \"200\", with other requests than usual");
+  EXPECT_THAT(text, HasSubstr("read short 1: it answered \"200\", with other requests"));
 }
 
 // --- Excuses ---

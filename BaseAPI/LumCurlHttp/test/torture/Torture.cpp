@@ -1,9 +1,12 @@
 // LumTorture: every public operation under every fault in turn, and the table of what came of it.
 //
 //   LumTorture http|https|certificate [PART-OF-A-NAME]
+//   LumTorture calls|tls-calls        [PART-OF-A-NAME]
 //
-// Fails each allocation of the operations: over plain HTTP, over TLS, and over TLS with a client
-// certificate and its encrypted key. PART-OF-A-NAME chooses among the operations.
+// The first three fail each allocation: over plain HTTP, over TLS, and over TLS with a client
+// certificate and its encrypted key. The other two fail each file and socket call with each of its
+// usual errors: over plain HTTP, and over TLS. PART-OF-A-NAME chooses among the
+// operations.
 
 #include <algorithm>
 #include <cstdio>
@@ -12,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "FailingCall.h"
 #include "FailingMalloc.h"
 #include "Operation.h"
 #include "Supervisor.h"
@@ -63,9 +67,8 @@ void Print(const Trial& trial, const Result& result) {
 }
 
 // Whether all is well.
-bool Torture(const std::vector<Trial>& trials) {
-  const std::size_t cores = std::max(1U, std::thread::hardware_concurrency());
-  const std::vector<Result> results = RunAll(trials, cores, stderr);
+bool Torture(const std::vector<Trial>& trials, std::size_t atOnce) {
+  const std::vector<Result> results = RunAll(trials, atOnce, stderr);
   std::puts("| operation | server | tried | as usual | failure | bad_alloc | excused | bad |");
   std::puts("|---|---|--:|--:|--:|--:|--:|--:|");
   Result sum;
@@ -88,15 +91,26 @@ int main(int argc, char** argv) {
   using lumtest::Connection;
   const std::string what = argc > 1 ? argv[1] : "";
   const std::string part = argc > 2 ? argv[2] : "";
-  const std::map<std::string, Connection> kConnections = {
-      {"http", Connection::kPlain},
-      {"https", Connection::kTls},
-      {"certificate", Connection::kCertificate},
+  struct Kind {
+    Connection connection;
+    lumtest::Faults (*faults)();
   };
-  const auto connection = kConnections.find(what);
-  if (connection == kConnections.end()) {
-    std::fputs("usage: LumTorture http|https|certificate [PART-OF-A-NAME]\n", stderr);
+  const std::map<std::string, Kind> kKinds = {
+      {"http", {Connection::kPlain, lumtest::Allocations}},
+      {"https", {Connection::kTls, lumtest::Allocations}},
+      {"certificate", {Connection::kCertificate, lumtest::Allocations}},
+      {"calls", {Connection::kPlain, lumtest::EveryCallFault}},
+      {"tls-calls", {Connection::kTls, lumtest::EveryCallFault}},
+  };
+  const auto kind = kKinds.find(what);
+  if (kind == kKinds.end()) {
+    std::fputs("usage: LumTorture http|https|certificate|calls|tls-calls [PART-OF-A-NAME]\n",
+               stderr);
     return 2;
   }
-  return lumtest::Torture(lumtest::Trials(connection->second, lumtest::Allocations, part)) ? 0 : 1;
+  const auto [connection, faults] = kind->second;
+  const std::size_t cores = std::max(1U, std::thread::hardware_concurrency());
+  // An upload whose file cannot be read waits for its time limit.
+  const std::size_t atOnce = faults == lumtest::EveryCallFault ? 12 * cores : cores;
+  return lumtest::Torture(lumtest::Trials(connection, faults, part), atOnce) ? 0 : 1;
 }

@@ -63,54 +63,57 @@ class ServerProcess {
 class Ordeal {
  public:
   Ordeal(const Trial& trial, Progress& progress, FILE* report)
-      : m_trial(trial), m_operation(trial.operation), m_progress(progress), m_report(report) {}
+      : m_trial(trial),
+        m_operation(trial.operation),
+        m_faults(trial.faults()),
+        m_progress(progress),
+        m_report(report) {}
 
   void Run() {
     RecordFaultsIn(&m_progress.record);
-    const Faults faults = m_trial.faults();
     if (m_operation.fresh) {
       const ServerProcess server;
-      Strike(*faults.at(0), [&](Fault& fault) { return StrikeInANewProcess(fault, server.Url()); });
+      StrikeAll([&](Fault& fault) { return StrikeInANewProcess(fault, server.Url()); });
       return;
     }
     // The clients clean libcurl up as they go; this share keeps it.
     curl_global_init(CURL_GLOBAL_ALL);
-    for (; m_progress.fault < faults.size(); ++m_progress.fault, m_progress.nth = 1) {
-      Fault& fault = *faults[m_progress.fault];
-      World world(m_trial.connection, m_trial.road, fault);
-      world.service.CurlGlobalInit();
-      m_usual = LearnWhatIsUsual(world);
-      world.LeadToPlainServer(true);
-      m_usualAfterwards = LearnWhatIsUsual(world);
-      world.LeadToPlainServer(false);
-      Strike(fault, [&](Fault&) { return StrikeOnce(world, fault); });
-    }
+    World world(m_trial.connection, m_trial.road);
+    world.service.CurlGlobalInit();
+    m_usual = LearnWhatIsUsual(world);
+    world.LeadToPlainServer(true);
+    m_usualAfterwards = LearnWhatIsUsual(world);
+    world.LeadToPlainServer(false);
+    StrikeAll([&](Fault& fault) { return StrikeOnce(world, fault); });
   }
 
  private:
+  // Each fault at each occasion, until `once` finds that there is none left.
   template <typename Once>
-  void Strike(Fault& fault, Once once) {
-    while (once(fault)) {
-      ++m_progress.nth;
+  void StrikeAll(Once once) {
+    for (; m_progress.fault < m_faults.size(); ++m_progress.fault, m_progress.nth = 1) {
+      while (once(*m_faults[m_progress.fault])) {
+        ++m_progress.nth;
+      }
     }
   }
 
-  Observation Observe(World& world, std::size_t nth) {
+  Observation Observe(World& world, Fault* fault = nullptr) {
     world.CleanUp();
     if (m_operation.prepare) {
       m_operation.prepare(world);
     }
     ++m_progress.runs;
-    return world.Observe(m_operation.run, nth);
+    return world.Observe(m_operation.run, fault, m_progress.nth);
   }
 
   // What the operation does without a fault. The first runs fill what libraries keep.
   Observation LearnWhatIsUsual(World& world) {
     Observation usual;
     for (int i = 0; i < 3; ++i) {
-      usual = Observe(world, 0);
+      usual = Observe(world);
     }
-    const Observation again = Observe(world, 0);
+    const Observation again = Observe(world);
     const bool reaches = m_trial.road != Road::kNone && m_trial.road != Road::kRefused;
     if (usual.requests.size() != (reaches ? 1 : 0)) {
       throw std::runtime_error(m_operation.name + " sent " + std::to_string(usual.requests.size()) +
@@ -131,18 +134,19 @@ class Ordeal {
 
   // One run with the fault at the present occasion; false when there is no such occasion.
   bool StrikeOnce(World& world, Fault& fault) {
-    const Observation seen = Observe(world, m_progress.nth);
+    const Observation seen = Observe(world, &fault);
     if (!fault.Struck()) {
       return false;
     }
     Verdict verdict = Judge(m_operation, world, fault, m_usual, seen);
-    if (verdict.outcome != Outcome::kBad && seen.blocks > m_usual.blocks && Leaks(world, fault)) {
+    if (verdict.outcome != Outcome::kBad && !verdict.keepsMemory && seen.blocks > m_usual.blocks &&
+        Leaks(world, fault)) {
       verdict = {Outcome::kBad,
                  "it lost " + std::to_string(seen.blocks - m_usual.blocks) + " blocks of memory"};
     }
     Count(verdict);
     world.LeadToPlainServer(true);  // a handshake costs ten times the rest
-    const Observation after = Observe(world, 0);
+    const Observation after = Observe(world);
     world.LeadToPlainServer(false);
     if (!AreAlike(after, m_usualAfterwards)) {
       Count({Outcome::kBad, "and then the object answered \"" + after.answer + "\", not \"" +
@@ -151,9 +155,9 @@ class Ordeal {
     return true;
   }
 
-  bool Leaks(World& world, const Fault& fault) {
+  bool Leaks(World& world, Fault& fault) {
     for (int i = 0; i < kRepeats; ++i) {
-      if (Observe(world, m_progress.nth).blocks <= m_usual.blocks || !fault.Struck()) {
+      if (Observe(world, &fault).blocks <= m_usual.blocks || !fault.Struck()) {
         return false;
       }
     }
@@ -183,8 +187,8 @@ class Ordeal {
   }
 
   bool StrikeAtStart(Fault& fault, const std::string& url) {
-    World world(Connection::kPlain, m_trial.road, fault);
-    const Observation seen = Observe(world, m_progress.nth);
+    World world(Connection::kPlain, m_trial.road);
+    const Observation seen = Observe(world, &fault);
     m_usual = seen;
     m_usual.answer = "0";
     m_usual.log.clear();
@@ -222,15 +226,15 @@ class Ordeal {
       return;
     }
     ++m_progress.bad;
-    const Faults faults = m_trial.faults();
     (void)std::fprintf(m_report, "BAD: %s, %s, %s %zu: %s\n%s", m_operation.name.c_str(),
-                       NameOf(m_trial.road), faults[m_progress.fault]->Name().c_str(),
+                       NameOf(m_trial.road), m_faults[m_progress.fault]->Name().c_str(),
                        m_progress.nth, verdict.reason.c_str(), Describe(m_progress.record).c_str());
     (void)std::fflush(m_report);
   }
 
   const Trial& m_trial;
   const Operation& m_operation;
+  const Faults m_faults;
   Progress& m_progress;
   FILE* m_report;
   Observation m_usual;

@@ -79,8 +79,8 @@ const char* NameOf(Road road) {
   return "";
 }
 
-World::World(Connection connection, Road road, Fault& fault)
-    : m_fault(fault), m_served(road != Road::kNone && road != Road::kRefused) {
+World::World(Connection connection, Road road)
+    : m_served(road != Road::kNone && road != Road::kRefused) {
   document.AddJsonValue("accessId", "an identifier of some length");
   document.AddJsonValue("text", std::string(200, 'x'));
   if (connection != Connection::kPlain) {
@@ -139,7 +139,8 @@ World::~World() {
   }
 }
 
-Observation World::Observe(const std::function<std::string(World&)>& operation, std::size_t nth) {
+Observation World::Observe(const std::function<std::string(World&)>& operation, Fault* fault,
+                           std::size_t nth) {
   Observation seen;
   {
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -147,8 +148,11 @@ Observation World::Observe(const std::function<std::string(World&)>& operation, 
   }
   (void)m_log.Take();
   (void)m_output.Take();
+  m_fault = fault;
   m_nth = nth;
-  m_fault.Arm(0);  // an operation that does not come to Try is not struck
+  if (fault != nullptr) {
+    fault->Arm(0);  // an operation that does not come to Try is not struck
+  }
 
   // The answer is kept out of the count of blocks.
   static std::array<char, 4096> kept;

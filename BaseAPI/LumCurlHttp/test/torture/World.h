@@ -57,7 +57,7 @@ struct Observation {
 class World {
  public:
   // One thread's: the one that makes it, which is the one that faults strike.
-  World(Connection connection, Road road, Fault& fault);
+  World(Connection connection, Road road);
   ~World();
   World(const World&) = delete;
   World& operator=(const World&) = delete;
@@ -69,9 +69,10 @@ class World {
     return call();
   }
 
-  // Runs `operation` once, with the fault striking at occasion `nth` (0: never), and tells all that
-  // came of it.
-  Observation Observe(const std::function<std::string(World&)>& operation, std::size_t nth);
+  // Runs `operation` once and tells all that came of it. `fault`, unless null, strikes at occasion
+  // `nth`.
+  Observation Observe(const std::function<std::string(World&)>& operation, Fault* fault = nullptr,
+                      std::size_t nth = 0);
 
   // Removes what a run may have left in the directory.
   void CleanUp();
@@ -104,20 +105,28 @@ class World {
  private:
   class Armed {
    public:
-    Armed(Fault& fault, std::size_t nth) : m_fault(fault) { m_fault.Arm(nth); }
-    ~Armed() { m_fault.Disarm(); }
+    Armed(Fault* fault, std::size_t nth) : m_fault(fault) {
+      if (m_fault != nullptr) {
+        m_fault->Arm(nth);
+      }
+    }
+    ~Armed() {
+      if (m_fault != nullptr) {
+        m_fault->Disarm();
+      }
+    }
     Armed(const Armed&) = delete;
     Armed& operator=(const Armed&) = delete;
 
    private:
-    Fault& m_fault;
+    Fault* const m_fault;
   };
 
   static void WaitFor(const WireServer& server);
   WireReply Answer(const WireRequest& request);
   std::map<std::string, std::string> Files() const;
 
-  Fault& m_fault;
+  Fault* m_fault = nullptr;
   const bool m_served;  // connections may come in
   std::size_t m_nth = 0;
   TempDir m_directory;
