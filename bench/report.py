@@ -327,6 +327,14 @@ TABLES = {setting: "machine", cost_of_requests: "cost_of_requests", documents: "
           compress_and_upload: "archives", transfers: "transfers", growth: "growth",
           threads: "requests", load: "load", links: "reports"}
 
+# The charts that stand below a table.
+CHARTS = {peers: [("requests", "Processor time per GET")],
+          json: [("json-read", "Reading"), ("json-write", "Writing")],
+          reports: [("reports", "Processor time per report")],
+          archives: [("archives", "Seconds per archive")],
+          growth: [("growth", "Time by size")],
+          threads: [("threads", "Processor time by threads")]}
+
 
 def plot(out, name, commands, blocks):
     """Draws OUT/NAME.svg. `blocks` are the data that the commands know as $d0, $d1, ..."""
@@ -411,6 +419,8 @@ def write(results, out):
             continue
         made = make(results)
         print(f"\n== {make.__name__.replace('_', ' ')}\n\n{made}")
+        for chart, title in CHARTS.get(make, []):
+            made += f"\n\n![{title}]({out.name}/{chart}.svg)"
         text = re.sub(f"(<!-- begin {make.__name__} -->\n).*?(<!-- end {make.__name__} -->)",
                       lambda match: f"{match[1]}\n{made}\n\n{match[2]}", text, flags=re.S)
     if page.exists():
