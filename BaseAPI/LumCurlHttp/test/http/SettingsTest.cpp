@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "HttpTest.h"
+#include "recording/FailingAllocation.h"
 
 namespace lumtest {
 namespace {
@@ -39,6 +40,11 @@ TEST_F(HttpTest, ANewClientHasNoFilesNoHeaderAndAZeroedPassPhrase) {
   EXPECT_EQ(engine.m_userAgent, "QVcurlHttp/0.1.2");
   EXPECT_THAT(engine.m_keyPassword, Each(0));
   EXPECT_EQ(sizeof(engine.m_keyPassword), 2048u);
+}
+
+TEST_F(HttpTest, AClientThatCannotBeMadeKeepsNothing) {
+  // Its private part, and the user agent in that.
+  EXPECT_EQ(FailEachAllocation([] {}, [] { const LumCurlHttp made; }, [] {}), 2u);
 }
 
 TEST_F(HttpTest, DestructionReleasesAndWipesNothing) {

@@ -2,6 +2,7 @@
 // error, and what they return.
 
 #include <climits>
+#include <cstring>
 #include <functional>
 #include <ostream>
 #include <set>
@@ -12,6 +13,7 @@
 namespace lumtest {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -271,6 +273,28 @@ TEST_F(ReportTest, GzipReportSendsFromItsBufferWithoutACopy) {
   client.ReportDataWithGzip(kUrl, Document(), "t", "id9");
 
   EXPECT_EQ(recorder.Transfers().at(0).pointers.at(CURLOPT_POSTFIELDS), buffer);
+}
+
+// From four megabytes on the buffer is backed in another way, which must not show.
+TEST_F(ReportTest, LargeGzipReportCompressesIntoAZeroedBufferAndSendsFromIt) {
+  for (const std::size_t size : {2'000'000U, 2'100'000U, 5'000'003U}) {
+    Forget();
+    LumJson::Value document;
+    document["text"] = std::string(size, 'x');
+    const std::string text = document.ToStyledString();
+    recorder.gzip = [](const std::string& source, char* destination, int length) {
+      // All of it is the caller's to write.
+      std::memset(destination, 'z', static_cast<std::size_t>(length));
+      return static_cast<int>(source.size());
+    };
+
+    EXPECT_EQ(client.ReportDataWithGzip(kUrl, document, "t", "id9"), 0);
+
+    EXPECT_THAT(recorder.Events(),
+                Contains("GzipCompress " + std::to_string(text.size()) + " into " +
+                         std::to_string(2 * text.size()) + " zero bytes"));
+    EXPECT_TRUE(SentBody() == std::string(text.size(), 'z'));
+  }
 }
 
 // --- The forms that end in the worker ---
