@@ -69,7 +69,17 @@ class FaultTest : public ::testing::TestWithParam<Operation> {
   // Runs the operation, which must come to one of these endings.
   Ending Fault(const std::vector<Ending>& endings) { return FaultAt(url, endings); }
 
-  Ending FaultAt(const std::string& where, const std::vector<Ending>& endings) {
+  Ending FaultAt(const std::string& where, std::vector<Ending> endings) {
+    if (Uploads()) {
+      // libcurl waits a second for "100 Continue", which a busy machine may miss.
+      const std::vector<Ending> given = endings;
+      for (Ending ending : given) {
+        if (ending.status == NoStatus()) {
+          ending.status = 0;
+          endings.push_back(ending);
+        }
+      }
+    }
     const Ending& ending =
         ExpectEnding(GetParam(), where, RunOperation(caller, GetParam(), where), endings);
     if (Uploads()) {

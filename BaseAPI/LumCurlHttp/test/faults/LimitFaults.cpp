@@ -188,15 +188,15 @@ std::vector<Encounter> NeverEnding::Meet(const std::vector<Operation>& operation
     const double connect = std::min(operation.connectLimit, operation.limit);
     for (const Fault& fault : m_faults) {
       const std::string received = fault.body ? Ending::kBlanks : "";
-      Ending ending{kTimedOut, fault.status, received, kTransferLimit};
+      std::vector<Ending> endings = {{kTimedOut, fault.status, received, kTransferLimit}};
       if (fault.status == Fault::kNone) {
-        ending.status = operation.kind == Kind::kUpload ? 100 : 0;
+        endings[0].status = 0;
+        if (operation.kind == Kind::kUpload) {
+          endings.push_back({kTimedOut, 100, received, kTransferLimit});
+        }
       }
-      all.push_back({fault.name,
-                     operation,
-                     (apollo ? fault.tls : fault.plain)->Url("/x"),
-                     operation.limit,
-                     {ending}});
+      all.push_back({fault.name, operation, (apollo ? fault.tls : fault.plain)->Url("/x"),
+                     operation.limit, endings});
     }
     all.push_back({"never lets anybody connect",
                    operation,
