@@ -36,7 +36,7 @@ void PrintIdleBytes(const char* name) {
   for (std::size_t i = 0; i < kCount; ++i) {
     objects.emplace_back(new Client);
   }
-  std::printf("%s %zu\n", name, (mallinfo2().uordblks - before) / kCount);
+  std::printf("%s %zu\n", name, (mallinfo2().uordblks - before + kCount / 2) / kCount);
 }
 
 // DownloadFile over libcurl alone, with stdio's own buffer.

@@ -6,7 +6,8 @@ import subprocess
 
 DOCUMENTS = {"Get": ["parse-300"], "Post": ["parse-300"], "service-Get": ["parse-300"],
              "service-Post": ["parse-300"], "service-Put": ["parse-300", "style-300", "copy-300"],
-             "fetch": []}
+             "fetch": [], "report": ["style-300", "copy-300"],
+             "gzip-report": ["style-300", "gzip-300"]}
 
 
 def rounded(value):
@@ -67,15 +68,16 @@ def cost_of_requests(results):
     rows = []
     for operation in DOCUMENTS:
         bare = costs[operation]["libcurl"]
-        curlpp = costs[operation]["curlpp"]
+        curlpp = costs[operation].get("curlpp")
         instructions = net(costs, operation, "instructions")
         ratio = instructions / bare["instructions"]
         more = net(costs, operation, "allocations") - bare["allocations"]
         rows.append([operation.replace("-", " "), f"{bare['instructions']:,}",
                      f"{instructions:,.0f}", f"{ratio:.4f}", verdict(ratio <= 1.02),
                      f"{bare['allocations']:g}", f"+{more:g}",
-                     f"+{curlpp['allocations'] - bare['allocations']:g}", verdict(more <= 10),
-                     f"{curlpp['instructions'] / bare['instructions']:.3f}"])
+                     f"+{curlpp['allocations'] - bare['allocations']:g}" if curlpp else "",
+                     verdict(more <= 10),
+                     f"{curlpp['instructions'] / bare['instructions']:.3f}" if curlpp else ""])
     return table(["operation", "libcurl", "library", "ratio", "<= 1.02", "allocations", "library",
                   "curlpp", "<= +10", "curlpp's ratio"], rows)
 
@@ -83,7 +85,7 @@ def cost_of_requests(results):
 def documents(results):
     costs = results["cost_of_requests"]
     names = {"parse-300": "parsing the answer, 300 bytes", "style-300": "writing it",
-             "copy-300": "copying it"}
+             "copy-300": "copying it", "gzip-300": "compressing it"}
     return table(["document work", "instructions", "allocations"],
                  [[title, f"{costs[name]['library']['instructions']:,}",
                    f"{costs[name]['library']['allocations']:g}"] for name, title in names.items()])
