@@ -3,7 +3,9 @@
 #include <isa-l/igzip_lib.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <unordered_set>
@@ -144,6 +146,21 @@ isal_zstream* StreamOfThisThread() {
   return t_stream;
 }
 
+#ifdef __aarch64__
+// ISA-L 2.30 compares eight bytes at a time on AArch64, up to seven beyond the end of its input.
+// What lies on the input's last page cannot do harm; the page after it may not be there.
+constexpr bool kReadsBeyondTheEnd = true;
+#else
+constexpr bool kReadsBeyondTheEnd = false;
+#endif
+constexpr std::size_t kBeyond = 8;
+
+bool MayLeaveItsPage(const char* source, int length) {
+  constexpr std::uintptr_t kSmallestPage = 4096;
+  const auto end = reinterpret_cast<std::uintptr_t>(source) + static_cast<std::uintptr_t>(length);
+  return length > 0 && (end - 1) % kSmallestPage + kBeyond >= kSmallestPage;
+}
+
 // Runs `pack` and turns what it throws into the result of a public operation.
 template <typename Pack>
 int ResultOf(Pack pack) {
@@ -168,6 +185,16 @@ int LumCompressAndDeCompress::GzipCompress(const char* source, int sourceLength,
   isal_zstream* const kept = StreamOfThisThread();
   if (kept == nullptr) {
     return -1;
+  }
+  std::unique_ptr<char[]> copy;
+  if (kReadsBeyondTheEnd && MayLeaveItsPage(source, sourceLength)) {
+    const auto length = static_cast<std::size_t>(sourceLength);
+    copy.reset(new (std::nothrow) char[length + kBeyond]);
+    if (copy == nullptr) {
+      return -1;
+    }
+    std::memcpy(copy.get(), source, length);
+    source = copy.get();
   }
   isal_zstream& stream = *kept;
   isal_deflate_stateless_init(&stream);
