@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <system_error>
 
 #include "wire/Socket.h"
@@ -18,13 +19,18 @@ namespace lumtest {
 
 namespace {
 
-// Whether a listening socket takes no more connections. For such a socket the kernel reports the
-// length of its queue and the limit in these two fields.
-bool QueueIsFull(int listener) {
+// Whether a listening socket takes no more connections, the last of which is `connected` or not.
+// For such a socket the kernel reports the length of its queue and the limit in these two fields.
+// An emulator that passes no such question on leaves the connection that is not taken as the
+// answer.
+bool QueueIsFull(int listener, bool connected) {
   tcp_info info = {};
   socklen_t size = sizeof info;
-  return getsockopt(listener, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 &&
-         info.tcpi_unacked > info.tcpi_sacked;
+  if (getsockopt(listener, IPPROTO_TCP, TCP_INFO, &info, &size) != 0 ||
+      size < offsetof(tcp_info, tcpi_sacked) + sizeof info.tcpi_sacked) {
+    return !connected;
+  }
+  return info.tcpi_unacked > info.tcpi_sacked;
 }
 
 }  // namespace
@@ -128,10 +134,11 @@ SilentPort::SilentPort(const std::string& address) : m_address(address) {
     }
     m_fillers.push_back(filler);
     pollfd waiting = {filler, POLLOUT, 0};
-    if (connect(filler, bound.Get(), bound.length) != 0 && errno == EINPROGRESS) {
-      poll(&waiting, 1, kRoundMilliseconds);
+    bool connected = connect(filler, bound.Get(), bound.length) == 0;
+    if (!connected && errno == EINPROGRESS) {
+      connected = poll(&waiting, 1, kRoundMilliseconds) == 1;
     }
-    if (QueueIsFull(m_listener)) {
+    if (QueueIsFull(m_listener, connected)) {
       return;
     }
   }
