@@ -37,6 +37,8 @@ void* Counted(void* block) {
 
 }  // namespace
 
+// Every library of the process has to find these.
+#pragma GCC visibility push(default)
 extern "C" {
 
 void* malloc(std::size_t size) {
@@ -81,6 +83,7 @@ void free(void* block) {
 }
 
 }  // extern "C"
+#pragma GCC visibility pop
 
 namespace lumtest {
 

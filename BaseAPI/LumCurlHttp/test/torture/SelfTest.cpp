@@ -275,6 +275,8 @@ TEST(FailingMalloc, StrikesEveryWayToAllocate) {
   fault.Arm(1);
   EXPECT_THROW(std::string(100, 'x'), std::bad_alloc);
   fault.Arm(1);
+  EXPECT_THROW((void)operator new(64, std::align_val_t(64)), std::bad_alloc);
+  fault.Arm(1);
   fault.Disarm();
   EXPECT_TRUE(Allocate());
 }

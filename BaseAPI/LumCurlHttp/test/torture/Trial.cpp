@@ -88,11 +88,12 @@ class Ordeal {
   }
 
  private:
-  // Each fault at each occasion, until `once` finds that there is none left.
+  // Each fault at each occasion, until `once` finds twice that there is none left: a transfer may
+  // take a poll more or less.
   template <typename Once>
   void StrikeAll(Once once) {
     for (; m_progress.fault < m_faults.size(); ++m_progress.fault, m_progress.nth = 1) {
-      while (once(*m_faults[m_progress.fault])) {
+      while (once(*m_faults[m_progress.fault]) || once(*m_faults[m_progress.fault])) {
         ++m_progress.nth;
       }
     }
