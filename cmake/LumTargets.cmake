@@ -87,5 +87,5 @@ function(lum_add_test name)
   add_test(NAME ${name}
     COMMAND ${name} --gtest_shuffle --gtest_brief=1
             --gtest_output=json:${PROJECT_BINARY_DIR}/test-results/${name}.json)
-  set_tests_properties(${name} PROPERTIES LABELS ${arg_LABEL} TIMEOUT ${arg_TIMEOUT})
+  set_tests_properties(${name} PROPERTIES LABELS "${arg_LABEL}" TIMEOUT ${arg_TIMEOUT})
 endfunction()
