@@ -409,4 +409,30 @@ TEST(LargeObjectTest, DuplicatesAreDroppedAtEverySize) {
   }
 }
 
+// Members are kept in blocks; the first one is gone through when it holds none any more, too.
+TEST(RemoveTest, FromTheFrontUntilNothingIsLeft) {
+  constexpr int kMembers = 40;
+  Value value;
+  for (int i = 0; i < kMembers; ++i) {
+    value["m" + std::to_string(i)] = i;
+  }
+  for (int removed = 0; removed < kMembers; ++removed) {
+    std::string text;
+    int next = removed;
+    for (const Member& member : value.Members()) {
+      EXPECT_EQ(member.Item().AsInt64(), next);
+      text += (text.empty() ? "{" : ",") + ("\"m" + std::to_string(next) + "\":");
+      text += std::to_string(next++);
+    }
+    EXPECT_EQ(next, kMembers);
+    EXPECT_EQ(value.JsonValueToString(), text + "}");
+    Value read;
+    EXPECT_TRUE(read.Parse(value.ToStyledString()));
+    EXPECT_EQ(read, value);
+    EXPECT_EQ(Value(value), value);
+    ASSERT_TRUE(value.Remove("m" + std::to_string(removed)));
+  }
+  EXPECT_EQ(value.JsonValueToString(), "{}");
+}
+
 }  // namespace
