@@ -74,7 +74,7 @@ endfunction()
 #
 # One GoogleTest program, one entry of ctest. The cases run in random order; the seed is printed.
 function(lum_add_test name)
-  cmake_parse_arguments(arg "" "LABEL;TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
+  cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;LIBRARIES;LABEL" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock_main)
   lum_test_warnings(${name})
