@@ -5,8 +5,7 @@
 //
 // The first three fail each allocation: over plain HTTP, over TLS, and over TLS with a client
 // certificate and its encrypted key. The other two fail each file and socket call with each of its
-// usual errors: over plain HTTP, and over TLS. PART-OF-A-NAME chooses among the
-// operations.
+// usual errors: over plain HTTP, and over TLS. PART-OF-A-NAME chooses among the operations.
 
 #include <algorithm>
 #include <cstdio>
@@ -72,7 +71,6 @@ bool Torture(const std::vector<Trial>& trials, std::size_t atOnce) {
   std::puts("| operation | server | tried | as usual | failure | bad_alloc | excused | bad |");
   std::puts("|---|---|--:|--:|--:|--:|--:|--:|");
   Result sum;
-  bool all = !trials.empty();
   for (std::size_t i = 0; i < trials.size(); ++i) {
     Print(trials[i], results[i]);
     sum.tried += results[i].tried;
@@ -81,7 +79,7 @@ bool Torture(const std::vector<Trial>& trials, std::size_t atOnce) {
   }
   std::printf("\n%zu operations and roads, %zu faults: %zu excused, %zu bad\n", trials.size(),
               sum.tried, sum.excused, sum.bad);
-  return all && sum.bad == 0;
+  return !trials.empty() && sum.bad == 0;
 }
 
 }  // namespace
