@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -336,6 +337,8 @@ TEST(WireServer, StopsWithConnectionsInEveryState) {
     clients.push_back(std::make_unique<WireClient>("127.0.0.1", server.Port()));
     ASSERT_TRUE(clients.back()->Send(bytes));
     ASSERT_TRUE(server.WaitForConnections(1 + clients.size()));
+    // The four whole requests take the scripts, in their order, before the others are there.
+    ASSERT_TRUE(server.WaitForRequests(std::min<std::size_t>(clients.size(), 4)));
   }
   clients.push_back(std::make_unique<WireClient>("127.0.0.1", server.Port()));
   ASSERT_TRUE(gate.WaitReached());

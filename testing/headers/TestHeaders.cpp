@@ -1,0 +1,3 @@
+// The program whose precompiled headers the tests share.
+
+int main() {}
