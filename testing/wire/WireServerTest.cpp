@@ -324,9 +324,12 @@ TEST(WireServer, StopsWithConnectionsInEveryState) {
   WireServer server;
   WireGate gate;
   const std::string post = "POST / HTTP/1.1\r\nContent-Length: 9\r\n\r\n";
-  server.Script(WireReply().At(WireStart::kAccept).Stall());
+  // The first connection has its script before others come that could take it.
+  WireGate taken;
+  server.Script(WireReply().At(WireStart::kAccept).Wait(taken).Stall());
   WireClient stalled("127.0.0.1", server.Port());
-  ASSERT_TRUE(server.WaitForConnections(1));
+  ASSERT_TRUE(taken.WaitReached());
+  taken.Release();
   server.Script(StatusReply(200).Wait(gate));
   server.Script(WireReply().Pause(std::chrono::hours(1)));
   server.Script(WireReply().Forever("for ever"));
