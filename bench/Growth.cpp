@@ -1,9 +1,11 @@
-// The time of each kind of work from 1 KB to 256 MB: it has to grow with the bytes and not faster.
+// The time of each kind of work from 1 KB to LARGEST bytes: it has to grow with the bytes and not
+// faster.
 //
-//   LumBenchGrowth DIRECTORY FILES-PORT SINK-PORT ROUNDS SLICE-SECONDS
+//   LumBenchGrowth DIRECTORY FILES-PORT SINK-PORT LARGEST ROUNDS SLICE-SECONDS
 //
-// DIRECTORY holds the files "1024" to "268435456", each of that many bytes of log text, which the
-// server at FILES-PORT of 127.0.0.1 offers by their names; the one at SINK-PORT discards uploads.
+// DIRECTORY holds the files "1024", "4096" and so on, each of that many bytes of log text, which
+// the server at FILES-PORT of 127.0.0.1 offers by their names; the one at SINK-PORT discards
+// uploads.
 
 #include <LumCurlHttp.h>
 #include <LumCurlOrvOps.h>
@@ -21,21 +23,22 @@
 
 namespace {
 
-constexpr std::size_t kLargest = std::size_t{256} << 20;
 constexpr unsigned int kTimeoutSeconds = 60;
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 6) {
-    std::fprintf(stderr,
-                 "usage: LumBenchGrowth DIRECTORY FILES-PORT SINK-PORT ROUNDS SLICE-SECONDS\n");
+  if (argc != 7) {
+    std::fprintf(
+        stderr,
+        "usage: LumBenchGrowth DIRECTORY FILES-PORT SINK-PORT LARGEST ROUNDS SLICE-SECONDS\n");
     return 2;
   }
   const std::string directory = argv[1];
   const std::string files = std::string("http://127.0.0.1:") + argv[2] + "/";
   const std::string sink = std::string("http://127.0.0.1:") + argv[3] + "/upload";
-  const lumbench::Plan plan = {std::atoi(argv[4]), std::atof(argv[5]), 1};
+  const std::size_t largest = std::strtoull(argv[4], nullptr, 10);
+  const lumbench::Plan plan = {std::atoi(argv[5]), std::atof(argv[6]), 1};
   LumLogger::GetInstance().SetLevel(LumLogger::kError);
   LumCurlHttp general;
   LumCurlOrvOps service;
@@ -44,7 +47,7 @@ int main(int argc, char** argv) {
   // An upload's reply goes to standard output; the results go to where that led before.
   const int results = dup(STDOUT_FILENO);
   const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-  for (std::size_t size = 1024; size <= kLargest; size *= 4) {
+  for (std::size_t size = 1024; size <= largest; size *= 4) {
     const std::string file = directory + "/" + std::to_string(size);
     const std::string archive = file + ".tar.gz";
     const std::string copy = directory + "/copy";

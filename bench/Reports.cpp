@@ -1,10 +1,10 @@
 // Reports of the product beside what a user would write: nlohmann/json, zlib, libcurl.
 //
-//   LumBenchReports PORT ROUNDS SLICE-SECONDS
+//   LumBenchReports PORT LARGEST ROUNDS SLICE-SECONDS
 //
-// The server at PORT of 127.0.0.1 discards what it is sent and answers 200. The sizes are those of
-// the indented text, which is what the product sends; nlohmann/json writes the same layout, and
-// once the compact one for comparison.
+// The server at PORT of 127.0.0.1 discards what it is sent and answers 200. The sizes,
+// 1 KB to LARGEST bytes, are those of the indented text, which is what the product sends;
+// nlohmann/json writes the same layout, and once the compact one for comparison.
 
 #include <LumCurlOrvOps.h>
 #include <LumFileSys.h>
@@ -58,12 +58,13 @@ void PrintSize(const char* what, std::size_t of, std::size_t bytes) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4) {
-    std::fprintf(stderr, "usage: LumBenchReports PORT ROUNDS SLICE-SECONDS\n");
+  if (argc != 5) {
+    std::fprintf(stderr, "usage: LumBenchReports PORT LARGEST ROUNDS SLICE-SECONDS\n");
     return 2;
   }
   const std::string url = std::string("http://127.0.0.1:") + argv[1] + "/report";
-  const lumbench::Plan plan = {std::atoi(argv[2]), std::atof(argv[3]), 1};
+  const std::size_t largest = std::strtoull(argv[2], nullptr, 10);
+  const lumbench::Plan plan = {std::atoi(argv[3]), std::atof(argv[4]), 1};
   LumLogger::GetInstance().SetLevel(LumLogger::kError);
   LumCurlOrvOps service;
   service.CurlGlobalInit();
@@ -72,8 +73,7 @@ int main(int argc, char** argv) {
   const lumbench::Lines plainLines = {"Content-Type: application/json", tokenLine.c_str()};
   const lumbench::Lines gzipLines = {"Content-Type: application/json", tokenLine.c_str(),
                                      "X-ORV-ACCESS-ID: a-1", "Content-Encoding: gzip"};
-  for (const std::size_t size :
-       {1U << 10, 1U << 12, 1U << 14, 1U << 16, 1U << 18, 1U << 20, 1U << 22, 1U << 24}) {
+  for (std::size_t size = 1024; size <= largest; size *= 4) {
     const std::string compact = DocumentOf(size);
     LumJson::Value ours;
     ours.Parse(compact);

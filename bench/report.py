@@ -389,7 +389,8 @@ def charts(results, out):
                   "processor time per GET, us", ["set logscale y", "set yrange [10:*]"])
     if "json" in results:
         found = {name: value["median"] for name, value in results["json"].items()}
-        sizes = (1024, 65536, 4194304, 67108864)
+        sizes = sorted(int(name.split("/")[3]) for name in found
+                       if name.startswith("read/LumJson/records/"))
         for what, who in (("read", ("LumJson", "RapidEvents", "nlohmann", "jsoncpp")),
                           ("write", ("LumJson", "RapidPretty", "nlohmann", "jsoncpp"))):
             bars_plot(out, f"json-{what}", who,

@@ -2,7 +2,8 @@
 // one-shot form against zlib at level 6.
 //
 //   LumFileSysBench [DIRECTORY]
-//   LumFileSysBench --make DIRECTORY    makes the files in DIRECTORY and does nothing else
+//   LumFileSysBench --make DIRECTORY [SHARE]    makes the files in DIRECTORY and does nothing else;
+//                                               with SHARE, one in so many, and so much smaller
 //
 // The first form makes its files in a new directory below DIRECTORY (default: the working
 // directory), about 1.4 GB, and removes them at the end. Each archive is made three times by either
@@ -203,23 +204,25 @@ void CompareOneShot(std::size_t size) {
               100.0 * static_cast<double>(length) / static_cast<double>(reference) - 100.0);
 }
 
-// The files to pack, below `root`.
-void MakeFiles(const fs::path& root) {
-  constexpr std::size_t kText = std::size_t{64} << 20;
-  const std::string text = LogText(kText);
+// The files to pack, below `root`; a `share` of one is about 1.4 GB.
+void MakeFiles(const fs::path& root, std::size_t share = 1) {
+  const std::size_t textSize = (std::size_t{64} << 20) / share;
+  const std::size_t logSize = 1340000 / share;
+  const std::size_t smallFiles = 20000 / share;
+  const std::string text = LogText(textSize);
   std::mt19937 random(11);
   fs::create_directories(root / "logs");
   for (int i = 0; i < 200; ++i) {
     WriteFile(root / "logs" / ("app." + std::to_string(1000 + i) + ".log"),
-              text.data() + random() % (kText - 1340000), 1340000);
+              text.data() + random() % (textSize - logSize), logSize);
   }
-  for (int i = 0; i < 20000; ++i) {
+  for (std::size_t i = 0; i < smallFiles; ++i) {
     const fs::path folder = root / "small" / std::to_string(100 + i / 400);
     if (i % 400 == 0) {
       fs::create_directories(folder);
     }
     WriteFile(folder / ("part-" + std::to_string(100000 + i) + ".log"),
-              text.data() + random() % (kText - 8192), 200 + random() % 6000);
+              text.data() + random() % (textSize - 8192), 200 + random() % 6000);
   }
   std::ofstream big(root / "big.log", std::ios::binary);
   for (int i = 0; i < 16; ++i) {
@@ -235,8 +238,8 @@ int Pack(const std::string& kind, const char* path) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 3 && argv[1] == std::string("--make")) {
-    MakeFiles(argv[2]);
+  if (argc >= 3 && argv[1] == std::string("--make")) {
+    MakeFiles(argv[2], argc > 3 ? std::strtoull(argv[3], nullptr, 10) : 1);
     return 0;
   }
   if (argc == 4 && argv[1] == std::string("--pack")) {
