@@ -179,8 +179,9 @@ class Writer {
   // indentation of the next.
   static constexpr std::size_t kReserve = 2 * kNumberSize + kIndent * (Value::kMaxDepth + 1);
   static constexpr std::size_t kBufferSize = 16384;
-  // An estimate is trusted up to this multiple of what is written.
-  static constexpr std::size_t kMaxGrowth = 8;
+  // An estimate is trusted up to this multiple of what is written: memory that is reserved and not
+  // touched costs next to nothing, a text that moves costs its pages twice.
+  static constexpr std::size_t kMaxGrowth = 1024;
 
   void MakeRoom() {
     if (position_ > limit_) {
