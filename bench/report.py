@@ -231,13 +231,15 @@ def compress_and_upload(results):
 def transfers(results):
     found = results["transfers"]
     rows = []
-    for who, peer, goal in (("DownloadFile", "curl -o", 1.0),
-                            ("DownloadFile", "DownloadFile's options, libcurl alone", 1.0),
-                            ("UploadLog", "curl -T", 1.05)):
+    pairs = [("UploadLog", "curl -T", 1.05)]
+    for place in ("disk", "memory"):
+        pairs += [(f"DownloadFile to {place}", f"curl -o to {place}", 1.0),
+                  (f"DownloadFile to {place}", f"its options, libcurl alone, to {place}", 1.0)]
+    for who, peer, goal in pairs:
         ours, theirs = found[who], found[peer]
         ratio = ours["cpu"]["median"] / theirs["cpu"]["median"]
         more = (ours["peak"] - found[f"{who}, 1 KiB"]["peak"]) / 1024
-        rows.append([f"{who} over {peer}", f"{ours['cpu']['median']:.3f}",
+        rows.append([f"{who} over {peer.split(' to ')[0]}", f"{ours['cpu']['median']:.3f}",
                      f"{theirs['cpu']['median']:.3f}", f"{ratio:.2f}",
                      f"{verdict(ratio <= goal)} ({goal:.2f})", f"{ours['wall']['median']:.2f}",
                      f"{theirs['wall']['median']:.2f}", f"{more:+.2f} MiB", verdict(more <= 1)])

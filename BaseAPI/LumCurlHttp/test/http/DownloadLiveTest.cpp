@@ -161,7 +161,7 @@ TEST_F(DownloadLive, ADirectoryThatCannotBeWrittenIsAFailure) {
 TEST_F(DownloadLive, AFullFileSystemIsAFailureWhateverTheSize) {
   path = "/dev/full";
   WireServer server;
-  for (const std::uint64_t size : {1, 100, 262144, 262145, 3000000}) {
+  for (const std::uint64_t size : {1, 100, 65536, 65537, 3000000}) {
     server.Script(GeneratedReply(size));
     ExpectFailure(server.Url(), "(Failed writing received data to disk/application)");
   }

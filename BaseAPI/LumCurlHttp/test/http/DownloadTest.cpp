@@ -32,7 +32,7 @@ class DownloadTest : public HttpTest {
   // From the open file to the transfer's end.
   Events TransferEvents(const std::string& ca = "") const {
     return {"fopen " + path + " wb",
-            "setvbuf 262144",
+            "setvbuf 65536",
             "curl_slist_append Content-Type: application/json",
             "curl_slist_append charsets: utf-8",
             "CURLOPT_USERAGENT QVcurlHttp/0.1.2",
@@ -273,7 +273,7 @@ TEST_F(DownloadTest, FailsWhenWhatIsLeftCannotBeWritten) {
 
 TEST_F(DownloadTest, FailsOnAFullDiskWhateverTheSize) {
   path = "/dev/full";
-  for (const std::size_t size : {1u, 4096u, 262143u, 262144u, 262145u, 1000000u}) {
+  for (const std::size_t size : {1u, 4096u, 65535u, 65536u, 65537u, 1000000u}) {
     recorder.Reset();
     recorder.NextPerform(Reply(std::string(size, 'x')));
     EXPECT_EQ(Download(), -10000) << size;
