@@ -8,7 +8,7 @@
 struct HttpResult {
   HttpResult() : code(-1) {}
 
-  int code;          // the HTTP status; -1 until a transfer has been performed
+  int code;          // the HTTP status; -1 until there is one
   std::string body;  // the response body, or the failure text of a transfer that failed
 };
 

@@ -96,10 +96,12 @@ TEST_F(HttpLive, TheCallersHeaderTakesThePlaceOfTheJsonOnes) {
 
 TEST_F(HttpLive, TheCallersHeaderIsSentEvenWhenItsValueIsEmpty) {
   WireServer server;
-  server.Script(JsonReply("{}"));
+  server.SetHandler([](const WireRequest&) { return JsonReply("{}"); });
   client.SetHeaders("X-Trace: ");
   Get(server.Url());
+  Post(server.Url(), "{}");
   EXPECT_TRUE(server.Request(0).HasHeader("X-Trace")) << server.Request(0).head;
+  EXPECT_TRUE(server.Request(1).HasHeader("X-Trace")) << server.Request(1).head;
 }
 
 // libcurl knows no type for the body then, and calls it a form.

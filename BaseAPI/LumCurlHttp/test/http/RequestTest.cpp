@@ -186,6 +186,14 @@ TEST_P(HttpRequest, DoesNotSplitTheCallersHeader) {
   EXPECT_THAT(TheTransfer().headers, ElementsAre("A: 1; B: 2, C: 3\\r\\nD: 4"));
 }
 
+// The list is handed over as the caller wrote it; libcurl would then leave the line out.
+TEST_P(HttpRequest, KeepsTheCallersHeaderWhenItsValueIsEmpty) {
+  client.SetHeaders("X-Trace: ");
+  Call(GetParam());
+  EXPECT_THAT(recorder.Events(), Contains("CURLOPT_HTTPHEADER [X-Trace: ]"));
+  EXPECT_THAT(TheTransfer().headers, ElementsAre("X-Trace;"));
+}
+
 TEST_P(HttpRequest, KeepsTheCallersHeaderUntilItIsReplaced) {
   client.SetHeaders("X-One: 1");
   Call(GetParam());

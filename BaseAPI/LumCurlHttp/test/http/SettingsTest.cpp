@@ -3,6 +3,9 @@
 
 #include <climits>
 #include <cstring>
+#include <mutex>
+#include <type_traits>
+#include <vector>
 
 #include "HttpTest.h"
 #include "recording/FailingAllocation.h"
@@ -15,6 +18,38 @@ using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Not;
+
+// --- The shape of the two classes
+
+static_assert(!std::is_copy_constructible<LumCurlHttp>::value &&
+                  !std::is_copy_assignable<LumCurlHttp>::value &&
+                  !std::is_move_constructible<LumCurlHttp>::value &&
+                  !std::is_move_assignable<LumCurlHttp>::value,
+              "one object owns its private part");
+static_assert(!std::is_polymorphic<LumCurlHttp>::value, "");
+static_assert(std::is_same<decltype(LumCurlHttpPrivate::m_mutex), std::mutex>::value, "");
+static_assert(std::is_same<decltype(LumCurlHttpPrivate::m_keyPassword), unsigned char[2048]>::value,
+              "");
+
+TEST_F(HttpTest, TheEngineDeclaresItsFieldsInOrder) {
+  const LumCurlHttpPrivate& engine = Engine();
+  const std::vector<const void*> fields = {
+      &engine,
+      &engine.m_mutex,
+      &engine.m_caCertPath,
+      &engine.m_clientCertPath,
+      &engine.m_clientKeyPath,
+      &engine.m_keyPassword,
+      &engine.m_userAgent,
+      &engine.m_headers,
+  };
+  EXPECT_EQ(fields[0], fields[1]);
+  for (std::size_t i = 2; i < fields.size(); ++i) {
+    EXPECT_LT(fields[i - 1], fields[i]) << "field " << i;
+  }
+  EXPECT_EQ(static_cast<const void*>(&engine.m_headers + 1), &engine + 1)
+      << "there is a further field";
+}
 
 // --- CurlGlobalInit and construction
 

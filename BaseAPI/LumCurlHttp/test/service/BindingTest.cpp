@@ -226,6 +226,33 @@ TEST_F(InterfaceTest, MacOfOneInterfaceIsLookedUpOnceAndKept) {
               ElementsAre("log 3 SetInterface: Set interface=eth2", "CURLOPT_INTERFACE eth2"));
 }
 
+TEST_F(InterfaceTest, NameThatWasFoundStaysWhenTheMacChanges) {
+  client.SetBindMac("02:00:00:00:00:01");
+  Forget();
+  recorder.interfaceNames = {"eth2"};
+  Again();
+  client.SetBindMac("02:00:00:00:00:02");
+
+  EXPECT_THAT(Request(),
+              ElementsAre("log 3 SetInterface: Set interface=eth2", "CURLOPT_INTERFACE eth2"));
+}
+
+TEST_F(InterfaceTest, NewMacIsLookedUpOnceTheNameIsTakenBack) {
+  client.SetBindMac("02:00:00:00:00:01");
+  Forget();
+  recorder.interfaceNames = {"eth2"};
+  Again();
+  client.SetBindMac("02:00:00:00:00:02");
+  client.SetBindInterface("");
+  Forget();
+  recorder.interfaceNames = {"eth3"};
+
+  EXPECT_THAT(Again(),
+              ElementsAre("GetInterfaceName 02:00:00:00:00:02",
+                          "log 3 UpdateInterfaceNameFromMac: Update interface name=eth3",
+                          "log 3 SetInterface: Set interface=eth3", "CURLOPT_INTERFACE eth3"));
+}
+
 TEST_F(InterfaceTest, MacOfNoInterfaceIsAskedForByEveryRequestAndBindsNone) {
   client.SetBindMac("02:00:00:00:00:01");
 

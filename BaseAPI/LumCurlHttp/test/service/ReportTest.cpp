@@ -471,6 +471,16 @@ TEST_P(EveryReport, WithoutAPrivateObjectReturnsAtOnce) {
   EXPECT_EQ(client.GetLastErrorBody(), "");
 }
 
+TEST_F(ReportTest, MissingIdentifierIsToldOfEvenWithoutAPrivateObject) {
+  DropPrivate();
+
+  EXPECT_EQ(client.ReportDataWithGzip(kUrl, LumJson::Value(), "t"), -9999);
+  EXPECT_EQ(client.ReportDataWithGzip(kUrl, LumJson::Value(), "t", 60U), -9999);
+
+  const std::string line = ClientLog(2, "ReportDataWithGzip", "accessId is Empty");
+  EXPECT_THAT(Logs(), ElementsAre(line, line));
+}
+
 TEST_P(EveryReport, FailedTransferWithoutAStatusRecordsTheFailureText) {
   recorder.NextPerform(Broken(CURLE_COULDNT_CONNECT, 0, "refused"));
 

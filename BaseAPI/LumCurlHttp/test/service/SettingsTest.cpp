@@ -185,14 +185,18 @@ TEST_P(StringSetting, ReplacesAnEarlierValue) {
 }
 
 TEST_P(StringSetting, WritesNoOtherSetting) {
+  const std::vector<Setting> fields = {kDate,          kAuthorisation, kDomainIp,     kBindIp,
+                                       kBindInterface, kBindMac,       kSecurityToken};
+  for (const Setting& field : fields) {
+    Engine().*field.field = "before";
+  }
+
   Set("value");
 
-  int filled = 0;
-  for (const Setting& other :
-       {kDate, kAuthorisation, kDomainIp, kBindIp, kBindInterface, kBindMac, kSecurityToken}) {
-    filled += (Engine().*other.field).empty() ? 0 : 1;
+  for (const Setting& field : fields) {
+    const bool isSet = field.field == GetParam().field;
+    EXPECT_EQ(Engine().*field.field, isSet ? "value" : "before") << field.name;
   }
-  EXPECT_EQ(filled, 1);
 }
 
 TEST_P(StringSetting, TakesAnyBytes) {

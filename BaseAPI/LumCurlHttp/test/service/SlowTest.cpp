@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <limits>
 #include <string>
 #include <thread>
 #include <vector>
@@ -115,6 +116,18 @@ TEST_F(SlowTest, EveryOperationEndsAtItsLimitAndNotBefore) {
       {"LateReport", 6,
        [&](LumCurlOrvOps& c) { return c.ReportData(late.Url(), document, "t", 0, ""); }, 0},
       {"LateUpload", 6, [&](LumCurlOrvOps& c) { return c.UploadLog(late.Url(), path, 0); }, 0},
+      // More than libcurl takes for a limit is none, either.
+      {"LateReportWithTheLargestLimit", 6,
+       [&](LumCurlOrvOps& c) {
+         return c.ReportData(late.Url(), document, "t", std::numeric_limits<unsigned int>::max(),
+                             "");
+       },
+       0},
+      {"LateUploadWithTheLargestLimit", 6,
+       [&](LumCurlOrvOps& c) {
+         return c.UploadLog(late.Url(), path, std::numeric_limits<unsigned int>::max());
+       },
+       0},
       // Connecting alone.
       {"ConnectOfReport", 4,
        [&](LumCurlOrvOps& c) { return c.ReportData(unreachable, document, "t", 30, ""); }, kFailed},
@@ -144,7 +157,7 @@ TEST_F(SlowTest, EveryOperationEndsAtItsLimitAndNotBefore) {
   for (std::thread& thread : threads) {
     thread.join();
   }
-  EXPECT_EQ(output.Stop(), "[1]") << "the late answer to an upload";
+  EXPECT_EQ(output.Stop(), "[1][1]") << "the late answers to two uploads";
 
   for (std::size_t i = 0; i < cases.size(); ++i) {
     SCOPED_TRACE(cases[i].name);

@@ -4,9 +4,11 @@
 #include <functional>
 #include <limits>
 #include <ostream>
+#include <thread>
 
 #include "CurlEasy.h"
 #include "Fixture.h"
+#include "recording/Latch.h"
 
 namespace lumtest {
 namespace {
@@ -384,6 +386,18 @@ TEST_P(EveryTransfer, CollectsTheWholeBodyFromItsPieces) {
   EXPECT_EQ(Run().body, "one " + std::string(70000, 'x') + std::string("\0\xFF", 2));
 }
 
+TEST_P(EveryTransfer, RunsSideBySideWithAnotherOfTheSameObject) {
+  Latch both(2);
+  Script script = Answer(200);
+  script.during = [&both](const Transfer&) { EXPECT_TRUE(both.CountDownAndWait()); };
+  recorder.NextPerform(script);
+  recorder.NextPerform(script);
+
+  std::thread other([this] { Run(); });
+  Run();
+  other.join();
+}
+
 TEST_P(EveryTransfer, DiscardsAPartialBodyOnATransportFailure) {
   recorder.NextPerform(Broken(CURLE_PARTIAL_FILE, 200, "transfer closed", {"part", "ial"}));
 
@@ -431,10 +445,10 @@ TEST_P(EveryTransfer, LeavesTheCallersHeaderListAlone) {
 
 TEST_P(EveryTransfer, KeepsALineWhoseValueIsEmptyInTheRequest) {
   // libcurl would leave "Name: " out; "Name;" is its word for a header without a value.
-  Run({"X-Auth-Token: ", "Accept:", "Tail: ;", "X-Two:  ", "X-Value: a: "});
+  Run({"X-Auth-Token: ", "Accept:", "Tail: ;", "X-Blanks: \t ", "X-Value: a: "});
 
   EXPECT_THAT(recorder.Transfers().at(0).headers,
-              ElementsAre("X-Auth-Token;", "Accept:", "Tail: ;", "X-Two:  ", "X-Value: a: "));
+              ElementsAre("X-Auth-Token;", "Accept:", "Tail: ;", "X-Blanks;", "X-Value: a: "));
 }
 
 TEST_P(EveryTransfer, ZeroesItsErrorBufferBeforeItHasAHandle) {

@@ -59,6 +59,16 @@ TEST_F(LogAddressTest, RefusalIsLoggedWithTheBareUrl) {
                                             {kUrl, "no"})));
 }
 
+TEST_F(LogAddressTest, WithoutAHandleIsNull) {
+  recorder.FailInit();
+
+  EXPECT_TRUE(client.GetLogAddress(kUrl, "a1", "t", "x.log").IsNull());
+
+  EXPECT_THAT(Logs(), ElementsAre(EngineLog(1, "Get", "GET curl init failed"),
+                                  ClientLog(1, "GetLogAddress", "Get from %s failed, json body: %s",
+                                            {kUrl, ""})));
+}
+
 TEST_F(LogAddressTest, AnswerThatIsNoJsonIsLoggedAndNull) {
   recorder.NextPerform(Answer(200, "no json"));
 

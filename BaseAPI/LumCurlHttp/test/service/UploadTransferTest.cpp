@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <thread>
 
 #include "Fixture.h"
+#include "recording/Latch.h"
 #include "support/Files.h"
 
 namespace lumtest {
@@ -165,6 +167,18 @@ TEST_F(UploadTransferTest, HandsBackEveryStatusWithAnEmptyBody) {
 }
 
 // --- Failures ---
+
+TEST_F(UploadTransferTest, RunsSideBySideWithAnotherOfTheSameObject) {
+  Latch both(2);
+  Script script = Answer(200);
+  script.during = [&both](const Transfer&) { EXPECT_TRUE(both.CountDownAndWait()); };
+  recorder.NextPerform(script);
+  recorder.NextPerform(script);
+
+  std::thread other([this] { Engine().Upload(kUrl, path, kLines, 9); });
+  Engine().Upload(kUrl, path, kLines, 9);
+  other.join();
+}
 
 TEST_F(UploadTransferTest, FailedUploadReleasesFileAndListThenLogsThenReleasesTheHandle) {
   recorder.NextPerform(Broken(CURLE_SEND_ERROR, 413, "reset by peer"));
