@@ -8,7 +8,6 @@
 
 #include <LumCurlHttp.h>
 #include <LumCurlOrvOps.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>

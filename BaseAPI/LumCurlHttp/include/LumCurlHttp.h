@@ -35,12 +35,16 @@ class __attribute__((visibility("default"))) LumCurlHttp {
 
   // Makes `headers` the one header line of every later Get and Post, in place of
   // "Content-Type: application/json" and "charsets: utf-8". The text is sent as it stands, as one
-  // line ("Name: value", RFC 9110 section 5); it is not split. It stays until it is replaced; an
-  // empty text is refused with a log line and changes nothing.
+  // line ("Name: value", RFC 9110 section 5); it is not split, and must hold no line break. It
+  // stays until it is replaced; an empty text is refused with a log line and changes nothing.
+  //
+  // "Name: " is sent with an empty value, as "Name:"; "Name:" without the blank removes a header
+  // that libcurl would add. A POST whose line is no Content-Type goes out with libcurl's own,
+  // "application/x-www-form-urlencoded". https://curl.se/libcurl/c/CURLOPT_HTTPHEADER.html
   void SetHeaders(const std::string& headers);
 
   // GETs `url` over IPv4 and parses the reply as JSON, whatever its HTTP status. The User-Agent is
-  // "QVcurlHttp/0.1.2"; connecting and the whole transfer may take 5 seconds each.
+  // "QVcurlHttp/0.1.2"; the whole transfer, connecting included, may take 5 seconds.
   //
   // The second text is never read: it keeps the parameters parallel to those of Post.
   // `useSsl`: false verifies nothing about an https server. True needs the files of SetSslInfo: the
@@ -66,15 +70,18 @@ class __attribute__((visibility("default"))) LumCurlHttp {
   // The three paths are stored always and stay until they are replaced. `keyPassword` is
   // `keyPasswordLen` bytes (0 to 2048), copied here; no terminator is added, and a phrase shorter
   // than one still stored keeps the other's tail unless its own terminating zero is counted in.
-  // The pass phrase serves one request: the next Get or Post with `useSsl` wipes it, so an
-  // encrypted key needs SetSslInfo again before each request. A null `keyPassword` or a length out
-  // of range is logged and leaves the stored pass phrase as it was.
+  // The pass phrase serves one request: the next Get or Post with `useSsl` wipes it (unless it
+  // fails for want of one of the three files, or of memory), so an encrypted key needs SetSslInfo
+  // again before each request. A key without one takes any pointer and a length of 0. A null
+  // `keyPassword` or a length out of range is logged and leaves the stored pass phrase as it was.
   void SetSslInfo(std::string caCertPath, std::string clientCertPath, std::string clientKeyPath,
                   unsigned char* keyPassword, int keyPasswordLen);
 
-  // Downloads `url` into the file `path`, replacing what the file held. Connecting and the whole
-  // transfer may take 60 seconds each. Nothing about an https server is verified, and no client
-  // certificate is offered.
+  // Downloads `url` into the file `path`, replacing what the file held. The header lines are the
+  // two default ones, whatever SetHeaders was given, and the User-Agent of Get. The whole transfer,
+  // connecting included, may take 60 seconds. Nothing about an https server is verified, and no
+  // client certificate is offered. A path that is refused keeps its request's handle for the life
+  // of the process (docs/operations.md says how much that is).
   //
   // The HTTP status is not looked at: an error page is a download like any other, and returns 0.
   // Returns 0; -10000 when the transfer failed (what had arrived stays in the file), when the file

@@ -19,12 +19,15 @@ class LumCurlOrvOpsPrivate;
 // upload; each operation says how long its whole transfer may take.
 //
 // A header list holds complete lines, "Name: value" (RFC 9110 section 5), sent in list order. A
-// line whose value is empty is sent as "Name: ". Lines are sent as they stand: whoever puts text
-// from elsewhere into a line, a token for instance, makes sure that it holds no line break.
+// line with an empty value, "Name: ", is sent as "Name:"; one without the blank, "Name:", removes a
+// header that libcurl would add. https://curl.se/libcurl/c/CURLOPT_HTTPHEADER.html
+// Lines are sent as they stand: whoever puts text from elsewhere into a line, a token for instance,
+// makes sure that it holds no line break.
 //
 // Results of the operations that return int:
 //        0  done
-//    -9999  the object has no private part (no constructor leaves it so); nothing was sent
+//    -9999  the object has no private part (no constructor leaves it so); nothing was sent.
+//           Compress-and-upload returns -10000 for that, too.
 //   -10000  anything else: memory, compression, the file, the transfer, or the HTTP status
 //
 // Thread safety: requests may run on any number of threads, on one object or several, except where
@@ -39,7 +42,8 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
 
   // Also calls curl_global_cleanup(), whoever initialised libcurl and whoever still uses it: a
   // process in which other users of libcurl outlive this object holds an initialisation of its own
-  // (curl_global_init counts). https://curl.se/libcurl/c/curl_global_cleanup.html
+  // (curl_global_init counts) and calls CurlGlobalInit on each object: the destructor of one that
+  // never did takes the process's own away. https://curl.se/libcurl/c/curl_global_cleanup.html
   ~LumCurlOrvOps();
 
   LumCurlOrvOps(const LumCurlOrvOps&) = delete;
@@ -47,12 +51,15 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
 
   // Initialises libcurl for the process, on the first call of each object:
   // curl_global_init(CURL_GLOBAL_ALL). To be called before the first request, at start-up, before
-  // other threads exist. Nothing else in the class does it.
+  // other threads exist. Nothing else in the class does it. A failure shows nowhere and is not
+  // tried again: LumCurlHttp::CurlGlobalInit returns libcurl's result.
   void CurlGlobalInit();
 
-  // The host of `url`, with its port where one is written: the text behind the scheme up to the
-  // next "/". Empty, with a log line, when the URL holds neither "https://" nor "http://".
-  // An http URL without any "/" behind its host loses the host's last character. Needs no object.
+  // The host of `url`, with its port and user where they are written: the text behind the scheme up
+  // to the next "/". Empty, with a log line, when the URL holds neither "https://" nor "http://".
+  // An http URL without any "/" behind its host loses the host's last character. "https://" is
+  // looked for anywhere in the URL: "http://HOST/?u=https://x" gives what is left of "HOST" without
+  // its first character. Needs no object.
   static std::string GetDomain(const std::string& url);
 
   // --- Settings. Each serves every later request that reads it, until it is replaced. ---
@@ -66,19 +73,22 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   void SetSecurityToken(const std::string& token);
 
   // The address, IPv4 or IPv6 text, that an upload connects to in place of what its URL's host
-  // resolves to; empty resolves as usual. Both setters write one setting: the last call wins. Each
-  // pinned upload keeps one small list for the life of the process (about 100 bytes).
+  // resolves to; empty resolves as usual. The host is GetDomain's: where that is not the URL's own,
+  // nothing is pinned. Both setters write one setting: the last call wins. Each
+  // pinned upload keeps one small list for the life of the process (80 bytes, and more for long
+  // names).
   // https://curl.se/libcurl/c/CURLOPT_RESOLVE.html
   void SetSwiftIp(const std::string& ip);
   void SetDomainIp(const std::string& ip);
 
-  // The network interface that requests leave from, by name ("eth0"); empty binds to none. It goes
-  // before SetBindMac. https://curl.se/libcurl/c/CURLOPT_INTERFACE.html
+  // The network interface that requests leave from, by name ("eth0"). It takes precedence over
+  // SetBindMac; when empty, that decides. https://curl.se/libcurl/c/CURLOPT_INTERFACE.html
   void SetBindInterface(const std::string& interfaceName);
 
   // The same, by the interface's MAC address, six hex pairs with ":" or "-". The name is looked up
   // by a request while no name is stored, and stored: until one request has done so, requests of
-  // this object must not run in parallel. A MAC that no interface has binds to none.
+  // this object must not run in parallel. A MAC that no interface has binds to none. A name once
+  // found stays: SetBindInterface("") has the next request look a new MAC up.
   void SetBindMac(const std::string& mac);
 
   // A local address, stored; no request reads it.
@@ -89,16 +99,19 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // to 2048), copied here over the one stored; no terminator is added, so a shorter phrase keeps
   // the tail of a longer one unless its own terminating zero is counted in. It serves all later
   // requests and is not wiped. A null `keyPassword` or a length out of range is logged, and leaves
-  // the pass phrase as it was and the client certificate switched off if it was.
+  // the pass phrase as it was and the client certificate switched off if it was. A key without a
+  // pass phrase takes any pointer and a length of 0.
   void SetSslInfo(std::string caCertPath, std::string clientCertPath, std::string clientKeyPath,
                   unsigned char* keyPassword, int keyPasswordLen);
 
-  // The highest speed of an upload, in bytes per second; -1 (the default) and 0 set no limit.
+  // The highest speed of an upload, in bytes per second; 0 and every negative number, the
+  // default -1 among them, set no limit.
   void SetLimitSpeed(int bytesPerSecond);
 
   // The stream that the next upload reads in place of its file, from the start to the end; it must
   // be seekable. It is read by one upload, never closed, and stays the caller's. No two uploads of
-  // one object may run at once while it is set. Null takes it back.
+  // one object may run at once while it is set. An upload that ends before its transfer begins
+  // leaves it set. Null takes it back.
   void SetFp(FILE* stream);
 
   // --- The last error: the response body of the latest report that failed. ---
@@ -112,9 +125,10 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // --- Data reports: POST of a JSON document. ---
   //
   // Headers: "Content-Type: application/json", "X-Auth-Token: <token>"; a gzip report adds
-  // "X-ORV-ACCESS-ID: <accessId>" and "Content-Encoding: gzip". The body is the document's styled
-  // text, gzip-compressed (RFC 1952) for a gzip report. A `topicName` that is not empty is added to
-  // the object's own copy of the document, as the member "topic_name".
+  // "X-ORV-ACCESS-ID: <accessId>" and "Content-Encoding: gzip". The body is the styled text of the
+  // document (LumJson::Value::ToStyledString), gzip-compressed (RFC 1952) for a gzip report. A
+  // `topicName` that is not empty is added to the operation's own copy of the document as the
+  // member "topic_name", in place of one of that name.
   //
   // Returns 0 when the back end answered 200 or 204. Any other outcome of the transfer is logged,
   // makes the response body (or the transfer's failure text) the last error, and returns -10000. A
@@ -149,17 +163,21 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // Both send the styled text of `request`, and return the answer when its status is 200 and it is
   // JSON. Any other outcome is logged and returns null. (Without a private part: the string "".)
 
-  // POST with "Content-Type: application/json"; the whole transfer may take 5 seconds.
+  // POST with "Content-Type: application/json"; the whole transfer may take 5 seconds. A status
+  // other than 200 puts the whole text of `request` into the log.
   LumJson::Value GetToken(std::string url, LumJson::Value request);
 
   // PUT with "Content-Type: application/json" and "X-Auth-Token: <token>"; 4 seconds.
   LumJson::Value RefreshToken(std::string url, LumJson::Value request, std::string token);
 
-  // --- JSON requests with exactly the caller's header lines. ---
+  // --- JSON requests with the caller's header lines, beside which libcurl adds Host, Accept and,
+  // for a Post, Content-Length and, where no line is a Content-Type,
+  // "application/x-www-form-urlencoded". ---
   //
   // Both return the answer when its status is 200 and it is JSON; any other outcome is logged and
   // returns null. `responseCode` gets the HTTP status; 0 when no answer came; -1 when no transfer
-  // could be started. An answer of 200 that is not JSON shows as null with 200.
+  // could be started; without a private part it keeps its value. An answer of 200 that is not JSON,
+  // or that breaks off, shows as null with 200.
 
   // The whole transfer may take 4 seconds.
   LumJson::Value Get(const std::string& url, const std::list<std::string>& headers,
@@ -173,7 +191,8 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
 
   // Asks where a log file is to be put: GET of url?access_id=<accessId>&file_name=<fileName> with
   // "Content-Type: application/json" and "X-Auth-Token: <authToken>". Nothing is percent-encoded,
-  // and the "?" is added even to a URL that has one. The whole transfer may take 4 seconds.
+  // and the "?" is added even to a URL that has one. A blank or a control byte makes a URL that
+  // libcurl refuses: nothing is sent. The whole transfer may take 4 seconds.
   // Returns the answer when its status is 200 and it is JSON; any other outcome is logged and
   // returns null. (Without a private part: the string "".)
   LumJson::Value GetLogAddress(std::string url, std::string accessId, std::string authToken,
@@ -183,12 +202,12 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // be one that could be opened: in a directory that exists and no directory itself) to `url`. The
   // request announces the size that the file has at the start. The server's reply goes to the
   // process's standard output. The whole transfer may take `timeoutSeconds` (0, and what is above
-  // 2147483, sets no limit). Uploads do not set CURLOPT_NOSIGNAL: see the guide on threads and
-  // signals. A file that shrinks meanwhile is a failed upload; one that grows is sent past the
+  // 2147483, sets no limit). Uploads do not set CURLOPT_NOSIGNAL: see docs/threads-and-signals.md.
+  // A file that shrinks meanwhile is a failed upload; one that grows is sent past the
   // announced size, which servers take in different ways.
   // Each returns 0 when the answer's status is 200; any other outcome is logged, -10000.
 
-  // With the caller's header lines and no other.
+  // With the caller's header lines alone.
   int UploadLog(std::string url, std::string filePath, unsigned int timeoutSeconds,
                 const std::list<std::string>& headers);
 
@@ -208,11 +227,12 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   //
   // Each step that fails is logged. Compression or removal that fails returns -10000. An upload
   // that fails returns -10000 and keeps the archive for a directory; for a group and a file the
-  // archive is removed all the same, and removing it returns 0.
+  // archive is removed all the same and the result is 0: only the log tells of the failed upload.
   //
   // No two calls that make the same archive may run at once.
 
-  // Packs the files that `fileGroup` lists, one path a line, into `archiveBase`.tar.gz.
+  // Packs the files and directories that `fileGroup` lists, one path a line, into
+  // `archiveBase`.tar.gz. Each is stored under its base name; two of one name are refused.
   int UploadLogFileGorupForCompress(std::string url, std::string fileGroup,
                                     std::string archiveBase);
 
