@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "Deflate.h"
+
 // The state is left uninitialised: zeroing it would cost more than compressing a small file.
 GzipWriter::GzipWriter(int fd) : m_fd(fd), m_state(new State) {
   isal_zstream& stream = m_state->stream;
@@ -51,7 +53,7 @@ int GzipWriter::Compress(bool last) noexcept {
   stream.end_of_stream = last ? 1 : 0;
   m_waiting = 0;
   do {
-    if (isal_deflate(&stream) != COMP_OK) {
+    if (Deflate(stream) != COMP_OK) {
       return EIO;
     }
     if (stream.avail_out == 0) {

@@ -1,7 +1,5 @@
 // Compression: one-shot in memory, and archives.
 
-#include <isa-l/igzip_lib.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -11,6 +9,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "Deflate.h"
 #include "LumFileSys.h"
 #include "PendingFile.h"
 #include "Posix.h"
@@ -206,7 +205,7 @@ int LumCompressAndDeCompress::GzipCompress(const char* source, int sourceLength,
   stream.avail_in = static_cast<std::uint32_t>(sourceLength);
   stream.next_out = reinterpret_cast<std::uint8_t*>(destination);
   stream.avail_out = static_cast<std::uint32_t>(destinationLength);
-  if (isal_deflate_stateless(&stream) != COMP_OK) {
+  if (DeflateAtOnce(stream) != COMP_OK) {
     return -1;
   }
   return static_cast<int>(stream.total_out);

@@ -2,6 +2,10 @@
 // page that must not be touched.
 
 #include <gtest/gtest.h>
+#ifdef __x86_64__
+#include <cpuid.h>
+#include <immintrin.h>
+#endif
 #include <sys/mman.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -224,6 +228,50 @@ TEST(LumGzipCompress, ArgumentsThatMakeNoSense) {
     EXPECT_EQ(byte, 0);
   }
 }
+
+#ifdef __x86_64__
+// Whether a vector register's upper half is in use on this thread (Intel 64 and IA-32 Architectures
+// Software Developer's Manual, volume 1, 13.1, 13.6 and XGETBV with ECX = 1).
+class UpperHalves {
+ public:
+  static bool CanBeSeen() {
+    unsigned eax = 0;
+    unsigned ebx = 0;
+    unsigned ecx = 0;
+    unsigned edx = 0;
+    return __builtin_cpu_supports("avx") &&
+           __get_cpuid_count(0xD, 1, &eax, &ebx, &ecx, &edx) != 0 && (eax & 4U) != 0;
+  }
+  __attribute__((target("xsave"))) static bool AreInUse() {
+    constexpr unsigned long long kOfYmm = 1U << 2;
+    constexpr unsigned long long kOfZmm = 1U << 6;
+    return (_xgetbv(1) & (kOfYmm | kOfZmm)) != 0;
+  }
+  __attribute__((target("avx"))) static void Use() {
+    __asm__ volatile("vpcmpeqd %%xmm0, %%xmm0, %%xmm0\n\tvinsertf128 $1, %%xmm0, %%ymm0, %%ymm0" ::
+                         : "xmm0");
+  }
+};
+
+// Everything else on the thread would run several times slower.
+TEST(LumGzipCompress, LeavesNoUpperHalfOfAVectorRegisterInUse) {
+  if (!UpperHalves::CanBeSeen()) {
+    return;  // there are none, or the processor does not tell
+  }
+  std::vector<char> out(200'000);
+  const std::string plain = Text(100'000);
+  UpperHalves::Use();
+  ASSERT_TRUE(UpperHalves::AreInUse());
+  ASSERT_GT(Compress(plain, out.data(), out.size()), 0);
+  EXPECT_FALSE(UpperHalves::AreInUse());
+
+  const lumtest::TempDir directory;
+  const std::string path = directory.Write("log", plain);
+  UpperHalves::Use();
+  ASSERT_EQ(LumCompressAndDeCompress::CompressFile(path.c_str()), 0);
+  EXPECT_FALSE(UpperHalves::AreInUse());
+}
+#endif
 
 TEST(LumGzipCompress, FailureDoesNotSpoilTheNextCall) {
   const std::string plain = Text(3000);
