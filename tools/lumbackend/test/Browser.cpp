@@ -9,13 +9,31 @@
 
 namespace lumtest {
 
-Browser::Browser() {
-  m_driver = std::make_unique<SpawnedProcess>(std::vector<std::string>{"chromedriver", "--port=0"});
-  std::vector<std::string> groups;
-  if (!m_driver->WaitForLine("started successfully on port ([0-9]+)", &groups)) {
-    throw std::runtime_error("chromedriver does not start\n" + m_driver->Stop().Describe());
+namespace {
+
+// Starts chromedriver and returns its port. It takes one from the kernel for IPv6 and wants the same
+// for IPv4, where somebody else may have it: then it ends, and another attempt gets another one.
+std::string Start(std::unique_ptr<SpawnedProcess>& driver) {
+  constexpr int kAttempts = 10;
+  std::string failure;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    driver = std::make_unique<SpawnedProcess>(std::vector<std::string>{"chromedriver", "--port=0"});
+    std::vector<std::string> groups;
+    if (driver->WaitForLine("started successfully on port ([0-9]+)", &groups)) {
+      return groups[1];
+    }
+    failure = driver->Stop().Describe();
+    if (failure.find("port not available") == std::string::npos) {
+      break;
+    }
   }
-  m_url = "http://127.0.0.1:" + groups[1];
+  throw std::runtime_error("chromedriver does not start\n" + failure);
+}
+
+}  // namespace
+
+Browser::Browser() {
+  m_url = "http://127.0.0.1:" + Start(m_driver);
 
   LumJson::Value arguments = LumJson::Value::Array();
   for (const std::string& argument :
