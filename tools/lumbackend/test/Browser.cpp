@@ -11,8 +11,9 @@ namespace lumtest {
 
 namespace {
 
-// Starts chromedriver and returns its port. It takes one from the kernel for IPv6 and wants the same
-// for IPv4, where somebody else may have it: then it ends, and another attempt gets another one.
+// Starts chromedriver and returns its port. It takes one from the kernel for IPv6 and wants the
+// same for IPv4, where somebody else may have it: then it ends, and another attempt gets another
+// one.
 std::string Start(std::unique_ptr<SpawnedProcess>& driver) {
   constexpr int kAttempts = 10;
   std::string failure;
