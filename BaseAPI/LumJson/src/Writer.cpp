@@ -179,9 +179,10 @@ class Writer {
   // indentation of the next.
   static constexpr std::size_t kReserve = 2 * kNumberSize + kIndent * (Value::kMaxDepth + 1);
   static constexpr std::size_t kBufferSize = 16384;
-  // An estimate is trusted up to this multiple of what is written: memory that is reserved and not
-  // touched costs next to nothing, a text that moves costs its pages twice.
-  static constexpr std::size_t kMaxGrowth = 1024;
+  // An estimate is trusted up to a multiple of what is written, and in any case up to a size that
+  // costs next to nothing while it is not touched: a text that moves costs its pages twice.
+  static constexpr std::size_t kMaxGrowth = 8;
+  static constexpr std::size_t kFreely = std::size_t{16} << 20;
 
   void MakeRoom() {
     if (position_ > limit_) {
@@ -192,7 +193,7 @@ class Writer {
   void Flush() {
     const std::size_t size = Written();
     if (size > out_.capacity()) {
-      out_.reserve(size + std::min(EstimateRest(), kMaxGrowth * size));
+      out_.reserve(size + std::min(EstimateRest(), std::max(kMaxGrowth * size, kFreely)));
     }
     out_.append(buffer_, position_);
     position_ = buffer_;

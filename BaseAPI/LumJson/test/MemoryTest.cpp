@@ -264,4 +264,15 @@ TEST(MemoryTest, ALargeDocumentIsWrittenWithFewAllocations) {
   EXPECT_LE(text.capacity(), 2 * text.size());
 }
 
+// What follows a long text looks as if it were as long.
+TEST(MemoryTest, ADocumentWhoseSizeIsGuessedWrongIsNotGivenRoomForTheGuess) {
+  Value value;
+  value.Append(std::string(20 << 20, 'x'));
+  for (int i = 0; i < 2000; ++i) {
+    value.Append(i);
+  }
+  const std::string text = value.ToStyledString();
+  EXPECT_LE(text.capacity(), 10 * text.size());
+}
+
 }  // namespace
