@@ -70,15 +70,16 @@ class __attribute__((visibility("default"))) LumCurlHttp {
   // The three paths are stored always and stay until they are replaced. `keyPassword` is
   // `keyPasswordLen` bytes (0 to 2048), copied here; no terminator is added, and a phrase shorter
   // than one still stored keeps the other's tail unless its own terminating zero is counted in.
-  // The pass phrase serves one request: the next Get or Post with `useSsl` wipes it (unless it
-  // fails for want of one of the three files, or of memory), so an encrypted key needs SetSslInfo
-  // again before each request. A key without one takes any pointer and a length of 0. A null
-  // `keyPassword` or a length out of range is logged and leaves the stored pass phrase as it was.
+  // The pass phrase serves one request: the next Get or Post with `useSsl` wipes it, unless its URL
+  // or one of the three paths is empty, or memory runs out. So an encrypted key needs SetSslInfo
+  // again before each request. A key without one takes any pointer but null and a length of 0. A
+  // null `keyPassword` or a length out of range is logged and leaves the stored pass phrase as it
+  // was.
   void SetSslInfo(std::string caCertPath, std::string clientCertPath, std::string clientKeyPath,
                   unsigned char* keyPassword, int keyPasswordLen);
 
-  // Downloads `url` into the file `path`, replacing what the file held. The header lines are the
-  // two default ones, whatever SetHeaders was given, and the User-Agent of Get. The whole transfer,
+  // Downloads `url` into the file `path`, replacing what the file held. Sends the two default
+  // header lines, whatever SetHeaders was given, and the User-Agent of Get. The whole transfer,
   // connecting included, may take 60 seconds. Nothing about an https server is verified, and no
   // client certificate is offered. A path that is refused keeps its request's handle for the life
   // of the process (docs/operations.md says how much that is).

@@ -27,7 +27,7 @@ class LumCurlOrvOpsPrivate;
 // Results of the operations that return int:
 //        0  done
 //    -9999  the object has no private part (no constructor leaves it so); nothing was sent.
-//           Compress-and-upload returns -10000 for that, too.
+//           Compress-and-upload takes that for a failed upload.
 //   -10000  anything else: memory, compression, the file, the transfer, or the HTTP status
 //
 // Thread safety: requests may run on any number of threads, on one object or several, except where
@@ -74,10 +74,9 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
 
   // The address, IPv4 or IPv6 text, that an upload connects to in place of what its URL's host
   // resolves to; empty resolves as usual. The host is GetDomain's: where that is not the URL's own,
-  // nothing is pinned. Both setters write one setting: the last call wins. Each
-  // pinned upload keeps one small list for the life of the process (80 bytes, and more for long
-  // names).
-  // https://curl.se/libcurl/c/CURLOPT_RESOLVE.html
+  // nothing is pinned, or libcurl refuses the entry and the upload fails. Both setters write one
+  // setting: the last call wins. Each pinned upload keeps one small list for the life of the
+  // process (80 bytes, and more for long names). https://curl.se/libcurl/c/CURLOPT_RESOLVE.html
   void SetSwiftIp(const std::string& ip);
   void SetDomainIp(const std::string& ip);
 
@@ -100,7 +99,7 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // the tail of a longer one unless its own terminating zero is counted in. It serves all later
   // requests and is not wiped. A null `keyPassword` or a length out of range is logged, and leaves
   // the pass phrase as it was and the client certificate switched off if it was. A key without a
-  // pass phrase takes any pointer and a length of 0.
+  // pass phrase takes any pointer but null and a length of 0.
   void SetSslInfo(std::string caCertPath, std::string clientCertPath, std::string clientKeyPath,
                   unsigned char* keyPassword, int keyPasswordLen);
 
@@ -171,7 +170,7 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   LumJson::Value RefreshToken(std::string url, LumJson::Value request, std::string token);
 
   // --- JSON requests with the caller's header lines, beside which libcurl adds Host, Accept and,
-  // for a Post, Content-Length and, where no line is a Content-Type,
+  // for a Post, Content-Length, Expect above 1 MiB and, where no line is a Content-Type,
   // "application/x-www-form-urlencoded". ---
   //
   // Both return the answer when its status is 200 and it is JSON; any other outcome is logged and
@@ -203,11 +202,12 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // request announces the size that the file has at the start. The server's reply goes to the
   // process's standard output. The whole transfer may take `timeoutSeconds` (0, and what is above
   // 2147483, sets no limit). Uploads do not set CURLOPT_NOSIGNAL: see docs/threads-and-signals.md.
-  // A file that shrinks meanwhile is a failed upload; one that grows is sent past the
-  // announced size, which servers take in different ways.
+  // When the file shrinks meanwhile, the upload waits for its time limit and fails; when it grows,
+  // more is sent than was announced, which servers take in different ways.
+  //
   // Each returns 0 when the answer's status is 200; any other outcome is logged, -10000.
 
-  // With the caller's header lines alone.
+  // With the caller's header lines, beside libcurl's own.
   int UploadLog(std::string url, std::string filePath, unsigned int timeoutSeconds,
                 const std::list<std::string>& headers);
 

@@ -38,7 +38,7 @@ void SetOption(const EasyHandle& handle, CURLoption option, Value value) {
 // Appends a copy of `line`; std::bad_alloc leaves the list as it was.
 void AppendLine(HeaderList& list, const char* line);
 
-// Makes libcurl send the lines that end behind their colon and blank: it leaves a line without a
+// Makes libcurl send the lines that end behind their colon and blanks: it leaves a line without a
 // value out, and sends "Name:" for "Name;". A line that ends with the colon alone stays what it is
 // to libcurl, the removal of a header of its own. To be called once the list is an option.
 // https://curl.se/libcurl/c/CURLOPT_HTTPHEADER.html

@@ -8,7 +8,7 @@
 struct HttpResult {
   HttpResult() : code(-1) {}
 
-  int code;          // the HTTP status; -1 until there is one
+  int code;          // the HTTP status; -1 to begin with
   std::string body;  // the response body, or the failure text of a transfer that failed
 };
 

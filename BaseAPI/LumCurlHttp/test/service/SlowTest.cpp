@@ -116,7 +116,7 @@ TEST_F(SlowTest, EveryOperationEndsAtItsLimitAndNotBefore) {
       {"LateReport", 6,
        [&](LumCurlOrvOps& c) { return c.ReportData(late.Url(), document, "t", 0, ""); }, 0},
       {"LateUpload", 6, [&](LumCurlOrvOps& c) { return c.UploadLog(late.Url(), path, 0); }, 0},
-      // More than libcurl takes for a limit is none, either.
+      // A limit above libcurl's greatest sets none, either.
       {"LateReportWithTheLargestLimit", 6,
        [&](LumCurlOrvOps& c) {
          return c.ReportData(late.Url(), document, "t", std::numeric_limits<unsigned int>::max(),
