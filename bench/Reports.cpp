@@ -2,9 +2,9 @@
 //
 //   LumBenchReports PORT LARGEST ROUNDS SLICE-SECONDS
 //
-// The server at PORT of 127.0.0.1 discards what it is sent and answers 200. The sizes,
-// 1 KB to LARGEST bytes, are those of the indented text, which is what the product sends;
-// nlohmann/json writes the same layout, and once the compact one for comparison.
+// The server at PORT of 127.0.0.1 discards what it is sent and answers 200. The sizes, 1 KB to
+// LARGEST bytes, are those of the indented text, which is what the product sends; nlohmann/json
+// writes the same layout, and once the compact one for comparison.
 
 #include <LumCurlOrvOps.h>
 #include <LumFileSys.h>

@@ -1,4 +1,4 @@
-// Requests of the product beside those of other libraries, and what makes a request dear.
+// Requests of the product beside those of other libraries, and what makes a request expensive.
 //
 //   LumBenchRequests DIRECTORY HTTP-PORT HTTPS-PORT ROUNDS SLICE-SECONDS
 //
@@ -177,7 +177,7 @@ class Reused {
   CURL* m_handle;
 };
 
-// What connecting, TLS, looking a name up and reading a CA file add to a request.
+// What connecting, TLS, looking up localhost and reading a CA file add to a request.
 void MeasureCosts(const std::string& directory, int httpPort, int httpsPort, Clients& clients,
                   const Work& work, const Plan& plan) {
   const auto urlOf = [](const char* scheme, const char* host, int port) {

@@ -3,7 +3,7 @@
 //
 //   LumFileSysBench [DIRECTORY]
 //   LumFileSysBench --make DIRECTORY [SHARE]    makes the files in DIRECTORY and does nothing else;
-//                                               with SHARE, one in so many, and so much smaller
+//                                               with SHARE, 1/SHARE of them, so much smaller
 //
 // The first form makes its files in a new directory below DIRECTORY (default: the working
 // directory), about 1.4 GB, and removes them at the end. Each archive is made three times by either
