@@ -1,7 +1,7 @@
-// ISA-L's two compression calls, and what they leave in the processor put right.
+// ISA-L's two compression calls, each followed by clearing the vector state that it leaves.
 
-#ifndef LUM_DEFLATE_H
-#define LUM_DEFLATE_H
+#ifndef LUM_FILE_SYS_DEFLATE_H
+#define LUM_FILE_SYS_DEFLATE_H
 
 #include <isa-l/igzip_lib.h>
 
@@ -13,10 +13,10 @@ __attribute__((target("avx"))) inline void ClearUpperHalves() {
 }
 #endif
 
-// ISA-L's vector code on x86-64 returns with the upper halves of the vector registers in use. From
-// then on each SSE instruction of the thread has to keep them, and all that is compiled for the
-// machine's baseline runs several times slower (Intel 64 and IA-32 Architectures Optimization
-// Reference Manual, "Mixing AVX Code with SSE Code").
+// ISA-L's vector code on x86-64 returns with the upper halves of the vector registers in use. On
+// Intel's processors each SSE instruction of the thread then has to preserve them, and code with
+// many of those runs several times slower (Intel 64 and IA-32 Architectures Optimization Reference
+// Manual, "Mixing AVX Code with SSE Code").
 inline void LeaveVectorCode() {
 #ifdef __x86_64__
   if (__builtin_cpu_supports("avx")) {
@@ -37,4 +37,4 @@ inline int DeflateAtOnce(isal_zstream& stream) {
   return result;
 }
 
-#endif  // LUM_DEFLATE_H
+#endif  // LUM_FILE_SYS_DEFLATE_H
