@@ -119,9 +119,8 @@ TEST_F(TortureTest, NoticesAFailureThatIsNotLogged) {
   Operation operation = OneAllocation([](World&) {});
   operation.failures = {{"failed"}};
   ExpectBad(operation, "it answered \"failed\"");
-  operation = OneAllocation([](World&) {
-    [[maybe_unused]] const ssize_t written = write(2, "x:1 Get error why\n", 18);
-  });
+  operation = OneAllocation(
+      [](World&) { [[maybe_unused]] const ssize_t written = write(2, "x:1 Get error why\n", 18); });
   operation.failures = {{"failed", "because"}};
   ExpectBad(operation, "it answered \"failed\"");
   operation.failures = {{"failed", "why"}};
