@@ -52,8 +52,8 @@ class __attribute__((visibility("default"))) LumLogger {
   // kError counts as kError, one above kInfo is called "debug". `format` and what follows are those
   // of printf(3); a null argument of "%s" is written as "(null)". The message is never cut.
   //
-  // On standard error a record is one line: a line feed, carriage return or other control byte but
-  // the tab is written as \n, \r or \xHH. A sink gets the bytes as they are.
+  // On standard error a record is one line of what LumSafeText.h calls fit, and tabs: every other
+  // byte, a line feed for one, is written as \xHH. A sink gets the bytes as they are.
   //
   // Nothing is reported to the caller and errno is left alone: if memory runs out, or standard
   // error is closed or its reader has gone, the record is dropped. A call returns when the line has

@@ -21,6 +21,8 @@
 #include <new>
 #include <utility>
 
+#include "LumSafeText.h"
+
 namespace {
 
 // Longer messages than this, terminator included, are formatted on the heap.
@@ -34,36 +36,9 @@ const char* OrEmpty(const char* text) {
   return text != nullptr ? text : "";
 }
 
-// The part of `text` from `from` up to the next byte that a line must not hold.
-spdlog::string_view_t PlainRun(spdlog::string_view_t text, std::size_t from) {
-  std::size_t end = from;
-  while (end < text.size()) {
-    const auto byte = static_cast<unsigned char>(text.data()[end]);
-    if ((byte < 0x20 && byte != '\t') || byte == 0x7f) {
-      break;
-    }
-    ++end;
-  }
-  return {text.data() + from, end - from};
-}
-
-// Appends `text` with its control bytes made visible, so that a record stays one line and no
-// message of a server's drives the reader's terminal.
+// So that a record stays one line and no message of a server's drives the reader's terminal.
 void AppendVisible(spdlog::string_view_t text, spdlog::memory_buf_t& line) {
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    const spdlog::string_view_t run = PlainRun(text, at);
-    line.append(run.data(), run.data() + run.size());
-    at += run.size();
-    if (at < text.size()) {
-      const auto byte = static_cast<unsigned char>(text.data()[at]);
-      if (byte == '\n' || byte == '\r') {
-        line.push_back('\\');
-        line.push_back(byte == '\n' ? 'n' : 'r');
-      } else {
-        fmt::format_to(std::back_inserter(line), "\\x{:02x}", static_cast<unsigned int>(byte));
-      }
-    }
-  }
+  LumAppendSafeText(text.data(), text.size(), "\t", line);
 }
 
 // The layout "file:line function level message".

@@ -133,16 +133,18 @@ TEST_F(LumLoggerTest, LineNumberAndLevelAreWrittenAsTheyCome) {
   EXPECT_EQ(capture.Text(), "f:0 F debug a\nf:-1 F error b\nf:2147483647 F error c\n");
 }
 
-TEST_F(LumLoggerTest, ControlBytesBecomeVisibleOnStandardError) {
+TEST_F(LumLoggerTest, RecordIsOneLineOfSafeTextOnStandardError) {
   CaptureStderr capture;
-  LogText("a\nb\r\n\tc\x1b[31m\x7f\x01 \xc3\xa4\\");
-  EXPECT_EQ(capture.Text(), "file:7 Function info a\\nb\\r\\n\tc\\x1b[31m\\x7f\\x01 \xc3\xa4\\\n");
+  LogText("a\nb\r\n\tc\x1b[31m \xc2\x9b \xe2\x80\xae \xff \xc3\xa4\\");
+  EXPECT_EQ(capture.Text(),
+            "file:7 Function info a\\x0ab\\x0d\\x0a\tc\\x1b[31m \\xc2\\x9b \\xe2\\x80\\xae \\xff "
+            "\xc3\xa4\\\n");
 }
 
 TEST_F(LumLoggerTest, PlaceAndFunctionCannotBreakALineEither) {
   CaptureStderr capture;
   m_logger.Log("a\nb", 1, "c\nd", " ", "", LumLogger::kInfo, "m");
-  EXPECT_EQ(capture.Text(), "a\\nb:1 c\\nd info m\n");
+  EXPECT_EQ(capture.Text(), "a\\x0ab:1 c\\x0ad info m\n");
 }
 
 TEST_F(LumLoggerTest, NullTextsAreHarmless) {
@@ -477,7 +479,7 @@ TEST_F(LumLoggerTest, RecordIsDroppedWhenMemoryRunsOutAtAnyPoint) {
     failed = lumtest::NewHasFailed();
     lumtest::FailNextNew(0);
     EXPECT_EQ(capture.Stop(),
-              failed ? "" : "file:7 Function info " + std::string(5000, 'm') + "\\n\n");
+              failed ? "" : "file:7 Function info " + std::string(5000, 'm') + "\\x0a\n");
   }
   EXPECT_GT(nth, 1U);
 }

@@ -1,6 +1,8 @@
 // Percent-encoding, UTF-8 and making text fit to be shown.
 #include "Text.h"
 
+#include <LumSafeText.h>
+
 #include <algorithm>
 #include <cctype>
 
@@ -42,22 +44,6 @@ std::size_t SequenceLength(const std::string& text, std::size_t at) {
     return follows(at + 1) && follows(at + 2) && follows(at + 3) && shortest && inRange ? 4 : 0;
   }
   return 0;
-}
-
-// True for one character that moves a terminal's cursor or turns the direction of what follows.
-bool IsControl(const std::string& character) {
-  const auto first = static_cast<unsigned char>(character[0]);
-  switch (character.size()) {
-    case 1:
-      return first < 0x20 || first == 0x7F;
-    case 2:  // U+0080 to U+009F, which terminals obey, too
-      return first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0;
-    case 3:  // U+202A to U+202E and U+2066 to U+2069
-      return (character >= "\xE2\x80\xAA" && character <= "\xE2\x80\xAE") ||
-             (character >= "\xE2\x81\xA6" && character <= "\xE2\x81\xA9");
-    default:
-      return false;
-  }
 }
 
 }  // namespace
@@ -115,21 +101,7 @@ bool IsUtf8(const std::string& text) {
 }
 
 std::string Printable(const std::string& text) {
-  std::string printable;
-  printable.reserve(text.size());
-  for (std::size_t i = 0; i < text.size();) {
-    const std::size_t length = SequenceLength(text, i);
-    if (length == 0 || IsControl(text.substr(i, length))) {
-      for (std::size_t end = i + std::max<std::size_t>(length, 1); i < end; ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        printable += {'\\', 'x', kHexDigits[byte >> 4], kHexDigits[byte & 15]};
-      }
-      continue;
-    }
-    printable.append(text, i, length);
-    i += length;
-  }
-  return printable;
+  return LumSafeText(text);
 }
 
 bool SameName(const std::string& a, const std::string& b) {

@@ -18,8 +18,8 @@ std::string EncodePercent(const std::string& text);
 // True for well-formed UTF-8 (RFC 3629), surrogates and overlong forms excluded.
 bool IsUtf8(const std::string& text);
 
-// `text` with control characters, marks of writing direction and bytes that are no UTF-8 written as
-// \xNN.
+// LumSafeText of `text`, in the access log and on the page: one line, nothing that steers a
+// terminal.
 std::string Printable(const std::string& text);
 
 // True when names of headers are equal: ASCII letters in any case.

@@ -277,6 +277,18 @@ TEST_F(BackendTest, EventsAreReportsUploadsAndRefusals) {
   EXPECT_EQ(Ask("GET", "/events?after=-1").status, 400);
 }
 
+TEST_F(BackendTest, EventsAreSafeText) {
+  lumtest::CaptureStderr log;
+  Call call = MakeCall("PUT", "/objects/a");
+  call.method = "P\x1B";
+  call.path = "/\xD8\x9C\xFF\xC3\xA9";
+  Subject().Finished(call, 200, {Note::Kind::kUpload, "\xE2\x80\x8E\xE2\x80\xA9\n"}, 7, 100);
+  const LumJson::Value event = Events().At(0);
+  EXPECT_EQ(event["method"].AsString(), "P\\x1b");
+  EXPECT_EQ(event["path"].AsString(), "/\\xd8\\x9c\\xff\xC3\xA9");
+  EXPECT_EQ(event["text"].AsString(), "\\xe2\\x80\\x8e\\xe2\\x80\\xa9\\x0a");
+}
+
 TEST_F(BackendTest, OldEventsGiveWay) {
   lumtest::CaptureStderr log;
   for (int i = 0; i < 250; ++i) {
@@ -298,12 +310,13 @@ TEST_F(BackendTest, LogsOneLineForEachRequest) {
   backend.Finished(MakeCall("GET", "/events"), 200, {}, 0, 5);  // not worth a line
   Call odd;
   odd.method = "G\x1B[2J";
-  odd.path = "/\xC2\x9B\r\n fake";
-  backend.Finished(odd, 0, {Note::Kind::kNone, "re\nason"}, 0, 0);
+  odd.path = "/\xC2\x9B\xE2\x80\x8F\r\n fake";
+  backend.Finished(odd, 0, {Note::Kind::kNone, "re\nason\t\xE2\x80\xA8\xC3\xA9"}, 0, 0);
   const std::string text = log.Stop();
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2);
   EXPECT_THAT(text,
-              HasSubstr(" G\\x1b[2J /\\xc2\\x9b\\x0d\\x0a\\x20fake - in=0 out=0 (re\\x0aason)\n"));
+              HasSubstr(" G\\x1b[2J /\\xc2\\x9b\\xe2\\x80\\x8f\\x0d\\x0a\\x20fake - in=0 out=0 "
+                        "(re\\x0aason\\x09\\xe2\\x80\\xa8\xC3\xA9)\n"));
 }
 
 TEST_F(BackendTest, AMalformedCallIsLoggedWithDashes) {

@@ -46,19 +46,6 @@ TEST(Text, RefusesEveryIllFormedSequence) {
   }
 }
 
-TEST(Text, PrintableKeepsTextAndEscapesControlCharacters) {
-  EXPECT_EQ(Printable("caf\xC3\xA9 \xF0\x9F\x98\x80"), "caf\xC3\xA9 \xF0\x9F\x98\x80");
-  EXPECT_EQ(Printable("\x1B[31m\r\n\x7F"), "\\x1b[31m\\x0d\\x0a\\x7f");
-  EXPECT_EQ(Printable(std::string("a\0b", 3)), "a\\x00b");
-  EXPECT_EQ(Printable("\xC2\x9B"
-                      "2J"),
-            "\\xc2\\x9b2J");  // CSI in one character
-  EXPECT_EQ(Printable("\xC2\xA0"), "\xC2\xA0");
-  EXPECT_EQ(Printable("\xFFz\xC3"), "\\xffz\\xc3");
-  EXPECT_EQ(Printable("\xE2\x80\xAE\xE2\x81\xA6\xE2\x80\xA9"),
-            "\\xe2\\x80\\xae\\xe2\\x81\\xa6\xE2\x80\xA9");
-}
-
 TEST(Text, NamesOfHeadersAreEqualInAnyCase) {
   EXPECT_TRUE(SameName("X-Auth-Token", "x-AUTH-token"));
   EXPECT_FALSE(SameName("X-Auth-Token", "X-Auth-Toke"));

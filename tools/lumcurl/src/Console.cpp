@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "Failure.h"
+#include "LumSafeText.h"
 #include "Text.h"
 
 namespace {
@@ -33,12 +34,7 @@ Console::Console(bool verbose, bool quiet) : m_verbose(verbose), m_quiet(quiet) 
 Console::~Console() = default;
 
 void Console::Data(const std::string& bytes) {
-  std::string text = bytes;
-  if (isatty(STDOUT_FILENO) == 1) {
-    TerminalEscaper escaper(true);
-    text = escaper.Feed(bytes.data(), bytes.size());
-    text += escaper.Flush();
-  }
+  const std::string text = isatty(STDOUT_FILENO) == 1 ? LumSafeText(bytes, kLayout) : bytes;
   if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {
     throw Failure(Exit::kFile,
                   std::string("cannot write to standard output: ") + std::strerror(errno));
@@ -121,9 +117,9 @@ std::string Console::Masked(const std::string& text) const {
       shown += text[at++];
     }
   }
-  shown = OneLine(shown);
-  if (at < text.size()) {
-    shown += " ... (" + std::to_string(text.size()) + " bytes)";
+  if (at == text.size()) {
+    return LumSafeText(shown);
   }
-  return shown;
+  return LumSafeText(shown.substr(0, WholeCharacters(shown))) + " ... (" +
+         std::to_string(text.size()) + " bytes)";
 }

@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-// Lines on standard error are "lumcurl: text", one line each, control bytes escaped and the secrets
-// given to Mask replaced.
+// Lines on standard error are "lumcurl: text", one line each, made safe by LumSafeText and the
+// secrets given to Mask replaced.
 //
 // Thread safety: every member but Mask may be called from any thread; Mask before other threads.
 class Console {
@@ -19,8 +19,8 @@ class Console {
   Console(const Console&) = delete;
   Console& operator=(const Console&) = delete;
 
-  // Data for standard output; control bytes are escaped when that is a terminal. Throws Failure
-  // when it cannot be written.
+  // Data for standard output, made safe by LumSafeText when that is a terminal. Throws Failure when
+  // it cannot be written.
   void Data(const std::string& bytes);
 
   void Error(const std::string& text);

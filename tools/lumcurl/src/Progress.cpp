@@ -161,7 +161,7 @@ EscapedStdout::~EscapedStdout() {
 }
 
 void EscapedStdout::Run() const {
-  TerminalEscaper escaper(true);
+  TerminalEscaper escaper;
   std::array<char, 4096> buffer;
   char last = '\n';
   for (;;) {

@@ -7,18 +7,13 @@
 #include <cctype>
 #include <cstdio>
 #include <sstream>
+#include <utility>
+
+#include "LumSafeText.h"
 
 namespace {
 
 constexpr std::size_t kShownPath = 300;  // bytes
-constexpr unsigned char kC1Lead = 0xC2;  // begins the UTF-8 form of U+0080 to U+00BF
-
-void AppendHex(std::string& out, unsigned char byte) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  out += "\\x";
-  out += kDigits[byte >> 4];
-  out += kDigits[byte & 15];
-}
 
 bool Contains(const std::string& text, const char* part) {
   return text.find(part) != std::string::npos;
@@ -32,55 +27,36 @@ std::string Lower(std::string text) {
 
 }  // namespace
 
-std::string TerminalEscaper::Feed(const char* bytes, std::size_t size) {
-  std::string out;
-  out.reserve(size + 1);
-  for (std::size_t i = 0; i < size; ++i) {
-    const auto byte = static_cast<unsigned char>(bytes[i]);
-    if (m_lead) {
-      m_lead = false;
-      if (byte >= 0x80 && byte <= 0x9F) {
-        AppendHex(out, kC1Lead);
-        AppendHex(out, byte);
-        continue;
-      }
-      out += static_cast<char>(kC1Lead);
-    }
-    const bool isLayout = byte == '\n' || byte == '\t';
-    if (byte == kC1Lead) {
-      m_lead = true;
-    } else if (isLayout ? m_keepLines : byte >= 0x20 && byte != 0x7F) {
-      out += static_cast<char>(byte);
-    } else if (byte == '\n') {
-      out += "\\n";
-    } else if (byte == '\t') {
-      out += "\\t";
-    } else if (byte == '\r') {
-      out += "\\r";
-    } else {
-      AppendHex(out, byte);
+std::size_t WholeCharacters(const std::string& text) {
+  for (std::size_t back = 1; back <= std::min<std::size_t>(3, text.size()); ++back) {
+    const auto byte = static_cast<unsigned char>(text[text.size() - back]);
+    if (byte >= 0xC0) {  // begins a character of two, three or four bytes
+      const std::size_t length = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : 2;
+      return back < length ? text.size() - back : text.size();
     }
   }
+  return text.size();
+}
+
+std::string TerminalEscaper::Feed(const char* bytes, std::size_t size) {
+  m_held.append(bytes, size);
+  const std::size_t whole = WholeCharacters(m_held);
+  std::string out = LumSafeText(m_held.substr(0, whole), kLayout);
+  m_held.erase(0, whole);
   return out;
 }
 
 std::string TerminalEscaper::Flush() {
-  const bool lead = m_lead;
-  m_lead = false;
-  return lead ? std::string(1, static_cast<char>(kC1Lead)) : std::string();
-}
-
-std::string OneLine(const std::string& text) {
-  TerminalEscaper escaper(false);
-  const std::string line = escaper.Feed(text.data(), text.size());
-  return line + escaper.Flush();
+  return LumSafeText(std::exchange(m_held, {}), kLayout);
 }
 
 std::string Excerpt(const std::string& text, std::size_t limit) {
   if (text.size() <= limit) {
-    return OneLine(text);
+    return LumSafeText(text);
   }
-  return OneLine(text.substr(0, limit)) + " ... (" + std::to_string(text.size()) + " bytes)";
+  const std::string start = text.substr(0, limit);
+  return LumSafeText(start.substr(0, WholeCharacters(start))) + " ... (" +
+         std::to_string(text.size()) + " bytes)";
 }
 
 std::string Quoted(const std::string& path) {

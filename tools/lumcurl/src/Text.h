@@ -7,26 +7,24 @@
 #include <string>
 #include <vector>
 
-// Rewrites bytes that could steer a terminal: C0 controls and DEL as \n, \t, \r or \xHH, and C1
-// controls in their UTF-8 form (0xC2 0x80 to 0xC2 0x9F) as two \xHH. It may be fed piece by piece;
-// the one byte it may hold back between pieces comes with the next piece or with Flush.
+// What LumSafeText allows where data stands on a terminal.
+constexpr char kLayout[] = "\n\t";
+
+// Length of `text` without a last UTF-8 character of which bytes are missing.
+std::size_t WholeCharacters(const std::string& text);
+
+// LumSafeText with kLayout, of a text that comes piece by piece. The part of a character that it
+// holds back between pieces comes with the next piece or with Flush.
 class TerminalEscaper {
  public:
-  // With `keepLines`, line feeds and tabs pass.
-  explicit TerminalEscaper(bool keepLines) : m_keepLines(keepLines) {}
-
   std::string Feed(const char* bytes, std::size_t size);
   std::string Flush();
 
  private:
-  bool m_keepLines;
-  bool m_lead = false;  // 0xC2 came last
+  std::string m_held;
 };
 
-// A whole text as one line without control bytes.
-std::string OneLine(const std::string& text);
-
-// OneLine of the first `limit` bytes, with a remark when there were more.
+// LumSafeText of the first `limit` bytes, with a remark when there were more.
 std::string Excerpt(const std::string& text, std::size_t limit);
 
 // A path between quotes, for messages; a very long one is cut.

@@ -39,8 +39,9 @@ TEST(Console, VerboseShowsDetails) {
 TEST(Console, WritesOneLineWhateverTheText) {
   CaptureStderr captured;
   Console console(false, false);
-  console.Error("a\nlumcurl: b\x1b[0m");
-  EXPECT_EQ(captured.Stop(), "lumcurl: a\\nlumcurl: b\\x1b[0m\n");
+  console.Error("a\nlumcurl: b\tc\x1b[0m \xE2\x80\xAE \xFF \xC3\xA9");
+  EXPECT_EQ(captured.Stop(),
+            "lumcurl: a\\x0alumcurl: b\\x09c\\x1b[0m \\xe2\\x80\\xae \\xff \xC3\xA9\n");
 }
 
 TEST(Console, MasksTheLongestSecretFirst) {
@@ -72,6 +73,13 @@ TEST(Console, CutsLongLinesWithoutShowingHalfASecret) {
   EXPECT_THAT(line, Not(HasSubstr("sss")));
   EXPECT_THAT(line, HasSubstr("x***"));
   EXPECT_THAT(line, HasSubstr("(109990 bytes)"));
+}
+
+TEST(Console, CutsLongLinesBetweenCharacters) {
+  CaptureStderr captured;
+  Console console(false, false);
+  console.Error(std::string(3999, 'x') + "\xE2\x82\xAC");
+  EXPECT_EQ(captured.Stop(), "lumcurl: " + std::string(3999, 'x') + " ... (4002 bytes)\n");
 }
 
 TEST(Console, ShowsNoProgressWithoutATerminal) {

@@ -78,24 +78,25 @@ TEST(Terminal, FailsAsElsewhere) {
   EXPECT_THAT(terminal.Shown(), HasSubstr("\nlumcurl: upload-log " + server.Url()));
 }
 
-TEST(Terminal, EscapesControlBytesOfADocument) {
+TEST(Terminal, ShowsADocumentAsSafeText) {
   WireServer server;
   server.Script(
       JsonReply("{\"a\":\"\xC2\x9B"
-                "31m\x7F\"}"));
+                "31m\x7F\xE2\x80\xAE\"}"));
   OnTerminal terminal(LumcurlCommand({"get", server.Url()}));
   EXPECT_EQ(terminal.Wait(), 0);
-  EXPECT_EQ(terminal.Shown(), "{\r\n    \"a\": \"\\xc2\\x9b31m\\x7f\"\r\n}\r\n");
+  EXPECT_EQ(terminal.Shown(), "{\r\n    \"a\": \"\\xc2\\x9b31m\\x7f\\xe2\\x80\\xae\"\r\n}\r\n");
 }
 
-TEST(Terminal, EscapesControlBytesOfTheReplyToAnUpload) {
+TEST(Terminal, ShowsTheReplyToAnUploadAsSafeText) {
   WireServer server;
   TempDir directory;
   const std::string file = directory.Write("f", "x");
-  server.Script(StatusReply(200, "\x1b[31mred\n\ttab")).Script(StatusReply(200, "\x1b[31mred"));
+  server.Script(StatusReply(200, "\x1b[31mred\n\ttab \xE2\x80"))
+      .Script(StatusReply(200, "\x1b[31mred"));
   OnTerminal terminal(LumcurlCommand({"upload-video", "-q", server.Url(), file}));
   EXPECT_EQ(terminal.Wait(), 0);
-  EXPECT_EQ(terminal.Shown(), "\\x1b[31mred\r\n\ttab\r\n");
+  EXPECT_EQ(terminal.Shown(), "\\x1b[31mred\r\n\ttab \\xe2\\x80\r\n");
   // Elsewhere data is data.
   EXPECT_EQ(Lumcurl({"upload-video", server.Url(), file}).out, "\x1b[31mred");
 }
@@ -113,12 +114,13 @@ TEST(Terminal, KeepsDataWholeWhereOnlyMessagesGoToIt) {
   EXPECT_THAT(terminal.Shown(), AllOf(HasSubstr("1 B, "), Not(HasSubstr("red"))));
 }
 
-TEST(Terminal, EscapesControlBytesInMessages) {
+TEST(Terminal, ShowsMessagesAsSafeText) {
   WireServer server;
-  server.Script(StatusReply(200, "<\x1b]0;title\a>"));
+  server.Script(StatusReply(200, "<\x1b]0;title\a\n\xE2\x80\xA8>"));
   OnTerminal terminal(LumcurlCommand({"get", server.Url()}));
   EXPECT_EQ(terminal.Wait(), 1);
-  EXPECT_THAT(terminal.Shown(), HasSubstr("the reply: <\\x1b]0;title\\x07>\r\n"));
+  EXPECT_THAT(terminal.Shown(),
+              HasSubstr("the reply: <\\x1b]0;title\\x07\\x0a\\xe2\\x80\\xa8>\r\n"));
 }
 
 }  // namespace

@@ -3,57 +3,54 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-std::string Escaped(const std::string& text, bool keepLines) {
-  TerminalEscaper escaper(keepLines);
-  const std::string out = escaper.Feed(text.data(), text.size());
-  return out + escaper.Flush();
-}
-
-TEST(TerminalEscaper, LetsTextPass) {
-  EXPECT_EQ(Escaped("plain \xC3\xA9 \xE2\x82\xAC \xC2\xA0", true),
-            "plain \xC3\xA9 \xE2\x82\xAC \xC2\xA0");
-}
-
-TEST(TerminalEscaper, EscapesControlBytes) {
-  EXPECT_EQ(Escaped("\x1b[31m\a\x7f\r", true), "\\x1b[31m\\x07\\x7f\\r");
-  EXPECT_EQ(Escaped(std::string("a\0b", 3), true), "a\\x00b");
-}
-
-TEST(TerminalEscaper, KeepsLinesWhereAsked) {
-  EXPECT_EQ(Escaped("a\n\tb", true), "a\n\tb");
-  EXPECT_EQ(Escaped("a\n\tb", false), "a\\n\\tb");
-}
-
-TEST(TerminalEscaper, EscapesC1ControlsInTheirUtf8Form) {
-  EXPECT_EQ(Escaped("\xC2\x9B"
-                    "31m",
-                    true),
-            "\\xc2\\x9b31m");
-  EXPECT_EQ(Escaped("\xC2\x80\xC2\x9F\xC2\xA1", true), "\\xc2\\x80\\xc2\\x9f\xC2\xA1");
-}
-
 TEST(TerminalEscaper, EscapesAcrossPieces) {
-  TerminalEscaper escaper(true);
-  std::string out = escaper.Feed("a\xC2", 2);
-  EXPECT_EQ(out, "a");
-  out += escaper.Feed("\x9B\xC2", 2);
-  out += escaper.Feed("\xA1\xC2", 2);
-  out += escaper.Flush();
-  EXPECT_EQ(out, "a\\xc2\\x9b\xC2\xA1\xC2");
+  const std::string text =
+      "a\n\tb\r\x1b[31m \xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80 \xC2\x9B \xE2\x80\xAE \xFF "
+      "\xE2\x82z";
+  const std::string shown =
+      "a\n\tb\\x0d\\x1b[31m \xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80 \\xc2\\x9b \\xe2\\x80\\xae "
+      "\\xff \\xe2\\x82z";
+  for (std::size_t cut = 0; cut <= text.size(); ++cut) {
+    for (std::size_t again = cut; again <= text.size(); ++again) {
+      TerminalEscaper escaper;
+      std::string out = escaper.Feed(text.data(), cut);
+      out += escaper.Feed(text.data() + cut, again - cut);
+      out += escaper.Feed(text.data() + again, text.size() - again);
+      EXPECT_EQ(out + escaper.Flush(), shown) << cut << ", " << again;
+    }
+  }
 }
 
-TEST(TerminalEscaper, KeepsALeadByteThatNothingFollows) {
-  EXPECT_EQ(Escaped("\xC2\xC2\x85\xC2z", true), "\xC2\\xc2\\x85\xC2z");
+TEST(TerminalEscaper, HoldsBackOnlyWhatMayBecomeACharacter) {
+  for (const char* whole : {"a", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"}) {
+    TerminalEscaper escaper;
+    EXPECT_EQ(escaper.Feed(whole, std::strlen(whole)), whole);
+  }
+  for (const char* part : {"\xC3", "\xE2", "\xE2\x82", "\xF0", "\xF0\x9F", "\xF0\x9F\x98"}) {
+    TerminalEscaper escaper;
+    EXPECT_EQ(escaper.Feed(part, std::strlen(part)), "");
+    const std::string rest = escaper.Flush();
+    EXPECT_EQ(rest.size(), 4 * std::strlen(part));
+    EXPECT_EQ(escaper.Flush(), "");
+  }
 }
 
 TEST(Excerpt, SaysHowMuchThereWas) {
   EXPECT_EQ(Excerpt("abc", 3), "abc");
   EXPECT_EQ(Excerpt("abcd", 3), "abc ... (4 bytes)");
+  EXPECT_EQ(Excerpt("a\nb\xE2\x80\xAE", 6), "a\\x0ab\\xe2\\x80\\xae");
+}
+
+TEST(Excerpt, CutsBetweenCharacters) {
+  EXPECT_EQ(Excerpt("ab\xE2\x82\xAC", 4), "ab ... (5 bytes)");
+  EXPECT_EQ(Excerpt("\x1B\xE2\x82\xAC.", 4), "\\x1b\xE2\x82\xAC ... (5 bytes)");
 }
 
 TEST(Quoted, CutsVeryLongPaths) {

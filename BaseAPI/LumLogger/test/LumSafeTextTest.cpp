@@ -1,0 +1,106 @@
+// The rule of what may be shown, as tables.
+
+#include "LumSafeText.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+
+namespace {
+
+std::string Escaped(const std::string& bytes) {
+  std::string text;
+  for (const char byte : bytes) {
+    char escape[5];
+    std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned char>(byte));
+    text += escape;
+  }
+  return text;
+}
+
+std::string Utf8(unsigned int codePoint) {
+  const auto next = [codePoint](unsigned int shift) {
+    return static_cast<char>(0x80 | (codePoint >> shift & 0x3F));
+  };
+  if (codePoint < 0x80) {
+    return {static_cast<char>(codePoint)};
+  }
+  if (codePoint < 0x800) {
+    return {static_cast<char>(0xC0 | codePoint >> 6), next(0)};
+  }
+  if (codePoint < 0x10000) {
+    return {static_cast<char>(0xE0 | codePoint >> 12), next(6), next(0)};
+  }
+  return {static_cast<char>(0xF0 | codePoint >> 18), next(12), next(6), next(0)};
+}
+
+bool IsSurrogate(unsigned int codePoint) {
+  return codePoint >= 0xD800 && codePoint <= 0xDFFF;
+}
+
+bool IsUnfit(unsigned int codePoint) {
+  return codePoint < 0x20 || (codePoint >= 0x7F && codePoint <= 0x9F) || codePoint == 0x061C ||
+         codePoint == 0x200E || codePoint == 0x200F || codePoint == 0x2028 || codePoint == 0x2029 ||
+         (codePoint >= 0x202A && codePoint <= 0x202E) ||
+         (codePoint >= 0x2066 && codePoint <= 0x2069) || IsSurrogate(codePoint);
+}
+
+TEST(LumSafeText, EveryCharacterStandsAsItIsOrAsItsBytesEscaped) {
+  for (unsigned int codePoint = 0; codePoint <= 0x10FFFF; ++codePoint) {
+    const std::string character = Utf8(codePoint);
+    const std::string shown = IsUnfit(codePoint) ? Escaped(character) : character;
+    ASSERT_EQ(LumSafeText("a" + character + "z"), "a" + shown + "z") << codePoint;
+  }
+}
+
+TEST(LumSafeText, BytesThatAreNoUtf8AreEscaped) {
+  struct {
+    std::string bytes;
+    std::string shown;
+  } const kTable[] = {
+      {"\x80", "\\x80"},                                               // begins no character
+      {"\xBF", "\\xbf"},                                               //
+      {"\xC2", "\\xc2"},                                               // cut short
+      {"\xC3z", "\\xc3z"},                                             //
+      {"\xE2\x82", "\\xe2\\x82"},                                      //
+      {"\xE2\x82z", "\\xe2\\x82z"},                                    //
+      {"\xF0\x9F\x98", "\\xf0\\x9f\\x98"},                             //
+      {"\xF0\x9F\x98z", "\\xf0\\x9f\\x98z"},                           //
+      {"\xE2z\x82", "\\xe2z\\x82"},                                    //
+      {"\xC2\xC3\xA4", "\\xc2\xC3\xA4"},                               // one begins in another
+      {"\xF0\x9F\xC3\xA4", "\\xf0\\x9f\xC3\xA4"},                      //
+      {"\xC3\xC0", "\\xc3\\xc0"},                                      //
+      {"\xC0\x8A", "\\xc0\\x8a"},                                      // a line feed, overlong
+      {"\xC1\xBF", "\\xc1\\xbf"},                                      //
+      {"\xE0\x80\x8A", "\\xe0\\x80\\x8a"},                             //
+      {"\xE0\x9F\xBF", "\\xe0\\x9f\\xbf"},                             //
+      {"\xF0\x80\x80\x8A", "\\xf0\\x80\\x80\\x8a"},                    //
+      {"\xF0\x8F\xBF\xBF", "\\xf0\\x8f\\xbf\\xbf"},                    //
+      {"\xED\xA0\x80\xED\xBF\xBF", "\\xed\\xa0\\x80\\xed\\xbf\\xbf"},  // surrogates
+      {"\xF4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},                    // beyond U+10FFFF
+      {"\xF5\x80\x80\x80", "\\xf5\\x80\\x80\\x80"},                    //
+      {"\xF8\x88\x80\x80\x80", "\\xf8\\x88\\x80\\x80\\x80"},           //
+      {"\xFE\xFF", "\\xfe\\xff"},                                      //
+  };
+  for (const auto& row : kTable) {
+    EXPECT_EQ(LumSafeText(row.bytes), row.shown);
+    EXPECT_EQ(LumSafeText("a" + row.bytes + "\xE2\x82\xAC"), "a" + row.shown + "\xE2\x82\xAC");
+  }
+}
+
+TEST(LumSafeText, AllowedControlsPass) {
+  const std::string controls("\0\t\n\r\x1B\x7F", 6);
+  EXPECT_EQ(LumSafeText(controls), "\\x00\\x09\\x0a\\x0d\\x1b\\x7f");
+  EXPECT_EQ(LumSafeText(controls, "\t"), "\\x00\t\\x0a\\x0d\\x1b\\x7f");
+  EXPECT_EQ(LumSafeText(controls, "\n\t"), "\\x00\t\n\\x0d\\x1b\\x7f");
+}
+
+TEST(LumSafeText, CountsUpToTheFirstUnfitByte) {
+  EXPECT_EQ(LumSafeLength("", 0, ""), 0U);
+  EXPECT_EQ(LumSafeLength("ab", 2, ""), 2U);
+  EXPECT_EQ(LumSafeLength("a\xE2\x82\xAC\n", 5, ""), 4U);
+  EXPECT_EQ(LumSafeLength("a\xE2\x82\xAC", 3, ""), 1U);  // the size ends within the character
+}
+
+}  // namespace
