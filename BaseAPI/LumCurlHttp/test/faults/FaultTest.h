@@ -80,7 +80,7 @@ class FaultTest : public ::testing::TestWithParam<Operation> {
         }
       }
     }
-    const Ending& ending =
+    const Ending ending =
         ExpectEnding(GetParam(), where, RunOperation(caller, GetParam(), where), endings);
     if (Uploads()) {
       expectedOutput += ending.received;

@@ -99,7 +99,7 @@ class ThreadsTest : public ::testing::Test {
         {0, 200, received}, {28, 0, "", ".*"}, {28, 100, "", ".*"}};
     constexpr int kAttempts = 10;
     for (int i = 0; i < kAttempts; ++i) {
-      const Ending& ending =
+      const Ending ending =
           ExpectEnding(operation, url, RunOperation(caller, operation, url, owner), endings);
       if (ending.code == 0) {
         return;
