@@ -14,30 +14,45 @@ function(lum_test_warnings target)
     $<$<BOOL:${CMAKE_CROSSCOMPILING}>:-O0 -U_FORTIFY_SOURCE>)
 endfunction()
 
-# lum_add_platform_library(NAME SOURCES file... HEADERS file... [LIBRARIES target...])
+# An ABI's name. While the major version is 0, each minor one may break callers.
+if(PROJECT_VERSION_MAJOR EQUAL 0)
+  set(LUM_SOVERSION 0.${PROJECT_VERSION_MINOR})
+  set(LUM_COMPATIBILITY SameMinorVersion)
+else()
+  set(LUM_SOVERSION ${PROJECT_VERSION_MAJOR})
+  set(LUM_COMPATIBILITY SameMajorVersion)
+endif()
+
+# lum_add_platform_library(NAME DESCRIPTION text SOURCES file... HEADERS file...
+#                          [LIBRARIES target...] [PACKAGES package...] [MODULES module...])
 #
-# One platform library NAME as a shared library with its public headers from include/, offered in
-# the build tree under the name an installed package gives it, NAME::NAME.
+# One platform library NAME with its public headers from include/, offered in the build tree under
+# the name an installed package gives it, NAME::NAME. PACKAGES and MODULES are what LIBRARIES come
+# from: see lum_install_library.
 function(lum_add_platform_library name)
-  cmake_parse_arguments(arg "" "" "SOURCES;HEADERS;LIBRARIES" ${ARGN})
-  add_library(${name} SHARED ${arg_SOURCES})
+  cmake_parse_arguments(arg "" "DESCRIPTION" "SOURCES;HEADERS;LIBRARIES;PACKAGES;MODULES" ${ARGN})
+  add_library(${name} ${arg_SOURCES})
   add_library(${name}::${name} ALIAS ${name})
   list(TRANSFORM arg_HEADERS PREPEND include/)
   target_sources(${name} PUBLIC
     FILE_SET HEADERS BASE_DIRS include FILES ${arg_HEADERS})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
   lum_product_warnings(${name})
-  lum_install_library(${name})
+  lum_install_library(${name} DESCRIPTION ${arg_DESCRIPTION}
+    PACKAGES ${arg_PACKAGES} MODULES ${arg_MODULES})
 endfunction()
 
-# lum_install_library(NAME [DEPENDENCIES package...])
+# lum_install_library(NAME DESCRIPTION text [PUBLIC library...] [PRIVATE library...]
+#                     [PACKAGES package...] [MODULES module...])
 #
-# Gives a shared library its version and installs it: the library itself as the runtime component;
-# headers, linker name and the CMake package NAME, which finds DEPENDENCIES first, for development.
+# Gives a library its version and installs it: the library itself as the runtime component; headers,
+# linker name, the CMake package NAME and NAME.pc for development. PUBLIC and PRIVATE are the
+# platform libraries that NAME stands on, the first ones linked by its callers too. CMake's PACKAGES
+# and pkg-config's MODULES are what third parties it stands on are found by (TARGET=MODULE where CMake
+# asks pkg-config as well): an archive's callers link them, a shared library has linked them itself.
 function(lum_install_library name)
-  cmake_parse_arguments(arg "" "" "DEPENDENCIES" ${ARGN})
-  set_target_properties(${name} PROPERTIES
-    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  cmake_parse_arguments(arg "" "DESCRIPTION" "PUBLIC;PRIVATE;PACKAGES;MODULES" ${ARGN})
+  set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${LUM_SOVERSION})
   if(NOT LUM_INSTALL)
     return()
   endif()
@@ -50,23 +65,69 @@ function(lum_install_library name)
   endforeach()
   install(TARGETS ${name} EXPORT ${name}Targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
     ${header_arguments})
 
   set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/${name})
+  set(build_dir ${PROJECT_BINARY_DIR}/packages)
   install(EXPORT ${name}Targets NAMESPACE ${name}::
     DESTINATION ${package_dir} COMPONENT development)
   set(find_dependencies)
-  foreach(dependency ${arg_DEPENDENCIES})
-    string(APPEND find_dependencies "find_dependency(${dependency})\n")
+  foreach(package ${arg_PUBLIC} ${arg_PRIVATE})
+    string(APPEND find_dependencies "find_dependency(${package})\n")
   endforeach()
+  if(NOT BUILD_SHARED_LIBS)
+    foreach(package ${arg_PACKAGES})
+      if(package MATCHES "^(.+)=(.+)$")
+        string(APPEND find_dependencies "find_dependency(PkgConfig)\n"
+          "pkg_check_modules(${CMAKE_MATCH_1} REQUIRED IMPORTED_TARGET ${CMAKE_MATCH_2})\n")
+      else()
+        string(APPEND find_dependencies "find_dependency(${package})\n")
+      endif()
+    endforeach()
+  endif()
   configure_file(${PROJECT_SOURCE_DIR}/cmake/PackageConfig.cmake.in
-    ${PROJECT_BINARY_DIR}/packages/${name}Config.cmake @ONLY)
-  write_basic_package_version_file(${PROJECT_BINARY_DIR}/packages/${name}ConfigVersion.cmake
-    COMPATIBILITY SameMinorVersion)
-  install(FILES
-    ${PROJECT_BINARY_DIR}/packages/${name}Config.cmake
-    ${PROJECT_BINARY_DIR}/packages/${name}ConfigVersion.cmake
+    ${build_dir}/${name}Config.cmake @ONLY)
+  write_basic_package_version_file(${build_dir}/${name}ConfigVersion.cmake
+    COMPATIBILITY ${LUM_COMPATIBILITY})
+  install(FILES ${build_dir}/${name}Config.cmake ${build_dir}/${name}ConfigVersion.cmake
     DESTINATION ${package_dir} COMPONENT development)
+
+  set(libs -l${name})
+  set(requires)
+  set(requires_private)
+  if(LUM_PLATFORM STREQUAL "bundled")
+    set(requires ${arg_PUBLIC})
+    set(requires_private ${arg_PRIVATE})
+  else()  # the framework's own have no .pc files to count on
+    list(TRANSFORM arg_PUBLIC PREPEND -l OUTPUT_VARIABLE public_libs)
+    list(APPEND libs ${public_libs})
+    if(NOT BUILD_SHARED_LIBS)
+      list(TRANSFORM arg_PRIVATE PREPEND -l OUTPUT_VARIABLE private_libs)
+      list(APPEND libs ${private_libs})
+    endif()
+  endif()
+  # With --static pkg-config asks for archives of third parties too, which few have. Whoever links
+  # ours links theirs, archives or not, without that word.
+  if(NOT BUILD_SHARED_LIBS)
+    list(APPEND requires ${requires_private} ${arg_MODULES})
+    set(requires_private)
+  endif()
+  list(JOIN libs " " libs)
+  list(JOIN requires " " requires)
+  list(JOIN requires_private " " requires_private)
+  # In /usr the loader and the compiler look without being told; elsewhere the tree may be moved.
+  set(prefix /usr)
+  if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    file(RELATIVE_PATH prefix_from_pkgconfig
+      ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+    string(REGEX REPLACE "/$" "" prefix "\${pcfiledir}/${prefix_from_pkgconfig}")
+  endif()
+  file(RELATIVE_PATH libdir ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
+  file(RELATIVE_PATH includedir ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR}/lum)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/PkgConfig.pc.in ${build_dir}/${name}.pc @ONLY)
+  install(FILES ${build_dir}/${name}.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 endfunction()
 
 # lum_add_test(NAME SOURCES file... [LIBRARIES target...] [LABEL label...]

@@ -1,7 +1,7 @@
 // Certificates and keys, good and bad ones, made when they are needed.
 
-#ifndef LUM_TESTING_TLS_TLSMATERIAL_H
-#define LUM_TESTING_TLS_TLSMATERIAL_H
+#ifndef LUM_TOOLS_COMMON_TLS_TLSMATERIAL_H
+#define LUM_TOOLS_COMMON_TLS_TLSMATERIAL_H
 
 #include <string>
 #include <vector>
@@ -56,4 +56,4 @@ TlsMaterial MakeTlsMaterial(const std::string& directory, const std::string& pas
 
 }  // namespace lumtest
 
-#endif  // LUM_TESTING_TLS_TLSMATERIAL_H
+#endif  // LUM_TOOLS_COMMON_TLS_TLSMATERIAL_H
