@@ -10,6 +10,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "HttpResult.h"
 
@@ -50,6 +51,9 @@ HeaderList JsonHeaderLines();
 // An HttpResult being built by WriteToString. No exception may cross libcurl's frames: what the
 // callback meets waits here for Perform.
 struct CollectedResult : HttpResult {
+  // The result without `failure`, moved out.
+  HttpResult Take() { return std::move(*this); }
+
   std::exception_ptr failure;
 };
 

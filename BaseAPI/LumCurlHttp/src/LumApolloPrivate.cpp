@@ -2,8 +2,6 @@
 
 #include "LumApolloPrivate.h"
 
-#include <utility>
-
 #include "CurlEasy.h"
 #include "Log.h"
 #include "LumBoundsCheck.h"
@@ -24,7 +22,7 @@ HttpResult LumApolloPrivate::GetPropertyString(LumApolloEnv& env) {
   EasyHandle handle(curl_easy_init());
   if (!handle) {
     LUM_LOG(kLogError, "GetPropertyString", "POST curl init failed");
-    return std::move(result);
+    return result.Take();
   }
   if (env.cluster.empty()) {
     env.cluster = "default";
@@ -35,7 +33,7 @@ HttpResult LumApolloPrivate::GetPropertyString(LumApolloEnv& env) {
                 env.appId.c_str(), env.cluster.c_str(), env.namespaceName.c_str()) < 0) {
     (void)
         handle.release();  // a URL that does not fit keeps its handle: deliberately never released
-    return std::move(result);
+    return result.Take();
   }
   long status = 0;
   memset_s(errorBuffer, sizeof(errorBuffer), 0, sizeof(errorBuffer));
@@ -57,11 +55,11 @@ HttpResult LumApolloPrivate::GetPropertyString(LumApolloEnv& env) {
   const CURLcode outcome = Perform(handle, result, status);
   if (outcome == CURLE_OK) {
     result.code = static_cast<int>(status);
-    return std::move(result);
+    return result.Take();
   }
   LUM_LOG(kLogError, "GetPropertyString",
           "POST(%s) failed for %s, rps: %d, code: %ld, errorBuf: %s", url,
           curl_easy_strerror(outcome), outcome, status, errorBuffer);
   result.body = FailureText("POST failed for: ", errorBuffer);
-  return std::move(result);
+  return result.Take();
 }

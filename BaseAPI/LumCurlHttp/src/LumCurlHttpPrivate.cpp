@@ -2,8 +2,6 @@
 
 #include "LumCurlHttpPrivate.h"
 
-#include <utility>
-
 #include "Log.h"
 #include "LumBoundsCheck.h"
 
@@ -29,7 +27,7 @@ HttpResult LumCurlHttpPrivate::Get(const std::string& url, const std::string& /*
   CollectedResult result;
   if (useSsl && LacksCertificates()) {
     LUM_LOG(kLogError, "Get", "GET(%s) use ssl, but certs is empty", url.c_str());
-    return std::move(result);
+    return result.Take();
   }
 
   // Released in reverse: header list, handle, lock.
@@ -38,7 +36,7 @@ HttpResult LumCurlHttpPrivate::Get(const std::string& url, const std::string& /*
   const EasyHandle handle(curl_easy_init());
   if (!handle) {
     LUM_LOG(kLogError, "Get", "GET curl init failed");
-    return std::move(result);
+    return result.Take();
   }
   const HeaderList headers = BuildHeaderList("Get");
 
@@ -53,20 +51,20 @@ HttpResult LumCurlHttpPrivate::Get(const std::string& url, const std::string& /*
   const CURLcode outcome = Perform(handle, result, status);
   if (outcome == CURLE_OK) {
     result.code = static_cast<int>(status);
-    return std::move(result);
+    return result.Take();
   }
   // The first text is libcurl's, not the URL.
   LUM_LOG(kLogError, "Get", "GET failed for %s, ret: %d, code: %ld, errorBuf: %s",
           curl_easy_strerror(outcome), outcome, status, errorBuffer);
   result.body = FailureText("GET failed for: ", errorBuffer);
-  return std::move(result);
+  return result.Take();
 }
 
 HttpResult LumCurlHttpPrivate::Post(const std::string& url, const std::string& body, bool useSsl) {
   CollectedResult result;
   if (useSsl && LacksCertificates()) {
     LUM_LOG(kLogError, "Post", "POST(%s) use ssl, but certs is empty", url.c_str());
-    return std::move(result);
+    return result.Take();
   }
 
   const std::unique_lock<std::mutex> lock(m_mutex);
@@ -74,7 +72,7 @@ HttpResult LumCurlHttpPrivate::Post(const std::string& url, const std::string& b
   const EasyHandle handle(curl_easy_init());
   if (!handle) {
     LUM_LOG(kLogError, "Post", "POST curl init failed");
-    return std::move(result);
+    return result.Take();
   }
   const HeaderList headers = BuildHeaderList("Post");
 
@@ -91,12 +89,12 @@ HttpResult LumCurlHttpPrivate::Post(const std::string& url, const std::string& b
   const CURLcode outcome = Perform(handle, result, status);
   if (outcome == CURLE_OK) {
     result.code = static_cast<int>(status);
-    return std::move(result);
+    return result.Take();
   }
   LUM_LOG(kLogError, "Post", "POST failed for %s, ret: %d, code: %ld, errorBuf: %s",
           curl_easy_strerror(outcome), outcome, status, errorBuffer);
   result.body = FailureText("POST failed for: ", errorBuffer);
-  return std::move(result);
+  return result.Take();
 }
 
 bool LumCurlHttpPrivate::LacksCertificates() const {

@@ -4,7 +4,6 @@
 
 #include <cstring>
 #include <memory>
-#include <utility>
 
 #include "Log.h"
 #include "LumBoundsCheck.h"
@@ -61,7 +60,7 @@ HttpResult LumCurlOrvOpsPrivate::Get(const std::string& url, const HeaderLines& 
   const EasyHandle handle(curl_easy_init());
   if (!handle) {
     LUM_LOG(kLogError, "Get", "GET curl init failed");
-    return std::move(result);
+    return result.Take();
   }
   HeaderList headers = BuildHeaderList(handle, lines);
 
@@ -86,7 +85,7 @@ HttpResult LumCurlOrvOpsPrivate::Get(const std::string& url, const HeaderLines& 
             curl_easy_strerror(outcome), outcome, status, errorBuffer);
     result.body = FailureText("GET failed for: ", errorBuffer);
   }
-  return std::move(result);
+  return result.Take();
 }
 
 // Unlike the others, PUT sets no CURLOPT_NOSIGNAL and its TLS options before the interface.
@@ -98,7 +97,7 @@ HttpResult LumCurlOrvOpsPrivate::Put(const std::string& url, const std::string& 
   const EasyHandle handle(curl_easy_init());
   if (!handle) {
     LUM_LOG(kLogError, "Put", "PUT curl init failed");
-    return std::move(result);
+    return result.Take();
   }
   HeaderList headers = BuildHeaderList(handle, lines);
 
@@ -123,7 +122,7 @@ HttpResult LumCurlOrvOpsPrivate::Put(const std::string& url, const std::string& 
             curl_easy_strerror(outcome), outcome, status, errorBuffer);
     result.body = FailureText("PUT failed for: ", errorBuffer);
   }
-  return std::move(result);
+  return result.Take();
 }
 
 HttpResult LumCurlOrvOpsPrivate::Post(const std::string& url, const char* data,
@@ -145,7 +144,7 @@ HttpResult LumCurlOrvOpsPrivate::PostBytes(const std::string& url, const char* d
   const EasyHandle handle(curl_easy_init());
   if (!handle) {
     LUM_LOG(kLogError, "Post", "POST curl init failed");
-    return std::move(result);
+    return result.Take();
   }
   HeaderList headers = BuildHeaderList(handle, lines);
 
@@ -171,7 +170,7 @@ HttpResult LumCurlOrvOpsPrivate::PostBytes(const std::string& url, const char* d
             curl_easy_strerror(outcome), outcome, status, errorBuffer);
     result.body = FailureText("POST failed for: ", errorBuffer);
   }
-  return std::move(result);
+  return result.Take();
 }
 
 // No write function is set: the server's reply goes to standard output. Nor is CURLOPT_NOSIGNAL.
@@ -183,11 +182,11 @@ HttpResult LumCurlOrvOpsPrivate::Upload(const std::string& url, const std::strin
   const EasyHandle handle(curl_easy_init());
   if (!handle) {
     LUM_LOG(kLogError, "Upload", "POST curl init failed");  // an upload keeps this wording
-    return std::move(result);
+    return result.Take();
   }
   SetDomainIp(url, handle.get());
   if (!LumDir::LumRealPath(filePath.c_str(), static_cast<int>(std::strlen(filePath.c_str())))) {
-    return std::move(result);
+    return result.Take();
   }
   File opened;
   FILE* stream = uploadFp;
@@ -198,7 +197,7 @@ HttpResult LumCurlOrvOpsPrivate::Upload(const std::string& url, const std::strin
   const curl_off_t size = stream == nullptr ? -1 : SizeFromStart(stream);
   if (size < 0) {
     LUM_LOG(kLogError, "Upload", "read file error");
-    return std::move(result);
+    return result.Take();
   }
   HeaderList headers = BuildHeaderList(handle, lines);
 
@@ -232,7 +231,7 @@ HttpResult LumCurlOrvOpsPrivate::Upload(const std::string& url, const std::strin
             curl_easy_strerror(outcome), outcome, status, errorBuffer);
     result.body = FailureText("PUT failed for: ", errorBuffer);
   }
-  return std::move(result);
+  return result.Take();
 }
 
 HeaderList LumCurlOrvOpsPrivate::BuildHeaderList(const EasyHandle& handle,
