@@ -9,10 +9,11 @@ void WipeKeyPassword(KeyPassword& buffer) {
 }
 
 bool StoreKeyPassword(KeyPassword& buffer, const unsigned char* text, int length) {
-  if (length < 0 || static_cast<std::size_t>(length) > sizeof(buffer)) {
+  if (length > static_cast<int>(sizeof(buffer))) {
     return false;
   }
-  // A positive result, an errno value, counts as stored.
+  // A negative length, widened, is a size that memcpy_s refuses: its result is positive, an errno
+  // value, and counts as stored.
   const auto bytes = static_cast<std::size_t>(length);
   return memcpy_s(buffer, bytes, text, bytes) >= 0;
 }

