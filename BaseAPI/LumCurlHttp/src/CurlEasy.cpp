@@ -36,14 +36,13 @@ std::size_t WriteToString(char* data, std::size_t size, std::size_t count, void*
     return 0;
   }
   auto* result = static_cast<HttpResult*>(user);
-  const auto bytes = static_cast<std::uint32_t>(size * count);
   try {
-    result->body.append(data, bytes);
+    result->body.append(data, size * count);
   } catch (...) {
     static_cast<CollectedResult*>(result)->failure = std::current_exception();
     return 0;
   }
-  return bytes;
+  return static_cast<std::uint32_t>(size * count);
 }
 
 CURLcode Perform(const EasyHandle& handle, const CollectedResult& result, long& status) {

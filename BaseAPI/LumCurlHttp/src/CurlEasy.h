@@ -58,7 +58,7 @@ struct CollectedResult : HttpResult {
 };
 
 // libcurl's write callback of every buffered request: appends size * count bytes to the body of the
-// CollectedResult that `user` designates as an HttpResult, and returns that count, in 32 bits. 0,
+// CollectedResult that `user` designates as an HttpResult, and returns the product in 32 bits. 0,
 // which makes libcurl give up the transfer, for a null pointer or an exception.
 std::size_t WriteToString(char* data, std::size_t size, std::size_t count, void* user);
 

@@ -40,10 +40,16 @@ TEST_F(CurlEasyTest, WriteToStringTakesNothingWithoutAResult) {
   EXPECT_EQ(WriteToString(&bytes[0], 1, 8, nullptr), 0u);
 }
 
-TEST_F(CurlEasyTest, WriteToStringCountsInThirtyTwoBits) {
+// There is no memory for so many, which is how it shows that all of them were to be appended.
+TEST_F(CurlEasyTest, WriteToStringAppendsWhatThirtyTwoBitsDoNotCount) {
   const std::size_t count = (std::size_t{1} << 32) + 3;
-  EXPECT_EQ(WriteToString(&bytes[0], 1, count, static_cast<HttpResult*>(&result)), 3u);
-  EXPECT_EQ(result.body, "abc");
+  {
+    const FailingAllocation failing(1);
+    EXPECT_EQ(WriteToString(&bytes[0], 1, count, static_cast<HttpResult*>(&result)), 0u);
+    EXPECT_TRUE(failing.HasFailed());
+  }
+  ASSERT_TRUE(result.failure);
+  EXPECT_EQ(result.body, "");
 }
 
 TEST_F(CurlEasyTest, WriteToStringKeepsAnExceptionForLater) {

@@ -528,15 +528,6 @@ TEST_F(TransferTest, WriteCallbackAppendsSizeTimesCountBytes) {
   EXPECT_EQ(result.body, "<abcdef");
 }
 
-TEST_F(TransferTest, WriteCallbackFormsItsProductInThirtyTwoBits) {
-  CollectedResult result;
-  std::vector<char> data(65536, 'd');
-
-  // 65536 * 65537 is 2^32 + 65536.
-  EXPECT_EQ(WriteToString(data.data(), 65536, 65537, &result), 65536U);
-  EXPECT_EQ(result.body, std::string(65536, 'd'));
-}
-
 TEST_F(TransferTest, WriteCallbackIsTheOneThatTheTransfersSet) {
   Engine().Get(kUrl, {});
 
