@@ -26,13 +26,13 @@ std::size_t ReadFromFile(char* buffer, std::size_t size, std::size_t count, void
   return std::fread(buffer, size, count, static_cast<FILE*>(user));
 }
 
-// The size of a stream in bytes, leaving it at its start; -1 when it cannot seek.
+// The size of a stream in bytes, leaving it at its start. A stream that cannot seek has none: it
+// stays where it is, and -1 has libcurl send it in chunks.
 curl_off_t SizeFromStart(FILE* stream) {
-  if (std::fseek(stream, 0, SEEK_END) != 0) {
-    return -1;
-  }
+  (void)std::fseek(stream, 0, SEEK_END);
   const long size = std::ftell(stream);
-  return std::fseek(stream, 0, SEEK_SET) == 0 ? size : -1;
+  (void)std::fseek(stream, 0, SEEK_SET);
+  return size;
 }
 
 bool Contains(const std::string& text, const char* part) {
@@ -192,13 +192,13 @@ HttpResult LumCurlOrvOpsPrivate::Upload(const std::string& url, const std::strin
   FILE* stream = uploadFp;
   if (stream == nullptr) {
     opened.reset(std::fopen(filePath.c_str(), "rb"));
+    if (!opened) {
+      LUM_LOG(kLogError, "Upload", "read file error");
+      return result.Take();
+    }
     stream = opened.get();
   }
-  const curl_off_t size = stream == nullptr ? -1 : SizeFromStart(stream);
-  if (size < 0) {
-    LUM_LOG(kLogError, "Upload", "read file error");
-    return result.Take();
-  }
+  const curl_off_t size = SizeFromStart(stream);
   HeaderList headers = BuildHeaderList(handle, lines);
 
   SetOption(handle, CURLOPT_READFUNCTION, &ReadFromFile);

@@ -1,11 +1,13 @@
 // Uploads over real sockets: bytes, streams, pinned hosts, bound interfaces, and servers and files
 // that do not behave.
 
+#include <curl/curl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <thread>
 
 #include "LiveFixture.h"
 #include "support/ProcessState.h"
@@ -115,20 +117,59 @@ TEST_F(UploadLiveTest, StreamIsReadInPlaceOfTheFileAndStaysOpen) {
   EXPECT_EQ(std::fclose(stream), 0);
 }
 
-TEST_F(UploadLiveTest, PipeIsRefusedBecauseItHasNoSize) {
+TEST_F(UploadLiveTest, PipeGivenAsAStreamArrivesWholeInChunksOnce) {
+  server.SetHandler(Always(200));
+  const std::string content = GeneratedBytes(0, 3000001);
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
-  ASSERT_EQ(write(ends[1], "data", 4), 4);
+  std::thread writer([&] {
+    FILE* end = fdopen(ends[1], "wb");
+    std::fwrite(content.data(), 1, content.size(), end);
+    std::fclose(end);
+  });
   FILE* stream = fdopen(ends[0], "rb");
   client.SetFp(stream);
 
-  EXPECT_EQ(client.UploadLog(Url(), path, 5), -10000);
+  EXPECT_EQ(client.UploadLog(Url(), path, 30), 0);
+  writer.join();
+  EXPECT_EQ(client.UploadLog(Url(), path, 5), 0);
 
-  EXPECT_THAT(log.Messages(1), ElementsAre("read file error", "UploadLog failed"));
-  EXPECT_EQ(server.Connections().size(), 0U);
-  EXPECT_EQ(std::fgetc(stream), 'd') << "nothing was read, nothing closed";
-  std::fclose(stream);
+  EXPECT_EQ(server.Request(0).Header("Transfer-Encoding"), "chunked");
+  EXPECT_FALSE(server.Request(0).HasHeader("Content-Length"));
+  EXPECT_EQ(server.Request(0).body, content);
+  EXPECT_EQ(server.Request(1).body, "the archive") << "a stream serves one upload";
+  EXPECT_THAT(log.Messages(), IsEmpty());
+  EXPECT_EQ(std::fclose(stream), 0);
+}
+
+TEST_F(UploadLiveTest, NamedPipeArrivesWholeInChunks) {
+  server.SetHandler(Always(200));
+  const std::string content = GeneratedBytes(0, 3000001);
+  const std::string fifo = directory.Path("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  std::thread writer([&] { WriteFile(fifo, content); });
+
+  EXPECT_EQ(client.UploadLog(Url(), fifo), 0);
+  writer.join();
+
+  EXPECT_EQ(server.Request(0).Header("Transfer-Encoding"), "chunked");
+  EXPECT_EQ(server.Request(0).body, content);
+  EXPECT_THAT(log.Messages(), IsEmpty());
+}
+
+TEST_F(UploadLiveTest, ServerThatAsksForTheLengthOfAPipeIsAFailedUpload) {
+  server.Script(WireReply(WireAnswer(411)).At(WireStart::kHead).NoContinue().Close());
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  ASSERT_EQ(write(ends[1], "data", 4), 4);
   close(ends[1]);
+  FILE* stream = fdopen(ends[0], "rb");
+  client.SetFp(stream);
+
+  EXPECT_EQ(client.UploadLog(Url(), path), -10000);
+
+  EXPECT_THAT(log.Messages().back(), StartsWith("UploadLog failed, code=411, body="));
+  EXPECT_EQ(std::fclose(stream), 0);
 }
 
 // --- Files that do not behave ---
@@ -180,20 +221,30 @@ TEST_F(UploadLiveTest, FileThatVanishesWhileItIsSentArrivesWhole) {
   EXPECT_EQ(server.Request(1).body, content);
 }
 
-TEST_F(UploadLiveTest, FileThatGrowsWhileItIsSentIsAnnouncedInItsFirstSize) {
-  const std::string content = GeneratedBytes(0, 4 << 20);
-  const std::string file = directory.Write("growing", content);
-  server.SetHandler(
-      [&](const WireRequest&) {
-        AppendFile(file, "more than was announced");
-        return WireReply(WireContinue()).ReadBody().Send(WireAnswer(200)).Close();
-      },
-      WireStart::kHead);
+// libcurl asks for no more once a read has brought it to the announced size. Up to 8.6 it sends all
+// of that read, which takes 64 KiB where there are so many; later ones cut it off.
+TEST_F(UploadLiveTest, FileThatGrowsIsSentToTheEndOfTheReadThatReachesItsAnnouncedSize) {
+  const std::string more = "more than was announced";
+  constexpr std::size_t kReads = std::size_t{64} << 16;
+  for (const std::size_t size : {kReads, kReads - more.size(), kReads + 1}) {
+    const std::string file = directory.Write("growing", GeneratedBytes(0, size));
+    server.SetHandler(
+        [&](const WireRequest&) {
+          AppendFile(file, more);
+          return WireReply(WireContinue()).ReadBody().Send(WireAnswer(200)).Close();
+        },
+        WireStart::kHead);
+    const std::size_t number = server.RequestCount();
 
-  client.UploadLog(Url(), file, 30);
+    client.UploadLog(Url(), file, 30);
 
-  EXPECT_EQ(server.Request(0).Header("Content-Length"), std::to_string(content.size()));
-  EXPECT_EQ(server.Request(0).body, content);
+    ASSERT_TRUE(server.WaitIdle());
+    const WireRequest request = server.Request(number);
+    EXPECT_EQ(request.Header("Content-Length"), std::to_string(size));
+    const bool cutsOff = curl_version_info(CURLVERSION_NOW)->version_num >= 0x080700;
+    const std::size_t beyond = cutsOff || size == kReads ? 0 : more.size();
+    EXPECT_EQ(server.Connections().back().bytesReceived, request.head.size() + size + beyond);
+  }
 }
 
 TEST_F(UploadLiveTest, FileThatShrinksWhileItIsSentIsAFailure) {

@@ -1,6 +1,10 @@
 // The engine's upload: every option, release and log line in order, the stream it reads and whose
 // it is, the speed cap, and what each early return leaves.
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <thread>
@@ -23,7 +27,6 @@ const Lines kLines = {"Content-Type: application/zip", "X-A: 1"};
 struct Cookie {
   std::string content;
   std::size_t position = 0;
-  bool seeksToEnd = true;
   bool seeksToStart = true;
   bool closed = false;
 
@@ -38,9 +41,6 @@ struct Cookie {
     functions.seek = [](void* self, off64_t* offset, int whence) {
       auto* cookie = static_cast<Cookie*>(self);
       if (whence == SEEK_END && *offset == 0) {
-        if (!cookie->seeksToEnd) {
-          return -1;
-        }
         cookie->position = cookie->content.size();
       } else if (whence == SEEK_SET) {
         if (!cookie->seeksToStart) {
@@ -263,15 +263,28 @@ TEST_F(UploadTransferTest, FileThatCannotBeOpenedIsLogged) {
   EXPECT_THAT(Logs(), ElementsAre(EngineLog(1, "Upload", "read file error")));
 }
 
-TEST_F(UploadTransferTest, FileWhoseSizeIsUnknownIsClosedAndLogged) {
+TEST_F(UploadTransferTest, SizeIsWhatFtellGivesWhateverTheSeeksCameTo) {
   recorder.FailSeek();
 
   const HttpResult result = Engine().Upload(kUrl, path, kLines, 30);
 
-  EXPECT_EQ(result.code, -1);
-  EXPECT_EQ(result.body, "");
-  EXPECT_THAT(Logs(), ElementsAre(EngineLog(1, "Upload", "read file error")));
-  EXPECT_THAT(recorder.Transfers(), IsEmpty());
+  EXPECT_EQ(result.code, 200);
+  EXPECT_EQ(recorder.Events(), UploadEvents(kUrl, path, 0, kLines, "30"));
+  EXPECT_EQ(recorder.Transfers().at(0).uploaded, "0123456789");
+}
+
+TEST_F(UploadTransferTest, NamedPipeIsSentWithoutASizeAndClosed) {
+  const std::string pipe = directory.Path("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  std::thread writer([&pipe] { WriteFile(pipe, "of the other end"); });
+
+  const HttpResult result = Engine().Upload(kUrl, pipe, {}, 30);
+  writer.join();
+
+  EXPECT_EQ(result.code, 200);
+  EXPECT_EQ(recorder.Transfers().at(0).numbers.at(CURLOPT_INFILESIZE_LARGE), -1);
+  EXPECT_EQ(recorder.Transfers().at(0).uploaded, "of the other end");
+  EXPECT_THAT(Logs(), IsEmpty());
 }
 
 // --- The caller's stream ---
@@ -333,7 +346,6 @@ TEST_F(UploadTransferTest, StreamIsUsedUpByAFailedTransferToo) {
 
 TEST_F(UploadTransferTest, EarlyReturnsLeaveTheStreamSet) {
   Cookie cookie;
-  cookie.seeksToEnd = false;
   FILE* stream = cookie.Open();
   client.SetFp(stream);
 
@@ -363,23 +375,32 @@ TEST_F(UploadTransferTest, StreamWithARefusedPathIsNotRead) {
   CloseOwn(stream);
 }
 
-TEST_F(UploadTransferTest, StreamThatCannotSeekToItsEndIsRefused) {
-  Cookie cookie;
-  cookie.seeksToEnd = false;
-  FILE* stream = cookie.Open();
+TEST_F(UploadTransferTest, StreamThatCannotSeekIsSentWithoutASizeFromWhereItStands) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  ASSERT_EQ(write(ends[1], "through a pipe", 14), 14);
+  close(ends[1]);
+  FILE* stream = fdopen(ends[0], "rb");
+  ASSERT_NE(stream, nullptr);
+  ASSERT_EQ(std::fgetc(stream), 't');
   client.SetFp(stream);
 
-  const HttpResult result = Engine().Upload(kUrl, path, kLines, 30);
+  Engine().Upload(kUrl, path, kLines, 30);
 
-  EXPECT_EQ(result.code, -1);
-  EXPECT_EQ(result.body, "");
-  EXPECT_THAT(Logs(), ElementsAre(EngineLog(1, "Upload", "read file error")));
-  EXPECT_EQ(Engine().uploadFp, stream);
-  EXPECT_FALSE(cookie.closed);
+  Events expected = UploadEvents(kUrl, path, 10, kLines, "30");
+  expected.erase(std::find(expected.begin(), expected.end(), "fopen " + path + " rb"));
+  expected.erase(std::find(expected.begin(), expected.end(), "fclose"));
+  std::replace(expected.begin(), expected.end(), std::string("CURLOPT_INFILESIZE_LARGE 10"),
+               std::string("CURLOPT_INFILESIZE_LARGE -1"));
+  EXPECT_EQ(recorder.Events(), expected);
+  EXPECT_EQ(recorder.Transfers().at(0).uploaded, "hrough a pipe");
+  EXPECT_EQ(Engine().uploadFp, nullptr) << "it is used up as any other";
+  EXPECT_NE(fcntl(ends[0], F_GETFD), -1) << "and stays open";
   CloseOwn(stream);
 }
 
-TEST_F(UploadTransferTest, StreamThatCannotSeekBackToItsStartIsRefused) {
+// Its size is told, and what the stream then gives is sent.
+TEST_F(UploadTransferTest, StreamThatCannotSeekBackToItsStartIsSentAllTheSame) {
   Cookie cookie;
   cookie.content = "abc";
   cookie.seeksToStart = false;
@@ -388,9 +409,10 @@ TEST_F(UploadTransferTest, StreamThatCannotSeekBackToItsStartIsRefused) {
 
   const HttpResult result = Engine().Upload(kUrl, path, kLines, 30);
 
-  EXPECT_EQ(result.code, -1);
-  EXPECT_THAT(Logs(), ElementsAre(EngineLog(1, "Upload", "read file error")));
-  EXPECT_THAT(recorder.Transfers(), IsEmpty());
+  EXPECT_EQ(result.code, 200);
+  EXPECT_EQ(recorder.Transfers().at(0).numbers.at(CURLOPT_INFILESIZE_LARGE), 3);
+  EXPECT_EQ(Engine().uploadFp, nullptr);
+  EXPECT_THAT(Logs(), IsEmpty());
   CloseOwn(stream);
 }
 
