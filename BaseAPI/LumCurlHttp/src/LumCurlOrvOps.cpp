@@ -2,8 +2,6 @@
 
 #include "LumCurlOrvOps.h"
 
-#include <sys/mman.h>
-
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
@@ -50,19 +48,6 @@ struct Free {
   void operator()(char* buffer) const { std::free(buffer); }
 };
 using MallocBuffer = std::unique_ptr<char, Free>;
-
-// A buffer of many megabytes that is about to be written whole costs more in page faults than in
-// compressing into it; with large pages, where the kernel grants them, it has a few hundred times
-// fewer of them. A refusal changes nothing.
-void AskForLargePages(char* buffer, std::size_t size) {
-  constexpr std::size_t kLarge = std::size_t{4} << 20;
-  if (size < kLarge) {
-    return;
-  }
-  constexpr std::size_t kAlignment = 65536;  // a multiple of every page size
-  const std::size_t before = -reinterpret_cast<std::uintptr_t>(buffer) % kAlignment;
-  (void)madvise(buffer + before, size - before, MADV_HUGEPAGE);
-}
 
 // Reports alone take 204 for success too.
 bool ReportAccepted(int status) {
@@ -264,7 +249,6 @@ int LumCurlOrvOps::ReportDataWithGzip(const std::string& url, const LumJson::Val
     LUM_LOG(kLogError, "ReportDataWithGzip", "malloc error, len=%d", static_cast<int>(capacity));
     return kFailed;
   }
-  AskForLargePages(buffer.get(), capacity);
   memset_s(buffer.get(), capacity, 0, capacity);
   // A capacity that no int holds cannot be handed on.
   const int gzipLength = capacity > INT_MAX ? 0
