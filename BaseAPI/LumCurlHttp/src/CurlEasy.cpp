@@ -17,7 +17,8 @@ void AppendLine(HeaderList& list, const char* line) {
 void KeepEmptyValues(const HeaderList& list) {
   for (curl_slist* node = list.get(); node != nullptr; node = node->next) {
     char* colon = std::strchr(node->data, ':');
-    if (colon != nullptr && colon[1] != '\0' && colon[1 + std::strspn(colon + 1, " \t")] == '\0') {
+    if (colon != nullptr && colon[1] != '\0' && colon[1 + std::strspn(colon + 1, " \t")] == '\0' &&
+        colon != node->data) {
       colon[0] = ';';
       colon[1] = '\0';
     }

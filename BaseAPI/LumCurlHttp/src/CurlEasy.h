@@ -41,7 +41,8 @@ void AppendLine(HeaderList& list, const char* line);
 
 // Makes libcurl send the lines that end behind their colon and blanks: it leaves a line without a
 // value out, and sends "Name:" for "Name;". A line that ends with the colon alone stays what it is
-// to libcurl, the removal of a header of its own. To be called once the list is an option.
+// to libcurl, the removal of a header of its own, and one without a name stays left out. To be
+// called once the list is an option.
 // https://curl.se/libcurl/c/CURLOPT_HTTPHEADER.html
 void KeepEmptyValues(const HeaderList& list);
 

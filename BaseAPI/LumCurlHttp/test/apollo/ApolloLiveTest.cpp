@@ -13,6 +13,7 @@ namespace {
 
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
+using ::testing::StrCaseEq;
 
 const char kAnswer[] =
     "{\"appId\":\"app\",\"cluster\":\"default\",\"namespaceName\":\"space\","
@@ -76,6 +77,17 @@ TEST_F(ApolloLive, FieldsGoIntoTheUrlAsTheyStand) {
   env = {"", "a%20p", "c%s%n", "n?ip=%d&x=1"};
   EXPECT_EQ(Read(Host(server)).code, 200);
   EXPECT_EQ(server.Request(0).target, "/configs/a%20p/c%s%n/n?ip=%d&x=1");
+}
+
+TEST_F(ApolloLive, LibcurlEncodesBytesBeyondAsciiInThePathAlone) {
+  WireServer server(TlsOptions());
+  server.SetHandler([](const WireRequest&) { return JsonReply(kAnswer); });
+  env = {"", "\xC3\xBC", "c", "n?q=\xC3\xBC"};
+  EXPECT_EQ(Read(Host(server)).code, 200);
+  EXPECT_THAT(server.Request(0).target, StrCaseEq("/configs/%C3%BC/c/n?q=\xC3\xBC"));
+  env = {"", "a", "..", "n#f"};
+  EXPECT_EQ(Read(Host(server)).code, 200);
+  EXPECT_EQ(server.Request(1).target, "/configs/n");
 }
 
 TEST_F(ApolloLive, AHostNameWithAPortIsConnectedTo) {

@@ -78,6 +78,18 @@ TEST_F(CurlEasyTest, AppendLineThatFailsLeavesTheListAsItWas) {
   ExpectNothingKept();
 }
 
+TEST_F(CurlEasyTest, KeepEmptyValuesMakesSemicolonsOfEmptyValuesWithANameAndOfNothingElse) {
+  const std::pair<const char*, const char*> lines[] = {
+      {"A: ", "A;"}, {"A:\t ", "A;"}, {"A:", "A:"},   {"A: 1", "A: 1"}, {"A: b: ", "A: b: "},
+      {": ", ": "},  {":", ":"},      {": b", ": b"}, {"A", "A"},       {"", ""}};
+  for (const auto& [given, kept] : lines) {
+    HeaderList list;
+    AppendLine(list, given);
+    KeepEmptyValues(list);
+    EXPECT_STREQ(list->data, kept);
+  }
+}
+
 TEST_F(CurlEasyTest, FailureTextIsPrefixReasonBlankAndStop) {
   EXPECT_EQ(FailureText("GET failed for: ", "reason"), "GET failed for: reason .");
   EXPECT_EQ(FailureText("GET failed for: ", ""), "GET failed for:  .");

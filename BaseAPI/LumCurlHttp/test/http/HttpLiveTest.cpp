@@ -13,6 +13,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
+using ::testing::StartsWith;
 
 std::string Host(const WireServer& server) {
   return "127.0.0.1:" + std::to_string(server.Port());
@@ -105,6 +106,18 @@ TEST_F(HttpLive, TheCallersHeaderIsSentEvenWhenItsValueIsEmpty) {
 }
 
 // libcurl knows no type for the body then, and calls it a form.
+TEST_F(HttpLive, ATextThatIsNoHeaderLineLeavesTheRequestWithoutOne) {
+  WireServer server;
+  for (const char* text : {"no colon", ":", ": value", ": "}) {
+    client.SetHeaders(text);
+    server.Script(JsonReply("{}"));
+    Get(server.Url());
+    EXPECT_THAT(server.Requests().back().headerLines,
+                ElementsAre(StartsWith("Host: "), "User-Agent: QVcurlHttp/0.1.2", "Accept: */*"))
+        << text;
+  }
+}
+
 TEST_F(HttpLive, APostWithTheCallersHeaderHasLibcurlsContentType) {
   WireServer server;
   server.Script(JsonReply("{}"));

@@ -168,6 +168,25 @@ TEST_F(RequestLiveTest, BlankInTheAddressQueryIsRefusedByLibcurl) {
                   "Get from " + server.Url("/address") + " failed, json body: GET failed for:  ."));
 }
 
+TEST_F(RequestLiveTest, HashInTheAddressQueryEndsIt) {
+  server.SetHandler(Always(200, "1"));
+
+  client.GetLogAddress(server.Url("/address"), "a#1", "t", "x.log");
+  client.GetLogAddress(server.Url("/address"), "a1", "t", "x#.log");
+
+  EXPECT_EQ(server.Request(0).target, "/address?access_id=a");
+  EXPECT_EQ(server.Request(1).target, "/address?access_id=a1&file_name=x");
+}
+
+TEST_F(RequestLiveTest, LibcurlEncodesBytesBeyondAsciiInAPathAndNotInAQuery) {
+  server.SetHandler(Always(200, "1"));
+  int status = 0;
+
+  client.Get(server.Url("/\xC3\xBC/%2F+\"<>^`{|}?q=\xC3\xBC"), {}, status);
+
+  EXPECT_THAT(server.Request(0).target, ::testing::StrCaseEq("/%C3%BC/%2F+\"<>^`{|}?q=\xC3\xBC"));
+}
+
 TEST_F(RequestLiveTest, LinesWithoutAValueAreSent) {
   server.SetHandler(Always(200, "1"));
   int status = 0;
@@ -219,6 +238,17 @@ TEST_F(RequestLiveTest, RefusedConnectionIsStatusZeroWithLibcurlsText) {
                                                 "resOps: 7, code: 0, errorBuf: "));
 }
 
+TEST_F(RequestLiveTest, InterimAnswerWithoutAnotherIsItsStatus) {
+  int status = -7;
+  server.Script(WireReply(WireContinue()).Drop());
+  server.Script(WireReply(WireContinue()).Drop());
+
+  EXPECT_TRUE(client.Get(server.Url(), {}, status).IsNull());
+  EXPECT_EQ(status, 100);
+  EXPECT_TRUE(client.Post(server.Url(), "{}", {}, status).IsNull());
+  EXPECT_EQ(status, 100);
+}
+
 TEST_F(RequestLiveTest, ReportWhoseAnswerBreaksOffAfterItsStatusCountsAsDone) {
   server.Script(WireReply(WireHead(200, {"Content-Length: 100"}) + "only this").Close());
   server.Script(WireReply(WireHead(200, {"Content-Length: 100"}) + "only this").Reset());
@@ -238,6 +268,21 @@ TEST_F(RequestLiveTest, RedirectIsNotFollowed) {
 
   EXPECT_EQ(status, 307);
   EXPECT_EQ(server.RequestCount(), 1U);
+}
+
+TEST_F(RequestLiveTest, ProxyOfTheEnvironmentIsGoneThrough) {
+  server.SetHandler(Always(200, "1"));
+  int status = 0;
+  setenv("http_proxy", server.Url().c_str(), 1);
+
+  client.Get("http://far.example/path", {}, status);
+  setenv("no_proxy", "127.0.0.1", 1);
+  client.Get(server.Url("/near"), {}, status);
+  unsetenv("no_proxy");
+  unsetenv("http_proxy");
+
+  EXPECT_EQ(server.Request(0).target, "http://far.example/path");
+  EXPECT_EQ(server.Request(1).target, "/near");
 }
 
 TEST_F(RequestLiveTest, EachRequestHasAConnectionOfItsOwn) {
@@ -333,14 +378,15 @@ TEST_F(RequestLiveTest, LineFeedAndCarriageReturnAloneCrashNothing) {
   }
 }
 
-TEST_F(RequestLiveTest, OddLinesCrashNothing) {
+TEST_F(RequestLiveTest, LinesThatAreNoneAreNotSent) {
   server.SetHandler(Always(200, "1"));
   int status = 0;
 
-  client.Get(server.Url(), {"", ":", ": ", ";", " ", "no colon", "X-Good: 1"}, status);
+  client.Get(server.Url(), {"", ":", ": ", ": value", " ", "no colon", "X-Good: 1", "X-Empty;"},
+             status);
 
   EXPECT_EQ(status, 200);
-  EXPECT_EQ(server.Request(0).Header("X-Good"), "1");
+  EXPECT_EQ(server.Request(0).Raw(), Head("GET", "/", {"X-Good: 1", "X-Empty:"}));
 }
 
 TEST_F(RequestLiveTest, LongTokenIsSentAndOneBeyondLibcurlsLimitFails) {
