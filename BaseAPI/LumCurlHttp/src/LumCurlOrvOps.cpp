@@ -2,7 +2,6 @@
 
 #include "LumCurlOrvOps.h"
 
-#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -250,11 +249,7 @@ int LumCurlOrvOps::ReportDataWithGzip(const std::string& url, const LumJson::Val
     return kFailed;
   }
   memset_s(buffer.get(), capacity, 0, capacity);
-  // A capacity that no int holds cannot be handed on.
-  const int gzipLength = capacity > INT_MAX ? 0
-                                            : LumCompressAndDeCompress::GzipCompress(
-                                                  text.c_str(), sourceLength, buffer.get(),
-                                                  static_cast<int>(capacity));
+  const int gzipLength = LumCurlOrvOpsPrivate::Gzip(text, buffer.get(), capacity);
   if (gzipLength <= 0) {
     LUM_LOG(kLogError, "ReportDataWithGzip", "gzip compress error");
     return kFailed;

@@ -2,6 +2,7 @@
 
 #include "LumCurlOrvOpsPrivate.h"
 
+#include <climits>
 #include <cstring>
 #include <memory>
 
@@ -259,6 +260,14 @@ void LumCurlOrvOpsPrivate::SetSslOptions(const EasyHandle& handle) {
     SetOption(handle, CURLOPT_SSLCERTTYPE, "PEM");
     SetKeyPasswordOption(handle, keyPassword);
   }
+}
+
+int LumCurlOrvOpsPrivate::Gzip(const std::string& text, char* destination, std::size_t capacity) {
+  if (capacity > INT_MAX) {
+    return 0;
+  }
+  return LumCompressAndDeCompress::GzipCompress(text.c_str(), static_cast<int>(text.length()),
+                                                destination, static_cast<int>(capacity));
 }
 
 std::string LumCurlOrvOpsPrivate::GetDomain(const std::string& url) {

@@ -36,6 +36,10 @@ class LumCurlOrvOpsPrivate {
   HttpResult Upload(const std::string& url, const std::string& filePath, const HeaderLines& lines,
                     std::uint32_t timeoutSeconds);
 
+  // Compresses `text` into `capacity` bytes, no less than its length. Returns the compressed
+  // length; 0 or less when that fails, which it does for a capacity that no int holds.
+  static int Gzip(const std::string& text, char* destination, std::size_t capacity);
+
   // The host of a URL with its port; empty when the URL is not accepted.
   static std::string GetDomain(const std::string& url);
   void SetDomainIp(const std::string& url, CURL* handle);

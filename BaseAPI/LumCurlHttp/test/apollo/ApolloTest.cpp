@@ -100,6 +100,15 @@ TEST_F(Apollo, CallsThisAndNothingElseWhenTheTransferFails) {
   ExpectKeptLists(1);
 }
 
+TEST_F(Apollo, DestructionReleasesThePrivatePart) {
+  const std::size_t before = LiveNews();
+  {
+    const LumApollo made;
+    EXPECT_EQ(LiveNews(), before + 1);
+  }
+  EXPECT_EQ(LiveNews(), before);
+}
+
 // --- One behaviour each
 
 TEST_F(Apollo, AlwaysAsksOverHttps) {
@@ -380,10 +389,10 @@ TEST_F(Apollo, CallsOnOneObjectRunSideBySide) {
     recorder.NextPerform(script);
   }
   LumApolloEnv otherEnv = {"other.example", "app", "", "space"};
+  HttpResult result;
   HttpResult other;
-  std::thread thread([&] { other = apollo.GetPropertyString(otherEnv); });
-  const HttpResult result = Read();
-  thread.join();
+  RunBoth(
+      both, [&] { result = Read(); }, [&] { other = apollo.GetPropertyString(otherEnv); });
   EXPECT_EQ(result.code, 200);
   EXPECT_EQ(other.code, 200);
   EXPECT_EQ((std::set<std::string>{result.body, other.body}),

@@ -1,7 +1,6 @@
 // Requests of several threads: one at a time on one object, side by side on two.
 
 #include <atomic>
-#include <thread>
 
 #include "HttpTest.h"
 #include "recording/Latch.h"
@@ -38,10 +37,9 @@ TEST_P(TwoThreads, NeverOverlapOnOneObject) {
     }
   };
   int codes[] = {0, 0};
-  std::thread first([&] { (client.*GetParam().first.call)(kUrl, "{}", false, codes[0]); });
-  std::thread second([&] { (client.*GetParam().second.call)(kUrl, "{}", false, codes[1]); });
-  first.join();
-  second.join();
+  RunBoth(
+      secondIsHere, [&] { (client.*GetParam().first.call)(kUrl, "{}", false, codes[0]); },
+      [&] { (client.*GetParam().second.call)(kUrl, "{}", false, codes[1]); });
   EXPECT_FALSE(overlapped);
   EXPECT_EQ(codes[0], 200);
   EXPECT_EQ(codes[1], 200);
@@ -61,10 +59,9 @@ TEST_P(TwoThreads, RunSideBySideOnTwoObjects) {
   recorder.NextPerform(script);
   LumCurlHttp other;
   int codes[] = {0, 0};
-  std::thread first([&] { (client.*GetParam().first.call)(kUrl, "{}", false, codes[0]); });
-  std::thread second([&] { (other.*GetParam().second.call)(kUrl, "{}", false, codes[1]); });
-  first.join();
-  second.join();
+  RunBoth(
+      both, [&] { (client.*GetParam().first.call)(kUrl, "{}", false, codes[0]); },
+      [&] { (other.*GetParam().second.call)(kUrl, "{}", false, codes[1]); });
   EXPECT_EQ(codes[0], 200);
   EXPECT_EQ(codes[1], 200);
 }

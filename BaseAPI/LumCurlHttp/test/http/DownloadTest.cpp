@@ -194,9 +194,8 @@ TEST_F(DownloadTest, DownloadRunsBesideAGet) {
   script.during = [&both](const Transfer&) { EXPECT_TRUE(both.CountDownAndWait()); };
   recorder.NextPerform(script);
   recorder.NextPerform(script);
-  std::thread get([this] { Call(kGet); });
-  EXPECT_EQ(Download(), 0);
-  get.join();
+  RunBoth(
+      both, [this] { EXPECT_EQ(Download(), 0); }, [this] { Call(kGet); });
   EXPECT_EQ(responseCode, 200);
 }
 

@@ -90,6 +90,15 @@ TEST_F(HttpTest, DestructionReleasesAndWipesNothing) {
   EXPECT_THAT(recorder.Events(), IsEmpty());
 }
 
+TEST_F(HttpTest, DestructionReleasesThePrivatePart) {
+  const std::size_t before = LiveNews();
+  auto made = std::make_unique<LumCurlHttp>();
+  EXPECT_GT(LiveNews(), before);
+  made.reset();
+  recorder.Reset();
+  EXPECT_EQ(LiveNews(), before);
+}
+
 TEST_F(HttpTest, AClientWithoutItsPrivatePartCanBeDestroyed) {
   LumCurlHttpPrivate* engine = nullptr;
   {

@@ -3,6 +3,7 @@
 
 #include <climits>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <ostream>
 #include <set>
@@ -275,7 +276,39 @@ TEST_F(ReportTest, GzipReportSendsFromItsBufferWithoutACopy) {
   EXPECT_EQ(recorder.Transfers().at(0).pointers.at(CURLOPT_POSTFIELDS), buffer);
 }
 
-// From four megabytes on the buffer is backed in another way, which must not show.
+// Not even 1 is a success: one byte would be sent, and the report counted as taken.
+TEST_F(ReportTest, GzipBufferThatNoIntCountsIsAFailedCompression) {
+  char destination[1];
+
+  EXPECT_EQ(LumCurlOrvOpsPrivate::Gzip("text", destination, std::size_t{INT_MAX} + 1), 0);
+
+  EXPECT_THAT(recorder.Events(), IsEmpty());
+}
+
+// The advice to use large pages would outlive the report: the heap's pages are every caller's.
+TEST_F(ReportTest, LargeGzipReportLeavesNoAdviceAboutTheHeap) {
+  const auto advised = [] {
+    std::ifstream map("/proc/self/smaps");
+    std::size_t count = 0;
+    for (std::string line; std::getline(map, line);) {
+      count += line.compare(0, 8, "VmFlags:") == 0 && line.find(" hg") != std::string::npos ? 1 : 0;
+    }
+    return count;
+  };
+  const std::size_t before = advised();
+  LumJson::Value document;
+  document["text"] = std::string(5'000'003, 'x');
+  std::size_t during = before;
+  recorder.gzip = [&](const std::string&, char*, int) {
+    during = advised();
+    return 1;
+  };
+
+  client.ReportDataWithGzip(kUrl, document, "t", "id9");
+
+  EXPECT_EQ(during, before);
+}
+
 TEST_F(ReportTest, LargeGzipReportCompressesIntoAZeroedBufferAndSendsFromIt) {
   for (const std::size_t size : {2'000'000U, 2'100'000U, 5'000'003U}) {
     Forget();

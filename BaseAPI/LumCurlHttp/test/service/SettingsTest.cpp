@@ -9,6 +9,7 @@
 
 #include "Fixture.h"
 #include "recording/Latch.h"
+#include "support/Alloc.h"
 
 namespace lumtest {
 namespace {
@@ -77,6 +78,18 @@ TEST_F(SettingsTest, DestructionWithoutAPrivateObjectCleansLibcurlUp) {
     recorder.Reset();
   }
   EXPECT_THAT(recorder.Events(), ElementsAre("curl_global_cleanup"));
+}
+
+TEST_F(SettingsTest, DestructionReleasesThePrivateObject) {
+  { const LumCurlOrvOps once; }  // the recorder keeps room for the events of one
+  recorder.Reset();
+  const std::size_t before = LiveNews();
+  {
+    const LumCurlOrvOps other;
+    EXPECT_GT(LiveNews(), before);
+  }
+  recorder.Reset();
+  EXPECT_EQ(LiveNews(), before);
 }
 
 TEST_F(SettingsTest, DestructionTakesThePrivatePointerAway) {

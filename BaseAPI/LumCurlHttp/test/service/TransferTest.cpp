@@ -68,19 +68,19 @@ TEST_F(TransferTest, GetWithEverythingSetBindsBeforeTls) {
 }
 
 TEST_F(TransferTest, FailedGetLogsThenReplacesTheBodyThenReleasesTheHandle) {
-  recorder.NextPerform(Broken(CURLE_OPERATION_TIMEDOUT, 0, "too slow", {"partial"}));
+  recorder.NextPerform(Broken(CURLE_OPERATION_TIMEDOUT, 206, "too slow", {"partial"}));
 
   const HttpResult result = Engine().Get(kUrl, kLines);
 
-  EXPECT_EQ(result.code, 0);
+  EXPECT_EQ(result.code, 206);
   EXPECT_EQ(result.body, "GET failed for: too slow .");
   EXPECT_EQ(recorder.Events(),
             Failing(GetEvents(kUrl, kLines),
-                    "log 1 Get: GET failed for strerror 28, resOps: 28, code: 0, errorBuf: "
+                    "log 1 Get: GET failed for strerror 28, resOps: 28, code: 206, errorBuf: "
                     "too slow"));
   EXPECT_THAT(Logs(), ElementsAre(EngineLog(
                           1, "Get", "GET failed for %s, resOps: %d, code: %ld, errorBuf: %s",
-                          {"strerror 28", "28", "0", "too slow"})));
+                          {"strerror 28", "28", "206", "too slow"})));
 }
 
 TEST_F(TransferTest, GetWithoutAHandleLogsAndPerformsNothing) {
@@ -151,18 +151,19 @@ TEST_F(TransferTest, PutSendsZeroBytesToo) {
 }
 
 TEST_F(TransferTest, FailedPutLogsThenReplacesTheBodyThenReleasesTheHandle) {
-  recorder.NextPerform(Broken(CURLE_COULDNT_CONNECT, 0, "refused"));
+  recorder.NextPerform(Broken(CURLE_RECV_ERROR, 503, "reset"));
 
   const HttpResult result = Engine().Put(kUrl, "body", kLines);
 
-  EXPECT_EQ(result.code, 0);
-  EXPECT_EQ(result.body, "PUT failed for: refused .");
-  EXPECT_EQ(recorder.Events(),
-            Failing(PutEvents(kUrl, 4, kLines),
-                    "log 1 Put: PUT failed for strerror 7, resOps: 7, code: 0, errorBuf: refused"));
+  EXPECT_EQ(result.code, 503);
+  EXPECT_EQ(result.body, "PUT failed for: reset .");
+  EXPECT_EQ(
+      recorder.Events(),
+      Failing(PutEvents(kUrl, 4, kLines),
+              "log 1 Put: PUT failed for strerror 56, resOps: 56, code: 503, errorBuf: reset"));
   EXPECT_THAT(Logs(), ElementsAre(EngineLog(
                           1, "Put", "PUT failed for %s, resOps: %d, code: %ld, errorBuf: %s",
-                          {"strerror 7", "7", "0", "refused"})));
+                          {"strerror 56", "56", "503", "reset"})));
 }
 
 TEST_F(TransferTest, PutWithoutAHandleLogsAndPerformsNothing) {
@@ -393,9 +394,8 @@ TEST_P(EveryTransfer, RunsSideBySideWithAnotherOfTheSameObject) {
   recorder.NextPerform(script);
   recorder.NextPerform(script);
 
-  std::thread other([this] { Run(); });
-  Run();
-  other.join();
+  RunBoth(
+      both, [this] { Run(); }, [this] { Run(); });
 }
 
 TEST_P(EveryTransfer, DiscardsAPartialBodyOnATransportFailure) {

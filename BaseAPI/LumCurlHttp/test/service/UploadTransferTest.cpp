@@ -175,9 +175,8 @@ TEST_F(UploadTransferTest, RunsSideBySideWithAnotherOfTheSameObject) {
   recorder.NextPerform(script);
   recorder.NextPerform(script);
 
-  std::thread other([this] { Engine().Upload(kUrl, path, kLines, 9); });
-  Engine().Upload(kUrl, path, kLines, 9);
-  other.join();
+  const auto upload = [this] { Engine().Upload(kUrl, path, kLines, 9); };
+  RunBoth(both, upload, upload);
 }
 
 TEST_F(UploadTransferTest, FailedUploadReleasesFileAndListThenLogsThenReleasesTheHandle) {
