@@ -8,7 +8,9 @@
 struct HttpResult;  // the answer; include "HttpResult.h" to read it
 class LumApolloPrivate;
 
-// What to ask for. The fields go into the URL as they stand; nothing is percent-encoded.
+// What to ask for. The fields go into the URL as they stand; what means something in a URL means it
+// here ("/", "?", "#", "%", ".." between slashes). libcurl percent-encodes bytes beyond ASCII in
+// the path, and nothing behind a "?".
 struct LumApolloEnv {
   std::string configServer;   // host name or IPv4 address, with ":port" where it is not 443
   std::string appId;          // the application's id
@@ -18,6 +20,9 @@ struct LumApolloEnv {
 
 // Thread safety: GetPropertyString may run on any number of threads, on one object or several, as
 // long as no two calls share a LumApolloEnv.
+//
+// libcurl goes through the proxies that the environment names: https_proxy, all_proxy, no_proxy.
+// https://curl.se/libcurl/c/libcurl-env.html
 //
 // Exceptions: std::bad_alloc when memory runs out; nothing else.
 class __attribute__((visibility("default"))) LumApollo {
@@ -30,7 +35,8 @@ class __attribute__((visibility("default"))) LumApollo {
 
   // GETs https://configServer/configs/appId/cluster/namespaceName over IPv4 with
   // "Content-Type: application/json" and "charsets: utf-8"; the whole transfer, connecting
-  // included, may take 5 seconds. The server's certificate is not verified, redirects are not
+  // included, may take 5 seconds, which a slow name look-up can exceed (docs/operations.md). The
+  // server's certificate is not verified, redirects are not
   // followed, nothing is retried. Each request keeps its list of header lines for the life of the
   // process; a call whose URL is too long keeps its handle (docs/operations.md says how much that
   // is).
@@ -39,8 +45,8 @@ class __attribute__((visibility("default"))) LumApollo {
   //
   // Returns the HTTP status, whatever it is, with the body as it came; or `code` -1 with
   //   "POST failed for: <libcurl's error text> ."  when the transfer failed, which is logged;
-  //   an empty body                                when the URL is longer than 4095 bytes, or no
-  //                                                request could be set up.
+  //   an empty body                                when the URL is longer than 4095 bytes, or
+  //                                                libcurl gave no handle, which is logged.
   // The process initialises libcurl: this class never does.
   HttpResult GetPropertyString(LumApolloEnv& env);
 

@@ -16,13 +16,16 @@ class LumCurlOrvOpsPrivate;
 // Every request is one blocking transfer on the caller's thread, over a connection of its own: no
 // connection is reused, nothing is retried, redirects are not followed. Nothing about an https
 // server is ever verified, with or without SetSslInfo. Connecting may take 4 seconds, 10 for an
-// upload; each operation says how long its whole transfer may take.
+// upload; each operation says how long its whole transfer may take. A name look-up that is slow can
+// exceed both (docs/operations.md). libcurl goes through the proxies that the environment names:
+// http_proxy, https_proxy, all_proxy, no_proxy. https://curl.se/libcurl/c/libcurl-env.html
 //
 // A header list holds complete lines, "Name: value" (RFC 9110 section 5), sent in list order. A
-// line with an empty value, "Name: ", is sent as "Name:"; one without the blank, "Name:", removes a
-// header that libcurl would add. https://curl.se/libcurl/c/CURLOPT_HTTPHEADER.html
-// Lines are sent as they stand: whoever puts text from elsewhere into a line, a token for instance,
-// makes sure that it holds no line break.
+// line with an empty value, "Name: ", is sent as "Name:", and so is "Name;"; "Name:" without the
+// blank removes a header that libcurl would add. A line that has no colon, or begins with one, is
+// not sent. https://curl.se/libcurl/c/CURLOPT_HTTPHEADER.html
+// Every other line is sent as it stands: whoever puts text from elsewhere into a line, a token for
+// instance, makes sure that it holds no line break.
 //
 // Results of the operations that return int:
 //        0  done
@@ -31,7 +34,9 @@ class LumCurlOrvOpsPrivate;
 //   -10000  anything else: memory, compression, the file, the transfer, or the HTTP status
 //
 // Thread safety: requests may run on any number of threads, on one object or several, except where
-// SetFp or SetBindMac say otherwise. GetLastErrorBody and UpdateLastError may be called at any
+// SetFp or SetBindMac say otherwise, and except two calls that make one archive, on whatever
+// objects. RefreshToken and the uploads do not set CURLOPT_NOSIGNAL, all others do
+// (docs/threads-and-signals.md). GetLastErrorBody and UpdateLastError may be called at any
 // time. Every other setter must not run while another thread uses the same object.
 //
 // Exceptions: std::bad_alloc when memory runs out and std::system_error when a mutex cannot be
@@ -97,9 +102,10 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // to https servers. The three paths are stored always. `keyPassword` is `keyPasswordLen` bytes (0
   // to 2048), copied here over the one stored; no terminator is added, so a shorter phrase keeps
   // the tail of a longer one unless its own terminating zero is counted in. It serves all later
-  // requests and is not wiped. A null `keyPassword` or a length out of range is logged, and leaves
-  // the pass phrase as it was and the client certificate switched off if it was. A key without a
-  // pass phrase takes any pointer but null and a length of 0.
+  // requests and is not wiped. A null `keyPassword` or a length above 2048 is logged, and leaves
+  // the pass phrase as it was and the client certificate switched off if it was. A negative length
+  // copies nothing, without a word. A key without a pass phrase takes any pointer but null and a
+  // length of 0.
   void SetSslInfo(std::string caCertPath, std::string clientCertPath, std::string clientKeyPath,
                   unsigned char* keyPassword, int keyPasswordLen);
 
@@ -107,10 +113,11 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // default -1 among them, set no limit.
   void SetLimitSpeed(int bytesPerSecond);
 
-  // The stream that the next upload reads in place of its file, from the start to the end; it must
-  // be seekable. It is read by one upload, never closed, and stays the caller's. No two uploads of
-  // one object may run at once while it is set. An upload that ends before its transfer begins
-  // leaves it set. Null takes it back.
+  // The stream that the next upload reads in place of its file, from the start to the end. One that
+  // cannot seek, a pipe, is sent from where it stands, in chunks, since nobody knows its size. It
+  // is read by one upload, never closed, and stays the caller's. No two uploads of one object may
+  // run at once while it is set. An upload that ends before its transfer begins leaves it set. Null
+  // takes it back.
   void SetFp(FILE* stream);
 
   // --- The last error: the response body of the latest report that failed. ---
@@ -146,8 +153,8 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
                          const std::string& token, const std::string& accessId);
 
   // The same with the access identifier taken from the document's member "accessId". Where that is
-  // missing or empty, a warning is logged and the report is sent with an empty identifier; the
-  // member that was looked for is then part of the document, as null.
+  // missing or empty, a warning is logged and the report is sent with an empty identifier. A member
+  // that is missing is then part of the document that is sent, as null.
   int ReportDataWithGzip(const std::string& url, LumJson::Value data, const std::string& token);
 
   // The same again; the number is ignored.
@@ -166,7 +173,8 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // other than 200 puts the whole text of `request` into the log.
   LumJson::Value GetToken(std::string url, LumJson::Value request);
 
-  // PUT with "Content-Type: application/json" and "X-Auth-Token: <token>"; 4 seconds.
+  // PUT with "Content-Type: application/json" and "X-Auth-Token: <token>"; the whole transfer may
+  // take 4 seconds.
   LumJson::Value RefreshToken(std::string url, LumJson::Value request, std::string token);
 
   // --- JSON requests with the caller's header lines, beside which libcurl adds Host, Accept and,
@@ -174,9 +182,9 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // "application/x-www-form-urlencoded". ---
   //
   // Both return the answer when its status is 200 and it is JSON; any other outcome is logged and
-  // returns null. `responseCode` gets the HTTP status; 0 when no answer came; -1 when no transfer
-  // could be started; without a private part it keeps its value. An answer of 200 that is not JSON,
-  // or that breaks off, shows as null with 200.
+  // returns null. `responseCode` gets the HTTP status; 0 when no answer came, or 100 when no more
+  // than an interim answer did; -1 when no transfer could be started; without a private part it
+  // keeps its value. An answer of 200 that is not JSON, or that breaks off, shows as null with 200.
 
   // The whole transfer may take 4 seconds.
   LumJson::Value Get(const std::string& url, const std::list<std::string>& headers,
@@ -189,9 +197,10 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // --- Log address and uploads. ---
 
   // Asks where a log file is to be put: GET of url?access_id=<accessId>&file_name=<fileName> with
-  // "Content-Type: application/json" and "X-Auth-Token: <authToken>". Nothing is percent-encoded,
-  // and the "?" is added even to a URL that has one. A blank or a control byte makes a URL that
-  // libcurl refuses: nothing is sent. The whole transfer may take 4 seconds.
+  // "Content-Type: application/json" and "X-Auth-Token: <authToken>". Neither value is
+  // percent-encoded, and the "?" is added even to a URL that has one. A "#" ends the query: what
+  // stands behind it is not sent. A blank or a control byte makes a URL that libcurl refuses:
+  // nothing is sent. The whole transfer may take 4 seconds.
   // Returns the answer when its status is 200 and it is JSON; any other outcome is logged and
   // returns null. (Without a private part: the string "".)
   LumJson::Value GetLogAddress(std::string url, std::string accessId, std::string authToken,
@@ -199,11 +208,16 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
 
   // The uploads PUT the file `filePath` (or the stream of SetFp, in which case the path must still
   // be one that could be opened: in a directory that exists and no directory itself) to `url`. The
-  // request announces the size that the file has at the start. The server's reply goes to the
+  // request announces the size that the file has at the start; a named pipe has none and is sent in
+  // chunks, over HTTP/1.1 with "Transfer-Encoding: chunked". The server's reply goes to the
   // process's standard output. The whole transfer may take `timeoutSeconds` (0, and what is above
-  // 2147483, sets no limit). Uploads do not set CURLOPT_NOSIGNAL: see docs/threads-and-signals.md.
-  // When the file shrinks meanwhile, the upload waits for its time limit and fails; when it grows,
-  // more is sent than was announced, which servers take in different ways.
+  // 2147483, sets no limit), but a pipe is waited for without a limit: for its other end before the
+  // transfer, and for its bytes during it.
+  //
+  // When the file shrinks meanwhile, the upload waits for its time limit and fails. When it grows,
+  // libcurl up to 8.6 sends the whole of the read that reaches the announced size, and so more than
+  // was announced, which servers take in different ways; nothing more when the size is a multiple
+  // of what one read takes (64 KiB).
   //
   // Each returns 0 when the answer's status is 200; any other outcome is logged, -10000.
 
@@ -229,7 +243,7 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // that fails returns -10000 and keeps the archive for a directory; for a group and a file the
   // archive is removed all the same and the result is 0: only the log tells of the failed upload.
   //
-  // No two calls that make the same archive may run at once.
+  // No two calls that make the same archive may run at once, on one object or on two.
 
   // Packs the files and directories that `fileGroup` lists, one path a line, into
   // `archiveBase`.tar.gz. Each is stored under its base name; two of one name are refused.
