@@ -24,21 +24,26 @@ else()
 endif()
 
 # lum_add_platform_library(NAME DESCRIPTION text SOURCES file... HEADERS file...
-#                          [LIBRARIES target...] [PACKAGES package...] [MODULES module...])
+#                          [LIBRARIES target...] [PRIVATE library...] [PACKAGES package...]
+#                          [MODULES module...])
 #
 # One platform library NAME with its public headers from include/, offered in the build tree under
 # the name an installed package gives it, NAME::NAME. PACKAGES and MODULES are what LIBRARIES come
-# from: see lum_install_library.
+# from, PRIVATE the platform libraries that it stands on: see lum_install_library.
 function(lum_add_platform_library name)
-  cmake_parse_arguments(arg "" "DESCRIPTION" "SOURCES;HEADERS;LIBRARIES;PACKAGES;MODULES" ${ARGN})
+  cmake_parse_arguments(arg "" "DESCRIPTION" "SOURCES;HEADERS;LIBRARIES;PRIVATE;PACKAGES;MODULES"
+    ${ARGN})
   add_library(${name} ${arg_SOURCES})
   add_library(${name}::${name} ALIAS ${name})
   list(TRANSFORM arg_HEADERS PREPEND include/)
   target_sources(${name} PUBLIC
     FILE_SET HEADERS BASE_DIRS include FILES ${arg_HEADERS})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
+  foreach(library ${arg_PRIVATE})
+    target_link_libraries(${name} PRIVATE ${library}::${library})
+  endforeach()
   lum_product_warnings(${name})
-  lum_install_library(${name} DESCRIPTION ${arg_DESCRIPTION}
+  lum_install_library(${name} DESCRIPTION ${arg_DESCRIPTION} PRIVATE ${arg_PRIVATE}
     PACKAGES ${arg_PACKAGES} MODULES ${arg_MODULES})
 endfunction()
 

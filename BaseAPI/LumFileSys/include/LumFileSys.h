@@ -37,15 +37,19 @@ class __attribute__((visibility("default"))) LumFile {
 // time in whole seconds; names are stored byte for byte. Sockets, pipes and devices are passed
 // over. A hard link is stored as a file of its own, a sparse file with its holes filled.
 //
-// An archive is written beside its final name under a temporary one (".lum-archive-" and sixteen
-// hexadecimal digits) with the permissions of any new file, and renamed when it is complete: it
-// replaces an older one at once or not at all. A failure leaves nothing behind and an older archive
-// as it was. Memory use does not depend on the size of the files.
+// An archive has no name until it is complete (open(2), O_TMPFILE), and replaces an older one at
+// once or not at all. A failure leaves nothing behind and an older archive as it was; so does a
+// process that is killed, unless it was just about to replace one: between two system calls the
+// complete archive then has a temporary name beside its final one, ".lum-archive-" and sixteen
+// hexadecimal digits. Where the file system knows no such files, or /proc is not mounted, it has
+// that name from the start. Only its owner may read it and write to it, whatever the umask. Memory
+// use does not depend on the size of the files.
 //
 // The paths given are followed when they are symbolic links; links found inside a directory are
-// stored as links. A file that becomes shorter while it is packed is a failure (EIO), and so is one
-// that vanishes after its directory has been listed; one that grows is packed to the size that it
-// had.
+// stored as links. Files may change while they are packed: what has vanished since its directory
+// was listed is passed over, a file that shrinks is filled up with zero bytes to the size that it
+// had, one that grows is packed to that size. Each is worth a line of level 2 in the log. A path
+// that was given and is missing is a failure.
 class __attribute__((visibility("default"))) LumCompressAndDeCompress {
  public:
   // Compresses `sourceLength` bytes at `source` into one gzip member (RFC 1952) at `destination`,

@@ -7,10 +7,12 @@
 
 #include "Posix.h"
 
-// Thread safety: one thread at a time. Failures are thrown.
+// Until then it has no name at all, so that nothing is left of it however the process ends. Where
+// the file system knows no such files, or /proc is not there to name them by, it has a temporary
+// name beside the final one. Thread safety: one thread at a time. Failures are thrown.
 class PendingFile {
  public:
-  // Creates an empty file beside `path`, in the same directory and under a name of its own.
+  // Creates an empty file in the directory of `path`, for its owner's eyes only.
   explicit PendingFile(const std::string& path);
   // Removes what was not committed.
   ~PendingFile();
@@ -26,10 +28,12 @@ class PendingFile {
   bool IsAt(const struct stat& directory, const char* name) const;
 
  private:
+  bool Link(const std::string& name);
+
   Descriptor m_directory;
   struct stat m_directoryStatus;
   std::string m_name;
-  std::string m_temporaryName;
+  std::string m_temporaryName;  // empty when there is none
   Descriptor m_file;
 };
 

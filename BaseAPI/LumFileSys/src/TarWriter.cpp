@@ -4,9 +4,14 @@
 #include <archive_entry.h>
 
 #include <algorithm>
+#include <cinttypes>
 #include <new>
 
+#include "Log.h"
+
 namespace {
+
+constexpr char kLogPath[] = "BaseAPI/LumFileSys/src/TarWriter";
 
 // Smaller files are read at once, so that advice on reading ahead is not worth its call.
 constexpr off_t kReadAheadBytes = off_t{256} * 1024;
@@ -58,7 +63,8 @@ void TarWriter::AddFile(const std::string& name, const Descriptor& file,
   if (status.st_size > kReadAheadBytes) {
     (void)posix_fadvise(file.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
   }
-  for (off_t left = status.st_size; left > 0;) {
+  off_t left = status.st_size;
+  while (left > 0) {
     char* const room = m_gzip.Room();
     const ssize_t got =
         read(file.Get(), room,
@@ -67,13 +73,20 @@ void TarWriter::AddFile(const std::string& name, const Descriptor& file,
       Fail(errno);
     }
     if (got == 0) {
-      Fail(EIO);  // the file has shrunk, and the header already tells its size
+      // The header has told the size; libarchive fills the entry up when it is finished.
+      LUM_LOG(kLogWarning, "AddFile", "%s has shrunk and is filled up with %jd zero bytes",
+              name.c_str(), static_cast<std::intmax_t>(left));
+      break;
     }
     if (got > 0) {
       const la_ssize_t written = archive_write_data(m_archive, room, static_cast<std::size_t>(got));
       Check(written == got ? ARCHIVE_OK : ARCHIVE_FATAL);
       left -= got;
     }
+  }
+  if (StatusOf(file).st_size > status.st_size) {
+    LUM_LOG(kLogWarning, "AddFile", "%s has grown and is packed to its first %jd bytes",
+            name.c_str(), static_cast<std::intmax_t>(status.st_size));
   }
   Check(archive_write_finish_entry(m_archive));
 }

@@ -21,7 +21,8 @@ class TarWriter {
   TarWriter& operator=(const TarWriter&) = delete;
 
   // Adds the regular file `file` of that status, from where it stands, under `name`: as many bytes
-  // as the status says, fewer are a failure.
+  // as the status says. A file that has become longer or shorter since is worth a line in the log,
+  // and what is missing is filled up with zero bytes.
   void AddFile(const std::string& name, const Descriptor& file, const struct stat& status);
 
   // Adds a directory; its members follow as members of their own.

@@ -7,15 +7,11 @@
 #include <cstring>
 #include <memory>
 
+#include "Log.h"
+
 namespace {
 
-unsigned char TypeOf(const Descriptor& directory, const char* name) {
-  struct stat status;
-  if (fstatat(directory.Get(), name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-    Fail(errno);
-  }
-  return static_cast<unsigned char>(IFTODT(status.st_mode));
-}
+constexpr char kLogPath[] = "BaseAPI/LumFileSys/src/TreePacker";
 
 bool IsDots(const char* name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
@@ -91,14 +87,32 @@ void TreePacker::Leave() {
   m_directory = std::move(above);
 }
 
+// Looks at what a system call about the listed member has returned; false when the member has
+// vanished since.
+bool TreePacker::IsThere(int result) {
+  if (result < 0 && errno != ENOENT) {
+    Fail(errno);
+  }
+  if (result < 0) {
+    LUM_LOG(kLogWarning, "PackMember", "%s has vanished and is passed over", m_path.c_str());
+  }
+  return result >= 0;
+}
+
 void TreePacker::PackMember(const char* name, unsigned char type) {
-  switch (type == DT_UNKNOWN ? TypeOf(m_directory, name) : type) {
+  if (type == DT_UNKNOWN) {
+    struct stat status;
+    if (!IsThere(fstatat(m_directory.Get(), name, &status, AT_SYMLINK_NOFOLLOW))) {
+      return;
+    }
+    type = static_cast<unsigned char>(IFTODT(status.st_mode));
+  }
+  switch (type) {
     case DT_REG:
       PackFile(name);
       break;
     case DT_DIR:
-      Enter(Descriptor(
-          openat(m_directory.Get(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)));
+      PackDirectory(name);
       break;
     case DT_LNK:
       PackLink(name);
@@ -110,23 +124,37 @@ void TreePacker::PackMember(const char* name, unsigned char type) {
 
 void TreePacker::PackFile(const char* name) {
   // Without O_NONBLOCK a pipe that has taken the file's place since would hold the walk up.
-  const Descriptor file(
-      openat(m_directory.Get(), name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  const int fd =
+      openat(m_directory.Get(), name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  if (!IsThere(fd)) {
+    return;
+  }
+  const Descriptor file(fd);
   const struct stat status = StatusOf(file);
   if (S_ISREG(status.st_mode)) {
     m_tar.AddFile(m_path, file, status);
   }
 }
 
+void TreePacker::PackDirectory(const char* name) {
+  const int fd = openat(m_directory.Get(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (IsThere(fd)) {
+    Enter(Descriptor(fd));
+  }
+}
+
 void TreePacker::PackLink(const char* name) {
   struct stat status;
-  char target[PATH_MAX];
-  if (fstatat(m_directory.Get(), name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-    Fail(errno);
+  if (!IsThere(fstatat(m_directory.Get(), name, &status, AT_SYMLINK_NOFOLLOW))) {
+    return;
   }
-  const ssize_t length = readlinkat(m_directory.Get(), name, target, sizeof target);
-  if (length < 0 || length == static_cast<ssize_t>(sizeof target)) {
-    Fail(length < 0 ? errno : ENAMETOOLONG);
+  char target[PATH_MAX];
+  const auto length = static_cast<int>(readlinkat(m_directory.Get(), name, target, sizeof target));
+  if (!IsThere(length)) {
+    return;
+  }
+  if (length == static_cast<int>(sizeof target)) {
+    Fail(ENAMETOOLONG);
   }
   target[length] = '\0';
   m_tar.AddLink(m_path, target, status);

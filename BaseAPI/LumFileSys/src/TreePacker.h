@@ -12,7 +12,8 @@
 #include "TarWriter.h"
 
 // Walks with one descriptor and no recursion, so that the depth of a tree has no limit; members
-// come in the order of their bytes. Thread safety: one thread at a time. Failures are thrown.
+// come in the order of their bytes. A member that vanishes after it was listed is passed over with
+// a line in the log. Thread safety: one thread at a time. Failures are thrown.
 class TreePacker {
  public:
   // Adds members to `tar` and passes `archive` over; both must outlive this object.
@@ -38,8 +39,10 @@ class TreePacker {
 
   void Enter(Descriptor directory);
   void Leave();
+  bool IsThere(int result);
   void PackMember(const char* name, unsigned char type);
   void PackFile(const char* name);
+  void PackDirectory(const char* name);
   void PackLink(const char* name);
 
   TarWriter& m_tar;

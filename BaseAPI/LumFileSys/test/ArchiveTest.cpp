@@ -171,14 +171,22 @@ TEST(LumArchiveFile, LongestNameThatAnArchiveCanHave) {
   EXPECT_THAT(NamesIn(dir.Path()), SizeIs(3));
 }
 
-TEST(LumArchiveFile, NewArchiveHasThePermissionsOfAnyNewFile) {
+TEST(LumArchiveFile, OnlyItsOwnerMayReadIt) {
   const TempDir dir;
   const std::string path = dir.Write("a", "x");
-  const mode_t before = umask(0027);
-  const int result = PackFile(path);
-  umask(before);
-  ASSERT_EQ(result, 0);
-  EXPECT_EQ(FileMode(path + ".tar.gz"), 0640U);
+  for (const char* const older : {"", "older"}) {
+    for (const mode_t mask : {0U, 022U, 0777U}) {
+      unlink((path + ".tar.gz").c_str());
+      if (*older != '\0') {
+        SetMode(dir.Write("a.tar.gz", older), 0666);
+      }
+      const mode_t before = umask(mask);
+      const int result = PackFile(path);
+      umask(before);
+      ASSERT_EQ(result, 0);
+      EXPECT_EQ(FileMode(path + ".tar.gz"), 0600U) << mask;
+    }
+  }
 }
 
 TEST(LumArchiveFile, OlderArchiveIsReplaced) {

@@ -23,17 +23,17 @@ std::string Listing(const std::string& directory) {
   return RunCommand({"ls", "-A", directory}).out;
 }
 
-// Waits until anything comes into being in a directory.
+// Waits until a file is read.
 class Watch {
  public:
-  explicit Watch(const std::string& directory)
+  explicit Watch(const std::string& file)
       : m_fd(inotify_init1(IN_CLOEXEC)),
-        m_added(inotify_add_watch(m_fd, directory.c_str(), IN_CREATE) >= 0) {}
+        m_added(inotify_add_watch(m_fd, file.c_str(), IN_ACCESS) >= 0) {}
   ~Watch() { close(m_fd); }
   Watch(const Watch&) = delete;
   Watch& operator=(const Watch&) = delete;
 
-  bool WaitForFile() {
+  bool WaitForRead() {
     pollfd wait = {m_fd, POLLIN, 0};
     return m_added && poll(&wait, 1, 30000) == 1;
   }
@@ -106,11 +106,11 @@ TEST(Interrupt, RemovesTheArchiveThatIsBeingMade) {
   TempDir directory;
   directory.MakeDir("dir");
   MakeSparseFile(directory.Path("dir/large"), std::uint64_t{1} << 40);  // would take minutes
-  Watch watch(directory.Path());
+  Watch watch(directory.Path("dir/large"));
   SpawnedProcess process(
       LumcurlCommand({"upload-dir", "http://127.0.0.1:9/", directory.Path("dir")}),
       LumcurlOptions());
-  ASSERT_TRUE(watch.WaitForFile());
+  ASSERT_TRUE(watch.WaitForRead());
   process.Signal(SIGINT);
   EXPECT_EQ(process.Wait().exitStatus, 130);
   EXPECT_EQ(Listing(directory.Path()), "dir\n");

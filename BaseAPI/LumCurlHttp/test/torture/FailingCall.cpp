@@ -92,8 +92,10 @@ bool Concerns(const CallFault& fault, const Call& call) {
       return IsSocket(call.arguments[0]);
     case Target::kStream:
       return IsStream(call.arguments[0]);
-    case Target::kCreates:
-      return (call.arguments[call.number == SYS_open ? 1 : 2] & O_CREAT) != 0;
+    case Target::kCreates: {
+      const long flags = call.arguments[call.number == SYS_open ? 1 : 2];
+      return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    }
     case Target::kCopies:
       return call.arguments[1] == F_DUPFD || call.arguments[1] == F_DUPFD_CLOEXEC;
   }
@@ -143,6 +145,9 @@ const std::vector<CallFault>& Faults() {
   const std::vector<long> read = {SYS_read, SYS_pread64, SYS_readv};
   const std::vector<long> write = {SYS_write, SYS_pwrite64, SYS_writev};
   const std::vector<long> status = {SYS_fstat, SYS_newfstatat, SYS_stat, SYS_lstat, SYS_statx};
+  const std::vector<long> access = {SYS_access, SYS_faccessat, SYS_faccessat2};
+  const std::vector<long> mode = {SYS_chmod, SYS_fchmod, SYS_fchmodat};
+  const std::vector<long> link = {SYS_link, SYS_linkat};
   const std::vector<long> rename = {SYS_rename, SYS_renameat, SYS_renameat2};
   const std::vector<long> remove = {SYS_unlink, SYS_unlinkat};
   const std::vector<long> pair = {SYS_socketpair, SYS_pipe, SYS_pipe2, SYS_eventfd2};
@@ -173,6 +178,10 @@ const std::vector<CallFault>& Faults() {
       {"stat", status, T::kAny, EIO},
       {"getdents", {SYS_getdents64}, T::kAny, EIO},
       {"readlink", {SYS_readlink, SYS_readlinkat}, T::kAny, EIO},
+      {"access", access, T::kAny, ENOENT},
+      {"chmod", mode, T::kAny, EPERM},
+      {"link", link, T::kAny, EIO},
+      {"link", link, T::kAny, EEXIST},
       {"rename", rename, T::kAny, EIO},
       {"rename", rename, T::kAny, ENOSPC},
       {"unlink", remove, T::kAny, EIO},
