@@ -93,6 +93,19 @@ class HttpTest : public RecordingTest {
     return transfers.empty() ? Transfer() : transfers.front();
   }
 
+  // The latest one.
+  Transfer LastTransfer() const {
+    const auto transfers = recorder.Transfers();
+    EXPECT_FALSE(transfers.empty());
+    return transfers.empty() ? Transfer() : transfers.back();
+  }
+
+  // The latest event.
+  std::string LastEvent() const {
+    const Events events = recorder.Events();
+    return events.empty() ? std::string() : events.back();
+  }
+
   LumCurlHttp client;
   int responseCode = 7;
 };

@@ -552,7 +552,7 @@ TEST_P(HttpRequest, AnOptionThatLibcurlCannotStoreIsABadAlloc) {
     EXPECT_THROW(Call(GetParam(), kUrl, true), std::bad_alloc) << option;
     EXPECT_EQ(responseCode, 7);
     ExpectNothingKept();
-    EXPECT_EQ(recorder.Events().back(), "unlock");
+    EXPECT_EQ(LastEvent(), "unlock");
     EXPECT_THAT(recorder.Events(), Not(Contains("curl_easy_perform")));
   }
 }
@@ -570,7 +570,7 @@ TEST_P(HttpRequest, AHeaderLineThatCannotBeStoredIsABadAlloc) {
     recorder.FailAppend(line);
     EXPECT_THROW(Call(GetParam()), std::bad_alloc);
     ExpectNothingKept();
-    EXPECT_EQ(recorder.Events().back(), "unlock");
+    EXPECT_EQ(LastEvent(), "unlock");
   }
   client.SetHeaders("X-One: 1");
   recorder.FailAppend(1);
@@ -609,7 +609,7 @@ TEST_P(HttpRequest, ALengthErrorOfTheBodyReachesTheCallerToo) {
   recorder.NextPerform(script);
   EXPECT_THROW(Call(GetParam()), std::length_error);
   ExpectNothingKept();
-  EXPECT_EQ(recorder.Events().back(), "unlock");
+  EXPECT_EQ(LastEvent(), "unlock");
 }
 
 TEST_P(HttpRequest, RunsOutOfMemoryAnywhereWithoutALeak) {

@@ -165,7 +165,7 @@ class PassPhrase : public HttpTest {
   // The pass phrase that the next request hands to libcurl.
   std::string Sent(const Method& method = kGet) {
     Call(method, kUrl, true);
-    return recorder.Transfers().back().texts.at(CURLOPT_KEYPASSWD);
+    return LastTransfer().texts.at(CURLOPT_KEYPASSWD);
   }
 };
 
@@ -336,7 +336,7 @@ TEST_P(OneShot, TheSecondRequestSendsAnEmptyOne) {
   Set("secret");
   EXPECT_EQ(Sent(GetParam()), "secret");
   EXPECT_EQ(Sent(GetParam()), "");
-  EXPECT_EQ(recorder.Transfers().back().texts.at(CURLOPT_SSLKEY), "key");
+  EXPECT_EQ(LastTransfer().texts.at(CURLOPT_SSLKEY), "key");
 }
 
 TEST_P(OneShot, ANewOneServesTheNextRequest) {
