@@ -215,9 +215,9 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // transfer, and for its bytes during it.
   //
   // When the file shrinks meanwhile, the upload waits for its time limit and fails. When it grows,
-  // libcurl up to 8.6 sends the whole of the read that reaches the announced size, and so more than
-  // was announced, which servers take in different ways; nothing more when the size is a multiple
-  // of what one read takes (64 KiB).
+  // libcurl 7.88 sends the whole of the read that reaches the announced size, and so more than was
+  // announced, which servers take in different ways; nothing more when the size is a multiple of
+  // what one read takes (64 KiB). libcurl 8.14 sends what was announced.
   //
   // Each returns 0 when the answer's status is 200; any other outcome is logged, -10000.
 

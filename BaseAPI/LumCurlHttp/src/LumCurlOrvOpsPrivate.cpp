@@ -28,12 +28,13 @@ std::size_t ReadFromFile(char* buffer, std::size_t size, std::size_t count, void
 }
 
 // The size of a stream in bytes, leaving it at its start. A stream that cannot seek has none: it
-// stays where it is, and -1 has libcurl send it in chunks.
+// stays where it is, and -1 has libcurl send it in chunks. So it is where a file system fails to
+// find the end: ftell would tell another place, and an upload cut there would pass for whole.
 curl_off_t SizeFromStart(FILE* stream) {
-  (void)std::fseek(stream, 0, SEEK_END);
+  const bool atEnd = std::fseek(stream, 0, SEEK_END) == 0;
   const long size = std::ftell(stream);
   (void)std::fseek(stream, 0, SEEK_SET);
-  return size;
+  return atEnd ? size : -1;
 }
 
 bool Contains(const std::string& text, const char* part) {

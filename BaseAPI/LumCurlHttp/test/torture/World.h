@@ -45,8 +45,9 @@ const char* NameOf(Road road);
 
 // Everything that an operation is judged by.
 struct Observation {
-  std::string answer;                 // the result, or "std::bad_alloc"
-  std::vector<std::string> requests;  // those that arrived whole: head and digest of the body
+  std::string answer;  // the result, or "std::bad_alloc"
+  // Those that arrived whole: head, without the line that frames the body, and the body's digest.
+  std::vector<std::string> requests;
   std::map<std::string, std::string> files;  // by path in the directory: digests
   std::string output;                        // on standard output
   std::vector<std::string> log;              // lines on standard error
