@@ -71,6 +71,7 @@ Nginx::Nginx() : m_tls(MakeTlsMaterial(m_directory.MakeDir("tls"), PassPhrase())
     m_port = FreePort();
     m_tlsPort = FreePort();
     m_openTlsPort = FreePort();
+    m_http2Port = FreePort();
     if (Start()) {
       return;
     }
@@ -98,7 +99,8 @@ error_log stderr warn;
 events {}
 http {
   log_format fields escape=none '$request_method $request_uri '
-      '$http_content_type|$http_content_encoding|$http_x_auth_token|$http_authorization';
+      '$http_content_type|$http_content_encoding|$http_x_auth_token|$http_authorization|'
+      '$server_protocol|$ssl_client_s_dn';
   access_log /dev/stdout fields;
   client_body_temp_path @PREFIX@/bodies;
   proxy_temp_path @PREFIX@/proxy;
@@ -120,6 +122,14 @@ http {
     ssl_certificate_key @KEY@;
     @SERVER@
   }
+  server {
+    listen 127.0.0.1:@HTTP2PORT@ ssl http2;
+    ssl_certificate @CERT@;
+    ssl_certificate_key @KEY@;
+    ssl_client_certificate @CA@;
+    ssl_verify_client optional;
+    @SERVER@
+  }
 }
 )";
   text = Replace(text, "@SERVER@", kServer);
@@ -127,6 +137,7 @@ http {
   text = Replace(text, "@PORT@", std::to_string(m_port));
   text = Replace(text, "@TLSPORT@", std::to_string(m_tlsPort));
   text = Replace(text, "@OPENTLSPORT@", std::to_string(m_openTlsPort));
+  text = Replace(text, "@HTTP2PORT@", std::to_string(m_http2Port));
   text = Replace(text, "@CERT@", m_tls.serverCertificate);
   text = Replace(text, "@KEY@", m_tls.serverKey);
   return Replace(text, "@CA@", m_tls.caCertificate);
@@ -146,6 +157,14 @@ std::string Nginx::OpenHttps(const std::string& path) const {
 
 std::string Nginx::OpenHttpsHost() const {
   return "127.0.0.1:" + std::to_string(m_openTlsPort);
+}
+
+std::string Nginx::Http2(const std::string& path) const {
+  return "https://" + Http2Host() + path;
+}
+
+std::string Nginx::Http2Host() const {
+  return "127.0.0.1:" + std::to_string(m_http2Port);
 }
 
 bool Nginx::Logged(const std::string& request) {

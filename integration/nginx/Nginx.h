@@ -13,7 +13,8 @@
 
 namespace lumtest {
 
-// One server over HTTP, and over HTTPS for clients with a certificate; one over HTTPS for anybody.
+// One server over HTTP, and over HTTPS for clients with a certificate; one over HTTPS for anybody;
+// one that offers HTTP/2 to anybody.
 //
 //   /json          200 and a JSON object         /status/NNN   that status and a JSON object
 //   /html          200 and an HTML page          /files/...    the files of Root()
@@ -32,6 +33,8 @@ class Nginx {
   std::string Https(const std::string& path) const;      // wants a client certificate
   std::string OpenHttps(const std::string& path) const;  // wants none
   std::string OpenHttpsHost() const;                     // "127.0.0.1:port"
+  std::string Http2(const std::string& path) const;
+  std::string Http2Host() const;
 
   const TlsMaterial& Tls() const { return m_tls; }
   // Of the encrypted client key.
@@ -40,7 +43,8 @@ class Nginx {
   std::string Root() const { return m_directory.Path("root"); }
 
   // Waits until the access log has a line with this text, letters, blanks, "/" and "|" in it. A
-  // line is "method uri content-type|content-encoding|x-auth-token|authorization".
+  // line is "method uri content-type|content-encoding|x-auth-token|authorization|protocol|client",
+  // the client being the name in its certificate.
   bool Logged(const std::string& request);
   // The body of the last request to /sink or /token, byte for byte.
   std::string LastBody() const;
@@ -54,6 +58,7 @@ class Nginx {
   std::uint16_t m_port = 0;
   std::uint16_t m_tlsPort = 0;
   std::uint16_t m_openTlsPort = 0;
+  std::uint16_t m_http2Port = 0;
   std::unique_ptr<SpawnedProcess> m_process;
 };
 
