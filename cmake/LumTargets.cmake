@@ -74,9 +74,10 @@ function(lum_install_library name)
     ${header_arguments})
 
   set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/${name})
-  set(build_dir ${PROJECT_BINARY_DIR}/packages)
+  set(build_dir ${PROJECT_BINARY_DIR}/lib/cmake/${name})  # the build tree is a prefix, too
   install(EXPORT ${name}Targets NAMESPACE ${name}::
     DESTINATION ${package_dir} COMPONENT development)
+  export(EXPORT ${name}Targets NAMESPACE ${name}:: FILE ${build_dir}/${name}Targets.cmake)
   set(find_dependencies)
   foreach(package ${arg_PUBLIC} ${arg_PRIVATE})
     string(APPEND find_dependencies "find_dependency(${package})\n")

@@ -1,9 +1,10 @@
-// What a user of the installed library writes first: every public class, linked and run.
+// What a user of the library writes first: every public class and the log, linked and run.
 
 #include <HttpResult.h>
 #include <LumApollo.h>
 #include <LumCurlHttp.h>
 #include <LumCurlOrvOps.h>
+#include <LumLogger.h>
 
 #include <cstdio>
 #include <list>
@@ -15,6 +16,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   const std::string url = argv[1];
+  LumLogger::GetInstance().Log(__FILE__, __LINE__, __func__, "consumer", "", LumLogger::kInfo, "%s",
+                               url.c_str());
 
   int status = 0;
   LumCurlHttp http;
