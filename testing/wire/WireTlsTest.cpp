@@ -16,6 +16,7 @@
 namespace lumtest {
 namespace {
 
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using Client = WireTls::ClientCertificate;
@@ -204,10 +205,11 @@ TEST_F(WireTlsTest, EndsInEveryWay) {
     EXPECT_EQ(client.ReadAll(), begun) << i;
     EXPECT_EQ(client.SawTlsClose(), i == 0) << i;
     EXPECT_EQ(client.WasReset(), i == 2) << i;
-    EXPECT_THAT(client.TlsError(), HasSubstr(i == 1   ? "unexpected eof"
-                                             : i == 3 ? "alert bad record mac"
-                                             : i == 4 ? "wrong version number"
-                                                      : ""));
+    // The last in the words of OpenSSL 3.0, or of 3.5.
+    EXPECT_THAT(client.TlsError(), ContainsRegex(i == 1   ? "unexpected eof"
+                                                 : i == 3 ? "alert bad record mac"
+                                                 : i == 4 ? "wrong version number|bad record type"
+                                                          : ""));
   }
 }
 

@@ -31,17 +31,16 @@ class ApolloLive : public LiveTest {
   }
 
   // A request that fails: -1, the text and one line say why.
-  void ExpectFailure(const std::string& host, const std::string& error, int code,
-                     const std::string& reason) {
+  void ExpectFailure(const std::string& host, int code, const std::string& reason) {
     log.Clear();
     const HttpResult result = Read(host);
     EXPECT_EQ(result.code, -1);
     EXPECT_THAT(result.body, MatchesRegex("POST failed for: " + reason + " \\."));
     ASSERT_EQ(log.Count(), 1u);
-    EXPECT_THAT(
-        log.Last().message,
-        MatchesRegex("POST\\(https://.*/configs/app/default/space\\) failed for " + error +
-                     ", rps: " + std::to_string(code) + ", code: [0-9]+, errorBuf: " + reason));
+    EXPECT_THAT(log.Last().message,
+                MatchesRegex("POST\\(https://.*/configs/app/default/space\\) failed for " +
+                             CurlErrorPattern(code) + ", rps: " + std::to_string(code) +
+                             ", code: [0-9]+, errorBuf: " + reason));
     EXPECT_EQ(log.Last().level, 1);
     EXPECT_EQ(log.Last().file, "BaseAPI/LumCurlHttp/src/LumApolloPrivate");
     EXPECT_EQ(log.Last().function, "GetPropertyString");
@@ -164,29 +163,26 @@ TEST_F(ApolloLive, NoServerCertificateIsVerified) {
 
 TEST_F(ApolloLive, AServerThatIsDownIsAFailure) {
   const RefusedPort port;
-  ExpectFailure("127.0.0.1:" + std::to_string(port.Port()), "Couldn't connect to server", 7,
-                "Failed to connect to 127.0.0.1 port [0-9]+ after [0-9]+ ms: "
-                "Couldn't connect to server");
+  ExpectFailure("127.0.0.1:" + std::to_string(port.Port()), 7, CurlRefused("127.0.0.1"));
 }
 
 TEST_F(ApolloLive, AServerThatClosesInMidBodyIsAFailure) {
   WireServer server(TlsOptions());
   server.Script(WireReply(WireHead(200, {"Content-Length: 100"}) + "{\"half").Close());
-  ExpectFailure(Host(server), "Transferred a partial file", 18,
-                "transfer closed with 94 bytes remaining to read");
+  ExpectFailure(Host(server), 18, CurlBytesMissing(94));
 }
 
 TEST_F(ApolloLive, AServerThatSpeaksNoTlsIsAFailure) {
   WireServer server;
   server.Script(WireReply().At(WireStart::kAccept).Send(WireAnswer(200, "{}")).Close());
-  ExpectFailure(Host(server), "SSL connect error", 35, ".*");
+  ExpectFailure(Host(server), 35, ".*");
 }
 
 TEST_F(ApolloLive, AServerThatRequiresACertificateRefuses) {
   WireOptions options = TlsOptions(WireTls::ClientCertificate::kRequired);
   options.tls->maxVersion = 0x0303;  // TLS 1.2, whose handshake itself fails
   WireServer server(options);
-  ExpectFailure(Host(server), "SSL connect error", 35, ".*");
+  ExpectFailure(Host(server), 35, ".*");
 }
 
 // The address is of the other family: libcurl gives up before it tries, and says no more.
@@ -194,12 +190,12 @@ TEST_F(ApolloLive, AnIPv6AddressIsNotConnectedTo) {
   WireOptions options = TlsOptions();
   options.address = "::1";
   WireServer server(options);
-  ExpectFailure(Host(server, "[::1]"), "Couldn't connect to server", 7, "");
+  ExpectFailure(Host(server, "[::1]"), 7, "");
   EXPECT_EQ(server.Connections().size(), 0u);
 }
 
 TEST_F(ApolloLive, AHostThatIsNoneIsAFailure) {
-  ExpectFailure("bad host", "URL using bad/illegal format or missing URL", 3, ".*");
+  ExpectFailure("bad host", 3, ".*");
 }
 
 // --- Threads

@@ -26,7 +26,7 @@ constexpr char kTransferLimit[] =
     "Operation timed out after [0-9]+ milliseconds with .* bytes received";
 constexpr char kConnectLimit[] =
     "(Connection timeout|SSL connection timeout|Connection timed out|Failed to connect to "
-    "127.0.0.1 port [0-9]+)( after [0-9]+ (ms|milliseconds))?(: Timeout was reached)?";
+    "127.0.0.1( port |:)[0-9]+)( after [0-9]+ (ms|milliseconds))?(: Timeout was reached)?";
 
 // A drip goes on for longer than the longest limit.
 constexpr milliseconds kPause{50};

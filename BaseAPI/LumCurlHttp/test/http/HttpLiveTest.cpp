@@ -197,29 +197,25 @@ TEST_F(HttpLive, APageWhereJsonIsDueIsAFailure) {
 TEST_F(HttpLive, BytesThatAreNoHttpAreAFailure) {
   WireServer server;
   server.Script(WireReply("\x16\x03\x01 garbage\r\n\r\n").Close());
-  ExpectGetFails(server.Url(),
-                 Failed("GET", "Unsupported protocol", 1, "Received HTTP/0.9 when not allowed"));
+  ExpectGetFails(server.Url(), Failed("GET", 1, "Received HTTP/0.9 when not allowed"));
 }
 
 TEST_F(HttpLive, AServerThatClosesAtOnceIsAFailure) {
   WireServer server;
   server.Script(WireReply().Close());
-  ExpectGetFails(server.Url(), Failed("GET", "Server returned nothing \\(no headers, no data\\)",
-                                      52, "Empty reply from server"));
+  ExpectGetFails(server.Url(), Failed("GET", 52, "Empty reply from server"));
 }
 
 TEST_F(HttpLive, AServerThatClosesInMidBodyIsAFailure) {
   WireServer server;
   server.Script(WireReply(WireHead(200, {"Content-Length: 10"}) + "{}").Close());
-  ExpectGetFails(server.Url(), Failed("GET", "Transferred a partial file", 18,
-                                      "transfer closed with 8 bytes remaining to read"));
+  ExpectGetFails(server.Url(), Failed("GET", 18, CurlBytesMissing(8)));
 }
 
 TEST_F(HttpLive, AServerThatResetsIsAFailure) {
   WireServer server;
   server.Script(WireReply(WireHead(200, {"Content-Length: 10"})).Reset());
-  ExpectGetFails(server.Url(), Failed("GET", "Failure when receiving data from the peer", 56,
-                                      "Recv failure: .*"));
+  ExpectGetFails(server.Url(), Failed("GET", 56, "Recv failure: .*"));
 }
 
 // The one test that waits for the limit.
@@ -228,7 +224,7 @@ TEST_F(HttpLive, AServerThatStallsIsAFailureAfterFiveSeconds) {
   server.Script(WireReply(WireHead(200, {"Content-Length: 10"}) + "{}").Stall());
   const auto start = std::chrono::steady_clock::now();
   ExpectGetFails(server.Url(),
-                 Failed("GET", "Timeout was reached", 28,
+                 Failed("GET", 28,
                         "Operation timed out after [0-9]+ milliseconds with 2 out of 10 bytes "
                         "received"));
   const auto took = std::chrono::steady_clock::now() - start;
@@ -238,22 +234,19 @@ TEST_F(HttpLive, AServerThatStallsIsAFailureAfterFiveSeconds) {
 
 TEST_F(HttpLive, ARefusedPortIsAFailure) {
   const RefusedPort port;
-  ExpectGetFails(port.Url(), Failed("GET", "Couldn't connect to server", 7,
-                                    "Failed to connect to 127.0.0.1 port [0-9]+ after [0-9]+ ms: "
-                                    "Couldn't connect to server"));
+  ExpectGetFails(port.Url(), Failed("GET", 7, CurlRefused("127.0.0.1")));
   code = 7;
   EXPECT_TRUE(Post(port.Url(), "{}").IsNull());
   EXPECT_EQ(code, -1);
-  EXPECT_THAT(log.Last().message, MatchesRegex(Failed("POST", "Couldn't connect to server", 7,
-                                                      "Failed to connect .*")));
+  EXPECT_THAT(log.Last().message, MatchesRegex(Failed("POST", 7, "Failed to connect .*")));
 }
 
 // In a network without a way out, where no packet leaves the machine.
 TEST_F(HttpLive, AHostThatCannotBeReachedOrResolvedIsAFailure) {
   const NetNamespaceResult result = RunInNetNamespace([this] {
-    ExpectGetFails("http://10.9.8.7/", Failed("GET", "Couldn't connect to server", 7, ".*"));
-    ExpectGetFails("http://nowhere.invalid/", Failed("GET", "Couldn't resolve host name", 6,
-                                                     "Could not resolve host: nowhere.invalid"));
+    ExpectGetFails("http://10.9.8.7/", Failed("GET", 7, ".*"));
+    ExpectGetFails("http://nowhere.invalid/",
+                   Failed("GET", 6, "Could not resolve host: nowhere.invalid"));
     return HasFailure() ? 1 : 0;
   });
   EXPECT_TRUE(result.Succeeded()) << result.Describe();
@@ -268,14 +261,14 @@ TEST_F(HttpLive, AnEmptyUrlIsRefusedAndTheCodeStays) {
 }
 
 TEST_F(HttpLive, AUrlThatIsNoneIsAFailure) {
-  ExpectGetFails("http://", Failed("GET", "URL using bad/illegal format or missing URL", 3, ".*"));
-  ExpectGetFails("gopherhole://x/", Failed("GET", "Unsupported protocol", 1, ".*"));
+  ExpectGetFails("http://", Failed("GET", 3, ".*"));
+  ExpectGetFails("gopherhole://x/", Failed("GET", 1, ".*"));
 }
 
 // The address is of the other family: libcurl gives up before it tries, and says no more.
 TEST_F(HttpLive, AnIPv6AddressIsNotConnectedTo) {
   WireServer server(IPv6Options());
-  ExpectGetFails(server.Url(), Failed("GET", "Couldn't connect to server", 7, ""));
+  ExpectGetFails(server.Url(), Failed("GET", 7, ""));
   EXPECT_EQ(server.Connections().size(), 0u);
 }
 

@@ -33,9 +33,8 @@ class HttpLive : public LiveTest {
 };
 
 // The engine's line about a failed transfer, as a regular expression.
-inline std::string Failed(const std::string& method, const std::string& what, int result,
-                          const std::string& reason) {
-  return method + " failed for " + what + ", ret: " + std::to_string(result) +
+inline std::string Failed(const std::string& method, int result, const std::string& reason) {
+  return method + " failed for " + CurlErrorPattern(result) + ", ret: " + std::to_string(result) +
          ", code: [0-9]+, errorBuf: " + reason;
 }
 

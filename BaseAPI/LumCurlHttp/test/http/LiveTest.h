@@ -15,6 +15,7 @@
 #include "support/CaptureFd.h"
 #include "support/Files.h"
 #include "tls/TlsMaterial.h"
+#include "wire/CurlText.h"
 #include "wire/Ports.h"
 #include "wire/WireServer.h"
 

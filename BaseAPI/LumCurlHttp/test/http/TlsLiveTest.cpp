@@ -10,8 +10,6 @@ using ::testing::ElementsAre;
 using ::testing::MatchesRegex;
 
 const char kClient[] = "CN=Lum test client,O=Lum";
-const char kBadKey[] = "Problem with the local SSL certificate";
-
 class TlsLive : public HttpLive {
  protected:
   void SetSsl(const std::string& key, std::string passPhrase,
@@ -42,8 +40,7 @@ TEST_F(TlsLive, APassPhraseServesOneGetAndMustBeSetAgainForTheNext) {
   EXPECT_EQ(server.Request(0).clientSubject, kClient);
   EXPECT_TRUE(server.Request(0).tls);
 
-  ExpectGetFails(server.Url(), Failed("GET", kBadKey, 58, "unable to set private key file: .*"),
-                 true);
+  ExpectGetFails(server.Url(), Failed("GET", 58, "unable to set private key file: .*"), true);
   EXPECT_EQ(server.RequestCount(), 1u);
 
   SetSsl(Tls().clientEncryptedKey, kPassPhrase);
@@ -62,9 +59,8 @@ TEST_F(TlsLive, APassPhraseServesOnePostAndMustBeSetAgainForTheNext) {
 
   EXPECT_TRUE(Post(server.Url(), "{}", true).IsNull());
   EXPECT_EQ(code, -1);
-  EXPECT_THAT(
-      log.Messages(1),
-      ElementsAre(MatchesRegex(Failed("POST", kBadKey, 58, "unable to set private key file: .*"))));
+  EXPECT_THAT(log.Messages(1),
+              ElementsAre(MatchesRegex(Failed("POST", 58, "unable to set private key file: .*"))));
 
   SetSsl(Tls().clientEncryptedKey, kPassPhrase);
   Post(server.Url(), "{}", true);
@@ -74,9 +70,9 @@ TEST_F(TlsLive, APassPhraseServesOnePostAndMustBeSetAgainForTheNext) {
 TEST_F(TlsLive, AFailedRequestUsesThePassPhraseUpToo) {
   const RefusedPort port;
   SetSsl(Tls().clientEncryptedKey, kPassPhrase);
-  ExpectGetFails(port.Url("https"), Failed("GET", "Couldn't connect to server", 7, ".*"), true);
+  ExpectGetFails(port.Url("https"), Failed("GET", 7, ".*"), true);
   WireServer server(TlsOptions());
-  ExpectGetFails(server.Url(), Failed("GET", kBadKey, 58, ".*"), true);
+  ExpectGetFails(server.Url(), Failed("GET", 58, ".*"), true);
 }
 
 TEST_F(TlsLive, ARequestWithoutTlsLeavesThePassPhrase) {
@@ -108,8 +104,7 @@ TEST_F(TlsLive, AKeyThatIsNotEncryptedServesAnyNumberOfRequests) {
 TEST_F(TlsLive, AWrongPassPhraseIsAFailure) {
   WireServer server(TlsOptions());
   SetSsl(Tls().clientEncryptedKey, "wrong");
-  ExpectGetFails(server.Url(), Failed("GET", kBadKey, 58, "unable to set private key file: .*"),
-                 true);
+  ExpectGetFails(server.Url(), Failed("GET", 58, "unable to set private key file: .*"), true);
   EXPECT_EQ(server.RequestCount(), 0u);
 }
 
@@ -118,7 +113,7 @@ TEST_F(TlsLive, AShorterPassPhraseBehindALongerOneIsWrong) {
   WireServer server(TlsOptions());
   SetSsl(Tls().clientEncryptedKey, std::string(kPassPhrase) + " and more");
   SetSsl(Tls().clientEncryptedKey, kPassPhrase);
-  ExpectGetFails(server.Url(), Failed("GET", kBadKey, 58, ".*"), true);
+  ExpectGetFails(server.Url(), Failed("GET", 58, ".*"), true);
 }
 
 // --- Files that are not what they should be
@@ -126,28 +121,25 @@ TEST_F(TlsLive, AShorterPassPhraseBehindALongerOneIsWrong) {
 TEST_F(TlsLive, AMissingKeyFileIsAFailure) {
   WireServer server(TlsOptions());
   SetSsl("/nonexistent/client.key", kPassPhrase);
-  ExpectGetFails(server.Url(), Failed("GET", kBadKey, 58, ".*/nonexistent/client.key.*"), true);
+  ExpectGetFails(server.Url(), Failed("GET", 58, ".*/nonexistent/client.key.*"), true);
 }
 
 TEST_F(TlsLive, AMissingCertificateFileIsAFailure) {
   WireServer server(TlsOptions());
   SetSsl(Tls().clientKey, "", Tls().caCertificate, "/nonexistent/client.pem");
-  ExpectGetFails(server.Url(), Failed("GET", kBadKey, 58, ".*/nonexistent/client.pem.*"), true);
+  ExpectGetFails(server.Url(), Failed("GET", 58, ".*/nonexistent/client.pem.*"), true);
 }
 
 TEST_F(TlsLive, AMissingCaFileIsAFailure) {
   WireServer server(TlsOptions());
   SetSsl(Tls().clientKey, "", "/nonexistent/ca.pem");
-  ExpectGetFails(server.Url(),
-                 Failed("GET", "Problem with the SSL CA cert \\(path\\? access rights\\?\\)", 77,
-                        ".*/nonexistent/ca.pem.*"),
-                 true);
+  ExpectGetFails(server.Url(), Failed("GET", 77, ".*/nonexistent/ca.pem.*"), true);
 }
 
 TEST_F(TlsLive, AKeyThatIsNotTheCertificatesIsAFailure) {
   WireServer server(TlsOptions());
   SetSsl(Tls().untrustedClientKey, "");
-  ExpectGetFails(server.Url(), Failed("GET", kBadKey, 58, ".*"), true);
+  ExpectGetFails(server.Url(), Failed("GET", 58, ".*"), true);
 }
 
 TEST_F(TlsLive, WithoutItsFilesTheRequestIsNotAttempted) {
@@ -166,10 +158,7 @@ TEST_F(TlsLive, WithoutItsFilesTheRequestIsNotAttempted) {
 TEST_F(TlsLive, AServerOfAnotherCaIsRefused) {
   WireServer server(TlsOptions(Tls().untrustedServerCertificate, Tls().untrustedServerKey));
   SetSsl(Tls().clientKey, "");
-  ExpectGetFails(server.Url(),
-                 Failed("GET", "SSL peer certificate or SSH remote key was not OK", 60,
-                        "SSL certificate problem: .*"),
-                 true);
+  ExpectGetFails(server.Url(), Failed("GET", 60, "SSL certificate problem: .*"), true);
   EXPECT_EQ(server.RequestCount(), 0u);
 }
 
@@ -177,9 +166,7 @@ TEST_F(TlsLive, AnExpiredServerCertificateIsRefused) {
   WireServer server(TlsOptions(Tls().expiredServerCertificate, Tls().expiredServerKey));
   SetSsl(Tls().clientKey, "");
   ExpectGetFails(server.Url(),
-                 Failed("GET", "SSL peer certificate or SSH remote key was not OK", 60,
-                        "SSL certificate problem: certificate has expired"),
-                 true);
+                 Failed("GET", 60, "SSL certificate problem: certificate has expired"), true);
 }
 
 TEST_F(TlsLive, AServerCertificateForAnotherHostIsAccepted) {
@@ -219,7 +206,7 @@ TEST_F(TlsLive, WithoutACertificateAServerThatRequiresOneRefuses) {
   WireOptions options = TlsOptions(WireTls::ClientCertificate::kRequired);
   options.tls->maxVersion = 0x0303;  // TLS 1.2, whose handshake itself fails
   WireServer server(options);
-  ExpectGetFails(server.Url(), Failed("GET", "SSL connect error", 35, ".*"));
+  ExpectGetFails(server.Url(), Failed("GET", 35, ".*"));
   EXPECT_EQ(server.RequestCount(), 0u);
 }
 
@@ -229,14 +216,13 @@ TEST_F(TlsLive, AServerThatSpeaksNoTlsIsAFailure) {
   WireServer server;
   server.Script(WireReply().At(WireStart::kAccept).Send("HTTP/1.1 200 OK\r\n\r\n").Close());
   const std::string url = "https://127.0.0.1:" + std::to_string(server.Port()) + "/";
-  ExpectGetFails(url, Failed("GET", "SSL connect error", 35, ".*"));
+  ExpectGetFails(url, Failed("GET", 35, ".*"));
 }
 
 TEST_F(TlsLive, ATlsServerThatClosesInMidBodyIsAFailure) {
   WireServer server(TlsOptions());
   server.Script(WireReply(WireHead(200, {"Content-Length: 10"}) + "{}").Close());
-  ExpectGetFails(server.Url(), Failed("GET", "Transferred a partial file", 18,
-                                      "transfer closed with 8 bytes remaining to read"));
+  ExpectGetFails(server.Url(), Failed("GET", 18, CurlBytesMissing(8)));
 }
 
 TEST_F(TlsLive, TlsFilesDoNotTurnHttpIntoHttps) {

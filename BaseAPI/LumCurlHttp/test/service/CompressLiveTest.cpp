@@ -256,7 +256,9 @@ TEST_F(ArchiveLiveTest, UploadIsSignedByTheSettings) {
                           {"Authorization: AWS key:signature",
                            "Date: Sat, 21 Nov 2026 13:00:00 GMT", "x-zun-security-token: token"},
                           Uploaded().size());
-  head.insert(head.size() - 2, "Expect: 100-continue\r\n");
+  if (CurlAsksBefore(100)) {
+    head.insert(head.size() - 2, "Expect: 100-continue\r\n");
+  }
   EXPECT_EQ(server.Request(0).head, head);
 }
 

@@ -17,6 +17,7 @@
 #include "log/LogCapture.h"
 #include "support/CaptureFd.h"
 #include "support/Files.h"
+#include "wire/CurlText.h"
 #include "wire/WireServer.h"
 
 namespace lumtest {

@@ -62,7 +62,9 @@ TEST_F(UploadLiveTest, EachFormOnTheWire) {
   for (std::size_t i = 0; i < 8; ++i) {
     // libcurl asks before it sends a body that it has to read.
     std::string head = Head("PUT", "/bucket/x.zip", kLines[i], 11);
-    head.insert(head.size() - 2, "Expect: 100-continue\r\n");
+    if (CurlAsksBefore(11)) {
+      head.insert(head.size() - 2, "Expect: 100-continue\r\n");
+    }
     EXPECT_EQ(server.Request(i).Raw(), head + "the archive") << i;
   }
 }
@@ -320,7 +322,7 @@ TEST_F(UploadLiveTest, RefusedConnectionIsAFailure) {
 
   EXPECT_EQ(client.UploadLog(refused.Url(), path), -10000);
 
-  EXPECT_THAT(log.Messages(1).at(0), StartsWith("PUT failed for Couldn't connect to server"));
+  EXPECT_THAT(log.Messages(1).at(0), StartsWith("PUT failed for " + CurlError(7)));
   EXPECT_EQ(log.Records(1).at(0).function, "Upload");
 }
 
