@@ -36,10 +36,9 @@ class __attribute__((visibility("default"))) LumApollo {
   // GETs https://configServer/configs/appId/cluster/namespaceName over IPv4 with
   // "Content-Type: application/json" and "charsets: utf-8"; the whole transfer, connecting
   // included, may take 5 seconds, which a slow name look-up can exceed (docs/operations.md). The
-  // server's certificate is not verified, redirects are not
-  // followed, nothing is retried. Each request keeps its list of header lines for the life of the
-  // process; a call whose URL is too long keeps its handle (docs/operations.md says how much that
-  // is).
+  // server's certificate is not verified, redirects are not followed, nothing is retried. Each
+  // request keeps its list of header lines for the life of the process; a call whose URL is too
+  // long keeps its handle (docs/operations.md says how much that is).
   //
   // An empty `env.cluster` is set to "default" in the caller's record.
   //

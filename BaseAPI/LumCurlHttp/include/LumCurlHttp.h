@@ -44,9 +44,9 @@ class __attribute__((visibility("default"))) LumCurlHttp {
   // stays until it is replaced; an empty text is refused with a log line and changes nothing.
   //
   // "Name: " is sent with an empty value, as "Name:", and so is "Name;"; "Name:" without the blank
-  // removes a header that libcurl would add. A text that has no colon, or begins with one, is not
-  // sent, and neither are the default lines. A POST whose line is no Content-Type goes out with
-  // libcurl's own, "application/x-www-form-urlencoded".
+  // removes a header that libcurl would add. Another text without a colon, or one that begins with
+  // a colon, is not sent, and neither are the default lines. A POST whose line is no Content-Type
+  // goes out with libcurl's own, "application/x-www-form-urlencoded".
   // https://curl.se/libcurl/c/CURLOPT_HTTPHEADER.html
   void SetHeaders(const std::string& headers);
 
@@ -82,7 +82,7 @@ class __attribute__((visibility("default"))) LumCurlHttp {
   // or one of the three paths is empty, or memory runs out. So an encrypted key needs SetSslInfo
   // again before each request. A key without one takes any pointer but null and a length of 0. A
   // null `keyPassword` or a length above 2048 is logged and leaves the stored pass phrase as it
-  // was; a negative length leaves it without a word.
+  // was; a negative length leaves it too, without a log line.
   void SetSslInfo(std::string caCertPath, std::string clientCertPath, std::string clientKeyPath,
                   unsigned char* keyPassword, int keyPasswordLen);
 

@@ -22,9 +22,9 @@ class LumCurlOrvOpsPrivate;
 //
 // A header list holds complete lines, "Name: value" (RFC 9110 section 5), sent in list order. A
 // line with an empty value, "Name: ", is sent as "Name:", and so is "Name;"; "Name:" without the
-// blank removes a header that libcurl would add. A line that has no colon, or begins with one, is
-// not sent. https://curl.se/libcurl/c/CURLOPT_HTTPHEADER.html
-// Every other line is sent as it stands: whoever puts text from elsewhere into a line, a token for
+// blank removes a header that libcurl would add. Other lines without a colon, and lines that begin
+// with one, are not sent. https://curl.se/libcurl/c/CURLOPT_HTTPHEADER.html
+// All others are sent as they stand: whoever puts text from elsewhere into a line, a token for
 // instance, makes sure that it holds no line break.
 //
 // Results of the operations that return int:
@@ -36,8 +36,8 @@ class LumCurlOrvOpsPrivate;
 // Thread safety: requests may run on any number of threads, on one object or several, except where
 // SetFp or SetBindMac say otherwise, and except two calls that make one archive, on whatever
 // objects. RefreshToken and the uploads do not set CURLOPT_NOSIGNAL, all others do
-// (docs/threads-and-signals.md). GetLastErrorBody and UpdateLastError may be called at any
-// time. Every other setter must not run while another thread uses the same object.
+// (docs/threads-and-signals.md). GetLastErrorBody and UpdateLastError may be called at any time.
+// Every other setter must not run while another thread uses the same object.
 //
 // Exceptions: std::bad_alloc when memory runs out and std::system_error when a mutex cannot be
 // locked; nothing else.
@@ -104,7 +104,7 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // the tail of a longer one unless its own terminating zero is counted in. It serves all later
   // requests and is not wiped. A null `keyPassword` or a length above 2048 is logged, and leaves
   // the pass phrase as it was and the client certificate switched off if it was. A negative length
-  // copies nothing, without a word. A key without a pass phrase takes any pointer but null and a
+  // copies nothing and counts as done. A key without a pass phrase takes any pointer but null and a
   // length of 0.
   void SetSslInfo(std::string caCertPath, std::string clientCertPath, std::string clientKeyPath,
                   unsigned char* keyPassword, int keyPasswordLen);
