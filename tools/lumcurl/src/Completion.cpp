@@ -1,4 +1,4 @@
-// The bash completion of lumcurl.
+// The shell completions of lumcurl.
 
 #include "Completion.h"
 
@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "HelpFormatter.h"
+#include "Options.h"
 
 namespace {
 
@@ -35,46 +36,119 @@ void Append(Names& names, const Names& more) {
   names.insert(names.end(), more.begin(), more.end());
 }
 
-// What bash offers for one command line up to the command's name, or for the command's operands.
-struct Words {
-  Names options;
-  Names withFile;       // options whose value is a file
-  Names withDirectory;  // likewise a directory
-  Names withText;       // likewise something that cannot be guessed
-};
-
-Words WordsOf(const CLI::App& app) {
-  Words words;
-  for (const CLI::Option* option : app.get_options()) {
-    if (option->get_positional() || option->get_group().empty()) {
-      continue;
-    }
-    const Names names = NamesOf(option);
-    Append(words.options, names);
-    const std::string type = ValueName(option);
-    if (type.empty()) {
-      continue;
-    }
-    Append(type == "FILE" || type == "BASE" ? words.withFile
-           : type == "DIR"                  ? words.withDirectory
-                                            : words.withText,
-           names);
-  }
-  return words;
+std::vector<const CLI::App*> CommandsOf(const CLI::App& app) {
+  return app.get_subcommands([](const CLI::App*) { return true; });
 }
 
-void Case(std::ostream& out, const Names& previous, const char* action) {
+// The options that help shows, without operands.
+std::vector<const CLI::Option*> OptionsOf(const CLI::App& app) {
+  return app.get_options([](const CLI::Option* option) {
+    return !option->get_positional() && !option->get_group().empty();
+  });
+}
+
+std::vector<const CLI::Option*> OperandsOf(const CLI::App& app) {
+  return app.get_options([](const CLI::Option* option) { return option->get_positional(); });
+}
+
+// What stands for the value of an option, or for an operand.
+enum class Value { kNone, kFile, kDirectory, kChoice, kText };
+
+Value ValueOf(const CLI::Option* option) {
+  const bool isOperand = option->get_positional();
+  const std::string type = isOperand ? option->get_name(true, false) : ValueName(option);
+  if (type.empty()) {
+    return Value::kNone;
+  }
+  if (type == "FILE" || type == "BASE" || type == "PATH") {
+    return Value::kFile;
+  }
+  if (type == "DIR") {
+    return Value::kDirectory;
+  }
+  return type == kColourValue || type == "SHELL" ? Value::kChoice : Value::kText;
+}
+
+// What a kChoice can be.
+const Names& ChoicesOf(const CLI::Option* option) {
+  return option->get_positional() ? Shells() : Colours();
+}
+
+// The first clause of a description, without its example.
+std::string Brief(const std::string& description) {
+  return description.substr(0, description.find_first_of(";("));
+}
+
+// `text` between single quotes, with `escape` in front of each of `special`.
+std::string Quote(const std::string& text, const char* special, const char* quote) {
+  std::string out = "'";
+  for (const char c : text) {
+    if (c == '\'') {
+      out += quote;
+      continue;
+    }
+    if (std::string(special).find(c) != std::string::npos) {
+      out += '\\';
+    }
+    out += c;
+  }
+  return out + "'";
+}
+
+// --- bash ---
+
+void BashCase(std::ostream& out, const Names& previous, const std::string& action) {
   if (!previous.empty()) {
     out << "        " << Join(previous, "|") << ") " << action << "; return ;;\n";
   }
 }
 
-}  // namespace
+std::string BashGenerate(const std::string& what) {
+  return "mapfile -t COMPREPLY < <(compgen " + what + " -- \"$current\")";
+}
+
+// What bash offers for one command line up to the command's name, or behind the command.
+struct BashWords {
+  Names options;
+  Names withFile;
+  Names withDirectory;
+  Names withChoice;
+  Names withText;  // nothing can be guessed
+};
+
+BashWords BashWordsOf(const CLI::App& app) {
+  BashWords words;
+  for (const CLI::Option* option : OptionsOf(app)) {
+    const Names names = NamesOf(option);
+    Append(words.options, names);
+    switch (ValueOf(option)) {
+      case Value::kFile:
+        Append(words.withFile, names);
+        break;
+      case Value::kDirectory:
+        Append(words.withDirectory, names);
+        break;
+      case Value::kChoice:
+        Append(words.withChoice, names);
+        break;
+      case Value::kText:
+        Append(words.withText, names);
+        break;
+      case Value::kNone:
+        break;
+    }
+  }
+  for (const CLI::Option* operand : OperandsOf(app)) {
+    if (ValueOf(operand) == Value::kChoice) {
+      Append(words.options, ChoicesOf(operand));
+    }
+  }
+  return words;
+}
 
 std::string BashCompletion(const CLI::App& app) {
-  const auto commands = app.get_subcommands([](const CLI::App*) { return true; });
   Names names;
-  for (const CLI::App* command : commands) {
+  for (const CLI::App* command : CommandsOf(app)) {
     names.push_back(command->get_name());
   }
   std::ostringstream out;
@@ -86,17 +160,17 @@ std::string BashCompletion(const CLI::App& app) {
          "  [ \"$COMP_CWORD\" -gt 1 ] || command=\n"
          "  case $command in\n"
          "    '') words='"
-      << Join(names, " ") << " " << Join(WordsOf(app).options, " ") << "' ;;\n";
-  for (const CLI::App* command : commands) {
-    const Words words = WordsOf(*command);
+      << Join(names, " ") << " " << Join(BashWordsOf(app).options, " ") << "' ;;\n";
+  for (const CLI::App* command : CommandsOf(app)) {
+    const BashWords words = BashWordsOf(*command);
     out << "    " << command->get_name() << ")\n"
         << "      case $previous in\n";
-    Case(out, words.withFile, "mapfile -t COMPREPLY < <(compgen -f -- \"$current\")");
-    Case(out, words.withDirectory, "mapfile -t COMPREPLY < <(compgen -d -- \"$current\")");
-    Case(out, words.withText, ":");
+    BashCase(out, words.withFile, BashGenerate("-f"));
+    BashCase(out, words.withDirectory, BashGenerate("-d"));
+    BashCase(out, words.withChoice, BashGenerate("-W '" + Join(Colours(), " ") + "'"));
+    BashCase(out, words.withText, ":");
     out << "      esac\n"
-        << "      words='" << Join(words.options, " ")
-        << (command->get_name() == "completion" ? " bash" : "") << "' ;;\n";
+        << "      words='" << Join(words.options, " ") << "' ;;\n";
   }
   out << "  esac\n"
          "  mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$current\")\n"
@@ -107,4 +181,157 @@ std::string BashCompletion(const CLI::App& app) {
          "}\n"
          "complete -o filenames -F _lumcurl lumcurl\n";
   return out.str();
+}
+
+// --- zsh ---
+
+std::string ZshQuote(const std::string& text) {
+  return Quote(text, "", "'\\''");
+}
+
+// ":FILE:_files", what follows an option that takes a value.
+std::string ZshValue(const CLI::Option* option) {
+  const std::string name =
+      option->get_positional() ? option->get_name(true, false) : ValueName(option);
+  switch (ValueOf(option)) {
+    case Value::kNone:
+      return "";
+    case Value::kFile:
+      return ":" + name + ":_files";
+    case Value::kDirectory:
+      return ":" + name + ":_files -/";
+    case Value::kChoice:
+      return ":" + name + ":(" + Join(ChoicesOf(option), " ") + ")";
+    case Value::kText:
+      break;
+  }
+  return ":" + name + ": ";
+}
+
+void ZshOptions(std::ostream& out, const CLI::App& app, const char* indent) {
+  for (const CLI::Option* option : OptionsOf(app)) {
+    const Names names = NamesOf(option);
+    const bool repeats = option->get_items_expected_max() > 1;
+    for (const std::string& name : names) {
+      const bool isLong = name.size() > 2;
+      const char* join = ValueOf(option) == Value::kNone ? "" : isLong ? "=" : "+";
+      out << indent << ZshQuote(repeats ? "*" : "(" + Join(names, " ") + ")")
+          << ZshQuote(name + join)
+          << ZshQuote("[" + Brief(option->get_description()) + "]" + ZshValue(option)) << " \\\n";
+    }
+  }
+}
+
+std::string ZshCompletion(const CLI::App& app) {
+  std::ostringstream out;
+  out << "#compdef lumcurl\n"
+         "# zsh completion for lumcurl\n"
+         "_lumcurl() {\n"
+         "  local curcontext=$curcontext state line\n"
+         "  typeset -A opt_args\n"
+         "  _arguments -C \\\n";
+  ZshOptions(out, app, "    ");
+  out << "    '1:command:->command' \\\n"
+         "    '*::argument:->argument'\n"
+         "  case $state in\n"
+         "    command)\n"
+         "      local -a commands=(\n";
+  for (const CLI::App* command : CommandsOf(app)) {
+    out << "        " << ZshQuote(command->get_name() + ":" + command->get_description()) << "\n";
+  }
+  out << "      )\n"
+         "      _describe -t commands command commands ;;\n"
+         "    argument)\n"
+         "      case $words[1] in\n";
+  for (const CLI::App* command : CommandsOf(app)) {
+    out << "        " << command->get_name() << ")\n"
+        << "          _arguments \\\n";
+    ZshOptions(out, *command, "            ");
+    int position = 0;
+    for (const CLI::Option* operand : OperandsOf(*command)) {
+      ++position;
+      const bool repeats = operand->get_items_expected_max() > 1;
+      out << "            "
+          << ZshQuote((repeats ? "*" : std::to_string(position)) + ZshValue(operand)) << " \\\n";
+    }
+    out << "            && return ;;\n";
+  }
+  out << "      esac ;;\n"
+         "  esac\n"
+         "}\n"
+         "if [[ $funcstack[1] == _lumcurl ]]; then\n"
+         "  _lumcurl \"$@\"\n"
+         "else\n"
+         "  compdef _lumcurl lumcurl\n"
+         "fi\n";
+  return out.str();
+}
+
+// --- fish ---
+
+std::string FishQuote(const std::string& text) {
+  return Quote(text, "\\", "\\'");
+}
+
+// What an option or operand takes, as options of fish's "complete".
+std::string FishValue(const CLI::Option* option) {
+  switch (ValueOf(option)) {
+    case Value::kNone:
+      return "";
+    case Value::kFile:
+    case Value::kDirectory:
+      return " -r -F";
+    case Value::kChoice:
+      return " -x -a " + FishQuote(Join(ChoicesOf(option), " "));
+    case Value::kText:
+      break;
+  }
+  return " -x";
+}
+
+void FishOptions(std::ostream& out, const CLI::App& app, const std::string& condition) {
+  for (const CLI::Option* option : OptionsOf(app)) {
+    out << "complete -c lumcurl -n " << FishQuote(condition);
+    for (const std::string& name : option->get_snames()) {
+      out << " -s " << name;
+    }
+    for (const std::string& name : option->get_lnames()) {
+      out << " -l " << name;
+    }
+    out << FishValue(option) << " -d " << FishQuote(Brief(option->get_description())) << "\n";
+  }
+}
+
+std::string FishCompletion(const CLI::App& app) {
+  static constexpr char kNoCommand[] = "__fish_use_subcommand";
+  std::ostringstream out;
+  out << "# fish completion for lumcurl\n"
+         "complete -c lumcurl -f\n";
+  FishOptions(out, app, kNoCommand);
+  for (const CLI::App* command : CommandsOf(app)) {
+    out << "complete -c lumcurl -n " << FishQuote(kNoCommand) << " -a " << command->get_name()
+        << " -d " << FishQuote(command->get_description()) << "\n";
+  }
+  for (const CLI::App* command : CommandsOf(app)) {
+    const std::string condition = "__fish_seen_subcommand_from " + command->get_name();
+    FishOptions(out, *command, condition);
+    for (const CLI::Option* operand : OperandsOf(*command)) {
+      if (ValueOf(operand) == Value::kChoice) {
+        out << "complete -c lumcurl -n " << FishQuote(condition) << " -a "
+            << FishQuote(Join(ChoicesOf(operand), " ")) << "\n";
+      } else if (ValueOf(operand) != Value::kText) {
+        out << "complete -c lumcurl -n " << FishQuote(condition) << " -F\n";
+      }
+    }
+  }
+  return out.str();
+}
+
+}  // namespace
+
+std::string Completion(const std::string& shell, const CLI::App& app) {
+  if (shell == "zsh") {
+    return ZshCompletion(app);
+  }
+  return shell == "fish" ? FishCompletion(app) : BashCompletion(app);
 }

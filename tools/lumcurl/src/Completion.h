@@ -1,4 +1,4 @@
-// The shell completion of lumcurl, made from its option table.
+// The shell completions of lumcurl, made from its option table.
 
 #ifndef LUM_LUMCURL_COMPLETION_H
 #define LUM_LUMCURL_COMPLETION_H
@@ -9,7 +9,7 @@ namespace CLI {
 class App;
 }
 
-// A script for bash to source; it needs nothing but bash.
-std::string BashCompletion(const CLI::App& app);
+// A script for one of Shells(); it needs nothing but that shell.
+std::string Completion(const std::string& shell, const CLI::App& app);
 
 #endif  // LUM_LUMCURL_COMPLETION_H

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "Colour.h"
 #include "Failure.h"
 #include "LumSafeText.h"
 #include "Text.h"
@@ -18,8 +19,15 @@ namespace {
 // A log line may hold a whole reply.
 constexpr std::size_t kLongestLine = 4000;
 
-// Hiding a letter or two would hide everything.
-constexpr std::size_t kShortestSecret = 4;
+// What is shorter may be part of any word.
+constexpr std::size_t kLongSecret = 4;
+
+// Whether the text from `begin` to `end` stands by itself, as a value does in a URL, a header line
+// or a document.
+bool StandsAlone(const std::string& text, std::size_t begin, std::size_t end) {
+  return (begin == 0 || std::strchr(" =:\"'\n", text[begin - 1]) != nullptr) &&
+         (end == text.size() || std::strchr(" &@#:,;\"'\r\n", text[end]) != nullptr);
+}
 
 void WriteError(const std::string& text) {
   // Nobody is left to tell when standard error is gone.
@@ -27,33 +35,50 @@ void WriteError(const std::string& text) {
   (void)std::fflush(stderr);
 }
 
-}  // namespace
-
-Console::Console(bool verbose, bool quiet) : m_verbose(verbose), m_quiet(quiet) {}
-
-Console::~Console() = default;
-
-void Console::Data(const std::string& bytes) {
-  const std::string text = isatty(STDOUT_FILENO) == 1 ? LumSafeText(bytes, kLayout) : bytes;
+void WriteData(const std::string& text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {
     throw Failure(Exit::kFile,
                   std::string("cannot write to standard output: ") + std::strerror(errno));
   }
 }
 
+// Data is data, but a terminal obeys some of it.
+std::string ForOutput(const std::string& bytes) {
+  return isatty(STDOUT_FILENO) == 1 ? LumSafeText(bytes, kLayout) : bytes;
+}
+
+}  // namespace
+
+Console::Console(bool verbose, bool quiet, const std::string& colour)
+    : m_verbose(verbose),
+      m_quiet(quiet),
+      m_dataColours(HasColours(colour, STDOUT_FILENO)),
+      m_errorColours(HasColours(colour, STDERR_FILENO)) {}
+
+Console::~Console() = default;
+
+void Console::Data(const std::string& bytes) {
+  WriteData(ForOutput(bytes));
+}
+
+void Console::Document(const std::string& json) {
+  const std::string text = ForOutput(json);
+  WriteData(m_dataColours ? ColouredJson(text) : text);
+}
+
 void Console::Error(const std::string& text) {
-  Line(text);
+  Line(kErrorColour, "lumcurl:", text);
 }
 
 void Console::Warn(const std::string& text) {
   if (!m_quiet) {
-    Line("warning: " + text);
+    Line(kWarningColour, "lumcurl: warning:", text);
   }
 }
 
 void Console::Detail(const std::string& text) {
   if (m_verbose) {
-    Line(text);
+    Line(nullptr, "lumcurl:", text);
   }
 }
 
@@ -80,25 +105,36 @@ void Console::EndProgress() {
 }
 
 void Console::Mask(const std::string& secret, const std::string& replacement) {
-  if (secret.size() < kShortestSecret) {
+  if (secret.empty()) {
     return;
   }
   // The longest first: a secret may be part of another.
-  const auto place = std::find_if(m_masks.begin(), m_masks.end(), [&secret](const auto& mask) {
-    return mask.first.size() < secret.size();
-  });
+  const auto place = std::find_if(
+      m_masks.begin(), m_masks.end(),
+      [&secret](const SecretText& other) { return other.text.size() < secret.size(); });
   m_masks.insert(place, {secret, replacement});
 }
 
-void Console::Line(const std::string& text) {
-  const std::string line = Masked(text);
+void Console::Line(const char* colour, const std::string& head, const std::string& text) {
+  const std::string shownHead = m_errorColours && colour != nullptr ? Coloured(colour, head) : head;
+  const std::string line = shownHead + " " + Masked(text) + "\n";
   const std::lock_guard<std::mutex> lock(m_mutex);
   if (m_progress.empty()) {
-    WriteError("lumcurl: " + line + "\n");
+    WriteError(line);
   } else {
-    WriteError("\r" + std::string(m_progress.size(), ' ') + "\rlumcurl: " + line + "\n" +
-               m_progress);
+    WriteError("\r" + std::string(m_progress.size(), ' ') + "\r" + line + m_progress);
   }
+}
+
+const Console::SecretText* Console::SecretAt(const std::string& text, std::size_t at) const {
+  for (const SecretText& secret : m_masks) {
+    const std::size_t size = secret.text.size();
+    if (text.compare(at, size, secret.text) == 0 &&
+        (size >= kLongSecret || StandsAlone(text, at, at + size))) {
+      return &secret;
+    }
+  }
+  return nullptr;
 }
 
 // Stops at the length that is shown, so that a secret is recognised whole wherever the line is cut
@@ -106,20 +142,13 @@ void Console::Line(const std::string& text) {
 std::string Console::Masked(const std::string& text) const {
   std::string shown;
   std::size_t at = 0;
-  while (at < text.size() && shown.size() < kLongestLine) {
-    const auto mask = std::find_if(m_masks.begin(), m_masks.end(), [&text, at](const auto& entry) {
-      return text.compare(at, entry.first.size(), entry.first) == 0;
-    });
-    if (mask != m_masks.end()) {
-      shown += mask->second;
-      at += mask->first.size();
+  while (at < text.size() && shown.size() <= kLongestLine) {
+    if (const SecretText* secret = SecretAt(text, at)) {
+      shown += secret->replacement;
+      at += secret->text.size();
     } else {
       shown += text[at++];
     }
   }
-  if (at == text.size()) {
-    return LumSafeText(shown);
-  }
-  return LumSafeText(shown.substr(0, WholeCharacters(shown))) + " ... (" +
-         std::to_string(text.size()) + " bytes)";
+  return Excerpt(shown, kLongestLine);
 }

@@ -5,7 +5,6 @@
 
 #include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
 // Lines on standard error are "lumcurl: text", one line each, made safe by LumSafeText and the
@@ -14,7 +13,8 @@
 // Thread safety: every member but Mask may be called from any thread; Mask before other threads.
 class Console {
  public:
-  Console(bool verbose, bool quiet);
+  // `colour` is the value of --color.
+  Console(bool verbose, bool quiet, const std::string& colour = "never");
   ~Console();
   Console(const Console&) = delete;
   Console& operator=(const Console&) = delete;
@@ -22,6 +22,9 @@ class Console {
   // Data for standard output, made safe by LumSafeText when that is a terminal. Throws Failure when
   // it cannot be written.
   void Data(const std::string& bytes);
+
+  // The same for a JSON document, which colours make readable.
+  void Document(const std::string& json);
 
   void Error(const std::string& text);
   void Warn(const std::string& text);    // unless quiet
@@ -37,18 +40,26 @@ class Console {
   void ShowProgress(const std::string& line);
   void EndProgress();
 
-  // Hides `secret` in every later line. Texts of fewer than four bytes are passed over.
+  // Hides `secret` in every later line. One of fewer than four bytes is hidden only where it stands
+  // alone, as the value of something: else it would hide parts of every word.
   void Mask(const std::string& secret, const std::string& replacement = "***");
 
  private:
-  void Line(const std::string& text);
+  struct SecretText {
+    std::string text;
+    std::string replacement;
+  };
+  void Line(const char* colour, const std::string& head, const std::string& text);
+  const SecretText* SecretAt(const std::string& text, std::size_t at) const;
   std::string Masked(const std::string& text) const;
 
   const bool m_verbose;
   const bool m_quiet;
+  const bool m_dataColours;
+  const bool m_errorColours;
   std::mutex m_mutex;  // guards standard error and the progress line
   std::string m_progress;
-  std::vector<std::pair<std::string, std::string>> m_masks;  // longest first
+  std::vector<SecretText> m_masks;  // longest first
 };
 
 #endif  // LUM_LUMCURL_CONSOLE_H

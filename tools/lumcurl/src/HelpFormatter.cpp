@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "Options.h"
 #include "Text.h"
 
 namespace {
@@ -67,7 +68,14 @@ std::string HelpFormatter::make_help(const CLI::App* app, std::string name,
       text += make_group(group, false, options);
     }
   }
-  return text + make_subcommands(app, mode) + "\n" + make_footer(app);
+  text += make_subcommands(app, mode);
+  if (app->get_parent() == nullptr) {
+    text += "\nExit status:\n";
+    for (const ManualEntry& entry : ExitStatuses()) {
+      text += Row(entry.name, entry.text);
+    }
+  }
+  return text + "\n" + make_footer(app);
 }
 
 std::string HelpFormatter::make_description(const CLI::App* app) const {

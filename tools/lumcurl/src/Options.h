@@ -24,6 +24,8 @@ struct Options {
   bool overwrite = false;
   bool envFile = false;
 
+  std::string colour = "auto";  // one of kColours
+
   int limitRate = -1;                   // bytes per second; -1: no limit
   std::optional<unsigned int> timeout;  // seconds; 0: no limit
 
@@ -62,9 +64,17 @@ struct Options {
   std::string cluster;
   std::string namespaceName;
   std::optional<std::string> property;
+  std::string prefix;  // of the variables' names
 
   std::string shell;  // to complete for
 };
+
+// What --color and completion take.
+const std::vector<std::string>& Colours();
+const std::vector<std::string>& Shells();
+
+// How the value of --color is called.
+constexpr char kColourValue[] = "WHEN";
 
 // The environment variables that hold secrets.
 constexpr char kTokenVariable[] = "LUMCURL_TOKEN";
@@ -73,6 +83,10 @@ constexpr char kKeyPassVariable[] = "LUMCURL_KEY_PASS";
 // The parser that fills `options`, which must outlive it. Its Parse throws CLI::ParseError as CLI11
 // documents it. --help, the completion and the man page are made from this one table.
 std::unique_ptr<CLI::App> MakeParser(Options& options);
+
+// What is wrong with the words of a command line before any is read as a value, "" when nothing is:
+// an option that its command does not have would hand its value on as an operand.
+std::string OptionProblem(const CLI::App& parser, const std::vector<std::string>& words);
 
 // The lines of the help and the man page that no option carries.
 struct ManualEntry {

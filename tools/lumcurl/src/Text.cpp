@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <sstream>
 #include <utility>
@@ -14,18 +16,19 @@
 namespace {
 
 constexpr std::size_t kShownPath = 300;  // bytes
+constexpr double kLongestTime = 1e9;     // seconds; beyond it nobody counts
 
 bool Contains(const std::string& text, const char* part) {
   return text.find(part) != std::string::npos;
 }
 
-std::string Lower(std::string text) {
+}  // namespace
+
+std::string LowerCase(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   return text;
 }
-
-}  // namespace
 
 std::size_t WholeCharacters(const std::string& text) {
   for (std::size_t back = 1; back <= std::min<std::size_t>(3, text.size()); ++back) {
@@ -50,23 +53,26 @@ std::string TerminalEscaper::Flush() {
   return LumSafeText(std::exchange(m_held, {}), kLayout);
 }
 
-std::string Excerpt(const std::string& text, std::size_t limit) {
+std::string Shortened(const std::string& text, std::size_t limit) {
   if (text.size() <= limit) {
-    return LumSafeText(text);
+    return text;
   }
-  const std::string start = text.substr(0, limit);
-  return LumSafeText(start.substr(0, WholeCharacters(start))) + " ... (" +
-         std::to_string(text.size()) + " bytes)";
+  const std::string cut = text.substr(0, limit);
+  return cut.substr(0, WholeCharacters(cut)) + "...";
+}
+
+std::string Excerpt(const std::string& text, std::size_t limit) {
+  return LumSafeText(Shortened(text, limit));
 }
 
 std::string Quoted(const std::string& path) {
-  return "'" + (path.size() <= kShownPath ? path : path.substr(0, kShownPath) + "...") + "'";
+  return "'" + Shortened(path, kShownPath) + "'";
 }
 
 bool NamesSecret(const std::string& name) {
   static constexpr std::array<const char*, 9> kParts = {
       "auth", "token", "secret", "pass", "pwd", "cookie", "credential", "signature", "key"};
-  const std::string lower = Lower(name);
+  const std::string lower = LowerCase(name);
   return lower == "sig" || std::any_of(kParts.begin(), kParts.end(), [&lower](const char* part) {
            return Contains(lower, part);
          });
@@ -117,6 +123,18 @@ std::string HumanBytes(double bytes) {
   const int length = std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s",
                                    bytes, kUnits[unit]);
   return std::string(text.data(), static_cast<std::size_t>(std::max(length, 0)));
+}
+
+std::string HumanTime(double seconds) {
+  const auto whole = static_cast<std::uint64_t>(std::ceil(std::min(seconds, kLongestTime)));
+  const auto text = [](std::uint64_t number, const char* unit) {
+    return std::to_string(number) + unit;
+  };
+  if (whole < 60) {
+    return text(whole, " s");
+  }
+  return whole < 3600 ? text(whole / 60, " min ") + text(whole % 60, " s")
+                      : text(whole / 3600, " h ") + text(whole % 3600 / 60, " min");
 }
 
 std::string Wrap(const std::string& text, std::size_t width, std::size_t indent) {

@@ -24,7 +24,13 @@ class TerminalEscaper {
   std::string m_held;
 };
 
-// LumSafeText of the first `limit` bytes, with a remark when there were more.
+// ASCII letters as small ones.
+std::string LowerCase(std::string text);
+
+// The first `limit` bytes without half a character, and "..." where there were more.
+std::string Shortened(const std::string& text, std::size_t limit);
+
+// LumSafeText of that.
 std::string Excerpt(const std::string& text, std::size_t limit);
 
 // A path between quotes, for messages; a very long one is cut.
@@ -43,6 +49,9 @@ std::string MaskedHeader(const std::string& line);
 
 // "12 B", "1.5 KiB", "2.0 GiB".
 std::string HumanBytes(double bytes);
+
+// "59 s", "2 min 5 s", "1 h 3 min".
+std::string HumanTime(double seconds);
 
 // `text` in lines of at most `width` columns, each after the first indented; lines that begin with
 // a blank stand as they are.

@@ -1,12 +1,17 @@
 // lumcurl: options, signals, and the command in between.
 
+#include <fcntl.h>
+#include <unistd.h>
 #include <CLI/CLI.hpp>
+
+#include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <new>
 #include <string>
-#include <utility>
+#include <vector>
 
 #include "Commands.h"
 #include "Completion.h"
@@ -52,31 +57,55 @@ Exit Run(const std::string& name, const Options& options, Console& console) {
   throw Failure(Exit::kOther, "no command '" + name + "'");
 }
 
-// `first` is the command line's first word.
-Exit ReportUsage(Console& console, const CLI::App& parser, const std::string& first,
+Exit ReportUsage(Console& console, const CLI::App& parser, const std::vector<std::string>& words,
                  const std::string& error) {
-  const auto chosen = parser.get_subcommands();
-  if (!chosen.empty()) {
-    const std::string name = chosen.front()->get_name();
-    console.Error(name + ": " + error);
-    console.Error("'lumcurl " + name + " --help' shows what can be given");
+  const std::string first = words.empty() ? "" : words.front();
+  const bool isCommand = !parser
+                              .get_subcommands([&first](const CLI::App* command) {
+                                return command->get_name() == first;
+                              })
+                              .empty();
+  if (isCommand) {
+    console.Error(first + ": " + error);
+    console.Error("'lumcurl " + first + " --help' shows what can be given");
     return Exit::kUsage;
   }
-  console.Error(first.empty() || first[0] == '-' ? error : "'" + first + "' is no command");
-  console.Error("'lumcurl --help' shows the commands");
+  const bool isOption = !first.empty() && first[0] == '-';
+  console.Error(first.empty() || isOption ? error : "'" + first + "' is no command");
+  console.Error(std::string("'lumcurl --help' shows the commands") +
+                (isOption ? "; a command's options stand behind it" : ""));
   return Exit::kUsage;
+}
+
+// The value of --color before anything is parsed.
+std::string ColourAskedFor(const std::vector<std::string>& words) {
+  static const std::string kOption = "--color";
+  std::string when = "auto";
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    if (words[i] == kOption && i + 1 < words.size()) {
+      when = words[i + 1];
+    } else if (words[i].rfind(kOption + "=", 0) == 0) {
+      when = words[i].substr(kOption.size() + 1);
+    }
+  }
+  return when;
 }
 
 Exit Main(int argc, char** argv) {
   Options options;
   const std::unique_ptr<CLI::App> parser = MakeParser(options);
-  Console plain(false, false);  // until the options are known
+  const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+  Console plain(false, false, ColourAskedFor(words));  // until the options are known
   std::string name;
   try {
+    const std::string problem = OptionProblem(*parser, words);
+    if (!problem.empty()) {
+      return ReportUsage(plain, *parser, words, problem);
+    }
     parser->parse(argc, argv);
     name = parser->get_subcommands().front()->get_name();
     if (name == "completion") {
-      plain.Data(BashCompletion(*parser));
+      plain.Data(Completion(options.shell, *parser));
       return Exit::kDone;
     }
   } catch (const CLI::CallForHelp&) {
@@ -85,14 +114,17 @@ Exit Main(int argc, char** argv) {
   } catch (const CLI::CallForVersion& version) {
     plain.Data(std::string(version.what()) + "\n");
     return Exit::kDone;
+  } catch (const CLI::ExtrasError& error) {
+    const std::string text = error.what();
+    return ReportUsage(plain, *parser, words, "too many operands" + text.substr(text.rfind(": ")));
   } catch (const CLI::ParseError& error) {
-    for (int i = 1; i < argc; ++i) {
-      MaskSecrets(std::string(argv[i]), plain);  // the message may repeat a URL
+    for (const std::string& word : words) {
+      MaskSecrets(word, plain);  // the message may repeat a URL
     }
-    return ReportUsage(plain, *parser, argc > 1 ? argv[1] : "", error.what());
+    return ReportUsage(plain, *parser, words, error.what());
   }
 
-  Console console(options.verbose, options.quiet);
+  Console console(options.verbose, options.quiet, options.colour);
   try {
     return Run(name, options, console);
   } catch (const Failure& failure) {
@@ -104,9 +136,22 @@ Exit Main(int argc, char** argv) {
   }
 }
 
+// A file or a connection that took the number of a missing standard descriptor would get what is
+// meant for that one. In its place comes one that fails as the missing one would, but for standard
+// error, where there is nobody left to tell.
+void FillMissingDescriptors() {
+  constexpr std::array<int, 3> kModes = {O_WRONLY, O_RDONLY, O_WRONLY};
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", kModes[static_cast<std::size_t>(fd)]) != fd) {
+      std::_Exit(static_cast<int>(Exit::kOther));
+    }
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  FillMissingDescriptors();
   HandleInterrupts();
   Console console(false, false);
   try {

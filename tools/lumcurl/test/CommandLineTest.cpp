@@ -58,6 +58,37 @@ TEST(Help, StaysWithinATerminalsWidth) {
   }
 }
 
+TEST(Help, ListsTheExitStatuses) {
+  const std::string help = Lumcurl({"--help"}).out;
+  EXPECT_THAT(help, HasSubstr("\nExit status:\n  0  "));
+  for (const char* status : {"1", "2", "4", "5", "6", "7", "8", "9", "129, 130, 143"}) {
+    EXPECT_THAT(help, HasSubstr(std::string("\n  ") + status + "  "));
+  }
+}
+
+// A help text without its line breaks.
+std::string Unwrapped(const std::string& help) {
+  std::string text;
+  std::istringstream words(help);
+  for (std::string word; words >> word;) {
+    text += (text.empty() ? "" : " ") + word;
+  }
+  return text;
+}
+
+TEST(Help, OfApolloSaysThatTheServerIsNotVerifiedAndSpeaksIpv4) {
+  const std::string help = Unwrapped(Lumcurl({"apollo", "--help"}).out);
+  EXPECT_THAT(help, HasSubstr("The server is not verified"));
+  EXPECT_THAT(help, HasSubstr("the server that they come from is not verified"));
+  EXPECT_THAT(help, HasSubstr("over IPv4 only"));
+  EXPECT_THAT(help, Not(HasSubstr("IPv6")));
+}
+
+TEST(Help, OfVerboseSaysWhoseLinesItShows) {
+  EXPECT_THAT(Unwrapped(Lumcurl({"get", "--help"}).out),
+              HasSubstr("Show the head of the request as far as the library sets it"));
+}
+
 TEST(Help, OfDownloadSaysThatTheStatusIsNotVisible) {
   EXPECT_THAT(Lumcurl({"download", "--help"}).out, HasSubstr("status is not visible"));
 }
@@ -93,8 +124,23 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Refusal{"NoCommand", {}, "--help' shows the commands"},
         Refusal{"UnknownCommand", {"fetch", kUrl}, "'fetch' is no command"},
-        Refusal{"UnknownOption", {"get", "--fast", kUrl}, "--fast"},
-        Refusal{"TooManyOperands", {"get", kUrl, kUrl}, "not expected"},
+        Refusal{"UnknownOption", {"get", "--fast", kUrl}, "get: unknown option --fast\n"},
+        Refusal{"UnknownOptionWithValue", {"get", "-o", "f", kUrl}, "get: unknown option -o\n"},
+        Refusal{"UnknownOptionWithItsValue",
+                {"post", "--out=f", "-d", "-x", kUrl},
+                "post: unknown option --out\n"},
+        Refusal{"UnknownOptionAmongFlags", {"get", "-vqk", kUrl}, "get: unknown option -k\n"},
+        Refusal{"UnknownOptionBehindAValue",
+                {"post", "-d", "--data", "-L", kUrl},
+                "post: unknown option -L\n"},
+        Refusal{"OptionBeforeTheCommand",
+                {"-v", "get", kUrl},
+                "unknown option -v\nlumcurl: 'lumcurl --help' shows the commands; a command's "
+                "options stand behind it\n"},
+        Refusal{"OptionWithoutItsValue",
+                {"get", kUrl, "--cacert"},
+                "get: the option --cacert needs a value: FILE\n"},
+        Refusal{"TooManyOperands", {"get", kUrl, kUrl}, "too many operands"},
         Refusal{"NoUrl", {"get"}, "URL is required"},
         Refusal{"EmptyUrl", {"get", ""}, "the URL is empty"},
         Refusal{"EmptyUrlToDownload", {"download", "", "/tmp/x"}, "the URL is empty"},
@@ -156,6 +202,16 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"PinnedUrlWithoutPath",
                 {"upload-video", "--pin-ip", "127.0.0.1", "http://h", "/proc/self/exe"},
                 "--pin-ip needs a URL"},
+        Refusal{"RateThatIsNone", {"upload-video", "--limit-rate", "fast", kUrl, "f"}, "500K"},
+        Refusal{"RateWithTail", {"upload-video", "--limit-rate", "5Kx", kUrl, "f"}, "500K"},
+        Refusal{"TimeoutTooLong",
+                {"upload-video", "--timeout", "2147484", kUrl, "f"},
+                "'2147484' is no number of seconds from 0 to 2147483"},
+        Refusal{"Colour", {"get", "--color", "red", kUrl}, "auto,always,never"},
+        Refusal{"PrefixWithoutEnvFile", {"apollo", "--prefix", "A_", "h", "a", "n"}, "--env-file"},
+        Refusal{"PrefixThatNoVariableHas",
+                {"apollo", "--env-file", "--prefix", "1A", "h", "a", "n"},
+                "cannot begin the name of a variable"},
         Refusal{"RateTooHigh", {"upload-video", "--limit-rate", "3G", kUrl, "f"}, "--limit-rate"},
         Refusal{"RateZero", {"upload-video", "--limit-rate", "0", kUrl, "f"}, "--limit-rate"},
         Refusal{"SignatureAndHeaders",

@@ -1,4 +1,4 @@
-// The man page and the completion, as made from the option table.
+// The man page and the completions, as made from the option table.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -78,9 +78,13 @@ TEST(ManPage, HoldsEveryCommandAndOption) {
 
 TEST(ManPage, ExplainsExitStatusesAndVariables) {
   const std::string page = Rendered().out;
-  EXPECT_THAT(page, testing::ContainsRegex("\n +130 +Interrupted"));
+  EXPECT_THAT(page, HasSubstr("129, 130, 143\n"));
   EXPECT_THAT(page, HasSubstr("LUMCURL_TOKEN"));
   EXPECT_THAT(page, HasSubstr("LUMCURL_KEY_PASS"));
+  for (const char* variable : {"http_proxy", "https_proxy, HTTPS_PROXY", "all_proxy, ALL_PROXY",
+                               "no_proxy, NO_PROXY", "NO_COLOR"}) {
+    EXPECT_THAT(page, HasSubstr(std::string("\n       ") + variable + "\n")) << variable;
+  }
 }
 
 class BashCompletion : public testing::Test {
@@ -138,12 +142,106 @@ TEST_F(BashCompletion, OffersFilesWhereAFileIsWanted) {
   EXPECT_THAT(Offered({"lumcurl", "report", "--topic", "some."}), testing::ElementsAre(""));
 }
 
-TEST_F(BashCompletion, OffersTheShells) {
-  EXPECT_THAT(Offered({"lumcurl", "completion", "b"}), Contains("bash"));
+TEST_F(BashCompletion, OffersChoices) {
+  EXPECT_THAT(Offered({"lumcurl", "completion", ""}), IsSupersetOf({"bash", "zsh", "fish"}));
+  EXPECT_THAT(Offered({"lumcurl", "get", "--color", ""}),
+              testing::ElementsAre("auto", "always", "never"));
 }
 
 TEST_F(BashCompletion, IsInstalledForLumcurl) {
   EXPECT_THAT(Lumcurl({"completion", "bash"}).out, HasSubstr("-F _lumcurl lumcurl\n"));
+}
+
+class FishCompletion : public testing::Test {
+ protected:
+  FishCompletion() { m_directory.Write("script", Lumcurl({"completion", "fish"}).out); }
+
+  // The words offered behind `line`, without their descriptions.
+  std::vector<std::string> Offered(const std::string& line) {
+    ProcessOptions options;
+    options.directory = m_directory.Path();
+    options.environment = {"HOME=" + m_directory.Path(), "XDG_CONFIG_HOME=", "XDG_DATA_HOME="};
+    const ProcessResult result = RunCommand(
+        {"fish", "--no-config", "-c", "source ./script; complete -C '" + line + "'"}, options);
+    EXPECT_TRUE(result.Succeeded()) << result.Describe();
+    EXPECT_THAT(result.err, IsEmpty());
+    std::vector<std::string> words;
+    std::istringstream lines(result.out);
+    for (std::string word; std::getline(lines, word);) {
+      words.push_back(word.substr(0, word.find('\t')));
+    }
+    return words;
+  }
+
+  TempDir m_directory;
+};
+
+TEST_F(FishCompletion, OffersTheCommands) {
+  EXPECT_THAT(Offered("lumcurl "), IsSupersetOf(Commands()));
+  EXPECT_THAT(Offered("lumcurl upload-f"), testing::ElementsAre("upload-file"));
+}
+
+TEST_F(FishCompletion, OffersEachCommandsOwnOptions) {
+  for (const std::string& command : Commands()) {
+    EXPECT_THAT(Offered("lumcurl " + command + " --"),
+                IsSupersetOf(Listed({command, "--help"}, "\n  (?:-[a-zA-Z],)?(--[a-z][a-z-]+)")))
+        << command;
+  }
+  EXPECT_THAT(Offered("lumcurl get --"), Not(Contains("--gzip")));
+}
+
+TEST_F(FishCompletion, OffersFilesAndChoices) {
+  m_directory.Write("some.pem", "");
+  EXPECT_THAT(Offered("lumcurl get --cacert some"), testing::ElementsAre("some.pem"));
+  EXPECT_THAT(Offered("lumcurl upload-file http://h/ some"), testing::ElementsAre("some.pem"));
+  EXPECT_THAT(Offered("lumcurl report --topic some"), IsEmpty());
+  EXPECT_THAT(Offered("lumcurl completion "), IsSupersetOf({"bash", "zsh", "fish"}));
+  EXPECT_THAT(Offered("lumcurl get --color n"), testing::ElementsAre("never"));
+}
+
+// An interactive zsh that has read the completion.
+class ZshCompletion : public testing::Test {
+ protected:
+  ZshCompletion()
+      : m_script(Lumcurl({"completion", "zsh"}).out),
+        m_zsh({"zsh", "-f", "-i"}, {"TERM=dumb", "PS1=", "ZDOTDIR=" + m_directory.Path()}) {
+    m_zsh.Type("cd '" + m_directory.Path() + "'; autoload -U compinit; compinit -u -D; source '" +
+               m_directory.Write("script", m_script) + "'; print 'rea''dy'\n");
+    EXPECT_TRUE(m_zsh.WaitFor("ready")) << m_zsh.Shown();
+  }
+
+  // Types `keys`, has them completed, and waits until `text` shows.
+  bool Completes(const std::string& keys, const std::string& text) {
+    m_zsh.Type(keys + "\t");
+    const bool found = m_zsh.WaitFor(text);
+    m_zsh.Type("\x15");  // empties the line
+    return found;
+  }
+
+  TempDir m_directory;
+  std::string m_script;
+  OnTerminal m_zsh;
+};
+
+TEST_F(ZshCompletion, CompletesCommandsOptionsFilesAndChoices) {
+  m_directory.Write("some.pem", "");
+  EXPECT_TRUE(Completes("lumcurl upload-v", "upload-video ")) << m_zsh.Shown();
+  EXPECT_TRUE(Completes("lumcurl refresh-token --toke", "--token-file")) << m_zsh.Shown();
+  EXPECT_TRUE(Completes("lumcurl get --cacert so", "some.pem")) << m_zsh.Shown();
+  EXPECT_TRUE(Completes("lumcurl upload-dir --color ne", "never")) << m_zsh.Shown();
+  EXPECT_TRUE(Completes("lumcurl completion z", "completion zsh")) << m_zsh.Shown();
+}
+
+TEST_F(ZshCompletion, HoldsEachCommandsOwnOptions) {
+  for (const std::string& command : Commands()) {
+    const std::size_t begin = m_script.find("        " + command + ")\n");
+    ASSERT_NE(begin, std::string::npos) << command;
+    const std::string part = m_script.substr(begin, m_script.find("return ;;", begin) - begin);
+    for (const std::string& option :
+         Listed({command, "--help"}, "\n  (?:-[a-zA-Z],)?(--[a-z][a-z-]+)")) {
+      EXPECT_THAT(part, testing::ContainsRegex("'" + option + "=?'")) << command;
+    }
+  }
 }
 
 }  // namespace

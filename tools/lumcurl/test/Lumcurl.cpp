@@ -36,7 +36,7 @@ ProcessResult Lumcurl(const Words& arguments, const ProcessOptions& options) {
   return RunCommand(LumcurlCommand(arguments), LumcurlOptions(options));
 }
 
-OnTerminal::OnTerminal(const Words& argv) {
+OnTerminal::OnTerminal(const Words& argv, const Words& environment) {
   std::vector<char*> words;
   for (const std::string& word : argv) {
     words.push_back(const_cast<char*>(word.c_str()));
@@ -54,6 +54,12 @@ OnTerminal::OnTerminal(const Words& argv) {
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
     setenv("no_proxy", "*", 1);
+    setenv("TERM", "xterm", 1);
+    unsetenv("NO_COLOR");
+    for (const std::string& setting : environment) {
+      const std::size_t equals = setting.find('=');
+      setenv(setting.substr(0, equals).c_str(), setting.c_str() + equals + 1, 1);
+    }
     execvp(words[0], words.data());
     _exit(127);
   }
@@ -85,8 +91,15 @@ bool OnTerminal::Read(std::chrono::steady_clock::time_point until) {
 }
 
 bool OnTerminal::WaitFor(const std::string& text, std::chrono::milliseconds deadline) {
+  return WaitUntil(
+      [&text](const std::string& shown) { return shown.find(text) != std::string::npos; },
+      deadline);
+}
+
+bool OnTerminal::WaitUntil(const std::function<bool(const std::string&)>& seen,
+                           std::chrono::milliseconds deadline) {
   const auto until = std::chrono::steady_clock::now() + deadline;
-  while (m_shown.find(text) == std::string::npos) {
+  while (!seen(m_shown)) {
     if (!Read(until)) {
       return false;
     }
@@ -94,9 +107,8 @@ bool OnTerminal::WaitFor(const std::string& text, std::chrono::milliseconds dead
   return true;
 }
 
-void OnTerminal::Interrupt() {
-  const char character = '\x03';
-  if (write(m_terminal, &character, 1) != 1) {
+void OnTerminal::Type(const std::string& keys) {
+  if (write(m_terminal, keys.data(), keys.size()) != static_cast<ssize_t>(keys.size())) {
     throw std::runtime_error("cannot type");
   }
 }
@@ -111,6 +123,7 @@ int OnTerminal::Wait(std::chrono::milliseconds deadline) {
   int status = 0;
   const pid_t ended = waitpid(m_pid, &status, 0);
   m_pid = -1;
+  m_signal = ended > 0 && WIFSIGNALED(status) ? WTERMSIG(status) : 0;
   return ended > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 

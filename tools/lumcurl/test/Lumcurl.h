@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -27,8 +28,9 @@ ProcessResult Lumcurl(const Words& arguments, const ProcessOptions& options = {}
 // for use by two threads.
 class OnTerminal {
  public:
-  // Starts `argv`. Throws std::runtime_error.
-  explicit OnTerminal(const Words& argv);
+  // Starts `argv` with the "NAME=value" of `environment`; without any, colours are off. Throws
+  // std::runtime_error.
+  explicit OnTerminal(const Words& argv, const Words& environment = {"NO_COLOR=1"});
   // Kills it if it still runs.
   ~OnTerminal();
   OnTerminal(const OnTerminal&) = delete;
@@ -39,11 +41,19 @@ class OnTerminal {
   bool WaitFor(const std::string& text,
                std::chrono::milliseconds deadline = std::chrono::seconds(30));
 
-  // Types the interrupt character.
-  void Interrupt();
+  // Likewise for anything that can be seen in it.
+  bool WaitUntil(const std::function<bool(const std::string&)>& seen,
+                 std::chrono::milliseconds deadline = std::chrono::seconds(30));
+
+  // Types `keys`, and the interrupt character.
+  void Type(const std::string& keys);
+  void Interrupt() { Type("\x03"); }
 
   // Waits for the end; the exit status, or -1 when a signal ended it or the deadline passed.
   int Wait(std::chrono::milliseconds deadline = std::chrono::seconds(60));
+
+  // The signal that ended it, after Wait; 0: none.
+  int Signal() const { return m_signal; }
 
   // What was shown so far, with the terminal's "\r\n" line ends.
   const std::string& Shown() const { return m_shown; }
@@ -53,6 +63,7 @@ class OnTerminal {
 
   int m_terminal = -1;
   pid_t m_pid = -1;
+  int m_signal = 0;
   std::string m_shown;
 };
 

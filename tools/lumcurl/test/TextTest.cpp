@@ -42,15 +42,15 @@ TEST(TerminalEscaper, HoldsBackOnlyWhatMayBecomeACharacter) {
   }
 }
 
-TEST(Excerpt, SaysHowMuchThereWas) {
+TEST(Excerpt, EndsInDotsWhereItIsCut) {
   EXPECT_EQ(Excerpt("abc", 3), "abc");
-  EXPECT_EQ(Excerpt("abcd", 3), "abc ... (4 bytes)");
+  EXPECT_EQ(Excerpt("abcd", 3), "abc...");
   EXPECT_EQ(Excerpt("a\nb\xE2\x80\xAE", 6), "a\\x0ab\\xe2\\x80\\xae");
 }
 
 TEST(Excerpt, CutsBetweenCharacters) {
-  EXPECT_EQ(Excerpt("ab\xE2\x82\xAC", 4), "ab ... (5 bytes)");
-  EXPECT_EQ(Excerpt("\x1B\xE2\x82\xAC.", 4), "\\x1b\xE2\x82\xAC ... (5 bytes)");
+  EXPECT_EQ(Excerpt("ab\xE2\x82\xAC", 4), "ab...");
+  EXPECT_EQ(Excerpt("\x1B\xE2\x82\xAC.", 4), "\\x1b\xE2\x82\xAC...");
 }
 
 TEST(Quoted, CutsVeryLongPaths) {
@@ -90,6 +90,15 @@ TEST(HumanBytes, PicksTheUnit) {
   EXPECT_EQ(HumanBytes(1536), "1.5 KiB");
   EXPECT_EQ(HumanBytes(5.0 * 1024 * 1024 * 1024), "5.0 GiB");
   EXPECT_EQ(HumanBytes(5000.0 * 1024 * 1024 * 1024 * 1024), "5000.0 TiB");
+}
+
+TEST(HumanTime, HasOneOrTwoParts) {
+  EXPECT_EQ(HumanTime(0), "0 s");
+  EXPECT_EQ(HumanTime(59.0), "59 s");
+  EXPECT_EQ(HumanTime(59.1), "1 min 0 s");
+  EXPECT_EQ(HumanTime(125), "2 min 5 s");
+  EXPECT_EQ(HumanTime(3780), "1 h 3 min");
+  EXPECT_EQ(HumanTime(1e300), HumanTime(1e9));
 }
 
 TEST(Wrap, BreaksAtBlanksAndLeavesIndentedLines) {

@@ -1,0 +1,104 @@
+// The command line of get, post, download and apollo.
+
+#include "OptionChecks.h"
+#include "OptionGroups.h"
+
+void AddHttpCommands(CLI::App& app, Options& options) {
+  auto* get = AddCommand(
+      app, options, "get", kHttp, "GET a JSON document and print it",
+      "The document of any status is printed, indented; the exit status tells 4xx and 5xx apart. "
+      "An answer that is not JSON fails with 1, whatever its status: the library does not hand "
+      "that on. IPv4 only; 5 seconds; redirects are not followed. Without --ssl nothing about an "
+      "https server is verified.\n\n"
+      "Example:\n"
+      "  lumcurl get --ssl --cacert ca.pem --cert me.pem --key me.key \\\n"
+      "      --pass-file me.pass https://127.0.0.1:8443/status");
+  AddUrl(get, options);
+  AddHeader(get, options,
+            "The one header line to send in place of 'Content-Type: application/json' and "
+            "'charsets: utf-8', or @FILE to read it from a file");
+  AddSsl(get, options);
+
+  auto* post = AddCommand(
+      app, options, "post", kHttp, "POST a JSON text and print the answer",
+      "The body is sent byte for byte and should be JSON. A line given with -H replaces the "
+      "content type as well: libcurl then announces a form. Answer and exit status are as with "
+      "get. IPv4 only; 5 seconds.\n\n"
+      "Example:\n"
+      "  echo '{\"state\": \"on\"}' | lumcurl post --data-file - http://127.0.0.1:8080/echo");
+  AddUrl(post, options);
+  AddBody(post, options, "The body");
+  AddHeader(post, options,
+            "The one header line to send in place of 'Content-Type: application/json' and "
+            "'charsets: utf-8', or @FILE to read it from a file");
+  AddSsl(post, options);
+
+  auto* download = AddCommand(
+      app, options, "download", kHttp, "Download a URL into a file",
+      "The HTTP status is not visible: an error page, such as that of a 404, is saved like any "
+      "other download and the exit status is 0; a warning says when the file looks like one. What "
+      "a download that fails had received stays in "
+      "the file. 60 seconds. Nothing about an https server is verified, no client certificate is "
+      "offered and no header line of your own is sent.\n\n"
+      "Example:\n"
+      "  lumcurl download http://127.0.0.1:8080/files/map.bin /tmp/map.bin");
+  AddUrl(download, options);
+  download->add_option("PATH", options.path, "File to write; what it held is replaced")
+      ->type_name("")
+      ->required();
+  // Known from the other commands: better a reason than "not expected".
+  for (const char* name : {"--ssl", "--cacert", "--cert", "--key", "--pass-file", "-H,--header"}) {
+    download
+        ->add_option_function<std::string>(
+            name,
+            [](const std::string&) {
+              throw CLI::ValidationError(
+                  "download verifies nothing, offers no client certificate and sends no header "
+                  "line: --ssl, --cacert, --cert, --key, --pass-file and -H are for get and post");
+            })
+        ->group("")
+        ->expected(0, 1);
+  }
+}
+
+void AddApolloCommand(CLI::App& app, Options& options) {
+  auto* apollo = AddCommand(
+      app, options, "apollo", kCentre, "Print one namespace of an Apollo configuration centre",
+      "The answer is printed as it came unless --key or --env-file is given. Always https, over "
+      "IPv4 only; 5 seconds. The server is not verified: whoever stands between can answer in its "
+      "place, and a shell that reads the lines of --env-file then takes a stranger's values. In "
+      "names every character that no variable may have becomes an underscore; values are quoted "
+      "for a POSIX shell. Names that steer a shell, the loader or an interpreter, such as PATH, "
+      "LD_PRELOAD and PYTHONPATH, are refused; a prefix makes them harmless.\n\n"
+      "Example:\n"
+      "  lumcurl apollo --env-file --prefix ROBOT_ \\\n"
+      "      127.0.0.1:8443 robot application > robot.env");
+  apollo
+      ->add_option("SERVER", options.server,
+                   "HOST or HOST:PORT; a name that has an IPv4 address, or such an address")
+      ->type_name("")
+      ->required()
+      ->check(CheckServer);
+  apollo->add_option("APP", options.appId, "Id of the application")
+      ->type_name("")
+      ->required()
+      ->check(CheckPathPart);
+  apollo->add_option("NAMESPACE", options.namespaceName, "Namespace to print")
+      ->type_name("")
+      ->required()
+      ->check(CheckPathPart);
+  apollo->add_option("--cluster", options.cluster, "Cluster (default: default)")
+      ->type_name("NAME")
+      ->check(CheckPathPart);
+  auto* key = apollo->add_option("--key", options.property, "Print the value of this property")
+                  ->type_name("NAME");
+  auto* envFile = apollo
+                      ->add_flag("--env-file", options.envFile,
+                                 "Print the properties as lines NAME='value' for a shell to read; "
+                                 "the server that they come from is not verified")
+                      ->excludes(key);
+  apollo->add_option("--prefix", options.prefix, "Put this in front of each name of --env-file")
+      ->type_name("TEXT")
+      ->check(CheckVariablePrefix)
+      ->needs(envFile);
+}

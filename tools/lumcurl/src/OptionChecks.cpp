@@ -1,0 +1,161 @@
+// What values the command line accepts.
+
+#include "OptionChecks.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+#include <cctype>
+#include <climits>
+#include <cstdint>
+
+namespace {
+
+// libcurl takes no longer one (in milliseconds, in 32 bits): it would set none.
+constexpr std::uint64_t kLongestTimeLimit = INT_MAX / 1000;
+
+bool IsBlankOrControl(unsigned char c) {
+  return c <= ' ' || c == 0x7F;
+}
+
+bool HoldsAny(const std::string& text, const char* characters) {
+  return text.find_first_of(characters) != std::string::npos;
+}
+
+bool HoldsBlankOrControl(const std::string& text) {
+  for (const char c : text) {
+    if (IsBlankOrControl(static_cast<unsigned char>(c))) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// The decimal number that `text` begins with, and the place behind it. Numbers of more than ten
+// digits end too early to be the whole text.
+std::size_t ParseNumber(const std::string& text, std::uint64_t& number) {
+  std::size_t end = 0;
+  while (end < text.size() && end < 10 && text[end] >= '0' && text[end] <= '9') {
+    number = number * 10 + static_cast<std::uint64_t>(text[end++] - '0');
+  }
+  return end;
+}
+
+}  // namespace
+
+std::string CheckUrl(const std::string& url) {
+  if (url.empty()) {
+    return "the URL is empty";
+  }
+  const std::string::size_type scheme =
+      url.rfind("http://", 0) == 0 ? 7 : (url.rfind("https://", 0) == 0 ? 8 : 0);
+  if (scheme == 0) {
+    return "'" + url + "' must begin with http:// or https://";
+  }
+  if (url.size() == scheme || HoldsAny(url.substr(scheme, 1), "/?#")) {
+    return "'" + url + "' names no host";
+  }
+  if (HoldsBlankOrControl(url)) {
+    return "'" + url + "' holds a blank or a control character; percent-encode it";
+  }
+  return {};
+}
+
+// The library adds the query itself.
+std::string CheckUrlWithoutQuery(const std::string& url) {
+  return HoldsAny(url, "?#") ? "'" + url + "' must have no query and no fragment" : CheckUrl(url);
+}
+
+// Goes into a query as it stands.
+std::string CheckQueryValue(const std::string& text) {
+  return HoldsBlankOrControl(text) || HoldsAny(text, "&#")
+             ? "'" + text + "' holds a character that must be percent-encoded: it is sent as given"
+             : std::string();
+}
+
+// Goes into a path as it stands.
+std::string CheckPathPart(const std::string& text) {
+  if (text.empty()) {
+    return "the value is empty";
+  }
+  return HoldsBlankOrControl(text) || HoldsAny(text, "/?#")
+             ? "'" + text + "' holds a character that must be percent-encoded: it is sent as given"
+             : std::string();
+}
+
+std::string CheckServer(const std::string& server) {
+  if (server.find("://") != std::string::npos) {
+    return "'" + server + "' must be a host without a scheme (https is always used)";
+  }
+  if (server.empty() || HoldsBlankOrControl(server) || HoldsAny(server, "/?#@")) {
+    return "'" + server + "' is no HOST or HOST:PORT";
+  }
+  return {};
+}
+
+std::string CheckLine(const std::string& text) {
+  for (const char c : text) {
+    if (c == '\r' || c == '\n' || c == '\0') {
+      return "the value holds a line break";
+    }
+  }
+  return {};
+}
+
+std::string CheckAddress(const std::string& text) {
+  unsigned char address[sizeof(in6_addr)];
+  if (inet_pton(AF_INET, text.c_str(), address) == 1 ||
+      inet_pton(AF_INET6, text.c_str(), address) == 1) {
+    return {};
+  }
+  return "'" + text + "' is no numeric IPv4 or IPv6 address";
+}
+
+std::string CheckMac(const std::string& text) {
+  bool right = text.size() == 17;
+  for (std::size_t i = 0; right && i < text.size(); ++i) {
+    right = i % 3 == 2 ? text[i] == ':' || text[i] == '-'
+                       : std::isxdigit(static_cast<unsigned char>(text[i])) != 0;
+  }
+  return right ? std::string() : "'" + text + "' is no MAC address such as 02:00:5e:10:00:01";
+}
+
+std::string CheckVariablePrefix(const std::string& text) {
+  bool right = !text.empty() && std::isdigit(static_cast<unsigned char>(text[0])) == 0;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    right = right && (c == '_' || (byte < 0x80 && std::isalnum(byte) != 0));
+  }
+  return right ? std::string() : "'" + text + "' cannot begin the name of a variable";
+}
+
+std::string CheckSeconds(const std::string& text) {
+  std::uint64_t seconds = 0;
+  const std::size_t end = ParseNumber(text, seconds);
+  return end == text.size() && end > 0 && seconds <= kLongestTimeLimit
+             ? std::string()
+             : "'" + text + "' is no number of seconds from 0 to " +
+                   std::to_string(kLongestTimeLimit);
+}
+
+std::string ToBytesPerSecond(std::string& text) {
+  std::uint64_t rate = 0;
+  std::size_t end = ParseNumber(text, rate);
+  const std::size_t digits = end;
+  if (end < text.size()) {
+    const std::size_t power = std::string("kmg").find(
+        static_cast<char>(std::tolower(static_cast<unsigned char>(text[end]))));
+    if (power != std::string::npos) {
+      rate <<= 10 * (power + 1);
+      ++end;
+    }
+  }
+  if (digits == 0 || end != text.size()) {
+    return "'" + text + "' is no rate such as 80000, 500K or 2M";
+  }
+  if (rate == 0 || rate > INT_MAX) {
+    return "'" + text + "' is not between 1 and " + std::to_string(INT_MAX) + " bytes per second";
+  }
+  text = std::to_string(rate);
+  return {};
+}

@@ -1,0 +1,51 @@
+// The parts of the option table: options that several commands have, and the commands by subject.
+
+#ifndef LUM_LUMCURL_OPTION_GROUPS_H
+#define LUM_LUMCURL_OPTION_GROUPS_H
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+#include "Options.h"
+
+// The headings under which --help lists the commands.
+constexpr char kHttp[] = "HTTP";
+constexpr char kService[] = "Service back end";
+constexpr char kUploads[] = "Uploads to object storage";
+constexpr char kCentre[] = "Configuration centre";
+constexpr char kTool[] = "Tool";
+
+// The heading of options that say by which way a request leaves.
+constexpr char kRouteOptions[] = "Route";
+
+// What the notes of several commands say.
+constexpr char kUnverified[] = "Nothing about an https server is ever verified. ";
+
+// A command with the options that each has.
+CLI::App* AddCommand(CLI::App& app, Options& options, const char* name, const char* group,
+                     const char* about, const std::string& footer);
+
+void AddUrl(CLI::App* command, Options& options);
+CLI::Option* AddHeader(CLI::App* command, Options& options, const std::string& help);
+void AddBody(CLI::App* command, Options& options, const std::string& what);
+
+// A request document may hold a password: it never comes from the command line.
+void AddRequestDocument(CLI::App* command, Options& options);
+
+void AddToken(CLI::App* command, Options& options);
+
+// TLS of get and post: certificates and switch belong together.
+void AddSsl(CLI::App* command, Options& options);
+
+// The settings that every request of the service client reads.
+void AddServiceSettings(CLI::App* command, Options& options);
+
+void AddTimeout(CLI::App* command, Options& options, const std::string& help);
+
+// The commands.
+void AddHttpCommands(CLI::App& app, Options& options);
+void AddApolloCommand(CLI::App& app, Options& options);
+void AddServiceCommands(CLI::App& app, Options& options);
+void AddUploadCommands(CLI::App& app, Options& options);
+
+#endif  // LUM_LUMCURL_OPTION_GROUPS_H
