@@ -1,7 +1,10 @@
 // apollo: one namespace of a configuration centre.
 
+#include <algorithm>
+#include <array>
 #include <cctype>
 #include <map>
+#include <set>
 #include <string>
 
 #include "Commands.h"
@@ -40,11 +43,39 @@ std::string ShellQuoted(const std::string& value) {
   return out + "'";
 }
 
-std::string EnvFile(const LumJson::Value& properties) {
+// Variables that tell a shell, the loader or an interpreter what to run or where to find it, and
+// those that a shell lets nobody set.
+bool Steers(const std::string& variable) {
+  static const std::set<std::string> kNames = {
+      // Shells; zsh has some in small letters as well.
+      "IFS", "ENV", "PATH", "CDPATH", "FPATH", "HOME", "SHELL", "SHELLOPTS", "GLOBIGNORE", "PS0",
+      "PS1", "PS2", "PS3", "PS4", "PROMPT", "RPROMPT", "ZDOTDIR", "TERM", "TERMINFO", "TERMCAP",
+      "TMPDIR", "UID", "EUID", "PPID", "_", "path", "cdpath", "fpath", "manpath", "module_path",
+      // What they start.
+      "EDITOR", "VISUAL", "PAGER", "BROWSER", "LESSOPEN", "LESSCLOSE", "SSH_ASKPASS",
+      "SUDO_ASKPASS", "MAKEFLAGS", "CLASSPATH", "PHPRC", "PHP_INI_SCAN_DIR", "RUBYLIB", "RUBYOPT",
+      // The C library, and who is believed to be a server.
+      "GCONV_PATH", "LOCPATH", "NLSPATH", "HOSTALIASES", "GLIBC_TUNABLES", "http_proxy",
+      "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY"};
+  static constexpr std::array<const char*, 15> kBeginnings = {
+      "LD_",   "BASH", "PROMPT_", "PYTHON",   "PERL", "NODE_", "NPM_",    "JAVA_",
+      "_JAVA", "JDK_", "GIT_",    "OPENSSL_", "SSL_", "LUA_",  "LUMCURL_"};
+  return kNames.count(variable) != 0 ||
+         std::any_of(kBeginnings.begin(), kBeginnings.end(), [&variable](const char* beginning) {
+           return variable.rfind(beginning, 0) == 0;
+         });
+}
+
+std::string EnvFile(const LumJson::Value& properties, const std::string& prefix) {
   std::string lines;
+  std::string refused;
   std::map<std::string, std::string> origins;
   for (const LumJson::Member& member : properties.Members()) {
-    const std::string name = VariableName(member.Name());
+    const std::string name = VariableName(prefix + member.Name());
+    if (Steers(name)) {
+      refused += (refused.empty() ? "" : ", ") + name;
+      continue;
+    }
     const auto [origin, isNew] = origins.emplace(name, member.Name());
     if (!isNew) {
       throw Failure(Exit::kOther, "the properties '" + origin->second + "' and '" + member.Name() +
@@ -57,6 +88,11 @@ std::string EnvFile(const LumJson::Value& properties) {
                                       "' holds a zero byte, which no variable can");
     }
     lines += name + "=" + ShellQuoted(value) + "\n";
+  }
+  if (!refused.empty()) {
+    throw Failure(Exit::kOther,
+                  "variables of these names steer a shell or what it starts: " + refused +
+                      "; give --prefix, or read them one by one with --key");
   }
   return lines;
 }
@@ -99,7 +135,7 @@ Exit RunApollo(const Options& options, Console& console) {
         result.body);
   }
   if (options.envFile) {
-    console.Data(EnvFile(*properties));
+    console.Data(EnvFile(*properties, options.prefix));
   } else if (options.property) {
     const LumJson::Value* value = properties->Find(*options.property);
     if (value == nullptr) {
@@ -110,7 +146,7 @@ Exit RunApollo(const Options& options, Console& console) {
     }
     console.Data(value->JsonValueToString() + "\n");
   } else {
-    console.Data(result.body);
+    console.Document(result.body);
   }
   return exchange.Succeed();
 }

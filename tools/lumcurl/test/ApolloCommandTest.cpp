@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
 
 #include "Lumcurl.h"
@@ -51,7 +52,7 @@ class Apollo : public testing::Test {
 
 TEST_F(Apollo, PrintsTheAnswerAsItCame) {
   const std::string answer = Answer(R"({"b":"2","a":"1"})");
-  const ProcessResult result = Run(JsonReply(answer));
+  const ProcessResult result = Run(JsonReply(answer), {"-q"});
   EXPECT_EQ(result.exitStatus, 0);
   EXPECT_EQ(result.out, answer);
   EXPECT_THAT(result.err, IsEmpty());
@@ -82,6 +83,33 @@ TEST_F(Apollo, PrintsLinesThatAShellReadsBack) {
                         ". \"$0\"; printf '[%s]' \"$db_url\" \"$_2x\" \"$plain_1\" \"$n\"", path})
                 .out,
             "[it's $HOME `x` \"q\" \\ \n2nd][][v][7]");
+}
+
+TEST_F(Apollo, RefusesNamesThatSteerAShell) {
+  for (const char* name : {"PATH", "IFS", "ENV", "BASH_ENV", "LD_PRELOAD", "LD_LIBRARY_PATH", "PS4",
+                           "PROMPT_COMMAND", "SHELLOPTS", "PYTHONPATH", "PYTHONSTARTUP", "PERL5OPT",
+                           "NODE_OPTIONS", "https_proxy", "LUMCURL_TOKEN", "LD.AUDIT"}) {
+    const ProcessResult result =
+        Run(JsonReply(Answer(std::string(R"({"a":"1",")") + name + R"(":"x"})")), {"--env-file"});
+    std::string variable = name;
+    std::replace(variable.begin(), variable.end(), '.', '_');
+    EXPECT_EQ(result.exitStatus, 1) << name;
+    EXPECT_THAT(result.out, IsEmpty());
+    EXPECT_THAT(result.err, AllOf(HasSubstr(": " + variable + ";"), HasSubstr("--prefix")));
+  }
+  EXPECT_THAT(Run(JsonReply(Answer(R"({"PATH":"1","IFS":"2"})")), {"--env-file"}).err,
+              HasSubstr(": PATH, IFS;"));
+}
+
+TEST_F(Apollo, PutsAPrefixInFrontOfNames) {
+  const ProcessResult result =
+      Run(JsonReply(Answer(R"({"PATH":"1","2x":"2"})")), {"--env-file", "--prefix", "APP_"});
+  EXPECT_EQ(result.exitStatus, 0) << result.Describe();
+  EXPECT_EQ(result.out, "APP_PATH='1'\nAPP_2x='2'\n");
+  // What steers is the whole name.
+  EXPECT_EQ(
+      Run(JsonReply(Answer(R"({"PRELOAD":"1"})")), {"--env-file", "--prefix", "LD_"}).exitStatus,
+      1);
 }
 
 TEST_F(Apollo, RefusesNamesThatFallTogether) {
