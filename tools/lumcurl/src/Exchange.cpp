@@ -2,15 +2,25 @@
 
 #include "Exchange.h"
 
+#include <algorithm>
 #include <utility>
 
+#include "Input.h"
 #include "LumJson.h"
 #include "LumLogger.h"
+#include "Proxy.h"
 #include "Text.h"
 
 namespace {
 
 constexpr std::size_t kShownReply = 1000;  // bytes of a reply that was refused
+
+// `name` in small letters.
+bool HasHeader(const std::vector<std::string>& lines, const std::string& name) {
+  return std::any_of(lines.begin(), lines.end(), [&name](const std::string& line) {
+    return LowerCase(line.substr(0, line.find(':'))) == name;
+  });
+}
 
 }  // namespace
 
@@ -18,9 +28,14 @@ Exchange::Exchange(Console& console, Request request)
     : m_console(console),
       m_request(std::move(request)),
       m_reader(m_request.url, m_request.document) {
+  WarnOfUrl();
   m_console.Detail("> " + m_request.method + " " + m_request.url);
   for (const std::string& line : m_request.lines) {
     m_console.Detail("> " + MaskedHeader(line));
+  }
+  // The one that libcurl adds for sure; others, such as Host, depend on version and protocol.
+  if (m_request.method == "POST" && !HasHeader(m_request.lines, "content-type")) {
+    m_console.Detail("> Content-Type: application/x-www-form-urlencoded (added by libcurl)");
   }
   LumLogger& logger = LumLogger::GetInstance();
   logger.SetLevel(m_console.Verbose() || m_request.needsLogAtInfo ? LumLogger::kInfo
@@ -58,12 +73,34 @@ Exit Exchange::Fail(std::optional<int> status, const Verdict& otherwise, const s
 }
 
 Exit Exchange::Report(const Verdict& verdict, const std::string& reply) {
-  m_console.Error(m_request.command + " " + m_request.url + ": " + verdict.reason +
-                  (verdict.advice.empty() ? "" : "; " + verdict.advice));
+  std::string text = m_request.command + " " + m_request.url + ": " + verdict.reason;
+  const auto proxy = verdict.exit == Exit::kNetwork || verdict.exit == Exit::kTimeout
+                         ? ProxyFor(m_request.url)
+                         : std::nullopt;
+  if (proxy) {
+    MaskSecrets(proxy->address, m_console);
+    text += ", through the proxy " + proxy->address + " that " + proxy->variable +
+            " names; check that one, or unset " + proxy->variable;
+  } else if (!verdict.advice.empty()) {
+    text += "; " + verdict.advice;
+  }
+  m_console.Error(text);
   if (!reply.empty()) {
     ShowReply(reply);
   }
   return verdict.exit;
+}
+
+void Exchange::WarnOfUrl() {
+  if (!SecretsOfUrl(m_request.url).empty()) {
+    m_console.Warn(
+        "every user of this machine can read the secrets in the URL while it stands on the "
+        "command line");
+  }
+  if (m_request.url.rfind("https://", 0) == 0 && !m_request.isVerified) {
+    m_console.Warn("the https server is not verified: another one may answer in its place" +
+                   (m_request.howToVerify.empty() ? "" : "; " + m_request.howToVerify));
+  }
 }
 
 void Exchange::WarnOfInterface() {
@@ -76,7 +113,7 @@ void Exchange::ShowReply(const std::string& reply) {
   LumJson::Value document;
   const bool isShortJson = reply.size() <= kShownReply && document.Parse(reply);
   m_console.Error("the reply: " +
-                  (isShortJson ? document.JsonValueToString() : reply.substr(0, kShownReply)));
+                  (isShortJson ? document.JsonValueToString() : Shortened(reply, kShownReply)));
 }
 
 Verdict Exchange::Judge(std::optional<int> status, const Verdict& otherwise) const {

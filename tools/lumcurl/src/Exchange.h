@@ -20,13 +20,15 @@ struct Request {
   unsigned int timeLimit = 0;      // seconds; 0: none
   std::string document;            // the styled text of a document that is sent
   bool needsLogAtInfo = false;     // something is told at that level only
+  bool isVerified = false;         // the operation verifies an https server
+  std::string howToVerify;         // what would have it do so; "": nothing
 };
 
 // While it lives, the library's log lines come here: errors always, all levels when verbose. One at
 // a time. Not for use by two threads.
 class Exchange {
  public:
-  // Shows the head of the request when verbose.
+  // Warns of what is not safe about the request, and shows its head when verbose.
   Exchange(Console& console, Request request);
   ~Exchange();
   Exchange(const Exchange&) = delete;
@@ -50,6 +52,7 @@ class Exchange {
   Exit Report(const Verdict& verdict, const std::string& reply = "");
 
  private:
+  void WarnOfUrl();
   void WarnOfInterface();
   void ShowReply(const std::string& reply);
   Verdict Judge(std::optional<int> status, const Verdict& otherwise) const;

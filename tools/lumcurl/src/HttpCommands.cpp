@@ -19,6 +19,8 @@ namespace {
 constexpr unsigned int kJsonTimeLimit = 5;       // seconds, the library's
 constexpr unsigned int kDownloadTimeLimit = 60;  // likewise
 
+constexpr std::size_t kLookedAt = 2048;  // bytes of what was downloaded
+
 constexpr char kUserAgent[] = "User-Agent: QVcurlHttp/0.1.2";
 const std::vector<std::string>& JsonLines() {
   static const std::vector<std::string> lines = {"Content-Type: application/json",
@@ -65,6 +67,8 @@ Exit RunJson(const Options& options, Console& console, const std::string* body) 
   request.lines = own.empty() ? JsonLines() : own;
   request.lines.insert(request.lines.begin(), &kUserAgent[0]);
   request.timeLimit = kJsonTimeLimit;
+  request.isVerified = options.ssl;
+  request.howToVerify = "--ssl with --cacert, --cert and --key verifies it";
   Exchange exchange(console, request);
   int status = -1;
   const LumJson::Value answer = body == nullptr
@@ -72,7 +76,7 @@ Exit RunJson(const Options& options, Console& console, const std::string* body) 
                                     : client.Post(options.url, *body, options.ssl, status);
   exchange.ShowStatus(status);
   if (status > 0) {
-    console.Data(answer.ToStyledString());
+    console.Document(answer.ToStyledString());
   }
   if (status >= 200 && status < 300) {
     return exchange.Succeed();
@@ -94,7 +98,7 @@ Exit RunGet(const Options& options, Console& console) {
 }
 
 Exit RunPost(const Options& options, Console& console) {
-  const std::string body = ReadBody(options);
+  const std::string body = ReadBody(options, console);
   return RunJson(options, console, &body);
 }
 
@@ -115,11 +119,18 @@ Exit RunDownload(const Options& options, Console& console) {
   LumCurlHttp client;
   int result = 0;
   {
-    const ProgressMeter meter(console, [&options] { return FileBytes(options.path); });
+    ProgressMeter meter(console, [&options] {
+      return Progress{false, FileBytes(options.path), 0};
+    });
     result = client.DownloadFile(options.url, options.path);
+    meter.Finish();
   }
   exchange.ShowStatus(std::nullopt);
   if (result == 0) {
+    if (LooksLikeErrorPage(options.url, ReadStart(options.path, kLookedAt))) {
+      console.Warn("what is in " + Quoted(options.path) +
+                   " looks like an error page: download does not see the status");
+    }
     return exchange.Succeed();
   }
   // The library says nothing of a path that it refuses, and of a disk that is full only so much.

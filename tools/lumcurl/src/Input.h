@@ -11,12 +11,15 @@
 #include "LumJson.h"
 #include "Options.h"
 
-// The body of -d or --data-file. Throws Failure: kUsage when there is neither, kFile when the file
-// cannot be read.
-std::string ReadBody(const Options& options);
+// The body of -d or --data-file. Warns of a file that others can read. Throws Failure: kUsage when
+// there is neither, kFile when the file cannot be read.
+std::string ReadBody(const Options& options, Console& console);
 
 // ReadBody as a JSON document; kUsage when it is none.
-LumJson::Value ReadDocument(const Options& options);
+LumJson::Value ReadDocument(const Options& options, Console& console);
+
+// At most the first `limit` bytes of a file; "" when it cannot be read.
+std::string ReadStart(const std::string& path, std::size_t limit);
 
 // The lines of the -H options, those of @FILE in the file's order. Masks the secrets in them, warns
 // of secrets that stood on the command line. Throws Failure: kUsage for what is no header line,
@@ -31,7 +34,7 @@ std::vector<std::string> ReadHeaders(const Options& options, Console& console);
 std::string ReadSecret(const std::string& what, const std::string& file, const char* variable,
                        Console& console);
 
-// The key's pass phrase, of at most 2048 bytes. It is never sent, so nothing needs hiding.
+// The pass phrase of --key, of at most 2048 bytes. Warns of a key without one that others can read.
 std::string ReadKeyPass(const Options& options, Console& console);
 
 // Hides in later output what the URL and a request document carry as secrets.

@@ -1,9 +1,9 @@
 // What happens when the user interrupts a command. The handler uses async-signal-safe functions
-// only, signal-safety(7).
+// only, signal-safety(7). It removes nothing but what lies in a directory that this process made
+// for itself: beside a user's files it could not tell its own from others.
 
 #include "Interrupt.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
@@ -14,85 +14,58 @@
 #include <cstring>
 
 #include "Failure.h"
+#include "LumSafeText.h"
+#include "Text.h"
 
 namespace {
 
 constexpr std::array<int, 3> kSignals = {SIGINT, SIGTERM, SIGHUP};
 
-// Absolute paths for the handler; an empty text: none. Each is filled before its flag is raised.
-std::array<char, PATH_MAX> archivePath;
-std::array<char, PATH_MAX> directoryPath;
-std::atomic<bool> hasArchive{false};
-std::atomic<bool> hasDirectory{false};
+// Texts for the handler. Each is filled before its flag is raised.
+std::array<char, PATH_MAX> keptArchive;
+std::array<char, 2 * PATH_MAX> keptMessage;
+std::atomic<bool> hasKept{false};
+std::array<char, PATH_MAX> temporaryDirectory;
+std::array<char, PATH_MAX> temporaryArchive;
+std::atomic<bool> hasTemporary{false};
 
-constexpr int kDescriptors = 256;  // the process opens a handful
+bool onTerminal = false;  // set before there is a handler
 
-// Writes the decimal digits of a descriptor behind "/proc/self/fd/".
-const char* DescriptorPath(std::array<char, 32>& buffer, int fd) {
-  static constexpr char kPrefix[] = "/proc/self/fd/";
-  std::memcpy(buffer.data(), kPrefix, sizeof(kPrefix));
-  std::size_t end = sizeof(kPrefix) - 1;
-  for (int scale = 100; scale > 0; scale /= 10) {
-    if (fd >= scale || scale == 1) {
-      buffer[end++] = static_cast<char>('0' + fd / scale % 10);
-    }
-  }
-  buffer[end] = '\0';
-  return buffer.data();
-}
-
-// Removes the files that this process is writing in the archive's directory.
-void RemoveUnfinished() {
-  const char* slash = std::strrchr(archivePath.data(), '/');
-  const auto directoryLength = static_cast<std::size_t>(slash + 1 - archivePath.data());
-  std::array<char, 32> link{};
-  std::array<char, PATH_MAX> target;
-  for (int fd = STDERR_FILENO + 1; fd < kDescriptors; ++fd) {
-    const int flags = fcntl(fd, F_GETFL);
-    if (flags < 0 || (flags & O_ACCMODE) != O_WRONLY) {
-      continue;
-    }
-    const ssize_t length = readlink(DescriptorPath(link, fd), target.data(), target.size() - 1);
-    if (length <= static_cast<ssize_t>(directoryLength)) {
-      continue;
-    }
-    target[static_cast<std::size_t>(length)] = '\0';
-    if (std::memcmp(target.data(), archivePath.data(), directoryLength) == 0 &&
-        std::strchr(target.data() + directoryLength, '/') == nullptr) {
-      unlink(target.data());
-    }
-  }
+void Say(const char* text) {
+  (void)!write(STDERR_FILENO, text, std::strlen(text));
 }
 
 void OnSignal(int number) {
-  static constexpr char kText[] = "\nlumcurl: interrupted\n";
-  if (hasArchive) {
-    RemoveUnfinished();
-    unlink(archivePath.data());
+  // Behind a progress line, or behind the "^C" that the terminal shows.
+  Say(onTerminal ? "\nlumcurl: interrupted\n" : "lumcurl: interrupted\n");
+  if (hasTemporary) {
+    unlink(temporaryArchive.data());
+    rmdir(temporaryDirectory.data());
+  } else if (hasKept && access(keptArchive.data(), F_OK) == 0) {
+    Say(keptMessage.data());
   }
-  if (hasDirectory) {
-    rmdir(directoryPath.data());
-  }
-  (void)!write(STDERR_FILENO, kText, sizeof(kText) - 1);
-  _exit(128 + number);
+  raise(number);  // blocked until the handler returns; its action is the default one again
 }
 
-// Copies an absolute path into a buffer of the handler.
-void Store(std::array<char, PATH_MAX>& buffer, std::atomic<bool>& flag, const std::string& path) {
-  if (path.size() < buffer.size()) {
-    std::memcpy(buffer.data(), path.c_str(), path.size() + 1);
-    flag = true;
+template <std::size_t size>
+bool Store(std::array<char, size>& buffer, const std::string& text) {
+  if (text.size() >= size) {
+    return false;
   }
+  std::memcpy(buffer.data(), text.c_str(), text.size() + 1);
+  return true;
 }
 
 }  // namespace
 
 void HandleInterrupts() {
+  onTerminal = isatty(STDERR_FILENO) == 1;
   struct sigaction ignore = {};
   ignore.sa_handler = SIG_IGN;
   (void)sigaction(SIGPIPE, &ignore, nullptr);
   struct sigaction handle = {};
   handle.sa_handler = &OnSignal;
+  handle.sa_flags = static_cast<int>(SA_RESETHAND);
   for (const int number : kSignals) {
     sigaddset(&handle.sa_mask, number);
   }
@@ -104,20 +77,14 @@ void HandleInterrupts() {
   }
 }
 
-TemporaryArchive::TemporaryArchive(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  // The kernel names open files by their real path.
-  std::array<char, PATH_MAX> real;
-  if (realpath(directory.c_str(), real.data()) != nullptr) {
-    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-    const std::string parent = real.data();
-    Store(archivePath, hasArchive, parent + (parent == "/" ? "" : "/") + name);
-  }
+ArchiveNote::ArchiveNote(const std::string& path) {
+  hasKept = Store(keptArchive, path) &&
+            Store(keptMessage, "lumcurl: the archive is kept: send it with upload-log, or remove " +
+                                   LumSafeText(Quoted(path)) + "\n");
 }
 
-TemporaryArchive::~TemporaryArchive() {
-  hasArchive = false;
+ArchiveNote::~ArchiveNote() {
+  hasKept = false;
 }
 
 TemporaryDirectory::TemporaryDirectory() {
@@ -128,15 +95,14 @@ TemporaryDirectory::TemporaryDirectory() {
     throw Failure(Exit::kFile, "cannot make a directory '" + m_path + "': " + std::strerror(errno) +
                                    "; give --archive BASE");
   }
-  std::array<char, PATH_MAX> real;
-  if (realpath(m_path.c_str(), real.data()) != nullptr) {
-    Store(directoryPath, hasDirectory, real.data());
-  }
+  m_archive = m_path + "/group.tar.gz";
+  hasTemporary = Store(temporaryDirectory, m_path) && Store(temporaryArchive, m_archive);
 }
 
 TemporaryDirectory::~TemporaryDirectory() {
+  unlink(m_archive.c_str());
   rmdir(m_path.c_str());
-  hasDirectory = false;
+  hasTemporary = false;
 }
 
 SignalsElsewhere::SignalsElsewhere() {

@@ -7,23 +7,25 @@
 
 #include <string>
 
-// From now on SIGINT, SIGTERM and SIGHUP end the process with 128 and the signal's number, after
-// removing what a TemporaryArchive names. A signal that the process was started to ignore stays
-// ignored. SIGPIPE is ignored: a peer that is gone shows as an error.
+// From now on SIGINT, SIGTERM and SIGHUP say so on standard error, remove a TemporaryDirectory, and
+// then end the process by their default action: a shell sees the signal, and ends its loop. A
+// signal that the process was started to ignore stays ignored. SIGPIPE is ignored: a peer that is
+// gone shows as an error.
 void HandleInterrupts();
 
-// While it lives, an interrupted process removes the archive at `path` and every file that it is
-// writing in the same directory: an archive is made beside its final name. One at a time.
-class TemporaryArchive {
+// While it lives, an interrupted process names the archive at `path`, if there is one: it stays.
+// One at a time.
+class ArchiveNote {
  public:
-  explicit TemporaryArchive(const std::string& path);
-  ~TemporaryArchive();
-  TemporaryArchive(const TemporaryArchive&) = delete;
-  TemporaryArchive& operator=(const TemporaryArchive&) = delete;
+  explicit ArchiveNote(const std::string& path);
+  ~ArchiveNote();
+  ArchiveNote(const ArchiveNote&) = delete;
+  ArchiveNote& operator=(const ArchiveNote&) = delete;
 };
 
-// A new directory for an archive, under $TMPDIR or /tmp, removed at the end if it is empty; an
-// interrupted process removes it too. One at a time.
+// A new directory for an archive, under $TMPDIR or /tmp, that nobody else can open. It is removed
+// at the end, with the archive if that is still there; an interrupted process does so too. One at a
+// time.
 class TemporaryDirectory {
  public:
   // Throws Failure kFile.
@@ -31,10 +33,13 @@ class TemporaryDirectory {
   ~TemporaryDirectory();
   TemporaryDirectory(const TemporaryDirectory&) = delete;
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-  const std::string& Path() const { return m_path; }
+
+  // The path of its one file, an archive.
+  const std::string& Archive() const { return m_archive; }
 
  private:
   std::string m_path;
+  std::string m_archive;
 };
 
 // While it lives, the calling thread blocks the signals above, and so do threads that it starts:

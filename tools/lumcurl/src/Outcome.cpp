@@ -4,9 +4,12 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <utility>
+
+#include "Text.h"
 
 namespace {
 
@@ -253,4 +256,31 @@ Verdict JudgeStatus(int status) {
     return {Exit::kOther, reason, "redirects are not followed: give the final URL"};
   }
   return {Exit::kOther, reason, "this status does not count as done for this command"};
+}
+
+bool LooksLikeErrorPage(const std::string& url, const std::string& start) {
+  static constexpr std::size_t kLongestRemark = 300;  // bytes of an answer in plain words
+  static constexpr std::array<const char*, 10> kWords = {
+      "not found",      "forbidden",   "unauthorized",    "bad request",         "not allowed",
+      "internal error", "bad gateway", "gateway timeout", "service unavailable", "server error"};
+  const std::string text = LowerCase(start);
+  const std::size_t begin = text.find_first_not_of(" \t\r\n\xEF\xBB\xBF");  // a mark of order too
+  const auto beginsWith = [&text, begin](const std::string& words) {
+    return begin != std::string::npos && text.compare(begin, words.size(), words) == 0;
+  };
+  const auto holds = [&text](const char* word) { return text.find(word) != std::string::npos; };
+  const bool tellsOfAnError = std::any_of(kWords.begin(), kWords.end(), holds);
+  if (beginsWith("<!doctype html") || beginsWith("<html")) {
+    const std::string path = LowerCase(url.substr(0, url.find_first_of("?#")));
+    const bool isAskedFor =
+        path.size() > 4 && path.find(".htm", path.size() - 5) != std::string::npos;
+    return tellsOfAnError || !isAskedFor;
+  }
+  if (beginsWith("<?xml") || beginsWith("<error")) {
+    return holds("<error>");
+  }
+  if (beginsWith("{")) {
+    return holds("\"error\"") || holds("\"errors\"");
+  }
+  return start.size() <= kLongestRemark && tellsOfAnError;
 }

@@ -58,4 +58,7 @@ Verdict JudgeTransfer(int curlResult, const std::string& text, unsigned int time
 // The verdict on an HTTP status that did not count as done.
 Verdict JudgeStatus(int status);
 
+// Whether what came from `url` looks like a page or document that tells of an error, by its start.
+bool LooksLikeErrorPage(const std::string& url, const std::string& start);
+
 #endif  // LUM_LUMCURL_OUTCOME_H

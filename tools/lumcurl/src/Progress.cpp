@@ -3,12 +3,11 @@
 #include "Progress.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <new>
+#include <cmath>
 #include <utility>
 
 #include "Interrupt.h"
@@ -17,7 +16,6 @@
 namespace {
 
 constexpr std::chrono::milliseconds kInterval{200};
-constexpr std::size_t kStreamBuffer = std::size_t{256} * 1024;
 
 void WriteAll(int fd, const std::string& text) {
   std::size_t written = 0;
@@ -34,26 +32,59 @@ void WriteAll(int fd, const std::string& text) {
 
 // --- ProgressMeter ---
 
-ProgressMeter::ProgressMeter(Console& console, std::function<std::uint64_t()> bytes)
-    : m_console(console), m_bytes(std::move(bytes)), m_start(std::chrono::steady_clock::now()) {
+std::string ProgressLine(const Progress& progress, double seconds) {
+  const auto bytes = static_cast<double>(progress.bytes);
+  if (progress.packing) {
+    return progress.bytes == 0 ? "packing" : "packing, " + HumanBytes(bytes);
+  }
+  const auto total = static_cast<double>(progress.total);
+  std::string line = HumanBytes(bytes);
+  if (progress.total != 0) {
+    line += " of " + HumanBytes(total) + ", " +
+            std::to_string(static_cast<int>(std::floor(100 * bytes / total))) + " %";
+  }
+  if (seconds <= 0) {
+    return line;
+  }
+  const double rate = bytes / seconds;
+  line += ", " + HumanBytes(rate) + "/s";
+  if (progress.bytes < progress.total && rate > 0) {
+    line += ", " + HumanTime((total - bytes) / rate) + " left";
+  }
+  return line;
+}
+
+ProgressMeter::ProgressMeter(Console& console, std::function<Progress()> progress)
+    : m_console(console), m_progress(std::move(progress)) {
   if (m_console.ShowsProgress()) {
+    Show();
     const SignalsElsewhere block;
     m_thread = std::thread(&ProgressMeter::Run, this);
   }
 }
 
 ProgressMeter::~ProgressMeter() {
-  if (!m_thread.joinable()) {
-    return;
+  if (m_thread.joinable()) {
+    Stop();
+    m_console.EndProgress();
   }
+}
+
+void ProgressMeter::Finish() {
+  if (m_thread.joinable()) {
+    Stop();
+    Show();
+    m_console.EndProgress();
+  }
+}
+
+void ProgressMeter::Stop() {
   {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_done = true;
   }
   m_wake.notify_one();
   m_thread.join();
-  Show();
-  m_console.EndProgress();
 }
 
 void ProgressMeter::Run() {
@@ -63,74 +94,14 @@ void ProgressMeter::Run() {
   }
 }
 
-void ProgressMeter::Show() const {
-  const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - m_start;
-  const auto bytes = static_cast<double>(m_bytes());
-  const double rate = elapsed.count() > 0 ? bytes / elapsed.count() : 0;
-  m_console.ShowProgress(HumanBytes(bytes) + ", " + HumanBytes(rate) + "/s");
-}
-
-// --- CountingFile ---
-
-// The functions of a cookie stream, fopencookie(3).
-struct CountingFile::Callbacks {
-  static ssize_t Read(void* cookie, char* buffer, std::size_t size) {
-    auto* file = static_cast<CountingFile*>(cookie);
-    if (!file->Open()) {
-      return -1;
-    }
-    ssize_t count = 0;
-    do {
-      count = read(file->m_fd, buffer, size);
-    } while (count < 0 && errno == EINTR);
-    if (count > 0) {
-      file->m_bytes += static_cast<std::uint64_t>(count);
-    }
-    return count;
+void ProgressMeter::Show() {
+  const Progress progress = m_progress();
+  const auto now = std::chrono::steady_clock::now();
+  if (!m_start && !progress.packing) {
+    m_start = now;
   }
-
-  static int Seek(void* cookie, off64_t* offset, int whence) {
-    auto* file = static_cast<CountingFile*>(cookie);
-    if (!file->Open()) {
-      return -1;
-    }
-    const off64_t position = lseek64(file->m_fd, *offset, whence);
-    if (position < 0) {
-      return -1;
-    }
-    struct stat status = {};
-    if (fstat(file->m_fd, &status) == 0) {
-      file->m_size = static_cast<std::uint64_t>(status.st_size);
-    }
-    file->m_bytes = 0;
-    *offset = position;
-    return 0;
-  }
-
-  static int Close(void* cookie) {
-    auto* file = static_cast<CountingFile*>(cookie);
-    return file->m_fd < 0 ? 0 : close(file->m_fd);
-  }
-};
-
-CountingFile::CountingFile(std::string path)
-    : m_path(std::move(path)), m_buffer(new char[kStreamBuffer]) {
-  const cookie_io_functions_t functions = {&Callbacks::Read, nullptr, &Callbacks::Seek,
-                                           &Callbacks::Close};
-  m_stream.reset(fopencookie(this, "rb", functions));
-  if (!m_stream) {
-    throw std::bad_alloc();
-  }
-  (void)std::setvbuf(m_stream.get(), m_buffer.get(), _IOFBF, kStreamBuffer);
-}
-
-CountingFile::~CountingFile() = default;
-
-bool CountingFile::Open() {
-  if (m_fd < 0) {
-    m_fd = open(m_path.c_str(), O_RDONLY | O_CLOEXEC);
-  }
-  return m_fd >= 0;
+  const std::chrono::duration<double> elapsed = now - m_start.value_or(now);
+  m_console.ShowProgress(ProgressLine(progress, elapsed.count()));
 }
 
 // --- EscapedStdout ---

@@ -31,7 +31,7 @@ Exit FinishToken(Exchange& exchange, Console& console, const LumJson::Value& ans
   if (failed) {
     return exchange.Fail(std::nullopt, kNothingKnown);
   }
-  console.Data(answer.ToStyledString());
+  console.Document(answer.ToStyledString());
   return exchange.Succeed();
 }
 
@@ -53,14 +53,14 @@ Exit RunJson(const Options& options, Console& console, const std::string* body) 
   if (status != 200 || exchange.Told().notJson || exchange.Told().curlResult != 0) {
     return exchange.Fail(status, kNothingKnown);
   }
-  console.Data(answer.ToStyledString());
+  console.Document(answer.ToStyledString());
   return exchange.Succeed();
 }
 
 }  // namespace
 
 Exit RunToken(const Options& options, Console& console) {
-  const LumJson::Value document = ReadDocument(options);
+  const LumJson::Value document = ReadDocument(options, console);
   MaskSecrets(document, console);
   Request request = MakeRequest(options, console, "token", "POST", kPostTimeLimit);
   request.lines = {kJsonContent};
@@ -72,7 +72,7 @@ Exit RunToken(const Options& options, Console& console) {
 }
 
 Exit RunRefreshToken(const Options& options, Console& console) {
-  const LumJson::Value document = ReadDocument(options);
+  const LumJson::Value document = ReadDocument(options, console);
   MaskSecrets(document, console);
   const std::string token = ReadToken(options, console);
   Request request = MakeRequest(options, console, "refresh-token", "PUT", kRequestTimeLimit);
@@ -85,7 +85,7 @@ Exit RunRefreshToken(const Options& options, Console& console) {
 }
 
 Exit RunReport(const Options& options, Console& console) {
-  LumJson::Value document = ReadDocument(options);
+  LumJson::Value document = ReadDocument(options, console);
   const std::string token = ReadToken(options, console);
   if (!options.topic.empty() && !document.IsObject()) {
     throw Failure(Exit::kUsage,
@@ -157,7 +157,7 @@ Exit RunLogAddress(const Options& options, Console& console) {
                          {Exit::kOther, "the server refused, with a status that is not visible",
                           "check the token and the path of the URL"});
   }
-  console.Data(answer.ToStyledString());
+  console.Document(answer.ToStyledString());
   return exchange.Succeed();
 }
 
@@ -166,6 +166,6 @@ Exit RunServiceGet(const Options& options, Console& console) {
 }
 
 Exit RunServicePost(const Options& options, Console& console) {
-  const std::string body = ReadBody(options);
+  const std::string body = ReadBody(options, console);
   return RunJson(options, console, &body);
 }

@@ -17,6 +17,7 @@
 #include "Input.h"
 #include "Interrupt.h"
 #include "Progress.h"
+#include "Sending.h"
 #include "ServiceClient.h"
 #include "Signing.h"
 #include "Text.h"
@@ -113,22 +114,55 @@ void Configure(LumCurlOrvOps& client, const Signing& signing) {
   }
 }
 
-// Runs `upload` with its progress on a terminal: the library then reads `path`, which may come into
-// being meanwhile, through a stream that counts.
-int Upload(LumCurlOrvOps& client, Console& console, const std::string& path,
-           const std::function<int()>& upload) {
+// Warns of an upload that cannot be done in time at the speed that the user allows.
+void WarnOfRate(const Options& options, Console& console, const std::string& path,
+                std::uint64_t size, unsigned int timeLimit) {
+  if (options.limitRate <= 0 || timeLimit == 0) {
+    return;
+  }
+  const auto rate = static_cast<std::uint64_t>(options.limitRate);
+  const std::uint64_t needed = size / rate + (size % rate != 0 ? 1 : 0);
+  if (needed > timeLimit) {
+    console.Warn("at " + HumanBytes(static_cast<double>(rate)) + "/s the upload of " +
+                 Quoted(path) + " needs " + std::to_string(needed) + " s, the limit is " +
+                 std::to_string(timeLimit) + " s");
+  }
+}
+
+// One upload: of `path`, which `packs` makes first.
+struct Sendable {
+  std::string path;
+  bool packs = false;
+  unsigned int timeLimit = 0;
+};
+
+// Runs `upload`. Where progress is shown or the size matters, the library reads the file through a
+// stream that counts.
+int Upload(LumCurlOrvOps& client, const Options& options, Console& console,
+           const Exchange& exchange, const Sendable& what, const std::function<int()>& upload) {
   const EscapedStdout escaped;
-  if (!console.ShowsProgress()) {
+  if (!console.ShowsProgress() && options.limitRate <= 0) {
     return upload();
   }
-  const CountingFile file(path);
-  client.SetFp(file.Stream());
+  UploadStream file(what.path, [&](std::uint64_t size) {
+    WarnOfRate(options, console, what.path, size, what.timeLimit);
+  });
   int result = 0;
-  {
-    const ProgressMeter meter(console, [&file] { return file.Bytes(); });
+  if (what.packs || file.Open()) {
+    client.SetFp(file.Stream());
+    ProgressMeter meter(console, [&file] { return file.Sent(); });
     result = upload();
+    if (result == 0 && !exchange.Told().uploadFailed) {
+      file.Complete();
+      meter.Finish();
+    }
+    client.SetFp(nullptr);
   }
-  client.SetFp(nullptr);
+  if (file.Failed()) {
+    throw Failure(Exit::kFile, "cannot read " + Quoted(what.path) +
+                                   " any more; check that it is "
+                                   "still there");
+  }
   return result;
 }
 
@@ -172,8 +206,9 @@ Exit PackAndUpload(const Options& options, Console& console, const char* command
   Configure(client, signing);
   int result = 0;
   {
-    const TemporaryArchive temporary(archive);
-    result = Upload(client, console, archive, [&] { return call(client); });
+    const ArchiveNote note(archive);
+    result = Upload(client, options, console, exchange, {archive, true, kUploadTimeLimit},
+                    [&] { return call(client); });
   }
   const Facts& told = exchange.Told();
   const bool failed = result != 0 || told.uploadFailed;
@@ -218,7 +253,8 @@ Exit RunUploadLog(const Options& options, Console& console) {
   LumCurlOrvOps client;
   Configure(client, options, console);
   Configure(client, signing);
-  const int result = Upload(client, console, options.path, [&] {
+  const Sendable what = {options.path, false, timeLimit};
+  const int result = Upload(client, options, console, exchange, what, [&] {
     if (!own.empty()) {
       return client.UploadLog(options.url, options.path, timeLimit,
                               std::list<std::string>(own.begin(), own.end()));
@@ -239,7 +275,8 @@ Exit RunUploadVideo(const Options& options, Console& console) {
   Exchange exchange(console, request);
   LumCurlOrvOps client;
   Configure(client, options, console);
-  const int result = Upload(client, console, options.path, [&] {
+  const Sendable what = {options.path, false, timeLimit};
+  const int result = Upload(client, options, console, exchange, what, [&] {
     return client.UploadVideoFile(options.url, options.path, timeLimit);
   });
   return Finish(exchange, options, result);
@@ -277,8 +314,9 @@ Exit RunUploadGroup(const Options& options, Console& console) {
   if (options.archive.empty()) {
     directory.emplace();
   }
-  const std::string base = directory ? directory->Path() + "/group" : options.archive;
-  return PackAndUpload(options, console, "upload-group", base + kArchiveEnd, false,
+  const std::string archive = directory ? directory->Archive() : options.archive + kArchiveEnd;
+  const std::string base = archive.substr(0, archive.size() - std::strlen(kArchiveEnd));
+  return PackAndUpload(options, console, "upload-group", archive, false,
                        [&options, &group, &base](LumCurlOrvOps& client) {
                          return client.UploadLogFileGorupForCompress(options.url, group, base);
                        });

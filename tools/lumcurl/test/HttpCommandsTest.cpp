@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <optional>
@@ -99,6 +100,28 @@ TEST(Get, ShowsTheExchangeWhenVerbose) {
                             "lumcurl: > Content-Type: application/json\n"
                             "lumcurl: > charsets: utf-8\n"
                             "lumcurl: < 200\n");
+}
+
+TEST(Post, ShowsTheContentTypeThatLibcurlAddsWhenVerbose) {
+  WireServer server;
+  server.SetHandler([](const WireRequest&) { return JsonReply("{}"); });
+  const std::string added =
+      "> Content-Type: application/x-www-form-urlencoded (added by libcurl)\n";
+  for (const char* command : {"post", "service-post"}) {
+    const Words words = {command, "-v", "-d", "{}", "-H", "A: b", server.Url()};
+    EXPECT_THAT(Lumcurl(words).err, HasSubstr(added)) << command;
+    EXPECT_EQ(server.Requests().back().Header("Content-Type"), "application/x-www-form-urlencoded");
+    const Words own = {command, "-v", "-d", "{}", "-H", "content-type: text/plain", server.Url()};
+    EXPECT_THAT(Lumcurl(own).err, Not(HasSubstr("added by"))) << command;
+  }
+  EXPECT_THAT(Lumcurl({"get", "-v", server.Url()}).err, Not(HasSubstr("added by")));
+}
+
+TEST(Get, EndsTheStartOfALongReplyInDots) {
+  WireServer server;
+  server.Script(StatusReply(200, std::string(5000, 'x')));
+  EXPECT_THAT(Lumcurl({"get", server.Url()}).err,
+              HasSubstr("the reply: " + std::string(1000, 'x') + "...\n"));
 }
 
 TEST(Get, WaitsFiveSecondsAtMost) {
@@ -290,13 +313,52 @@ TEST(Download, NamesAnEmptyPathAndOneThatIsTooLong) {
   EXPECT_THAT(result.err, HasSubstr("File name too long"));
 }
 
-TEST(Download, NamesAFullDisk) {
+TEST(Download, NamesAFileThatCannotGrow) {
   WireServer server;
+  TempDir directory;
+  const std::string path = directory.Path("f");
   server.Script(GeneratedReply(1'000'000));
-  const ProcessResult result = Lumcurl({"download", server.Url(), "/dev/full"});
-  EXPECT_EQ(result.exitStatus, 9);
-  EXPECT_THAT(result.err, HasSubstr("cannot write '/dev/full'"));
+  const ProcessResult result =
+      RunCommand({"sh", "-c",
+                  "trap '' XFSZ; ulimit -f 1; exec " +
+                      ShellWords(LumcurlCommand({"download", server.Url(), path}))},
+                 LumcurlOptions());
+  EXPECT_EQ(result.exitStatus, 9) << result.Describe();
+  EXPECT_THAT(result.err, HasSubstr("cannot write '" + path + "'"));
   EXPECT_THAT(result.err, HasSubstr("disk is not full"));
+}
+
+TEST(Download, RefusesPipesDevicesAndStandardOutput) {
+  WireServer server;
+  TempDir directory;
+  const std::string fifo = directory.Path("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  for (const std::string& path : {fifo, std::string("/dev/null"), std::string("/dev/full"),
+                                  std::string("/dev/stdout"), std::string("-")}) {
+    const ProcessResult result = Lumcurl({"download", server.Url(), path});
+    EXPECT_EQ(result.exitStatus, 9) << result.Describe();
+    EXPECT_THAT(
+        result.err,
+        StartsWith(path == "-" ? "lumcurl: download: a download goes into a file"
+                               : "lumcurl: download: '" + path + "' is a pipe or a device"));
+  }
+  EXPECT_EQ(server.Connections().size(), 0u);
+}
+
+TEST(Download, WarnsOfWhatLooksLikeAnErrorPage) {
+  WireServer server;
+  TempDir directory;
+  const std::string path = directory.Path("f");
+  server.Script(StatusReply(404, "<html><h1>404 Not Found</h1></html>"))
+      .Script(StatusReply(404, R"({"error":"no such file"})"))
+      .Script(StatusReply(200, "content"));
+  for (int i = 0; i < 2; ++i) {
+    const ProcessResult result = Lumcurl({"download", server.Url("/f"), path});
+    EXPECT_EQ(result.exitStatus, 0) << result.Describe();
+    EXPECT_THAT(result.err,
+                HasSubstr("warning: what is in '" + path + "' looks like an error page"));
+  }
+  EXPECT_THAT(Lumcurl({"download", server.Url("/f"), path}).err, IsEmpty());
 }
 
 TEST(Download, KeepsWhatArrivedBeforeTheServerClosed) {

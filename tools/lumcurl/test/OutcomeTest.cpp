@@ -202,4 +202,25 @@ TEST(JudgeStatus, GoesByTheFirstDigit) {
   }
 }
 
+TEST(LooksLikeErrorPage, KnowsTheUsualForms) {
+  constexpr char kFile[] = "http://h/firmware.bin";
+  for (const char* page :
+       {"<html>\r\n<head><title>404 Not Found</title></head>",
+        "\xEF\xBB\xBF\n<!DOCTYPE HTML><p>hello",
+        "<?xml version=\"1.0\"?>\n<Error><Code>NoSuchKey</Code>", "{\"error\": \"no such file\"}",
+        "Not Found\n", "503 Service Unavailable"}) {
+    EXPECT_TRUE(LooksLikeErrorPage(kFile, page)) << page;
+  }
+  for (const std::string& content :
+       {std::string(),
+        std::string("\x7f"
+                    "ELF"),
+        std::string("{\"state\":\"on\"}"), std::string("<?xml version=\"1.0\"?><map>"),
+        "not found" + std::string(1000, 'x')}) {
+    EXPECT_FALSE(LooksLikeErrorPage(kFile, content)) << content;
+  }
+  EXPECT_FALSE(LooksLikeErrorPage("http://h/index.html?x", "<html><p>hello"));
+  EXPECT_TRUE(LooksLikeErrorPage("http://h/index.html", "<html><h1>403 Forbidden"));
+}
+
 }  // namespace

@@ -23,7 +23,7 @@ class Service : public testing::Test {
   Service() {
     m_token = m_directory.Write("token", "t0ken-value\n");
     m_json = m_directory.Write("json", R"({"a":1,"accessId":"robot-7"})");
-    EXPECT_EQ(RunCommand({"chmod", "600", m_token}).exitStatus, 0);
+    EXPECT_EQ(RunCommand({"chmod", "600", m_token, m_json}).exitStatus, 0);
   }
 
   // The first request, once `arguments` have run with the server's URL behind them.

@@ -2,6 +2,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <regex>
 
 #include "Lumcurl.h"
 #include "support/Files.h"
@@ -12,6 +16,7 @@ namespace lumtest {
 namespace {
 
 using testing::AllOf;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -49,8 +54,67 @@ TEST(Terminal, ShowsTheProgressOfAnUpload) {
   OnTerminal terminal(
       LumcurlCommand({"upload-video", server.Url(), directory.Write("f", content)}));
   EXPECT_EQ(terminal.Wait(), 0);
-  EXPECT_THAT(terminal.Shown(), AllOf(HasSubstr("\r2.9 MiB, "), HasSubstr("stored\r\n")));
+  EXPECT_THAT(terminal.Shown(),
+              AllOf(HasSubstr("\r2.9 MiB of 2.9 MiB, 100 %"), HasSubstr("stored\r\n")));
   EXPECT_EQ(server.Request(0).bodySha256, GeneratedSha256(3'000'000));
+}
+
+// How many lines of progress were shown.
+std::ptrdiff_t Updates(const std::string& shown) {
+  return std::count(shown.begin(), shown.end(), '%');
+}
+
+TEST(Terminal, CountsWhatHasLeftForTheServerAndNotWhatWasRead) {
+  WireOptions options;
+  options.receiveBuffer = 4096;
+  WireServer server(options);
+  TempDir directory;
+  WireGate gate;
+  server.Script(WireReply()
+                    .At(WireStart::kHead)
+                    .Send(WireContinue())
+                    .Wait(gate)
+                    .ReadBody()
+                    .Send(WireAnswer(200)));
+  OnTerminal terminal(LumcurlCommand(
+      {"upload-video", server.Url(), directory.Write("f", GeneratedBytes(0, 3'000'000))}));
+  ASSERT_TRUE(gate.WaitReached());
+  const std::ptrdiff_t before = Updates(terminal.Shown());
+  ASSERT_TRUE(terminal.WaitUntil(
+      [before](const std::string& shown) { return Updates(shown) > before + 5; }));
+  // The server takes a few kilobytes; libcurl reads 64 KiB at a time.
+  const std::string shown = terminal.Shown();
+  EXPECT_THAT(shown, ContainsRegex("\r[0-9.]+ (B|KiB) of 2.9 MiB, [01] %, [0-9.]+ (B|KiB)/s, "));
+  EXPECT_THAT(shown, Not(ContainsRegex(", ([2-9]|[0-9][0-9]+) %")));
+  gate.Release();
+  EXPECT_EQ(terminal.Wait(), 0);
+  EXPECT_THAT(terminal.Shown(), HasSubstr("\r2.9 MiB of 2.9 MiB, 100 %"));
+}
+
+TEST(Terminal, ShowsTheTimeThatIsLeft) {
+  WireServer server;
+  TempDir directory;
+  server.Script(StatusReply(200));
+  OnTerminal terminal(LumcurlCommand({"upload-video", "--limit-rate", "100K", server.Url(),
+                                      directory.Write("f", GeneratedBytes(0, 3'000'000))}));
+  EXPECT_TRUE(terminal.WaitUntil([](const std::string& shown) {
+    return std::regex_search(shown, std::regex("%, [0-9.]+ KiB/s, [0-9]+ s left"));
+  })) << terminal.Shown();
+  terminal.Interrupt();
+  terminal.Wait();
+  EXPECT_EQ(terminal.Signal(), SIGINT);
+}
+
+TEST(Terminal, ShowsThatItPacks) {
+  TempDir directory;
+  directory.MakeDir("dir");
+  MakeSparseFile(directory.Path("dir/large"), std::uint64_t{1} << 40);  // would take minutes
+  OnTerminal terminal(LumcurlCommand({"upload-dir", "http://127.0.0.1:9/", directory.Path("dir")}));
+  EXPECT_TRUE(terminal.WaitFor("\rpacking, "));
+  EXPECT_EQ(terminal.Shown().substr(0, 8), "\rpacking");
+  terminal.Interrupt();
+  terminal.Wait();
+  EXPECT_EQ(terminal.Signal(), SIGINT);
 }
 
 TEST(Terminal, ShowsTheProgressOfAnArchiveThatIsMadeMeanwhile) {
@@ -61,8 +125,8 @@ TEST(Terminal, ShowsTheProgressOfAnArchiveThatIsMadeMeanwhile) {
   server.Script(StatusReply(200));
   OnTerminal terminal(LumcurlCommand({"upload-dir", server.Url(), directory.Path("dir")}));
   EXPECT_EQ(terminal.Wait(), 0);
-  EXPECT_THAT(terminal.Shown(),
-              HasSubstr("\r" + std::to_string(server.Request(0).bodyBytes) + " B, "));
+  const std::string size = std::to_string(server.Request(0).bodyBytes) + " B";
+  EXPECT_THAT(terminal.Shown(), HasSubstr("\r" + size + " of " + size + ", 100 %"));
   ProcessOptions options;
   options.input = server.Request(0).body;
   EXPECT_EQ(RunCommand({"tar", "-tzf", "-"}, options).out, "dir/\ndir/member\n");
@@ -111,7 +175,7 @@ TEST(Terminal, KeepsDataWholeWhereOnlyMessagesGoToIt) {
                            directory.Path("out") + "'"});
   EXPECT_EQ(terminal.Wait(), 0);
   EXPECT_EQ(ReadFile(directory.Path("out")), "\x1b[31mred");
-  EXPECT_THAT(terminal.Shown(), AllOf(HasSubstr("1 B, "), Not(HasSubstr("red"))));
+  EXPECT_THAT(terminal.Shown(), AllOf(HasSubstr("1 B of 1 B, 100 %"), Not(HasSubstr("red"))));
 }
 
 TEST(Terminal, ShowsMessagesAsSafeText) {
@@ -121,6 +185,43 @@ TEST(Terminal, ShowsMessagesAsSafeText) {
   EXPECT_EQ(terminal.Wait(), 1);
   EXPECT_THAT(terminal.Shown(),
               HasSubstr("the reply: <\\x1b]0;title\\x07\\x0a\\xe2\\x80\\xa8>\r\n"));
+}
+
+constexpr char kColours[] = "NO_COLOR=";  // not set, as far as anybody reads it
+
+TEST(Terminal, HasColoursForJsonAndForMessages) {
+  WireServer server;
+  server.Script(JsonReply(R"({"a":1})", 404));
+  OnTerminal terminal(LumcurlCommand({"get", server.Url()}), {kColours});
+  EXPECT_EQ(terminal.Wait(), 4);
+  EXPECT_THAT(terminal.Shown(), AllOf(HasSubstr("\x1b[1;34m\"a\"\x1b[0m: \x1b[36m1\x1b[0m"),
+                                      HasSubstr("\x1b[1;31mlumcurl:\x1b[0m get http")));
+  OnTerminal usage(LumcurlCommand({"get"}), {kColours});
+  EXPECT_EQ(usage.Wait(), 2);
+  EXPECT_THAT(usage.Shown(), HasSubstr("\x1b[1;31mlumcurl:\x1b[0m get: URL is required"));
+}
+
+TEST(Terminal, HasNoColoursWhereNoneAreWanted) {
+  WireServer server;
+  server.SetHandler([](const WireRequest&) { return JsonReply(R"({"a":1})", 404); });
+  for (const Words& environment : {Words{"NO_COLOR=1"}, Words{kColours, "TERM=dumb"}}) {
+    OnTerminal terminal(LumcurlCommand({"get", server.Url()}), environment);
+    EXPECT_EQ(terminal.Wait(), 4);
+    EXPECT_THAT(terminal.Shown(), Not(HasSubstr("\x1b")));
+  }
+  for (const Words& option : {Words{"--color", "never"}, Words{"--color=never"}}) {
+    Words words = {"get"};
+    words.insert(words.end(), option.begin(), option.end());
+    OnTerminal usage(LumcurlCommand(words), {kColours});
+    EXPECT_EQ(usage.Wait(), 2);
+    EXPECT_THAT(usage.Shown(), Not(HasSubstr("\x1b")));
+    words.push_back(server.Url());
+    OnTerminal terminal(LumcurlCommand(words), {kColours});
+    EXPECT_EQ(terminal.Wait(), 4);
+    EXPECT_THAT(terminal.Shown(), Not(HasSubstr("\x1b")));
+  }
+  EXPECT_THAT(Lumcurl({"get", "--color", "always", server.Url()}).out, HasSubstr("\x1b[36m1"));
+  EXPECT_THAT(Lumcurl({"get", server.Url()}).out, Not(HasSubstr("\x1b")));
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "Lumcurl.h"
 #include "support/Files.h"
 #include "wire/Digest.h"
+#include "wire/Ports.h"
 #include "wire/WireServer.h"
 
 namespace lumtest {
@@ -180,6 +181,32 @@ TEST_F(Upload, SendsLargeAndEmptyFiles) {
 TEST_F(Upload, TakesARateLimitWithASuffix) {
   m_server.Script(StatusReply(200));
   Sent({"upload-video", "--limit-rate", "500K", m_server.Url(), m_file});
+}
+
+// Where nothing listens: the warning comes before anything is sent.
+TEST_F(Upload, WarnsOfARateThatCannotMeetTheLimit) {
+  RefusedPort port;
+  const std::string file = m_directory.Write("f", GeneratedBytes(0, 3000));
+  const auto shown = [&](const Words& options, const char* command = "upload-video") {
+    Words words = {command};
+    words.insert(words.end(), options.begin(), options.end());
+    words.insert(words.end(), {port.Url(), file});
+    const ProcessResult result = Lumcurl(words);
+    EXPECT_EQ(result.exitStatus, 6) << result.Describe();
+    return result.err;
+  };
+  EXPECT_THAT(shown({"--limit-rate", "10"}), HasSubstr("warning: at 10 B/s the upload of '" + file +
+                                                       "' needs 300 s, the limit is 60 s\n"));
+  EXPECT_THAT(shown({"--limit-rate", "10"}, "upload-log"),
+              HasSubstr("needs 300 s, the limit is 60"));
+  EXPECT_THAT(shown({"--limit-rate", "10", "--timeout", "299"}), HasSubstr("the limit is 299 s"));
+  EXPECT_THAT(shown({"--limit-rate", "10", "--timeout", "300"}), Not(HasSubstr("warning")));
+  EXPECT_THAT(shown({"--limit-rate", "10", "--timeout", "0"}), Not(HasSubstr("warning")));
+  EXPECT_THAT(shown({"--limit-rate", "51"}), Not(HasSubstr("warning: at")));
+  EXPECT_THAT(shown({"--limit-rate", "10", "-q"}), Not(HasSubstr("warning")));
+  // Of an archive the size is known when it has been made.
+  EXPECT_THAT(shown({"--limit-rate", "1"}, "upload-file"),
+              HasSubstr("the upload of '" + file + ".tar.gz' needs "));
 }
 
 TEST_F(Upload, NamesWhatCannotBeSent) {

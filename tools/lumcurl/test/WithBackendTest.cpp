@@ -124,7 +124,7 @@ TEST_F(WithBackend, ReadsANamespace) {
   mkdir(Root("configs/robot").c_str(), 0700);
   mkdir(Root("configs/robot/default").c_str(), 0700);
   WriteFile(Root("configs/robot/default/application.properties"), "db.url = a b\nn=2\n");
-  const ProcessResult env = Lumcurl({"apollo", "--env-file", m_tls, "robot", "application"});
+  const ProcessResult env = Lumcurl({"apollo", "-q", "--env-file", m_tls, "robot", "application"});
   EXPECT_EQ(env.out, "db_url='a b'\nn='2'\n");
   EXPECT_THAT(env.err, IsEmpty());
   EXPECT_EQ(Lumcurl({"apollo", "--cluster", "c", "--key", "n", m_tls, "robot", "application"}).out,
