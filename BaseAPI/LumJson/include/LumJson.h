@@ -163,8 +163,9 @@ class LUM_JSON_API Value {
   // nothing but blanks around it, in UTF-8 without a byte order mark. Beyond that:
   //  - of members with the same name the last one counts, at the place of the first;
   //  - integers that fit int64_t or uint64_t are kept exactly, all other numbers (and -0) become
-  //    the nearest double; one too large for a double is refused, one too small becomes zero;
-  //  - an exponent beyond 32 bits, and nesting deeper than kMaxDepth, is refused;
+  //    the nearest double; one too large for a double is refused, one too small becomes zero,
+  //    however long the exponent is that says so;
+  //  - nesting deeper than kMaxDepth is refused;
   //  - escaped surrogates that form no pair are refused; \u0000 is a character like any other.
   // *this is null after std::bad_alloc.
   bool Parse(const std::string& text);

@@ -19,6 +19,7 @@ namespace LumJson::detail {
 namespace {
 
 namespace json = boost::json;
+using ErrorCode = boost::system::error_code;
 
 // The values that are read but not yet part of a container.
 class SlotStack {
@@ -81,29 +82,29 @@ class TreeBuilder {
     return *stack_.Top();
   }
 
-  bool on_document_begin(json::error_code&) { return true; }
-  bool on_document_end(json::error_code&) { return true; }
-  bool on_array_begin(json::error_code&) { return true; }
-  bool on_object_begin(json::error_code&) { return true; }
+  bool on_document_begin(ErrorCode&) { return true; }
+  bool on_document_end(ErrorCode&) { return true; }
+  bool on_array_begin(ErrorCode&) { return true; }
+  bool on_object_begin(ErrorCode&) { return true; }
 
-  bool on_array_end(std::size_t count, json::error_code&) {
+  bool on_array_end(std::size_t count, ErrorCode&) {
     Block* const block = count == 0 ? nullptr : NewFilledBlock(stack_.Top() - count, count);
     stack_.Drop(count);
     return Push(reinterpret_cast<std::uintptr_t>(block), Kind::kArray);
   }
 
-  bool on_object_end(std::size_t count, json::error_code&) {
+  bool on_object_end(std::size_t count, ErrorCode&) {
     const Words object = MakeObject(stack_.Top() - 2 * count, count);
     stack_.Drop(2 * count);
     return Push(object);
   }
 
-  bool on_string_part(json::string_view part, std::size_t, json::error_code&) {
+  bool on_string_part(json::string_view part, std::size_t, ErrorCode&) {
     textSoFar_.append(part.data(), part.size());
     return true;
   }
 
-  bool on_string(json::string_view rest, std::size_t, json::error_code&) {
+  bool on_string(json::string_view rest, std::size_t, ErrorCode&) {
     stack_.Reserve();
     if (textSoFar_.empty()) {
       stack_.Push(MakeTextWords({rest.data(), rest.size()}, ReadableEnd(rest.data())));
@@ -115,17 +116,17 @@ class TreeBuilder {
     return true;
   }
 
-  bool on_key_part(json::string_view part, std::size_t size, json::error_code& error) {
+  bool on_key_part(json::string_view part, std::size_t size, ErrorCode& error) {
     return on_string_part(part, size, error);
   }
 
-  bool on_key(json::string_view rest, std::size_t size, json::error_code& error) {
+  bool on_key(json::string_view rest, std::size_t size, ErrorCode& error) {
     return on_string(rest, size, error);
   }
 
-  bool on_number_part(json::string_view, json::error_code&) { return true; }
+  bool on_number_part(json::string_view, ErrorCode&) { return true; }
 
-  bool on_int64(std::int64_t number, json::string_view text, json::error_code&) {
+  bool on_int64(std::int64_t number, json::string_view text, ErrorCode&) {
     if (number == 0 && text.front() == '-') {
       return PushDouble(-0.0);
     }
@@ -133,11 +134,11 @@ class TreeBuilder {
   }
 
   // Only called for what is above INT64_MAX.
-  bool on_uint64(std::uint64_t number, json::string_view, json::error_code&) {
+  bool on_uint64(std::uint64_t number, json::string_view, ErrorCode&) {
     return Push(number, Kind::kUnsigned);
   }
 
-  bool on_double(double approximate, json::string_view text, json::error_code& error) {
+  bool on_double(double approximate, json::string_view text, ErrorCode& error) {
     // The parser computes digits * 10^exponent in double arithmetic. That is exact for digits
     // below 10^15 and exponents from -22 to 22, and off by some last bits otherwise.
     constexpr std::size_t kExactSize = 16;  // 15 digits and a point, or fewer and an exponent
@@ -151,16 +152,16 @@ class TreeBuilder {
       number = magnitude < 1 ? std::copysign(0.0, approximate) : HUGE_VAL;
     }
     if (!std::isfinite(number)) {
-      error = json::error::exponent_overflow;
+      error = boost::system::errc::make_error_code(boost::system::errc::result_out_of_range);
       return false;
     }
     return PushDouble(number);
   }
 
-  bool on_bool(bool boolean, json::error_code&) { return Push(boolean ? 1 : 0, Kind::kBool); }
-  bool on_null(json::error_code&) { return Push(0, Kind::kNull); }
-  bool on_comment_part(json::string_view, json::error_code&) { return true; }
-  bool on_comment(json::string_view, json::error_code&) { return true; }
+  bool on_bool(bool boolean, ErrorCode&) { return Push(boolean ? 1 : 0, Kind::kBool); }
+  bool on_null(ErrorCode&) { return Push(0, Kind::kNull); }
+  bool on_comment_part(json::string_view, ErrorCode&) { return true; }
+  bool on_comment(json::string_view, ErrorCode&) { return true; }
 
  private:
   // For values that own nothing, or what the stack owned until its slots were dropped: then there
@@ -189,19 +190,53 @@ class TreeBuilder {
   std::string textSoFar_;  // of a text that arrives in parts, because it has escapes
 };
 
-}  // namespace
-
-bool ReadDocument(std::string_view text, Rep& root) {
+bool Parse(std::string_view text, Rep& root, ErrorCode& error) {
   json::parse_options options;
   options.max_depth = Value::kMaxDepth;
   json::basic_parser<TreeBuilder> parser(options, text);
-  json::error_code error;
   const std::size_t size = parser.write_some(false, text.data(), text.size(), error);
   if (error || size != text.size()) {
     return false;
   }
   root = parser.handler().TakeRoot();
   return true;
+}
+
+// The document with 10^9 - 1 for every exponent above: either is endless for a double.
+std::string ShortenExponents(std::string_view document) {
+  constexpr std::string_view kEndless = "999999999";
+  std::string shortened;
+  bool inText = false;
+  bool escaped = false;
+  for (std::size_t at = 0; at < document.size(); ++at) {
+    const char byte = document[at];
+    shortened += byte;
+    if (byte == '"' && !escaped) {
+      inText = !inText;
+    }
+    escaped = inText && byte == '\\' && !escaped;
+    if (inText || (byte != 'e' && byte != 'E')) {
+      continue;
+    }
+    const std::size_t digits = std::min(document.find_first_not_of("+-0", at + 1), document.size());
+    const std::size_t end =
+        std::min(document.find_first_not_of("0123456789", digits), document.size());
+    if (end - digits > kEndless.size()) {
+      shortened.append(document, at + 1, digits - at - 1);
+      shortened += kEndless;
+      at = end - 1;
+    }
+  }
+  return shortened;
+}
+
+}  // namespace
+
+bool ReadDocument(std::string_view text, Rep& root) {
+  ErrorCode error;
+  // Before 1.83 Boost.JSON refuses an exponent beyond 32 bits even where it leads to zero.
+  return Parse(text, root, error) ||
+         (error == json::error::exponent_overflow && Parse(ShortenExponents(text), root, error));
 }
 
 }  // namespace LumJson::detail

@@ -61,11 +61,35 @@ TEST(OpenCasesTest, TheSmallestDoublesAreRead) {
             Number("2.2250738585072011e-308"));
 }
 
-TEST(OpenCasesTest, ExponentsBeyond32BitsAreRefused) {
-  EXPECT_FALSE(Accepts("1e2147483648"));
-  EXPECT_FALSE(Accepts("1e-99999999999999999999"));
-  EXPECT_FALSE(Accepts("0e99999999999"));
-  EXPECT_FALSE(Accepts("0.4e0066999999999999999999999999999999999999999999999999999999999999"));
+TEST(OpenCasesTest, ExponentsOfAnyLengthAreTakenForWhatTheySay) {
+  for (const char* text :
+       {"1e2147483648", "1E+2147483648", "-1e9999999999", "0.001e99999999999999999999",
+        "12345678901234567890123e2147483647", "[0e99999999999,1e99999999999]",
+        "0.4e0066999999999999999999999999999999999999999999999999999999999999"}) {
+    EXPECT_FALSE(Accepts(text)) << text;
+  }
+  for (const char* text :
+       {"1e-2147483648", "1E-99999999999999999999", "123e-009999999999", "0.01e-2147483647",
+        "0e99999999999", "0.0E+99999999999", "0e-99999999999", "0.00e2147483648"}) {
+    EXPECT_EQ(0, Number(text)) << text;
+    EXPECT_FALSE(std::signbit(Number(text))) << text;
+    EXPECT_TRUE(std::signbit(Number(std::string("-") + text))) << text;
+  }
+  EXPECT_EQ(150, Number("1.5e00000000000002"));
+  for (const char* text : {"0e99999999999x", "0e99999999999+1", "[0e99999999999", "0e99999999999e",
+                           "0e-+99999999999", "0e+-99999999999", "0e--99999999999"}) {
+    EXPECT_FALSE(Accepts(text)) << text;
+  }
+}
+
+TEST(OpenCasesTest, WhatStandsBesideALongExponentIsReadAsItStands) {
+  Value value;
+  ASSERT_TRUE(
+      value.Parse(R"([0e99999999999,"1e99999999999","\\",1e2,"\"1e99999999999\\\"E-99999999999",)"
+                  R"({"e99999999999":true,"\\":false},0E-9999999999,1e000000000002])"));
+  EXPECT_EQ(value.JsonValueToString(),
+            R"([0.0,"1e99999999999","\\",100.0,"\"1e99999999999\\\"E-99999999999",)"
+            R"({"e99999999999":true,"\\":false},0.0,100.0])");
 }
 
 TEST(OpenCasesTest, IntegersBeyond64BitsBecomeDoubles) {
