@@ -19,11 +19,12 @@ errno_t SizeVerdict(rsize_t capacity, rsize_t count) {
   return capacity > kMaxSize || count > capacity ? ERANGE : 0;
 }
 
-// Addresses as integers: comparing pointers into different objects is not defined.
+// Addresses as integers: comparing pointers into different objects is not defined. Of the two
+// differences one is the distance; the other wraps around, far beyond any count.
 bool Overlaps(const void* first, const void* second, rsize_t count) {
   const auto a = reinterpret_cast<std::uintptr_t>(first);
   const auto b = reinterpret_cast<std::uintptr_t>(second);
-  return (a < b ? b - a : a - b) < count;
+  return a - b < count || b - a < count;
 }
 
 int RefuseText(char* destination, rsize_t capacity, errno_t error) {

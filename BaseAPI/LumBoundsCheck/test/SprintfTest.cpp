@@ -17,6 +17,9 @@ constexpr rsize_t kTooLarge = SIZE_MAX / 2 + 1;
 using Formatter = int (*)(char*, rsize_t, const char*, ...);
 const Formatter kUnchecked = sprintf_s;
 
+// In the "C" locale, which every program starts with, the second character has no multibyte form.
+const wchar_t kUnwritable[] = {L'a', static_cast<wchar_t>(0x4E2D), L'\0'};
+
 TEST(SprintfTest, FormatsItsArguments) {
   char buffer[64];
   EXPECT_EQ(34, sprintf_s(buffer, sizeof(buffer), "https://%s:%d/%05.1f/%x%%/%c%s/%*d", "host",
@@ -89,10 +92,23 @@ TEST(SprintfTest, ANullFormatLeavesTheEmptyString) {
   EXPECT_EQ("xxxx", buffer);
 }
 
+TEST(SprintfTest, ANullFormatLeavesTheEmptyStringInOneByte) {
+  std::string buffer(2, 'x');
+  EXPECT_EQ(-EINVAL, kUnchecked(&buffer[0], 1, nullptr));
+  EXPECT_EQ(std::string("\0x", 2), buffer);
+}
+
 TEST(SprintfTest, ACapacityOfZeroTouchesNothing) {
   std::string buffer(2, 'x');
   EXPECT_EQ(-ERANGE, sprintf_s(&buffer[0], 0, "%s", ""));
+  EXPECT_EQ(-ERANGE, sprintf_s(&buffer[0], 0, "%ls", kUnwritable));  // whatever the text
   EXPECT_EQ("xx", buffer);
+}
+
+TEST(SprintfTest, TheLargestCapacityIsUsable) {
+  std::string buffer(4, 'x');
+  EXPECT_EQ(2, kUnchecked(&buffer[0], SIZE_MAX / 2, "%s", "ab"));
+  EXPECT_EQ(std::string("ab\0x", 4), buffer);
 }
 
 TEST(SprintfTest, ATooLargeCapacityTouchesNothing) {
@@ -103,10 +119,8 @@ TEST(SprintfTest, ATooLargeCapacityTouchesNothing) {
 }
 
 TEST(SprintfTest, TextThatCannotBeConvertedLeavesTheEmptyString) {
-  // In the "C" locale, which every program starts with, this character has no multibyte form.
-  const wchar_t text[] = {L'a', static_cast<wchar_t>(0x4E2D), L'\0'};
   std::string buffer(16, 'x');
-  EXPECT_EQ(-EINVAL, sprintf_s(&buffer[0], 16, "%ls", text));
+  EXPECT_EQ(-EINVAL, sprintf_s(&buffer[0], 16, "%ls", kUnwritable));
   EXPECT_EQ('\0', buffer[0]);
 }
 

@@ -64,7 +64,6 @@ class SigpipeGuard {
  public:
   SigpipeGuard() {
     sigset_t pending;
-    sigemptyset(&pending);
     sigpending(&pending);
     m_wasPending = sigismember(&pending, SIGPIPE) == 1;
     sigemptyset(&m_sigpipe);
@@ -77,9 +76,8 @@ class SigpipeGuard {
   // Call after a write that failed with EPIPE.
   void TakeSignal() {
     if (!m_wasPending) {
-      const timespec now = {0, 0};
-      while (sigtimedwait(&m_sigpipe, nullptr, &now) == -1 && errno == EINTR) {
-      }
+      const timespec now = {0, 0};  // waits for nothing, so nothing interrupts it
+      sigtimedwait(&m_sigpipe, nullptr, &now);
     }
   }
 

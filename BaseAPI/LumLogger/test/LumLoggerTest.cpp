@@ -7,14 +7,20 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <printf.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -189,6 +195,61 @@ TEST_F(LumLoggerTest, ErrnoSurvivesAndFeedsPercentM) {
   EXPECT_EQ(errno, ENOENT);
   EXPECT_EQ(capture.Text(), "f:1 F info No such file or directory\nf:1 F info " + padding +
                                 "No such file or directory\n");
+}
+
+TEST_F(LumLoggerTest, ErrnoSurvivesWhateverASinkOrAWriteDoesToIt) {
+  m_logger.SetSink([](const LumLogger::Record&) { errno = EIO; });
+  errno = ENOENT;
+  LogText("m");
+  EXPECT_EQ(errno, ENOENT);
+  m_logger.SetSink(nullptr);
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  ASSERT_GE(full, 0);
+  Redirect redirect(full);
+  close(full);
+  errno = ENOENT;
+  LogText("m");
+  EXPECT_EQ(errno, ENOENT);
+}
+
+// A conversion of the test's own that changes errno, as printf may.
+int PrintAndChangeErrno(FILE* stream, const printf_info*, const void* const*) {
+  errno = EIO;
+  return std::fputc('Y', stream) == 'Y' ? 1 : -1;
+}
+
+int NoArguments(const printf_info*, std::size_t, int*, int*) {
+  return 0;
+}
+
+TEST_F(LumLoggerTest, LongMessageIsFormattedWithTheErrnoOfItsCaller) {
+  ASSERT_EQ(register_printf_specifier('Y', PrintAndChangeErrno, NoArguments), 0);
+  const std::string format = "%m" + std::string(2000, 'z') + "%Y";
+  const char* volatile hidden = format.c_str();  // from the compiler, which does not know %Y
+  CaptureStderr capture;
+  errno = ENOENT;
+  m_logger.Log("f", 1, "F", " ", "", LumLogger::kInfo, hidden, 0);
+  EXPECT_EQ(capture.Text(),
+            "f:1 F info No such file or directory" + std::string(2000, 'z') + "Y\n");
+  EXPECT_EQ(errno, ENOENT);
+  register_printf_specifier('Y', nullptr, nullptr);
+}
+
+TEST_F(LumLoggerTest, EmptyMessageStaysEmpty) {
+  CaptureStderr capture;
+  LogText("");
+  EXPECT_EQ(capture.Text(), "file:7 Function info \n");
+}
+
+TEST_F(LumLoggerTest, MessageOfUpTo1023BytesTakesNoMemory) {
+  m_logger.SetSink([](const LumLogger::Record&) {});
+  const std::string fits(1023, 'x');
+  const std::string tooLong(1024, 'x');
+  std::size_t before = lumtest::NewsOfThisThread();
+  LogText(fits);
+  EXPECT_EQ(lumtest::NewsOfThisThread(), before);
+  LogText(tooLong);
+  EXPECT_EQ(lumtest::NewsOfThisThread(), before + 1);
 }
 
 TEST_F(LumLoggerTest, CallerInCxx11Links) {
@@ -499,6 +560,87 @@ TEST_F(LumLoggerTest, DescriptorThatDoesNotBlockGetsTheWholeLine) {
   reader.join();
   close(ends[0]);
   EXPECT_TRUE(received == "file:7 Function info " + text + "\n");
+}
+
+// The value behind `name` in /proc/self/task/TID/status.
+std::string StatusOf(pid_t thread, const std::string& name) {
+  std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.compare(0, name.size() + 2, name + ":\t") == 0) {
+      return line.substr(name.size() + 2);
+    }
+  }
+  return "";
+}
+
+std::uint64_t BlockedSignals(pid_t thread) {
+  return std::stoull(StatusOf(thread, "SigBlk"), nullptr, 16);
+}
+
+std::uint64_t Bit(int signal) {
+  return std::uint64_t{1} << (signal - 1);
+}
+
+// A thread that waits in the midst of a line for somebody to read.
+struct Waiting {
+  bool sleeps = false;
+  std::uint64_t blockedBefore = 0;
+  std::uint64_t blockedMeanwhile = 0;
+  std::uint64_t blockedAfter = 0;
+};
+
+Waiting LogIntoAFullPipe(int pipeFlags) {
+  Waiting seen;
+  int ends[2];
+  EXPECT_EQ(pipe2(ends, pipeFlags), 0);
+  Redirect redirect(ends[1]);
+  close(ends[1]);
+  const std::string text(1 << 20, 'w');
+  std::atomic<pid_t> writer{0};
+  std::thread thread([&] {
+    sigset_t others;
+    sigemptyset(&others);
+    sigaddset(&others, SIGUSR2);
+    pthread_sigmask(SIG_BLOCK, &others, nullptr);
+    seen.blockedBefore = BlockedSignals(gettid());
+    writer = gettid();
+    LogText(text);
+    seen.blockedAfter = BlockedSignals(gettid());
+  });
+  const auto isFull = [&] {
+    int held = 0;
+    ioctl(ends[0], FIONREAD, &held);
+    return held == fcntl(ends[0], F_GETPIPE_SZ);
+  };
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (!seen.sleeps && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::yield();
+    seen.sleeps = writer != 0 && isFull() && StatusOf(writer, "State")[0] == 'S';
+  }
+  seen.blockedMeanwhile = BlockedSignals(writer);
+  fcntl(ends[0], F_SETFL, 0);
+  const std::string line = "file:7 Function info " + text + "\n";
+  std::string received(line.size(), '\0');
+  for (std::size_t at = 0; at < received.size();) {
+    const ssize_t got = read(ends[0], &received[at], received.size() - at);
+    at += got > 0 ? static_cast<std::size_t>(got) : received.size();
+  }
+  EXPECT_TRUE(received == line);
+  thread.join();
+  close(ends[0]);
+  return seen;
+}
+
+TEST_F(LumLoggerTest, SigpipeAloneIsBlockedAndOnlyWhileALineIsWritten) {
+  const Waiting seen = LogIntoAFullPipe(0);
+  EXPECT_TRUE(seen.sleeps);
+  EXPECT_EQ(seen.blockedMeanwhile, seen.blockedBefore | Bit(SIGPIPE));
+  EXPECT_EQ(seen.blockedAfter, seen.blockedBefore);
+  EXPECT_EQ(seen.blockedBefore & Bit(SIGPIPE), 0U);
+}
+
+TEST_F(LumLoggerTest, DescriptorThatDoesNotBlockIsWaitedForAsleep) {
+  EXPECT_TRUE(LogIntoAFullPipe(O_NONBLOCK).sleeps);
 }
 
 TEST_F(LumLoggerTest, SignalsDoNotCutALine) {

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstring>
 #include <memory>
 
@@ -21,32 +22,17 @@ using Mac = std::array<unsigned char, kMacBytes>;
 
 using InterfaceList = std::unique_ptr<ifaddrs, decltype(&freeifaddrs)>;
 
-// -1 for anything but a hexadecimal digit, whatever the locale.
-int HexDigit(char digit) {
-  if (digit >= '0' && digit <= '9') {
-    return digit - '0';
-  }
-  if (digit >= 'a' && digit <= 'f') {
-    return digit - 'a' + 10;
-  }
-  if (digit >= 'A' && digit <= 'F') {
-    return digit - 'A' + 10;
-  }
-  return -1;
-}
-
 // False when `text` is no MAC address, or the all-zero one, which names no interface.
 bool ParseMac(const std::string& text, Mac& mac) {
   if (text.size() != 3 * kMacBytes - 1 || (text[2] != ':' && text[2] != '-')) {
     return false;
   }
   for (std::size_t i = 0; i < kMacBytes; ++i) {
-    const int high = HexDigit(text[3 * i]);
-    const int low = HexDigit(text[3 * i + 1]);
-    if (high < 0 || low < 0 || (i > 0 && text[3 * i - 1] != text[2])) {
+    const char* const pair = text.data() + 3 * i;
+    if (std::from_chars(pair, pair + 2, mac[i], 16).ptr != pair + 2 ||
+        (i + 1 < kMacBytes && pair[2] != text[2])) {
       return false;
     }
-    mac[i] = static_cast<unsigned char>(high * 16 + low);
   }
   return std::any_of(mac.begin(), mac.end(), [](unsigned char byte) { return byte != 0; });
 }
@@ -97,16 +83,17 @@ Addresses AddressesOf(const InterfaceList& list, const std::string& interface) {
   return found;
 }
 
-// How well traffic can leave by the interface of a link entry; see the class comment.
-int Rank(const InterfaceList& list, const ifaddrs& link) {
+// How far traffic gets that leaves by an interface, the shortest way first; see the class comment.
+enum class Reach { kDown, kLink, kBeyondLink };
+
+Reach ReachOf(const InterfaceList& list, const ifaddrs& link) {
   if ((link.ifa_flags & IFF_UP) == 0) {
-    return 1;
+    return Reach::kDown;
   }
   const Addresses addresses = AddressesOf(list, link.ifa_name);
-  const bool reachesBeyondLink =
-      addresses.ipv4 != nullptr ||
-      (addresses.ipv6 != nullptr && !IN6_IS_ADDR_LINKLOCAL(addresses.ipv6));
-  return reachesBeyondLink ? 3 : 2;
+  const bool isBeyondLink = addresses.ipv4 != nullptr ||
+                            (addresses.ipv6 != nullptr && !IN6_IS_ADDR_LINKLOCAL(addresses.ipv6));
+  return isBeyondLink ? Reach::kBeyondLink : Reach::kLink;
 }
 
 // Null when no interface has the MAC that `text` writes. The name lives as long as `list`.
@@ -116,14 +103,14 @@ const char* FindInterface(const InterfaceList& list, const std::string& text) {
     return nullptr;
   }
   const char* name = nullptr;
-  int bestRank = 0;
+  Reach best = Reach::kDown;
   for (const ifaddrs* entry = list.get(); entry != nullptr; entry = entry->ifa_next) {
     if (!HasMac(*entry, mac)) {
       continue;
     }
-    const int rank = Rank(list, *entry);
-    if (rank > bestRank) {
-      bestRank = rank;
+    const Reach reach = ReachOf(list, *entry);
+    if (name == nullptr || reach > best) {
+      best = reach;
       name = entry->ifa_name;
     }
   }
@@ -137,8 +124,9 @@ bool IsAddress(int family, const std::string& text) {
 }
 
 std::string AddressText(int family, const void* address) {
-  char text[INET6_ADDRSTRLEN] = "";
-  return inet_ntop(family, address, text, sizeof text) != nullptr ? text : "";
+  char text[INET6_ADDRSTRLEN] = "";  // room for either family
+  inet_ntop(family, address, text, sizeof text);
+  return text;
 }
 
 }  // namespace

@@ -164,9 +164,38 @@ TEST(LumNetInterfaces, MacFormsThatNameTheSame) {
   }
 }
 
+TEST(LumNetInterfaces, HexDigitsAloneAreDigits) {
+  InterfaceTable table;  // so that every other reading of the last pair finds an interface
+  std::vector<std::string> names;
+  for (int byte = 0; byte < 256; ++byte) {
+    names.push_back("eth" + std::to_string(byte));
+    table.Link(names.back().c_str(), IFF_UP,
+               {0x02, 0xab, 0xcd, 0xef, 0x00, static_cast<unsigned char>(byte)});
+  }
+  const std::string digits = "0123456789abcdefABCDEF";
+  for (int byte = 0; byte < 256; ++byte) {
+    const auto digit = static_cast<char>(byte);
+    const std::size_t place = digits.find(digit);
+    const std::size_t value = place < 16 ? place : place - 6;
+    const bool isDigit = place != std::string::npos;
+    EXPECT_EQ(LumNet::GetInterfaceName(std::string("02:ab:cd:ef:00:0") + digit),
+              isDigit ? names[value] : "")
+        << byte;
+    EXPECT_EQ(LumNet::GetInterfaceName(std::string("02:ab:cd:ef:00:") + digit + "1"),
+              isDigit ? names[16 * value + 1] : "")
+        << byte;
+  }
+}
+
 TEST(LumNetInterfaces, TextsThatAreNoMac) {
   InterfaceTable table;
-  table.Link("eth0", IFF_UP, kMac).IPv4("eth0", "10.0.0.5");
+  table
+      .Link("lo", IFF_UP, {0, 0, 0, 0, 0, 0})  // what a text that is not read at all leaves
+      .Link("eth0", IFF_UP, kMac)
+      .Link("eth1", IFF_UP, {0x02, 0xab, 0xcd, 0xef, 0x00, 0x00})  // or one read in part
+      .IPv4("lo", "127.0.0.1")
+      .IPv4("eth0", "10.0.0.5")
+      .IPv4("eth1", "10.0.0.6");
   const std::string good = kMacText;
   std::vector<std::string> texts = {"",
                                     " ",
@@ -309,6 +338,17 @@ TEST(LumNetInterfaces, EntriesWithoutAddressOrWithOtherHardwareArePassedOver) {
       .IPv4("eth0", "10.0.0.5");
   EXPECT_EQ(LumNet::GetInterfaceName(kMacText), "eth0");
   EXPECT_EQ(Addresses(kMacText), (Found{0, "10.0.0.5", ""}));
+}
+
+TEST(LumNetInterfaces, HardwareAddressOfAnotherLengthIsNoMac) {
+  for (const std::size_t length : {0U, 5U, 7U, 8U}) {
+    InterfaceTable table;
+    std::vector<unsigned char> address = {0x02, 0xab, 0xcd, 0xef, 0x01, 0x00, 0x00, 0x00};
+    address.resize(length);
+    table.Link("ib0", IFF_UP, address).IPv4("ib0", "10.0.0.5");
+    EXPECT_EQ(LumNet::GetInterfaceName("02:ab:cd:ef:01:00"), "") << length;
+    EXPECT_EQ(Addresses("02:ab:cd:ef:01:00"), kNothing) << length;
+  }
 }
 
 TEST(LumNetInterfaces, UnknownMacAndEmptyList) {
