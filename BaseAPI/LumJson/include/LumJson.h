@@ -280,6 +280,7 @@ class LUM_JSON_API Value {
     rep_.kind = number > INT64_MAX ? detail::Kind::kUnsigned : detail::Kind::kInteger;
     rep_.unsignedInteger = number;
   }
+  // What follows either ends the value's life or gives it another content.
   void Release() noexcept {
     if (rep_.kind >= detail::Kind::kLongText) {
       ReleaseMemory();

@@ -152,7 +152,7 @@ class TreeBuilder {
       number = magnitude < 1 ? std::copysign(0.0, approximate) : HUGE_VAL;
     }
     if (!std::isfinite(number)) {
-      error = boost::system::errc::make_error_code(boost::system::errc::result_out_of_range);
+      error = json::error::exponent_overflow;
       return false;
     }
     return PushDouble(number);
@@ -190,18 +190,6 @@ class TreeBuilder {
   std::string textSoFar_;  // of a text that arrives in parts, because it has escapes
 };
 
-bool Parse(std::string_view text, Rep& root, ErrorCode& error) {
-  json::parse_options options;
-  options.max_depth = Value::kMaxDepth;
-  json::basic_parser<TreeBuilder> parser(options, text);
-  const std::size_t size = parser.write_some(false, text.data(), text.size(), error);
-  if (error || size != text.size()) {
-    return false;
-  }
-  root = parser.handler().TakeRoot();
-  return true;
-}
-
 // The document with 10^9 - 1 for every exponent above: either is endless for a double.
 std::string ShortenExponents(std::string_view document) {
   constexpr std::string_view kEndless = "999999999";
@@ -233,10 +221,21 @@ std::string ShortenExponents(std::string_view document) {
 }  // namespace
 
 bool ReadDocument(std::string_view text, Rep& root) {
+  json::parse_options options;
+  options.max_depth = Value::kMaxDepth;
+  json::basic_parser<TreeBuilder> parser(options, text);
   ErrorCode error;
+  const std::size_t size = parser.write_some(false, text.data(), text.size(), error);
+  if (!error && size == text.size()) {
+    root = parser.handler().TakeRoot();
+    return true;
+  }
+  if (error != json::error::exponent_overflow) {
+    return false;
+  }
   // Before 1.83 Boost.JSON refuses an exponent beyond 32 bits even where it leads to zero.
-  return Parse(text, root, error) ||
-         (error == json::error::exponent_overflow && Parse(ShortenExponents(text), root, error));
+  const std::string shortened = ShortenExponents(text);
+  return shortened.size() < text.size() && ReadDocument(shortened, root);
 }
 
 }  // namespace LumJson::detail

@@ -47,7 +47,6 @@ MemberIterator<M> Access::FirstMember(const Rep& object) {
 
 template <typename M>
 void MemberIterator<M>::EnterBlock() noexcept {
-  current_ = end_ = nullptr;
   while (block_ != nullptr && current_ == end_) {
     current_ = reinterpret_cast<M*>(const_cast<detail::Block*>(block_)->Slots());
     end_ = current_ + block_->size / 2;
@@ -93,7 +92,6 @@ Value& Value::operator=(const Value& other) {
 
 void Value::ReleaseMemory() noexcept {
   detail::ReleaseTree(rep_);
-  rep_ = Rep();
 }
 
 bool Value::Parse(const std::string& text) {
