@@ -39,10 +39,14 @@ Exchange::Exchange(Console& console, Request request)
   }
   LumLogger& logger = LumLogger::GetInstance();
   logger.SetLevel(m_console.Verbose() || m_request.needsLogAtInfo ? LumLogger::kInfo
-                                                                  : LumLogger::kError);
+                                                                  : LumLogger::kWarning);
   logger.SetSink([this](const LumLogger::Record& record) {
     const std::string message(record.message, record.messageLength);
     m_reader.Read(record.function, message);
+    if (record.level == LumLogger::kWarning && TellsOfPacking(record.function)) {
+      m_console.Warn(message);
+      return;
+    }
     m_console.Detail(std::string("library: ") + record.function + ": " + message);
   });
 }

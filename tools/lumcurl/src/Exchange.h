@@ -24,8 +24,8 @@ struct Request {
   std::string howToVerify;         // what would have it do so; "": nothing
 };
 
-// While it lives, the library's log lines come here: errors always, all levels when verbose. One at
-// a time. Not for use by two threads.
+// While it lives, the library's log lines come here: errors and warnings always, all levels when
+// verbose. One at a time. Not for use by two threads.
 class Exchange {
  public:
   // Warns of what is not safe about the request, and shows its head when verbose.

@@ -168,6 +168,10 @@ bool FactReader::ReadReply(const std::string& message, const std::string& prefix
   return true;
 }
 
+bool TellsOfPacking(const std::string& function) {
+  return function == "PackMember" || function == "AddFile";
+}
+
 Verdict JudgeTransfer(int curlResult, const std::string& text, unsigned int timeLimit) {
   const std::string reason = text + " (libcurl " + std::to_string(curlResult) + ")";
   // With TLS 1.3 a server refuses a client's certificate after the handshake.

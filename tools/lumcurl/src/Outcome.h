@@ -45,6 +45,9 @@ class FactReader {
   Facts m_facts;
 };
 
+// Whether a warning that `function` logs tells what became of a file while it was packed.
+bool TellsOfPacking(const std::string& function);
+
 // An exit status with its reason, and what a person should do next.
 struct Verdict {
   Exit exit = Exit::kOther;

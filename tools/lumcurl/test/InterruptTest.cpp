@@ -2,12 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <signal.h>
-#include <sys/inotify.h>
-#include <unistd.h>
-
-#include <array>
 
 #include "Lumcurl.h"
 #include "support/Files.h"
@@ -22,26 +17,6 @@ using testing::HasSubstr;
 std::string Listing(const std::string& directory) {
   return RunCommand({"ls", "-A", directory}).out;
 }
-
-// Waits until a file is read.
-class Watch {
- public:
-  explicit Watch(const std::string& file)
-      : m_fd(inotify_init1(IN_CLOEXEC)),
-        m_added(inotify_add_watch(m_fd, file.c_str(), IN_ACCESS) >= 0) {}
-  ~Watch() { close(m_fd); }
-  Watch(const Watch&) = delete;
-  Watch& operator=(const Watch&) = delete;
-
-  bool WaitForRead() {
-    pollfd wait = {m_fd, POLLIN, 0};
-    return m_added && poll(&wait, 1, 30000) == 1;
-  }
-
- private:
-  int m_fd;
-  bool m_added;
-};
 
 TEST(Interrupt, EndsTheProcessByTheSignal) {
   WireServer server;
@@ -162,7 +137,7 @@ TEST(Interrupt, LeavesNothingOfAnArchiveThatIsBeingMade) {
   TempDir directory;
   directory.MakeDir("dir");
   MakeSparseFile(directory.Path("dir/large"), std::uint64_t{1} << 40);  // would take minutes
-  Watch watch(directory.Path("dir/large"));
+  FileWatch watch(directory.Path("dir/large"));
   SpawnedProcess process(
       LumcurlCommand({"upload-dir", "http://127.0.0.1:9/", directory.Path("dir")}),
       LumcurlOptions());

@@ -289,6 +289,23 @@ TEST_F(Upload, DoesNotReplaceAFileThatHasTheArchivesName) {
   EXPECT_EQ(m_server.Connections().size(), 0u);
 }
 
+// Long enough to be read while it is written to.
+TEST_F(Upload, WarnsOfAFileThatChangesWhileItIsPacked) {
+  const std::string directory = m_directory.MakeDir("logs");
+  const std::string large = directory + "/large";
+  MakeSparseFile(large, std::uint64_t{1} << 28);
+  FileWatch watch(large);
+  m_server.Script(StatusReply(200));
+  SpawnedProcess process(LumcurlCommand({"upload-dir", m_server.Url(), directory}),
+                         LumcurlOptions());
+  ASSERT_TRUE(watch.WaitForRead());
+  AppendFile(large, "more");
+  const ProcessResult result = process.Wait();
+  EXPECT_EQ(result.exitStatus, 0) << result.Describe();
+  EXPECT_EQ(result.err,
+            "lumcurl: warning: logs/large has grown and is packed to its first 268435456 bytes\n");
+}
+
 TEST_F(Upload, GroupPacksSeveralFiles) {
   const std::string other = m_directory.MakeDir("other") + "/b.log";
   WriteFile(other, "b");
