@@ -128,10 +128,11 @@ TEST_F(Warnings, HideShortSecretsTooWhenVerbose) {
                            Not(HasSubstr("pw@")), Not(HasSubstr("k1"))));
 }
 
-// A descriptor that the program opens would take the number of one that is missing.
-TEST_F(Warnings, AndErrorsReachNoFileThatTookStandardErrorsNumber) {
+// A file that the program opens would take the number of a descriptor that is missing.
+TEST(MissingDescriptors, HandNoDiagnosticToADownloadedFile) {
   WireServer server;
-  const std::string path = m_directory.Path("f");
+  TempDir directory;
+  const std::string path = directory.Path("f");
   server.Script(WireReply(WireHead(200, {"Content-Length: 100"}) + "first part").Close());
   const ProcessResult result = RunCommand(
       {"sh", "-c", ShellWords(LumcurlCommand({"download", "-v", server.Url(), path})) + " 2>&-"},
@@ -140,7 +141,7 @@ TEST_F(Warnings, AndErrorsReachNoFileThatTookStandardErrorsNumber) {
   EXPECT_EQ(ReadFile(path), "first part");
 }
 
-TEST_F(Warnings, NoServerGetsWhatAMissingStandardOutputWould) {
+TEST(MissingDescriptors, FailWhereTheyAreNeeded) {
   WireServer server;
   server.Script(JsonReply(R"({"a":"for me alone"})")).Script(StatusReply(200));
   const std::string get = ShellWords(LumcurlCommand({"get", server.Url()}));
