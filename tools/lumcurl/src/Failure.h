@@ -16,7 +16,6 @@ enum class Exit : int {
   kTimeout = 7,
   kTls = 8,
   kFile = 9,  // a local file, standard input and output included
-  kInterrupted = 130,
 };
 
 // Ends a command. The text names the thing and says what to do next; main prints it.

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <functional>
@@ -136,13 +137,23 @@ struct Sendable {
   unsigned int timeLimit = 0;
 };
 
+// The library writes the server's reply to standard output, and looks at no result. The upload is
+// what counts: without its reply it is done all the same.
+void WarnOfLostReply(Console& console) {
+  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+    console.Warn("the server's reply cannot be written to standard output");
+  }
+}
+
 // Runs `upload`. Where progress is shown or the size matters, the library reads the file through a
 // stream that counts.
 int Upload(LumCurlOrvOps& client, const Options& options, Console& console,
            const Exchange& exchange, const Sendable& what, const std::function<int()>& upload) {
   const EscapedStdout escaped;
   if (!console.ShowsProgress() && options.limitRate <= 0) {
-    return upload();
+    const int result = upload();
+    WarnOfLostReply(console);
+    return result;
   }
   UploadStream file(what.path, [&](std::uint64_t size) {
     WarnOfRate(options, console, what.path, size, what.timeLimit);
@@ -157,6 +168,7 @@ int Upload(LumCurlOrvOps& client, const Options& options, Console& console,
       meter.Finish();
     }
     client.SetFp(nullptr);
+    WarnOfLostReply(console);
   }
   if (file.Failed()) {
     throw Failure(Exit::kFile, "cannot read " + Quoted(what.path) +

@@ -151,6 +151,19 @@ TEST_F(Upload, ShowsTheReplyThatRefusesOnStandardOutput) {
   EXPECT_THAT(m_result.err, HasSubstr("the server answered 403"));
 }
 
+TEST_F(Upload, SaysThatTheReplyIsLost) {
+  m_server.SetHandler([](const WireRequest&) { return StatusReply(200, "stored"); });
+  for (const Words& options : {Words{}, Words{"--limit-rate", "1G"}}) {
+    Words words = {"upload-log", m_server.Url(), m_file};
+    words.insert(words.begin() + 1, options.begin(), options.end());
+    const std::string command = ShellWords(LumcurlCommand(words));
+    const ProcessResult result =
+        RunCommand({"sh", "-c", command + " > /dev/full"}, LumcurlOptions());
+    EXPECT_EQ(result.exitStatus, 0) << result.Describe();
+    EXPECT_THAT(result.err, HasSubstr("the server's reply cannot be written to standard output"));
+  }
+}
+
 TEST_F(Upload, SaysThatAStatusIsNotVisible) {
   m_server.Script(StatusReply(403, "no"));
   Sent({"upload-video", m_server.Url("/p"), m_file}, 1);
