@@ -136,6 +136,16 @@ TEST(LumArchiveFile, SizesAroundEveryBlock) {
   }
 }
 
+TEST(LumArchiveFile, NothingFillsTheArchiveUp) {
+  const TempDir dir;
+  const std::string path = dir.Write("a", "x");
+  ASSERT_EQ(PackFile(path), 0);
+  // A header, a block of content, and the two blocks at the end; tar's blocks of twenty would be
+  // compressed for nothing.
+  const std::string packed = ReadFile(path + ".tar.gz");
+  EXPECT_EQ(packed.substr(packed.size() - 4), std::string("\0\x08\0\0", 4));
+}
+
 TEST(LumArchiveFile, LinkIsFollowed) {
   const TempDir dir;
   dir.Write("real.log", "content");
@@ -353,8 +363,8 @@ TEST(LumArchiveDirectory, NamesAreBytes) {
        {std::string(" leading blank"), std::string("-rf"), std::string("new\nline"),
         std::string("back\\slash"), std::string("\xff\xfe not UTF-8"),
         std::string("\xc3\xa4\xe2\x82\xac"), std::string("tab\t\x01\x7f"), std::string("..."),
-        std::string(".hidden"), std::string("*?[]"), std::string(99, 'a'), std::string(100, 'b'),
-        std::string(101, 'c'), longName}) {
+        std::string(".hidden"), std::string(".h"), std::string("..h"), std::string("*?[]"),
+        std::string(99, 'a'), std::string(100, 'b'), std::string(101, 'c'), longName}) {
     dir.Write(path + "/" + name, "content of " + name);
     Link("to " + name.substr(0, 250), dir.Path(path + "/" + name.substr(0, 200) + "-link"));
   }
@@ -449,6 +459,17 @@ TEST(LumArchiveDirectory, DotsGoByTheNameOfWhatTheyMean) {
   EXPECT_THAT(UnpackedArchive("...tar.gz").Names(), ElementsAre("d/", "d/e/", "d/file"));
   ASSERT_EQ(PackDirectory("."), 0);
   EXPECT_THAT(UnpackedArchive("..tar.gz").Names(), ElementsAre("e/", "e/...tar.gz"));
+}
+
+TEST(LumArchiveDirectory, WorkingDirectoryThatIsGoneHasNoName) {
+  const TempDir dir;
+  const WorkingDirectory here(dir.MakeDir("d"));
+  ASSERT_EQ(rmdir(dir.Path("d").c_str()), 0);
+  EXPECT_EQ(PackDirectory("."), -1);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(PackGroup(".", dir.Path("bundle")), -1);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_THAT(NamesIn(dir.Path()), SizeIs(0));
 }
 
 TEST(LumArchiveDirectory, LinkToADirectoryIsFollowed) {
