@@ -16,7 +16,7 @@ class GzipWriter {
   explicit GzipWriter(int fd);
 
   // Where the next data is best put before Write gets it: there it need not be copied. The room is
-  // at least one byte.
+  // at least one byte, and another one that Write does not take lies behind it.
   char* Room() const { return reinterpret_cast<char*>(m_state->input) + m_waiting; }
   std::size_t RoomBytes() const { return kBlockBytes - m_waiting; }
 
@@ -37,7 +37,7 @@ class GzipWriter {
   struct State {
     isal_zstream stream;
     std::uint8_t level[ISAL_DEF_LVL1_DEFAULT];
-    std::uint8_t input[kBlockBytes];
+    std::uint8_t input[kBlockBytes + 1];
     std::uint8_t output[kBlockBytes];
   };
 

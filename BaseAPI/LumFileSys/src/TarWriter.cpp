@@ -64,29 +64,32 @@ void TarWriter::AddFile(const std::string& name, const Descriptor& file,
     (void)posix_fadvise(file.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
   }
   off_t left = status.st_size;
-  while (left > 0) {
+  ssize_t got = 0;
+  do {
     char* const room = m_gzip.Room();
-    const ssize_t got =
-        read(file.Get(), room,
-             static_cast<std::size_t>(std::min(left, static_cast<off_t>(m_gzip.RoomBytes()))));
+    const auto roomBytes = static_cast<off_t>(m_gzip.RoomBytes());
+    // The byte behind the last one tells whether the file has grown.
+    got =
+        read(file.Get(), room, static_cast<std::size_t>(left <= roomBytes ? left + 1 : roomBytes));
     if (got < 0 && errno != EINTR) {
       Fail(errno);
     }
-    if (got == 0) {
-      // The header has told the size; libarchive fills the entry up when it is finished.
-      LUM_LOG(kLogWarning, "AddFile", "%s has shrunk and is filled up with %jd zero bytes",
-              name.c_str(), static_cast<std::intmax_t>(left));
-      break;
+    if (got > left) {
+      LUM_LOG(kLogWarning, "AddFile", "%s has grown and is packed to its first %jd bytes",
+              name.c_str(), static_cast<std::intmax_t>(status.st_size));
     }
-    if (got > 0) {
-      const la_ssize_t written = archive_write_data(m_archive, room, static_cast<std::size_t>(got));
-      Check(written == got ? ARCHIVE_OK : ARCHIVE_FATAL);
-      left -= got;
+    const auto taken = static_cast<ssize_t>(std::min(static_cast<off_t>(got), left));
+    if (taken > 0) {
+      const la_ssize_t written =
+          archive_write_data(m_archive, room, static_cast<std::size_t>(taken));
+      Check(written == taken ? ARCHIVE_OK : ARCHIVE_FATAL);
+      left -= taken;
     }
-  }
-  if (StatusOf(file).st_size > status.st_size) {
-    LUM_LOG(kLogWarning, "AddFile", "%s has grown and is packed to its first %jd bytes",
-            name.c_str(), static_cast<std::intmax_t>(status.st_size));
+  } while (got < 0 || (got > 0 && left > 0));
+  if (left > 0) {
+    // The header has told the size; libarchive fills the entry up when it is finished.
+    LUM_LOG(kLogWarning, "AddFile", "%s has shrunk and is filled up with %jd zero bytes",
+            name.c_str(), static_cast<std::intmax_t>(left));
   }
   Check(archive_write_finish_entry(m_archive));
 }

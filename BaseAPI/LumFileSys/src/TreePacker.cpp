@@ -102,10 +102,9 @@ bool TreePacker::IsThere(int result) {
 void TreePacker::PackMember(const char* name, unsigned char type) {
   if (type == DT_UNKNOWN) {
     struct stat status;
-    if (!IsThere(fstatat(m_directory.Get(), name, &status, AT_SYMLINK_NOFOLLOW))) {
-      return;
+    if (IsThere(fstatat(m_directory.Get(), name, &status, AT_SYMLINK_NOFOLLOW))) {
+      type = static_cast<unsigned char>(IFTODT(status.st_mode));
     }
-    type = static_cast<unsigned char>(IFTODT(status.st_mode));
   }
   switch (type) {
     case DT_REG:
@@ -117,7 +116,7 @@ void TreePacker::PackMember(const char* name, unsigned char type) {
     case DT_LNK:
       PackLink(name);
       break;
-    default:  // a socket, a pipe or a device
+    default:  // a socket, a pipe or a device, or nothing any more
       break;
   }
 }
