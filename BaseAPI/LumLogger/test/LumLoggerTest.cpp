@@ -581,6 +581,19 @@ std::uint64_t Bit(int signal) {
   return std::uint64_t{1} << (signal - 1);
 }
 
+// False when `condition` does not come true within a time that is ample on any machine.
+template <typename Condition>
+bool Await(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      return false;
+    }
+    std::this_thread::yield();
+  }
+  return true;
+}
+
 // A thread that waits in the midst of a line for somebody to read.
 struct Waiting {
   bool sleeps = false;
@@ -612,11 +625,8 @@ Waiting LogIntoAFullPipe(int pipeFlags) {
     ioctl(ends[0], FIONREAD, &held);
     return held == fcntl(ends[0], F_GETPIPE_SZ);
   };
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while (!seen.sleeps && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::yield();
-    seen.sleeps = writer != 0 && isFull() && StatusOf(writer, "State")[0] == 'S';
-  }
+  seen.sleeps =
+      Await([&] { return writer != 0 && isFull() && StatusOf(writer, "State")[0] == 'S'; });
   seen.blockedMeanwhile = BlockedSignals(writer);
   fcntl(ends[0], F_SETFL, 0);
   const std::string line = "file:7 Function info " + text + "\n";
@@ -641,6 +651,43 @@ TEST_F(LumLoggerTest, SigpipeAloneIsBlockedAndOnlyWhileALineIsWritten) {
 
 TEST_F(LumLoggerTest, DescriptorThatDoesNotBlockIsWaitedForAsleep) {
   EXPECT_TRUE(LogIntoAFullPipe(O_NONBLOCK).sleeps);
+}
+
+std::atomic<int> interruptions{0};
+
+TEST_F(LumLoggerTest, WriteThatASignalInterruptsIsTakenUpAgain) {
+  struct sigaction action = {};
+  struct sigaction before = {};
+  action.sa_handler = [](int) { ++interruptions; };  // and no SA_RESTART
+  sigaction(SIGUSR1, &action, &before);
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+  while (write(ends[1], "x", 1) == 1) {
+  }
+  fcntl(ends[0], F_SETFL, 0);
+  fcntl(ends[1], F_SETFL, 0);
+  std::atomic<pid_t> writer{0};
+  std::string received;
+  {
+    Redirect redirect(ends[1]);
+    close(ends[1]);
+    std::thread thread([&] {
+      writer = gettid();
+      LogText("whole");
+    });
+    EXPECT_TRUE(Await([&] { return writer != 0 && StatusOf(writer, "State")[0] == 'S'; }));
+    interruptions = 0;
+    pthread_kill(thread.native_handle(), SIGUSR1);
+    EXPECT_TRUE(Await([] { return interruptions > 0; }));
+    std::thread reader([&] { received = ReadAll(ends[0]); });
+    thread.join();
+    dup2(STDOUT_FILENO, STDERR_FILENO);  // the last writing end closes
+    reader.join();
+  }
+  close(ends[0]);
+  sigaction(SIGUSR1, &before, nullptr);
+  received.erase(0, received.find_first_not_of('x'));
+  EXPECT_EQ(received, "file:7 Function info whole\n");
 }
 
 TEST_F(LumLoggerTest, SignalsDoNotCutALine) {
