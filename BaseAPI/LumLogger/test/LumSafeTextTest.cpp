@@ -64,29 +64,40 @@ TEST(LumSafeText, BytesThatAreNoUtf8AreEscaped) {
     std::string bytes;
     std::string shown;
   } const kTable[] = {
-      {"\x80", "\\x80"},                                               // begins no character
-      {"\xBF", "\\xbf"},                                               //
-      {"\xC2", "\\xc2"},                                               // cut short
-      {"\xC3z", "\\xc3z"},                                             //
-      {"\xE2\x82", "\\xe2\\x82"},                                      //
-      {"\xE2\x82z", "\\xe2\\x82z"},                                    //
-      {"\xF0\x9F\x98", "\\xf0\\x9f\\x98"},                             //
-      {"\xF0\x9F\x98z", "\\xf0\\x9f\\x98z"},                           //
-      {"\xE2z\x82", "\\xe2z\\x82"},                                    //
-      {"\xC2\xC3\xA4", "\\xc2\xC3\xA4"},                               // one begins in another
-      {"\xF0\x9F\xC3\xA4", "\\xf0\\x9f\xC3\xA4"},                      //
-      {"\xC3\xC0", "\\xc3\\xc0"},                                      //
-      {"\xC0\x8A", "\\xc0\\x8a"},                                      // a line feed, overlong
-      {"\xC1\xBF", "\\xc1\\xbf"},                                      //
-      {"\xE0\x80\x8A", "\\xe0\\x80\\x8a"},                             //
-      {"\xE0\x9F\xBF", "\\xe0\\x9f\\xbf"},                             //
-      {"\xF0\x80\x80\x8A", "\\xf0\\x80\\x80\\x8a"},                    //
-      {"\xF0\x8F\xBF\xBF", "\\xf0\\x8f\\xbf\\xbf"},                    //
-      {"\xED\xA0\x80\xED\xBF\xBF", "\\xed\\xa0\\x80\\xed\\xbf\\xbf"},  // surrogates
-      {"\xF4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},                    // beyond U+10FFFF
-      {"\xF5\x80\x80\x80", "\\xf5\\x80\\x80\\x80"},                    //
-      {"\xF8\x88\x80\x80\x80", "\\xf8\\x88\\x80\\x80\\x80"},           //
-      {"\xFE\xFF", "\\xfe\\xff"},                                      //
+      // Begins no character.
+      {"\x80", "\\x80"},
+      {"\xBF", "\\xbf"},
+      // Cut short.
+      {"\xC2", "\\xc2"},
+      {"\xC3z", "\\xc3z"},
+      {"\xC3\x7F", "\\xc3\\x7f"},
+      {"\xE2\x82", "\\xe2\\x82"},
+      {"\xE2\x82z", "\\xe2\\x82z"},
+      {"\xE2\x82\x7F", "\\xe2\\x82\\x7f"},
+      {"\xE2z\x82", "\\xe2z\\x82"},
+      {"\xED\x7F\xBF", "\\xed\\x7f\\xbf"},
+      {"\xF0\x9F\x98", "\\xf0\\x9f\\x98"},
+      {"\xF0\x9F\x98z", "\\xf0\\x9f\\x98z"},
+      {"\xF4\x7F\xBF\xBF", "\\xf4\\x7f\\xbf\\xbf"},
+      // One begins within another.
+      {"\xC2\xC3\xA4", "\\xc2\xC3\xA4"},
+      {"\xF0\x9F\xC3\xA4", "\\xf0\\x9f\xC3\xA4"},
+      {"\xC3\xC0", "\\xc3\\xc0"},
+      {"\xE0\xC0\xBF", "\\xe0\\xc0\\xbf"},
+      {"\xF0\xC0\xBF\xBF", "\\xf0\\xc0\\xbf\\xbf"},
+      // Overlong; the first ones would be line feeds.
+      {"\xC0\x8A", "\\xc0\\x8a"},
+      {"\xE0\x80\x8A", "\\xe0\\x80\\x8a"},
+      {"\xF0\x80\x80\x8A", "\\xf0\\x80\\x80\\x8a"},
+      {"\xC1\xBF", "\\xc1\\xbf"},
+      {"\xE0\x9F\xBF", "\\xe0\\x9f\\xbf"},
+      {"\xF0\x8F\xBF\xBF", "\\xf0\\x8f\\xbf\\xbf"},
+      // Surrogates, and beyond U+10FFFF.
+      {"\xED\xA0\x80\xED\xBF\xBF", "\\xed\\xa0\\x80\\xed\\xbf\\xbf"},
+      {"\xF4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},
+      {"\xF5\x80\x80\x80", "\\xf5\\x80\\x80\\x80"},
+      {"\xF8\x88\x80\x80\x80", "\\xf8\\x88\\x80\\x80\\x80"},
+      {"\xFE\xFF", "\\xfe\\xff"},
   };
   for (const auto& row : kTable) {
     EXPECT_EQ(LumSafeText(row.bytes), row.shown);
@@ -103,7 +114,7 @@ TEST(LumSafeText, AllowedControlsPass) {
 
 TEST(LumSafeText, CountsUpToTheFirstUnfitByte) {
   EXPECT_EQ(LumSafeLength("", 0, ""), 0U);
-  EXPECT_EQ(LumSafeLength("ab", 2, ""), 2U);
+  EXPECT_EQ(LumSafeLength("abc", 2, ""), 2U);
   EXPECT_EQ(LumSafeLength("a\xE2\x82\xAC\n", 5, ""), 4U);
   EXPECT_EQ(LumSafeLength("a\xE2\x82\xAC", 3, ""), 1U);  // the size ends within the character
 }
