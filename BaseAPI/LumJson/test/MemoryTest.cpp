@@ -4,6 +4,7 @@
 // allocates, and another allocation fails in each run. What is lost is told by the leak checker.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 #include <string>
@@ -211,6 +212,12 @@ TEST(MemoryTest, WritingAndComparingLeaveTheValueAlone) {
       },
       [](Two& two) { EXPECT_TRUE(two.first == two.second); },
       [](const Two& two) { EXPECT_EQ(two.first, two.second); });
+}
+
+TEST(MemoryTest, ATextOfASizeThatNoMemoryHasIsRefused) {
+  for (volatile std::size_t size : {SIZE_MAX, SIZE_MAX - 24, SIZE_MAX / 2 + 1}) {
+    EXPECT_THROW(Value("text", size), std::bad_alloc) << size;
+  }
 }
 
 TEST(MemoryTest, AReadDocumentTakesOneAllocationForEachContainerAndLongText) {
