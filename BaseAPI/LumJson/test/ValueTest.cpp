@@ -396,4 +396,13 @@ TEST(EqualityTest, LiteralsCompareWithValues) {
   EXPECT_TRUE(Value(true) != false);
 }
 
+TEST(EqualityTest, LargeUnsignedIntegersEqualDoublesOfTheSameValueOnly) {
+  const Value integer(std::uint64_t{1} << 63);
+  EXPECT_EQ(integer, Value(0x1p63));
+  EXPECT_EQ(Value(0x1p63), integer);
+  EXPECT_NE(integer, Value(0x1.8p63));
+  EXPECT_NE(integer, Value(1.0));
+  EXPECT_NE(integer, Value(0.5));
+}
+
 }  // namespace
