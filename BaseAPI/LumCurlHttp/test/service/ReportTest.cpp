@@ -370,12 +370,15 @@ TEST_F(ReportTest, MissingIdentifierIsWarnedAboutAndTheReportIsSent) {
   EXPECT_EQ(compressed, text);
 }
 
-TEST_F(ReportTest, EmptyOrNullIdentifierIsWarnedAbout) {
+TEST_F(ReportTest, EmptyOrNullIdentifierIsWarnedAboutAndStaysWhatItIs) {
   for (const char* document : {R"({"accessId": ""})", R"({"accessId": null})"}) {
     Forget();
     EXPECT_EQ(client.ReportDataWithGzip(kUrl, Document(document), "t"), 0);
     EXPECT_EQ(Logs().at(0), ClientLog(2, "ReportDataWithGzip", "accessId is Empty"));
     EXPECT_THAT(recorder.Transfers().at(0).headers, ::testing::Contains("X-ORV-ACCESS-ID;"));
+    const std::string size = std::to_string(Document(document).ToStyledString().size());
+    EXPECT_THAT(recorder.Events(),
+                Contains(::testing::StartsWith("GzipCompress " + size + " into ")));
   }
 }
 
