@@ -11,17 +11,31 @@
 
 namespace lumtest {
 
+// Debian 12's, up to sid's, sid's: what is between 8.14 and 8.23 has not been tried.
 inline bool IsCurl7() {
   return curl_version_info(CURLVERSION_NOW)->version_num < 0x080000;
 }
 
+inline bool IsCurl823() {
+  return curl_version_info(CURLVERSION_NOW)->version_num >= 0x081700;
+}
+
+template <class Value>
+Value ByCurl(const Value& of7, const Value& of814, const Value& of823) {
+  return IsCurl7() ? of7 : IsCurl823() ? of823 : of814;
+}
+
 template <class Value>
 Value ByCurl(const Value& of7, const Value& of8) {
-  return IsCurl7() ? of7 : of8;
+  return ByCurl(of7, of8, of8);
+}
+
+inline std::string ByCurl(const char* of7, const char* of814, const char* of823) {
+  return IsCurl7() ? of7 : IsCurl823() ? of823 : of814;
 }
 
 inline std::string ByCurl(const char* of7, const char* of8) {
-  return IsCurl7() ? of7 : of8;
+  return ByCurl(of7, of8, of8);
 }
 
 // libcurl's text for a result.
@@ -56,6 +70,17 @@ inline std::string CurlBytesMissing(std::size_t bytes) {
   return IsCurl7() ? closed : "(" + closed + "|end of response with " + count + " bytes missing)";
 }
 
+// The longer text of a certificate that is refused, as a regular expression.
+inline std::string CurlBadCertificate(const std::string& why) {
+  return IsCurl823() ? "SSL certificate OpenSSL verify result: " + why + " \\([0-9]+\\)"
+                     : "SSL certificate problem: " + why;
+}
+
+// The result of a private key that cannot be used: a bad argument in 8.23.
+inline int CurlBadKey() {
+  return IsCurl823() ? 43 : 58;
+}
+
 // An upload of a known size asks whether to go on: always in 7.88, above one megabyte in series 8.
 inline bool CurlAsksBefore(std::size_t bytes) {
   return IsCurl7() || bytes > 1024 * 1024;
@@ -64,8 +89,7 @@ inline bool CurlAsksBefore(std::size_t bytes) {
 // A line of the request's head whose value has 307200 bytes or more: 8.14 leaves it out and sends
 // the rest; 7.88 and 8.23 send nothing when the head exceeds a megabyte.
 inline bool CurlLeavesLongLinesOut() {
-  const unsigned version = curl_version_info(CURLVERSION_NOW)->version_num;
-  return version >= 0x080e00 && version < 0x081700;
+  return !IsCurl7() && !IsCurl823();
 }
 
 }  // namespace lumtest

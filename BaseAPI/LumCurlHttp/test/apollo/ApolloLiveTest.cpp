@@ -190,6 +190,11 @@ TEST_F(ApolloLive, AnIPv6AddressIsNotConnectedTo) {
   WireOptions options = TlsOptions();
   options.address = "::1";
   WireServer server(options);
+  if (IsCurl823()) {  // which connects to an address that is written out
+    server.Script(JsonReply(kAnswer));
+    EXPECT_EQ(Read(Host(server, "[::1]")).code, 200);
+    return;
+  }
   ExpectFailure(Host(server, "[::1]"), 7, "");
   EXPECT_EQ(server.Connections().size(), 0u);
 }

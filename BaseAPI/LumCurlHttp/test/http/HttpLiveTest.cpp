@@ -266,8 +266,16 @@ TEST_F(HttpLive, AUrlThatIsNoneIsAFailure) {
 }
 
 // The address is of the other family: libcurl gives up before it tries, and says no more.
+// A name is looked up for IPv4 alone in every release; an address that is written out is 8.23's
+// exception.
 TEST_F(HttpLive, AnIPv6AddressIsNotConnectedTo) {
   WireServer server(IPv6Options());
+  if (IsCurl823()) {
+    server.Script(JsonReply("1"));
+    Get(server.Url());
+    EXPECT_EQ(code, 200);
+    return;
+  }
   ExpectGetFails(server.Url(), Failed("GET", 7, ""));
   EXPECT_EQ(server.Connections().size(), 0u);
 }

@@ -40,7 +40,8 @@ TEST_F(TlsLive, APassPhraseServesOneGetAndMustBeSetAgainForTheNext) {
   EXPECT_EQ(server.Request(0).clientSubject, kClient);
   EXPECT_TRUE(server.Request(0).tls);
 
-  ExpectGetFails(server.Url(), Failed("GET", 58, "unable to set private key file: .*"), true);
+  ExpectGetFails(server.Url(), Failed("GET", CurlBadKey(), "unable to set private key file: .*"),
+                 true);
   EXPECT_EQ(server.RequestCount(), 1u);
 
   SetSsl(Tls().clientEncryptedKey, kPassPhrase);
@@ -59,8 +60,8 @@ TEST_F(TlsLive, APassPhraseServesOnePostAndMustBeSetAgainForTheNext) {
 
   EXPECT_TRUE(Post(server.Url(), "{}", true).IsNull());
   EXPECT_EQ(code, -1);
-  EXPECT_THAT(log.Messages(1),
-              ElementsAre(MatchesRegex(Failed("POST", 58, "unable to set private key file: .*"))));
+  EXPECT_THAT(log.Messages(1), ElementsAre(MatchesRegex(Failed(
+                                   "POST", CurlBadKey(), "unable to set private key file: .*"))));
 
   SetSsl(Tls().clientEncryptedKey, kPassPhrase);
   Post(server.Url(), "{}", true);
@@ -72,7 +73,7 @@ TEST_F(TlsLive, AFailedRequestUsesThePassPhraseUpToo) {
   SetSsl(Tls().clientEncryptedKey, kPassPhrase);
   ExpectGetFails(port.Url("https"), Failed("GET", 7, ".*"), true);
   WireServer server(TlsOptions());
-  ExpectGetFails(server.Url(), Failed("GET", 58, ".*"), true);
+  ExpectGetFails(server.Url(), Failed("GET", CurlBadKey(), ".*"), true);
 }
 
 TEST_F(TlsLive, ARequestWithoutTlsLeavesThePassPhrase) {
@@ -104,7 +105,8 @@ TEST_F(TlsLive, AKeyThatIsNotEncryptedServesAnyNumberOfRequests) {
 TEST_F(TlsLive, AWrongPassPhraseIsAFailure) {
   WireServer server(TlsOptions());
   SetSsl(Tls().clientEncryptedKey, "wrong");
-  ExpectGetFails(server.Url(), Failed("GET", 58, "unable to set private key file: .*"), true);
+  ExpectGetFails(server.Url(), Failed("GET", CurlBadKey(), "unable to set private key file: .*"),
+                 true);
   EXPECT_EQ(server.RequestCount(), 0u);
 }
 
@@ -113,7 +115,7 @@ TEST_F(TlsLive, AShorterPassPhraseBehindALongerOneIsWrong) {
   WireServer server(TlsOptions());
   SetSsl(Tls().clientEncryptedKey, std::string(kPassPhrase) + " and more");
   SetSsl(Tls().clientEncryptedKey, kPassPhrase);
-  ExpectGetFails(server.Url(), Failed("GET", 58, ".*"), true);
+  ExpectGetFails(server.Url(), Failed("GET", CurlBadKey(), ".*"), true);
 }
 
 // --- Files that are not what they should be
@@ -121,7 +123,7 @@ TEST_F(TlsLive, AShorterPassPhraseBehindALongerOneIsWrong) {
 TEST_F(TlsLive, AMissingKeyFileIsAFailure) {
   WireServer server(TlsOptions());
   SetSsl("/nonexistent/client.key", kPassPhrase);
-  ExpectGetFails(server.Url(), Failed("GET", 58, ".*/nonexistent/client.key.*"), true);
+  ExpectGetFails(server.Url(), Failed("GET", CurlBadKey(), ".*/nonexistent/client.key.*"), true);
 }
 
 TEST_F(TlsLive, AMissingCertificateFileIsAFailure) {
@@ -139,7 +141,7 @@ TEST_F(TlsLive, AMissingCaFileIsAFailure) {
 TEST_F(TlsLive, AKeyThatIsNotTheCertificatesIsAFailure) {
   WireServer server(TlsOptions());
   SetSsl(Tls().untrustedClientKey, "");
-  ExpectGetFails(server.Url(), Failed("GET", 58, ".*"), true);
+  ExpectGetFails(server.Url(), Failed("GET", CurlBadKey(), ".*"), true);
 }
 
 TEST_F(TlsLive, WithoutItsFilesTheRequestIsNotAttempted) {
@@ -158,15 +160,15 @@ TEST_F(TlsLive, WithoutItsFilesTheRequestIsNotAttempted) {
 TEST_F(TlsLive, AServerOfAnotherCaIsRefused) {
   WireServer server(TlsOptions(Tls().untrustedServerCertificate, Tls().untrustedServerKey));
   SetSsl(Tls().clientKey, "");
-  ExpectGetFails(server.Url(), Failed("GET", 60, "SSL certificate problem: .*"), true);
+  ExpectGetFails(server.Url(), Failed("GET", 60, CurlBadCertificate(".*")), true);
   EXPECT_EQ(server.RequestCount(), 0u);
 }
 
 TEST_F(TlsLive, AnExpiredServerCertificateIsRefused) {
   WireServer server(TlsOptions(Tls().expiredServerCertificate, Tls().expiredServerKey));
   SetSsl(Tls().clientKey, "");
-  ExpectGetFails(server.Url(),
-                 Failed("GET", 60, "SSL certificate problem: certificate has expired"), true);
+  ExpectGetFails(server.Url(), Failed("GET", 60, CurlBadCertificate("certificate has expired")),
+                 true);
 }
 
 TEST_F(TlsLive, AServerCertificateForAnotherHostIsAccepted) {

@@ -117,8 +117,8 @@ TEST_F(ClientCertificateTest, FilesThatAreNotThereFailTheRequest) {
 
   EXPECT_EQ(Report(), -10000);
 
-  EXPECT_THAT(log.Messages(1).at(0), StartsWith("POST failed for Problem with the local SSL "
-                                                "certificate, resOps: 58, code: 0, errorBuf: "));
+  EXPECT_THAT(log.Messages(1).at(0),
+              StartsWith("POST failed for " + CurlError(58) + ", resOps: 58, code: 0, errorBuf: "));
 }
 
 TEST_F(ClientCertificateTest, ExpiredAndUntrustedClientsAreRefusedByTheServer) {
