@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <map>
 #include <new>
 #include <string>
 #include <utility>
@@ -243,6 +244,66 @@ TEST(MemoryTest, ACopyTakesOneAllocationForEachContainerAndLongText) {
   EXPECT_EQ(5, AllocationsOf([&value] { const Value copy = value; }));
 }
 
+// Which members of an object, counted from 1, take memory when they are added, and how often.
+std::map<int, long> AllocationsOfMembers(Value& value, int last) {
+  std::map<int, long> allocationsOf;
+  for (int i = static_cast<int>(value.Size()) + 1; i <= last; ++i) {
+    const std::string name = std::to_string(i);
+    const long taken = AllocationsOf([&value, &name] { value[name] = 1; });
+    if (taken != 0) {
+      allocationsOf[i] = taken;
+    }
+  }
+  return allocationsOf;
+}
+
+TEST(MemoryTest, AnObjectGrowsByAsManyMembersAsItHas) {
+  Value value;
+  const std::map<int, long> expected = {
+      {1, 1},              // a block for 4
+      {5, 2},              // another one, and what keeps the two together
+      {9, 1},  {17, 1},    // blocks for 8 and 16
+      {33, 2},             // a block for 32 and an index
+      {64, 1}, {128, 1},   // an index of twice the size when it is half full
+      {65, 1}, {129, 1}};  // blocks for 64 and 128
+  EXPECT_EQ(expected, AllocationsOfMembers(value, 200));
+}
+
+TEST(MemoryTest, AnObjectThatWasReadGrowsByFourMembersAtLeast) {
+  Value value;
+  ASSERT_TRUE(value.Parse("{\"1\":1}"));
+  const std::map<int, long> expected = {{2, 2}, {6, 1}, {11, 1}};
+  EXPECT_EQ(expected, AllocationsOfMembers(value, 15));
+}
+
+TEST(MemoryTest, AnArrayDoublesItsRoom) {
+  Value value;
+  for (int i = 1; i <= 200; ++i) {
+    const bool grows = i == 1 || i == 5 || i == 9 || i == 17 || i == 33 || i == 65 || i == 129;
+    EXPECT_EQ(grows ? 1 : 0, AllocationsOf([&value, i] { value.Append(i); })) << i;
+  }
+}
+
+TEST(MemoryTest, AnIndexIsMadeForMoreThanThirtyTwoMembers) {
+  for (const auto& [members, expected] : {std::pair(32, 1L), std::pair(33, 3L)}) {
+    std::string text = "{";
+    for (int i = 1; i <= members; ++i) {
+      text += '"' + std::to_string(i) + (i < members ? "\":1," : "\":1}");
+    }
+    Value value;
+    EXPECT_EQ(expected, AllocationsOf([&value, &text] { value.Parse(text); })) << members;
+    EXPECT_EQ(expected, AllocationsOf([&value] { const Value copy = value; })) << members;
+  }
+}
+
+TEST(MemoryTest, ACopyOfALargeArrayTakesOneAllocation) {
+  Value value;
+  for (int i = 0; i < 100; ++i) {
+    value.Append("text");
+  }
+  EXPECT_EQ(1, AllocationsOf([&value] { const Value copy = value; }));
+}
+
 TEST(MemoryTest, MovesAllocateNothing) {
   Value value = Sample();
   EXPECT_EQ(0, AllocationsOf([&value] {
@@ -256,6 +317,17 @@ TEST(MemoryTest, ASmallDocumentIsWrittenWithTwoAllocations) {
   Value value;
   ASSERT_TRUE(value.Parse("{\"id\":17,\"name\":\"a name\",\"list\":[1,2,[3]]}"));
   // One for the text, one for the containers that are open.
+  EXPECT_EQ(2, AllocationsOf([&value] { value.ToStyledString(); }));
+}
+
+TEST(MemoryTest, AScalarIsWrittenWithoutAllocation) {
+  const Value value(17);
+  EXPECT_EQ(0, AllocationsOf([&value] { value.ToStyledString(); }));
+}
+
+TEST(MemoryTest, SixteenLevelsAreOpenInOneAllocation) {
+  Value value;
+  ASSERT_TRUE(value.Parse("[[[[[[[[[[[[[[[[1]]]]]]]]]]]]]]]]"));
   EXPECT_EQ(2, AllocationsOf([&value] { value.ToStyledString(); }));
 }
 

@@ -218,6 +218,8 @@ TEST(NumberTest, DoublesAreWrittenWithTheFewestDigits) {
   EXPECT_EQ("999999999.999999", Written(999999999.999999));
   EXPECT_EQ("1234567890.5", Written(1234567890.5));
   EXPECT_EQ("0.3333333333333333", Written(1.0 / 3));
+  EXPECT_EQ("1e-04", Written(1e-4));
+  EXPECT_EQ("1e+09", Written(1e9));
 }
 
 TEST(NumberTest, IntegralDoublesStayDoubles) {

@@ -360,13 +360,46 @@ TEST(RemoveTest, EveryMemberOfEveryPlace) {
 // A hundred thousand members: quadratic work would take minutes here.
 TEST(LargeObjectTest, IsBuiltAndSearchedQuickly) {
   constexpr int kMembers = 100000;
-  Value value;
-  for (int i = 0; i < kMembers; ++i) {
-    value["member " + std::to_string(i)] = i;
+  // Short names, and long ones that differ in their first word or in their last bytes alone.
+  for (const auto& [before, behind] :
+       {std::pair("member ", ""), std::pair("", " is the number of the member"),
+        std::pair("the member has the number ", "")}) {
+    const auto name = [before = before, behind = behind](int i) {
+      return before + std::to_string(i) + behind;
+    };
+    Value value;
+    for (int i = 0; i < kMembers; ++i) {
+      value[name(i)] = i;
+    }
+    EXPECT_EQ(std::size_t{kMembers}, value.Size());
+    for (int i = 0; i < kMembers; ++i) {
+      ASSERT_EQ(i, std::as_const(value)[name(i)].AsInt64(-1));
+    }
   }
-  EXPECT_EQ(std::size_t{kMembers}, value.Size());
-  for (int i = 0; i < kMembers; ++i) {
-    ASSERT_EQ(i, std::as_const(value)["member " + std::to_string(i)].AsInt64(-1));
+}
+
+TEST(LargeObjectTest, GrowsAfterItWasRead) {
+  for (const int duplicates : {0, 3}) {
+    std::string text = "{";
+    for (int i = 0; i < 40; ++i) {
+      text += '"' + std::to_string(i) + "\":" + std::to_string(i) + ',';
+    }
+    for (int i = 0; i < duplicates; ++i) {
+      text += '"' + std::to_string(i) + "\":" + std::to_string(i) + ',';
+    }
+    text.back() = '}';
+    Value value = Read(text);
+    for (int i = 40; i < 200; ++i) {
+      value[std::to_string(i)] = i;
+    }
+    EXPECT_EQ(200U, value.Size());
+    int expected = 0;
+    for (const Member& member : value.Members()) {
+      EXPECT_EQ(std::to_string(expected), member.Name());
+      EXPECT_EQ(&member.Item(), value.Find(member.Name()));
+      EXPECT_EQ(expected++, member.Item().AsInt64());
+    }
+    EXPECT_EQ(200, expected);
   }
 }
 
