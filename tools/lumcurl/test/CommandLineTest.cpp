@@ -1,5 +1,6 @@
 // What the command line accepts, refuses and explains.
 
+#include <curl/curlver.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -96,8 +97,8 @@ TEST(Help, OfDownloadSaysThatTheStatusIsNotVisible) {
 TEST(Version, NamesToolLibraryAndLibcurl) {
   const ProcessResult result = Lumcurl({"--version"});
   EXPECT_EQ(result.exitStatus, 0);
-  EXPECT_THAT(result.out,
-              StartsWith("lumcurl " LUM_VERSION "\nlibLumCurlHttp " LUM_VERSION "\nlibcurl/7."));
+  EXPECT_THAT(result.out, StartsWith("lumcurl " LUM_VERSION "\nlibLumCurlHttp " LUM_VERSION
+                                     "\nlibcurl/" LIBCURL_VERSION " "));
   EXPECT_THAT(result.err, IsEmpty());
 }
 
