@@ -238,6 +238,19 @@ TEST(MemoryTest, AReadDocumentTakesOneAllocationForEachContainerAndLongText) {
   }
 }
 
+TEST(MemoryTest, ReadingTakesMemoryForMoreThan128ValuesOfOpenContainers) {
+  for (const auto& [elements, expected] :
+       {std::pair(128, 1L), std::pair(129, 2L), std::pair(256, 2L), std::pair(257, 3L)}) {
+    std::string text = "[1";
+    for (int i = 1; i < elements; ++i) {
+      text += ",1";
+    }
+    text += ']';
+    Value value;
+    EXPECT_EQ(expected, AllocationsOf([&value, &text] { value.Parse(text); })) << elements;
+  }
+}
+
 TEST(MemoryTest, ACopyTakesOneAllocationForEachContainerAndLongText) {
   Value value;
   ASSERT_TRUE(value.Parse("{\"a\":[1,[2],[]],\"a name of more than fourteen bytes\":{\"b\":3}}"));
@@ -339,6 +352,21 @@ TEST(MemoryTest, ALargeDocumentIsWrittenWithFewAllocations) {
   std::string text;
   EXPECT_LE(AllocationsOf([&value, &text] { text = value.ToStyledString(); }), 5);
   EXPECT_LE(text.capacity(), 2 * text.size());
+}
+
+// The rest of it is as long as what was written shows, in each of the containers that are open.
+TEST(MemoryTest, AnEvenDocumentIsWrittenIntoOneAllocationOfItsSize) {
+  Value value;
+  for (int row = 0; row < 3000; ++row) {
+    Value numbers;
+    for (int i = 0; i < 100; ++i) {
+      numbers.Append(123456);
+    }
+    value.Append(std::move(numbers));
+  }
+  std::string text;
+  EXPECT_EQ(2, AllocationsOf([&value, &text] { text = value.ToStyledString(); }));
+  EXPECT_LE(text.capacity(), text.size() / 100 * 115);
 }
 
 // What follows a long text looks as if it were as long.
