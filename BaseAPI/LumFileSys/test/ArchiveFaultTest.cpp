@@ -1,6 +1,8 @@
 // Archives over system calls that fail on cue, and over files that change meanwhile: whatever goes
 // wrong, and wherever, the operation says so, leaves nothing behind and an older archive as it was.
 
+#include <archive.h>
+#include <archive_entry.h>
 #include <dirent.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -34,11 +36,22 @@
 #include "support/Process.h"
 #include "support/ProcessState.h"
 
-struct archive;
-
 extern "C" {
 int __real_access(const char* path, int mode);
+void __real_archive_entry_free(archive_entry* entry);
+archive_entry* __real_archive_entry_new();
+int __real_archive_write_add_filter_none(archive* tar);
+int __real_archive_write_close(archive* tar);
+la_ssize_t __real_archive_write_data(archive* tar, const void* data, std::size_t size);
+int __real_archive_write_finish_entry(archive* tar);
+int __real_archive_write_free(archive* tar);
+int __real_archive_write_header(archive* tar, archive_entry* entry);
 archive* __real_archive_write_new();
+int __real_archive_write_open2(archive* tar, void* data, archive_open_callback* open,
+                               archive_write_callback* write, archive_close_callback* close,
+                               archive_free_callback* release);
+int __real_archive_write_set_bytes_per_block(archive* tar, int size);
+int __real_archive_write_set_format_gnutar(archive* tar);
 int __real_close(int fd);
 int __real_fchmod(int fd, mode_t mode);
 int __real_fcntl(int fd, int command, ...);
@@ -94,6 +107,26 @@ struct Hooks {
 };
 
 Hooks* g_hooks = nullptr;
+
+// Whether libarchive refuses a call that was made for this archive.
+std::function<bool(archive*)> g_refuses;
+int g_liveTarObjects = 0;
+
+bool Refuses(archive* tar) {
+  return g_refuses && g_refuses(tar);
+}
+
+template <typename Object>
+Object* Taken(Object* object) {
+  g_liveTarObjects += object != nullptr ? 1 : 0;
+  return object;
+}
+
+template <typename Object>
+Object* Given(Object* object) {
+  g_liveTarObjects -= object != nullptr ? 1 : 0;
+  return object;
+}
 
 // Lets `hooks` be what the system calls of its scope lead to.
 class HooksInScope {
@@ -206,7 +239,10 @@ class LumArchiveFault : public ::testing::Test {
       m_log.push_back(std::string(record.file) + ' ' + record.function + ' ' + record.message);
     });
   }
-  ~LumArchiveFault() override { LumLogger::GetInstance().SetSink(nullptr); }
+  ~LumArchiveFault() override {
+    LumLogger::GetInstance().SetSink(nullptr);
+    EXPECT_EQ(g_liveTarObjects, 0);
+  }
 
   // What packing "d", or what `pack` does, with the hooks leads to: 0 or errno.
   int Pack() {
@@ -518,6 +554,39 @@ TEST_F(LumArchiveFault, MemoryRunsOutAtAnyPoint) {
   m_hooks.newArchive = []() -> archive* { return nullptr; };  // the tar writer has none either
   EXPECT_EQ(Pack(), ENOMEM);
   ExpectNothingChanged();
+}
+
+TEST_F(LumArchiveFault, EveryCallOfTheTarWriterMayFail) {
+  constexpr int kOfOpening = 5;  // of which only a lack of memory can be the reason
+  for (const int error : {EDOM, 0, -1}) {
+    int calls = 0;
+    for (int failing = 1;; ++failing) {
+      calls = 0;
+      g_refuses = [&](archive* tar) {
+        if (++calls != failing) {
+          return false;
+        }
+        if (tar != nullptr) {
+          archive_set_error(tar, error, "refused");
+        }
+        return true;
+      };
+      const int result = Pack();
+      g_refuses = nullptr;
+      if (calls < failing) {
+        EXPECT_EQ(result, 0);
+        break;
+      }
+      EXPECT_EQ(result, failing <= kOfOpening ? ENOMEM : error > 0 ? error : EIO) << failing;
+      EXPECT_EQ(calls, failing);  // none behind the one that failed
+      EXPECT_EQ(g_liveTarObjects, 0);
+      ExpectNothingChanged();
+    }
+    // Five members, three of them files with pieces and an end; then the end of all.
+    EXPECT_EQ(calls, kOfOpening + 5 + 6 + 3 + 1);
+    ExpectWholeArchive();
+    m_dir.Write("d.tar.gz", "older archive");
+  }
 }
 
 TEST_F(LumArchiveFault, FailureEndsAtOnceHoweverMuchWasAnnounced) {
@@ -1174,8 +1243,55 @@ int __wrap_access(const char* path, int mode) {
   return Call(&Hooks::access, __real_access, path, mode);
 }
 
+void __wrap_archive_entry_free(archive_entry* entry) {
+  __real_archive_entry_free(Given(entry));
+}
+
+archive_entry* __wrap_archive_entry_new() {
+  return Refuses(nullptr) ? nullptr : Taken(__real_archive_entry_new());
+}
+
+int __wrap_archive_write_add_filter_none(archive* tar) {
+  return Refuses(tar) ? ARCHIVE_FATAL : __real_archive_write_add_filter_none(tar);
+}
+
+int __wrap_archive_write_close(archive* tar) {
+  return Refuses(tar) ? ARCHIVE_FATAL : __real_archive_write_close(tar);
+}
+
+la_ssize_t __wrap_archive_write_data(archive* tar, const void* data, std::size_t size) {
+  return Refuses(tar) ? ARCHIVE_FATAL : __real_archive_write_data(tar, data, size);
+}
+
+int __wrap_archive_write_finish_entry(archive* tar) {
+  return Refuses(tar) ? ARCHIVE_FATAL : __real_archive_write_finish_entry(tar);
+}
+
+int __wrap_archive_write_free(archive* tar) {
+  return __real_archive_write_free(Given(tar));
+}
+
+int __wrap_archive_write_header(archive* tar, archive_entry* entry) {
+  return Refuses(tar) ? ARCHIVE_FAILED : __real_archive_write_header(tar, entry);
+}
+
 archive* __wrap_archive_write_new() {
-  return Call(&Hooks::newArchive, __real_archive_write_new);
+  return Taken(Call(&Hooks::newArchive, __real_archive_write_new));
+}
+
+int __wrap_archive_write_open2(archive* tar, void* data, archive_open_callback* open,
+                               archive_write_callback* write, archive_close_callback* close,
+                               archive_free_callback* release) {
+  return Refuses(tar) ? ARCHIVE_FATAL
+                      : __real_archive_write_open2(tar, data, open, write, close, release);
+}
+
+int __wrap_archive_write_set_bytes_per_block(archive* tar, int size) {
+  return Refuses(tar) ? ARCHIVE_FATAL : __real_archive_write_set_bytes_per_block(tar, size);
+}
+
+int __wrap_archive_write_set_format_gnutar(archive* tar) {
+  return Refuses(tar) ? ARCHIVE_FATAL : __real_archive_write_set_format_gnutar(tar);
 }
 
 int __wrap_close(int fd) {

@@ -37,6 +37,10 @@ TEST(LumRealPath, FileInADirectoryThatExists) {
   EXPECT_TRUE(RealPath("/dev/null"));
 }
 
+TEST(LumRealPath, NameOfOneByteIsAName) {
+  EXPECT_TRUE(RealPath("#"));
+}
+
 TEST(LumRealPath, DirectoryIsNoFile) {
   const TempDir dir;
   dir.MakeDir("sub");
