@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <isa-l/igzip_lib.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -58,6 +59,8 @@ int __real_fcntl(int fd, int command, ...);
 DIR* __real_fdopendir(int fd);
 int __real_fstat(int fd, struct stat* status);
 int __real_fstatat(int directory, const char* name, struct stat* status, int flags);
+int __real_isal_deflate(isal_zstream* stream);
+int __real_isal_deflate_stateless(isal_zstream* stream);
 int __real_linkat(int from, const char* name, int to, const char* newName, int flags);
 int __real_open(const char* path, int flags, ...);
 int __real_openat(int directory, const char* name, int flags, ...);
@@ -111,6 +114,14 @@ Hooks* g_hooks = nullptr;
 // Whether libarchive refuses a call that was made for this archive.
 std::function<bool(archive*)> g_refuses;
 int g_liveTarObjects = 0;
+
+// What a call of the compressor returns instead of compressing; COMP_OK: it compresses.
+std::function<int(const isal_zstream&)> g_deflateResult;
+
+int Deflated(isal_zstream* stream, int (*real)(isal_zstream*)) {
+  const int result = g_deflateResult ? g_deflateResult(*stream) : COMP_OK;
+  return result == COMP_OK ? real(stream) : result;
+}
 
 bool Refuses(archive* tar) {
   return g_refuses && g_refuses(tar);
@@ -236,6 +247,8 @@ class LumArchiveFault : public ::testing::Test {
     };
     LumLogger::GetInstance().SetSink([this](const LumLogger::Record& record) {
       EXPECT_EQ(record.level, LumLogger::kWarning);
+      EXPECT_STREQ(record.tag, " ");
+      EXPECT_STREQ(record.detail, "");
       m_log.push_back(std::string(record.file) + ' ' + record.function + ' ' + record.message);
     });
   }
@@ -345,7 +358,7 @@ TEST_F(LumArchiveFault, EveryReadMayFail) {
     EXPECT_EQ(result, EIO) << failing;
     ExpectNothingChanged();
   }
-  EXPECT_GE(reads, 6);
+  EXPECT_EQ(reads, 6);  // four of "big", a block at a time, and one of each other file
   ExpectWholeArchive();
 }
 
@@ -437,6 +450,16 @@ TEST_F(LumArchiveFault, ShortAndInterruptedCallsAreGoneOnWith) {
   EXPECT_EQ(Pack(), 0);
   ExpectWholeArchive();
   EXPECT_GT(calls, 300);
+}
+
+TEST_F(LumArchiveFault, WriteThatTakesNothingIsMadeAgain) {
+  int calls = 0;
+  m_hooks.write = [&](int fd, const void* data, std::size_t size) -> ssize_t {
+    errno = 0;
+    return ++calls % 2 == 1 ? 0 : __real_write(fd, data, size);
+  };
+  EXPECT_EQ(Pack(), 0);
+  ExpectWholeArchive();
 }
 
 TEST_F(LumArchiveFault, WriteThatLeavesOneByteIsGoneOnWith) {
@@ -587,6 +610,42 @@ TEST_F(LumArchiveFault, EveryCallOfTheTarWriterMayFail) {
     ExpectWholeArchive();
     m_dir.Write("d.tar.gz", "older archive");
   }
+}
+
+TEST_F(LumArchiveFault, EveryCallOfTheCompressorMayFail) {
+  int calls = 0;
+  for (int failing = 1;; ++failing) {
+    calls = 0;
+    g_deflateResult = [&](const isal_zstream&) {
+      return ++calls == failing ? STATELESS_OVERFLOW : COMP_OK;
+    };
+    const int result = Pack();
+    g_deflateResult = nullptr;
+    if (calls < failing) {
+      EXPECT_EQ(result, 0);
+      break;
+    }
+    EXPECT_EQ(result, EIO) << failing;
+    EXPECT_EQ(calls, failing);  // none behind the one that failed
+    ExpectNothingChanged();
+  }
+  EXPECT_GE(calls, 4);
+  ExpectWholeArchive();
+}
+
+// Both were measured; the bytes that come out do not tell.
+TEST_F(LumArchiveFault, CompressorGetsTheLevelAndTheBlocksThatAreFastest) {
+  std::vector<std::uint32_t> blocks;
+  g_deflateResult = [&](const isal_zstream& stream) {
+    EXPECT_EQ(stream.level, 1U);
+    EXPECT_EQ(stream.level_buf_size, static_cast<std::uint32_t>(ISAL_DEF_LVL1_DEFAULT));
+    blocks.push_back(stream.avail_in);
+    return COMP_OK;
+  };
+  EXPECT_EQ(Pack(), 0);
+  g_deflateResult = nullptr;
+  EXPECT_EQ(blocks.at(0), 262144U);
+  ExpectWholeArchive();
 }
 
 TEST_F(LumArchiveFault, FailureEndsAtOnceHoweverMuchWasAnnounced) {
@@ -1219,6 +1278,18 @@ TEST(LumGzipCompressFault, MemoryRunsOut) {
       .join();
 }
 
+TEST(LumGzipCompressFault, CompressorGetsLevelOne) {
+  char out[100];
+  g_deflateResult = [](const isal_zstream& stream) {
+    EXPECT_EQ(stream.level, 1U);
+    EXPECT_EQ(stream.end_of_stream, 1);
+    return COMP_OK;
+  };
+  const int result = LumCompressAndDeCompress::GzipCompress("text", 4, out, sizeof out);
+  g_deflateResult = nullptr;
+  EXPECT_GT(result, 0);
+}
+
 TEST(LumGzipCompressFault, ThreadKeepsItsMemoryUntilItEnds) {
   const std::size_t before = lumtest::LiveNews();
   std::size_t kept = 0;
@@ -1320,6 +1391,14 @@ int __wrap_fstat(int fd, struct stat* status) {
 
 int __wrap_fstatat(int directory, const char* name, struct stat* status, int flags) {
   return Call(&Hooks::fstatat, __real_fstatat, directory, name, status, flags);
+}
+
+int __wrap_isal_deflate(isal_zstream* stream) {
+  return Deflated(stream, __real_isal_deflate);
+}
+
+int __wrap_isal_deflate_stateless(isal_zstream* stream) {
+  return Deflated(stream, __real_isal_deflate_stateless);
 }
 
 int __wrap_linkat(int from, const char* name, int to, const char* newName, int flags) {

@@ -292,6 +292,22 @@ TEST(LumArchiveDirectory, HoldsTheTreeUnderItsBaseName) {
   ExpectSameTree(dir.Path("logs"), archive.Path("logs"));
 }
 
+// Headers and contents end where a block of the compressor ends, or lie in it already; a long name
+// or target comes from elsewhere and may be cut in two.
+TEST(LumArchiveDirectory, LongTargetAcrossTheEndOfABlock) {
+  const TempDir dir;
+  dir.MakeDir("d");
+  // Before the target: the headers of "d/" and "d/a", the content, the header of the target.
+  dir.Write("d/a", std::string(262144 - 3 * 512 - 512, 'a'));
+  std::string target;
+  while (target.size() < 1000) {
+    target += std::to_string(target.size()) + "/";
+  }
+  Link(target, dir.Path("d/link"));
+  ASSERT_EQ(PackDirectory(dir.Path("d")), 0);
+  ExpectSameTree(dir.Path("d"), UnpackedArchive(dir.Path("d.tar.gz")).Path("d"));
+}
+
 TEST(LumArchiveDirectory, EmptyDirectory) {
   const TempDir dir;
   ASSERT_EQ(PackDirectory(dir.MakeDir("empty")), 0);
