@@ -95,7 +95,7 @@ void TarWriter::AddFile(const std::string& name, const Descriptor& file,
 }
 
 void TarWriter::AddDirectory(const std::string& name, const struct stat& status) {
-  StartEntry(name + '/', status);
+  StartEntry(name, status);  // libarchive ends the name in a slash
   WriteHeader();
 }
 

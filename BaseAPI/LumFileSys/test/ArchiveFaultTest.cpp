@@ -423,6 +423,7 @@ TEST_F(LumArchiveFault, EveryCopyOfADescriptorMayFail) {
     int copies = 0;
     m_hooks.fcntl = [&](int fd, int command, long argument) {
       EXPECT_EQ(command, F_DUPFD_CLOEXEC);
+      EXPECT_EQ(argument, 0);
       return ++copies == failing ? FailWith(EMFILE) : __real_fcntl(fd, command, argument);
     };
     const int result = Pack();
