@@ -309,6 +309,38 @@ TEST(MemoryTest, AnIndexIsMadeForMoreThanThirtyTwoMembers) {
   }
 }
 
+TEST(MemoryTest, ACopyOfAnEmptyContainerTakesNoAllocation) {
+  Value emptied;
+  emptied["a"] = 1;
+  emptied.Remove("a");
+  for (const Value& value : {Value::Array(), Value::Object(), emptied}) {
+    EXPECT_EQ(0, AllocationsOf([&value] { const Value copy = value; }));
+  }
+}
+
+TEST(MemoryTest, WhatIsRemovedOrReplacedGivesItsMemoryBack) {
+  const std::string text = "a text of more than fourteen bytes";
+  Value object;
+  object["kept"];
+  const long withoutMember = living;
+  object[text] = Value(text);
+  EXPECT_EQ(withoutMember + 2, living);
+  object[text] = nullptr;
+  EXPECT_EQ(withoutMember + 1, living);
+  object[text].Append(Value(text));
+  EXPECT_EQ(withoutMember + 3, living);
+  EXPECT_TRUE(object.Remove(text));
+  EXPECT_EQ(withoutMember, living);
+
+  Value array;
+  array.Append(1);
+  const long withoutElement = living;
+  array.Append(Value(text));
+  EXPECT_EQ(withoutElement + 1, living);
+  EXPECT_TRUE(array.RemoveAt(1));
+  EXPECT_EQ(withoutElement, living);
+}
+
 TEST(MemoryTest, ACopyOfALargeArrayTakesOneAllocation) {
   Value value;
   for (int i = 0; i < 100; ++i) {
