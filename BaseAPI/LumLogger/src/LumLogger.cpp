@@ -172,9 +172,7 @@ struct LumLogger::State {
       t_runsSink = true;
       try {
         sink(record);
-      } catch (...) {
-        t_runsSink = false;
-        return;
+      } catch (...) {  // the record is dropped
       }
       t_runsSink = false;
     } catch (...) {
