@@ -289,6 +289,19 @@ TEST(MemoryTest, AnObjectThatWasReadGrowsByFourMembersAtLeast) {
   EXPECT_EQ(expected, AllocationsOfMembers(value, 15));
 }
 
+TEST(MemoryTest, AnObjectThatWasReadOrCopiedHasItsIndexAlready) {
+  std::string text = "{\"1\":1";
+  for (int i = 2; i <= 40; ++i) {
+    text += ",\"" + std::to_string(i) + "\":1";
+  }
+  Value value;
+  ASSERT_TRUE(value.Parse(text + '}'));
+  Value copy = value;
+  const std::map<int, long> expected = {{41, 1}};  // a block
+  EXPECT_EQ(expected, AllocationsOfMembers(value, 60));
+  EXPECT_EQ(expected, AllocationsOfMembers(copy, 60));
+}
+
 TEST(MemoryTest, AnArrayDoublesItsRoom) {
   Value value;
   for (int i = 1; i <= 200; ++i) {
