@@ -105,7 +105,6 @@ TEST_F(HttpLive, TheCallersHeaderIsSentEvenWhenItsValueIsEmpty) {
   EXPECT_TRUE(server.Request(1).HasHeader("X-Trace")) << server.Request(1).head;
 }
 
-// libcurl knows no type for the body then, and calls it a form.
 TEST_F(HttpLive, ATextThatIsNoHeaderLineLeavesTheRequestWithoutOne) {
   WireServer server;
   for (const char* text : {"no colon", ":", ": value", ": "}) {
@@ -118,6 +117,7 @@ TEST_F(HttpLive, ATextThatIsNoHeaderLineLeavesTheRequestWithoutOne) {
   }
 }
 
+// libcurl knows no type for the body then, and calls it a form.
 TEST_F(HttpLive, APostWithTheCallersHeaderHasLibcurlsContentType) {
   WireServer server;
   server.Script(JsonReply("{}"));
