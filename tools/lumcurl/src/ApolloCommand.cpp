@@ -12,6 +12,7 @@
 #include "HttpResult.h"
 #include "LumApollo.h"
 #include "LumJson.h"
+#include "Text.h"
 
 namespace {
 
@@ -43,24 +44,30 @@ std::string ShellQuoted(const std::string& value) {
   return out + "'";
 }
 
-// Variables that tell a shell, the loader or an interpreter what to run or where to find it, and
-// those that a shell lets nobody set.
+// Variables that tell a shell, the loader or an interpreter what to run or where to find it, those
+// that a shell lets nobody set, and those that say whom a client talks to and believes.
 bool Steers(const std::string& variable) {
   static const std::set<std::string> kNames = {
       // Shells; zsh has some in small letters as well.
       "IFS", "ENV", "PATH", "CDPATH", "FPATH", "HOME", "SHELL", "SHELLOPTS", "GLOBIGNORE", "PS0",
-      "PS1", "PS2", "PS3", "PS4", "PROMPT", "RPROMPT", "ZDOTDIR", "TERM", "TERMINFO", "TERMCAP",
-      "TMPDIR", "UID", "EUID", "PPID", "_", "path", "cdpath", "fpath", "manpath", "module_path",
-      // What they start.
-      "EDITOR", "VISUAL", "PAGER", "BROWSER", "LESSOPEN", "LESSCLOSE", "SSH_ASKPASS",
+      "PS1", "PS2", "PS3", "PS4", "PROMPT", "PROMPT2", "PROMPT3", "PROMPT4", "prompt", "RPS1",
+      "RPS2", "RPROMPT", "RPROMPT2", "SPROMPT", "NULLCMD", "READNULLCMD", "ZDOTDIR", "TERM",
+      "TERMINFO", "TERMCAP", "TMPDIR", "UID", "EUID", "PPID", "_", "path", "cdpath", "fpath",
+      "manpath", "module_path",
+      // What they start, and what that reads first.
+      "EDITOR", "VISUAL", "FCEDIT", "PAGER", "BROWSER", "LESSOPEN", "LESSCLOSE", "SSH_ASKPASS",
       "SUDO_ASKPASS", "MAKEFLAGS", "CLASSPATH", "PHPRC", "PHP_INI_SCAN_DIR", "RUBYLIB", "RUBYOPT",
-      // The C library, and who is believed to be a server.
-      "GCONV_PATH", "LOCPATH", "NLSPATH", "HOSTALIASES", "GLIBC_TUNABLES", "http_proxy",
-      "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY"};
-  static constexpr std::array<const char*, 15> kBeginnings = {
-      "LD_",   "BASH", "PROMPT_", "PYTHON",   "PERL", "NODE_", "NPM_",    "JAVA_",
-      "_JAVA", "JDK_", "GIT_",    "OPENSSL_", "SSL_", "LUA_",  "LUMCURL_"};
-  return kNames.count(variable) != 0 ||
+      "INPUTRC", "EXINIT", "VIMINIT",
+      // The C library, its resolver among it.
+      "GCONV_PATH", "LOCPATH", "NLSPATH", "HOSTALIASES", "LOCALDOMAIN", "RES_OPTIONS",
+      "GLIBC_TUNABLES"};
+  static constexpr std::array<const char*, 16> kBeginnings = {
+      "LD_",   "BASH", "PROMPT_", "PYTHON", "PERL",     "NODE_", "NPM_", "JAVA_",
+      "_JAVA", "JDK_", "GIT_",    "CURL_",  "OPENSSL_", "SSL",   "LUA_", "LUMCURL_"};
+  static const std::set<std::string> kProxies = {"http_proxy",  "https_proxy", "ftp_proxy",
+                                                 "rsync_proxy", "socks_proxy", "all_proxy",
+                                                 "no_proxy"};  // in letters of any case
+  return kNames.count(variable) != 0 || kProxies.count(LowerCase(variable)) != 0 ||
          std::any_of(kBeginnings.begin(), kBeginnings.end(), [&variable](const char* beginning) {
            return variable.rfind(beginning, 0) == 0;
          });

@@ -4,6 +4,7 @@
 
 #include "Interrupt.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -23,6 +24,7 @@ constexpr std::array<int, 3> kSignals = {SIGINT, SIGTERM, SIGHUP};
 
 // Texts for the handler. Each is filled before its flag is raised.
 std::array<char, PATH_MAX> keptArchive;
+struct stat replacedFile = {};  // zeros when there is none
 std::array<char, 2 * PATH_MAX> keptMessage;
 std::atomic<bool> hasKept{false};
 std::array<char, PATH_MAX> temporaryDirectory;
@@ -35,13 +37,20 @@ void Say(const char* text) {
   (void)!write(STDERR_FILENO, text, std::strlen(text));
 }
 
+// Whether the archive is there, and not still the file that it replaces.
+bool IsMade() {
+  struct stat status = {};
+  return lstat(keptArchive.data(), &status) == 0 &&
+         (status.st_ino != replacedFile.st_ino || status.st_dev != replacedFile.st_dev);
+}
+
 void OnSignal(int number) {
   // Behind a progress line, or behind the "^C" that the terminal shows.
   Say(onTerminal ? "\nlumcurl: interrupted\n" : "lumcurl: interrupted\n");
   if (hasTemporary) {
     unlink(temporaryArchive.data());
     rmdir(temporaryDirectory.data());
-  } else if (hasKept && access(keptArchive.data(), F_OK) == 0) {
+  } else if (hasKept && IsMade()) {
     Say(keptMessage.data());
   }
   raise(number);  // blocked until the handler returns; its action is the default one again
@@ -78,6 +87,9 @@ void HandleInterrupts() {
 }
 
 ArchiveNote::ArchiveNote(const std::string& path) {
+  if (lstat(path.c_str(), &replacedFile) != 0) {
+    replacedFile = {};
+  }
   hasKept = Store(keptArchive, path) &&
             Store(keptMessage, "lumcurl: the archive is kept: send it with upload-log, or remove " +
                                    LumSafeText(Quoted(path)) + "\n");

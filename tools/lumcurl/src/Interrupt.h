@@ -13,8 +13,8 @@
 // gone shows as an error.
 void HandleInterrupts();
 
-// While it lives, an interrupted process names the archive at `path`, if there is one: it stays.
-// One at a time.
+// While it lives, an interrupted process names the archive at `path`, once it has been made: it
+// stays. A file that was there before is not it. One at a time.
 class ArchiveNote {
  public:
   explicit ArchiveNote(const std::string& path);

@@ -86,9 +86,56 @@ TEST_F(Apollo, PrintsLinesThatAShellReadsBack) {
 }
 
 TEST_F(Apollo, RefusesNamesThatSteerAShell) {
-  for (const char* name : {"PATH", "IFS", "ENV", "BASH_ENV", "LD_PRELOAD", "LD_LIBRARY_PATH", "PS4",
-                           "PROMPT_COMMAND", "SHELLOPTS", "PYTHONPATH", "PYTHONSTARTUP", "PERL5OPT",
-                           "NODE_OPTIONS", "https_proxy", "LUMCURL_TOKEN", "LD.AUDIT"}) {
+  for (const char* name : {"PATH",
+                           "IFS",
+                           "ENV",
+                           "BASH_ENV",
+                           "LD_PRELOAD",
+                           "LD_LIBRARY_PATH",
+                           "LD.AUDIT",
+                           "SHELLOPTS",
+                           "PS4",
+                           "PROMPT",
+                           "PROMPT_COMMAND",
+                           "PROMPT2",
+                           "PROMPT3",
+                           "PROMPT4",
+                           "prompt",
+                           "RPS1",
+                           "RPS2",
+                           "RPROMPT",
+                           "RPROMPT2",
+                           "SPROMPT",
+                           "NULLCMD",
+                           "READNULLCMD",
+                           "FCEDIT",
+                           "EDITOR",
+                           "VISUAL",
+                           "INPUTRC",
+                           "EXINIT",
+                           "VIMINIT",
+                           "PYTHONPATH",
+                           "PYTHONSTARTUP",
+                           "PERL5OPT",
+                           "NODE_OPTIONS",
+                           "RES_OPTIONS",
+                           "LOCALDOMAIN",
+                           "HOSTALIASES",
+                           "http_proxy",
+                           "HTTP_PROXY",
+                           "https_proxy",
+                           "HTTPS_PROXY",
+                           "ALL_PROXY",
+                           "all_proxy",
+                           "NO_PROXY",
+                           "no_proxy",
+                           "No_Proxy",
+                           "ftp_proxy",
+                           "CURL_HOME",
+                           "CURL_CA_BUNDLE",
+                           "SSLKEYLOGFILE",
+                           "SSL_CERT_FILE",
+                           "LUMCURL_TOKEN"}) {
     const ProcessResult result =
         Run(JsonReply(Answer(std::string(R"({"a":"1",")") + name + R"(":"x"})")), {"--env-file"});
     std::string variable = name;
@@ -99,6 +146,9 @@ TEST_F(Apollo, RefusesNamesThatSteerAShell) {
   }
   EXPECT_THAT(Run(JsonReply(Answer(R"({"PATH":"1","IFS":"2"})")), {"--env-file"}).err,
               HasSubstr(": PATH, IFS;"));
+  // What merely looks like one of them.
+  EXPECT_EQ(Run(JsonReply(Answer(R"({"PROMPTLY":"1","db_proxy":"2"})")), {"--env-file"}).out,
+            "PROMPTLY='1'\ndb_proxy='2'\n");
 }
 
 TEST_F(Apollo, PutsAPrefixInFrontOfNames) {

@@ -147,6 +147,34 @@ TEST(Interrupt, LeavesNothingOfAnArchiveThatIsBeingMade) {
   EXPECT_EQ(Listing(directory.Path()), "dir\n");
 }
 
+TEST(Interrupt, CallsNoOlderFileTheArchiveThatIsBeingMade) {
+  TempDir directory;
+  directory.MakeDir("dir");
+  MakeSparseFile(directory.Path("dir/large"), std::uint64_t{1} << 40);  // would take minutes
+  const std::string older = directory.Write("dir.tar.gz", "precious");
+  FileWatch watch(directory.Path("dir/large"));
+  SpawnedProcess process(
+      LumcurlCommand({"upload-dir", "--overwrite", "http://127.0.0.1:9/", directory.Path("dir")}),
+      LumcurlOptions());
+  ASSERT_TRUE(watch.WaitForRead());
+  process.Signal(SIGINT);
+  EXPECT_EQ(process.Wait().err, "lumcurl: interrupted\n");
+  EXPECT_EQ(ReadFile(older), "precious");
+}
+
+TEST(Interrupt, SaysThatAnArchiveIsKeptThatReplacedAnOlderFile) {
+  WireServer server;
+  TempDir directory;
+  directory.Write("f.tar.gz", "older");
+  server.Script(WireReply().Stall());
+  SpawnedProcess process(
+      LumcurlCommand({"upload-file", "--overwrite", server.Url(), directory.Write("f", "content")}),
+      LumcurlOptions());
+  ASSERT_TRUE(server.WaitForRequests(1));
+  process.Signal(SIGINT);
+  EXPECT_THAT(process.Wait().err, HasSubstr("\nlumcurl: the archive is kept: "));
+}
+
 TEST(Interrupt, RemovesTheDirectoryOfAGroup) {
   WireServer server;
   TempDir directory;
