@@ -3,18 +3,20 @@
 //
 // Input: settings, then what a client sends before it closes its side.
 
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/read.hpp>
+#include <boost/asio/write.hpp>
 
 #include <filesystem>
+#include <map>
+#include <memory>
 #include <string>
 #include <thread>
 
 #include "Backend.h"
 #include "Connection.h"
 #include "Fuzz.h"
-#include "Session.h"
 #include "support/Files.h"
 
 namespace {
@@ -38,9 +40,11 @@ class Root {
   const std::string& Path() const { return m_directory.Path(); }
 
   // Takes back what requests have left behind.
-  void Clean() const {
-    std::filesystem::remove_all(m_directory.Path("objects"));
-    std::filesystem::remove(m_directory.Path("reports.jsonl"));
+  void Clean(unsigned settings) const {
+    const std::string objects = m_directory.Path(std::to_string(settings) + "/objects");
+    for (const auto& entry : std::filesystem::directory_iterator(objects)) {
+      std::filesystem::remove_all(entry.path());
+    }
   }
 
  private:
@@ -49,31 +53,54 @@ class Root {
 
 // Serves what `sent` asks for; returns all answers.
 std::string Serve(Backend& backend, const std::string& sent) {
-  int ends[2];
-  int stop[2];
-  LUM_REQUIRE(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
-  LUM_REQUIRE(pipe2(stop, O_CLOEXEC) == 0);
-  LUM_REQUIRE(fcntl(ends[0], F_SETFL, O_NONBLOCK) == 0);
-  LUM_REQUIRE(send(ends[1], sent.data(), sent.size(), MSG_NOSIGNAL) ==
-              static_cast<ssize_t>(sent.size()));
-  LUM_REQUIRE(shutdown(ends[1], SHUT_WR) == 0);
+  namespace asio = boost::asio;
+  using asio::ip::tcp;
+  asio::io_context io;
+  tcp::acceptor acceptor(io, {asio::ip::address_v4::loopback(), 0});
+  tcp::socket client(io);
+  client.connect(acceptor.local_endpoint());
+  Patience patience;
+  patience.farewell = std::chrono::milliseconds(10);
+  Connection connection(acceptor.accept(), nullptr, backend, patience);
   std::string answers;
-  std::thread client([&] {
-    char piece[65536];
-    ssize_t count = 0;
-    while ((count = recv(ends[1], piece, sizeof piece, 0)) > 0) {
-      answers.append(piece, static_cast<std::size_t>(count));
-    }
+  std::thread thread([&] {
+    boost::system::error_code end;
+    asio::write(client, asio::buffer(sent), end);
+    client.shutdown(tcp::socket::shutdown_send, end);
+    asio::read(client, asio::dynamic_buffer(answers), end);
   });
-  {
-    Connection connection(FileDescriptor(ends[0]), stop[0], nullptr);
-    Session(backend, connection).Run();
-  }
-  client.join();
-  for (const int descriptor : {ends[1], stop[0], stop[1]}) {
-    LUM_REQUIRE(close(descriptor) == 0);
-  }
+  asio::co_spawn(io, connection.Run(), [&](const std::exception_ptr& failure) {
+    LUM_REQUIRE(!failure);
+    connection.Stop();
+  });
+  io.run();
+  thread.join();
   return answers;
+}
+
+// One back end for each of the settings, since each makes a database.
+Backend& BackendFor(unsigned settings, const Root& root) {
+  static std::map<unsigned, std::unique_ptr<Backend>> backends;
+  std::unique_ptr<Backend>& backend = backends[settings];
+  if (!backend) {
+    Options options;
+    options.root = root.Path() + "/" + std::to_string(settings);
+    options.keep = 100;
+    options.open = (settings & kOpen) != 0;
+    if ((settings & kSmall) != 0) {
+      options.maxBody = 100;
+    }
+    if ((settings & kCut) != 0) {
+      options.cutAfter = 100;
+    }
+    std::filesystem::create_directories(options.root);
+    for (const char* name : {"files", "configs"}) {
+      std::filesystem::copy(root.Path() + "/" + name, options.root + "/" + name,
+                            std::filesystem::copy_options::recursive);
+    }
+    backend = std::make_unique<Backend>(options, (settings & kSigned) != 0 ? "key" : "");
+  }
+  return *backend;
 }
 
 }  // namespace
@@ -81,23 +108,13 @@ std::string Serve(Backend& backend, const std::string& sent) {
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const Root root;
   lumtest::FuzzInput input(data, size);
-  const unsigned settings = input.Byte();
-  Options options;
-  options.root = root.Path();
-  options.open = (settings & kOpen) != 0;
-  if ((settings & kSmall) != 0) {
-    options.maxBody = 100;
-  }
-  if ((settings & kCut) != 0) {
-    options.cutAfter = 100;
-  }
+  const unsigned settings = input.Byte() & (kOpen | kSigned | kSmall | kCut);
   std::string sent = input.Rest();
   sent.resize(std::min(sent.size(), kMostBytes));
-  Backend backend(options, (settings & kSigned) != 0 ? "key" : "");
-  const std::string answers = Serve(backend, sent);
+  const std::string answers = Serve(BackendFor(settings, root), sent);
   LUM_REQUIRE(answers.empty() || answers.compare(0, 9, "HTTP/1.1 ") == 0);
   LUM_REQUIRE(answers.compare(0, 12, "HTTP/1.1 500") != 0);
   LUM_REQUIRE(answers.find("\r\n\r\n") != std::string::npos || answers.size() <= 100);
-  root.Clean();
+  root.Clean(settings);
   return 0;
 }

@@ -115,6 +115,7 @@ Reply Apollo::Get(const Call& call) const {
   if (call.QueryValue("releaseKey") == releaseKey) {
     Reply unchanged;
     unchanged.status = 304;
+    unchanged.note.kind = "configuration";
     return unchanged;
   }
   LumJson::Value answer;
@@ -123,5 +124,7 @@ Reply Apollo::Get(const Call& call) const {
   answer["namespaceName"] = name;
   answer["configurations"] = std::move(configurations);
   answer["releaseKey"] = releaseKey;
-  return JsonReply(answer);
+  Reply reply = JsonReply(answer);
+  reply.note.kind = "configuration";
+  return reply;
 }

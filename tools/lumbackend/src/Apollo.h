@@ -3,6 +3,7 @@
 #define LUM_BACKEND_APOLLO_H
 
 #include "Message.h"
+#include "RootDir.h"
 
 // Serves namespaces from files ROOT/configs/APPID/CLUSTER/NAMESPACE.properties and NAMESPACE.json,
 // read anew for every request. Safe for several threads at once.

@@ -1,39 +1,29 @@
-// Routing, and the handlers that are a few lines each.
+// Routing, misbehaviour on purpose, the access log, and what is kept of an exchange.
 #include "Backend.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
 
 #include <algorithm>
 #include <array>
-#include <charconv>
-#include <chrono>
+#include <boost/asio/ip/address.hpp>
+#include <cctype>
 #include <ctime>
-#include <set>
+#include <stdexcept>
 
 #include "Body.h"
-#include "Page.h"
+#include "Echo.h"
+#include "Paths.h"
 #include "Text.h"
 
 namespace {
 
 constexpr std::uint64_t kJsonLimit = 64 << 20;  // bytes
+constexpr std::size_t kKeptOfAnswer = 2048;     // bytes
+constexpr std::size_t kLongestName = 200;       // bytes of a device's or a topic's name
 
-// Header values that nobody gets to see, neither in an echo nor in a log.
-bool IsSecret(const std::string& name) {
-  static const std::array<const char*, 5> kSecrets = {
-      "Authorization", "Proxy-Authorization", "X-Auth-Token", "x-zun-security-token", "Cookie"};
-  return std::any_of(kSecrets.begin(), kSecrets.end(),
-                     [&](const char* secret) { return SameName(secret, name); });
-}
-
-std::string TokenAnswer(const std::string& token, std::chrono::seconds lifetime) {
-  LumJson::Value answer;
-  answer["token"] = token;
-  answer["expiresIn"] = static_cast<std::int64_t>(lifetime.count());
-  return answer.ToStyledString();
-}
-
-std::string Now() {
-  const auto now = std::chrono::system_clock::now();
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+std::string TimeText(std::chrono::system_clock::time_point time) {
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
   std::tm parts = {};
   gmtime_r(&seconds, &parts);
   std::array<char, 32> text = {};
@@ -50,269 +40,269 @@ std::string Column(const std::string& text) {
   return column.empty() ? "-" : column;
 }
 
-}  // namespace
+// Locks the directory for as long as the descriptor is open, which a killed process leaves to
+// nobody.
+FileDescriptor Lock(const RootDir& root) {
+  FileDescriptor lock(::openat(root.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!lock || ::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0) {
+    throw std::runtime_error("'" + root.Path() + "' is in use by another lumbackend");
+  }
+  return lock;
+}
 
-// One path with one method.
-struct Backend::Route {
-  const char* method;
-  const char* name;  // first segment of the path
-  bool tree;         // paths below the name belong to it, too
-  Reply (Backend::*handler)(const Call&, BodySource&);
-};
+// "host" out of "host:port" or "[address]:port".
+std::string HostOf(const std::string& authority) {
+  if (!authority.empty() && authority[0] == '[') {
+    return authority.substr(1, authority.find(']') - 1);
+  }
+  return authority.substr(0, authority.find(':'));
+}
+
+// True for a request of this method and with these segments, which the path of a table stands for.
+bool Fits(const std::string& path, const std::vector<std::string>& names) {
+  const std::size_t end = std::min(path.find('/', 1), path.size());
+  const auto segments = std::count(path.begin(), path.end(), '/');
+  const bool tree =
+      path.find("...") != std::string::npos || path.find("APPID") != std::string::npos;
+  const auto count = static_cast<std::ptrdiff_t>(names.size());
+  if (names.empty() || path.compare(1, end - 1, names[0]) != 0 ||
+      (tree ? count < 2 : count != segments)) {
+    return false;
+  }
+  const std::string last = path.substr(path.rfind('/') + 1);
+  return segments < 3 || tree || last == names.back();
+}
+
+// Values that look like secrets give way to stars.
+std::string Masked(const std::string& query) {
+  static constexpr std::array<const char*, 4> kSecrets = {"token", "secret", "passw", "signature"};
+  std::string masked;
+  for (std::size_t start = 0; start < query.size();) {
+    const std::size_t end = std::min(query.find('&', start), query.size());
+    const std::string pair = query.substr(start, end - start);
+    std::string key = pair.substr(0, pair.find('='));
+    std::transform(key.begin(), key.end(), key.begin(),
+                   [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+    const bool secret = key.size() < pair.size() &&
+                        std::any_of(kSecrets.begin(), kSecrets.end(), [&](const char* word) {
+                          return key.find(word) != std::string::npos;
+                        });
+    masked += (start == 0 ? "" : "&") + (secret ? pair.substr(0, key.size()) + "=***" : pair);
+    start = end + 1;
+  }
+  return masked;
+}
+
+// The beginning of a text may end within a character, which counts for text all the same.
+Cell BodyCell(const std::string& bytes) {
+  const std::size_t most = bytes.size() == kKeptOfBody ? 3 : 0;
+  for (std::size_t cut = 0; cut <= most && bytes.find('\0') == std::string::npos; ++cut) {
+    std::string text = bytes.substr(0, bytes.size() - cut);
+    if (IsUtf8(text)) {
+      return text;
+    }
+  }
+  return Blob{bytes};
+}
+
+// The row of an exchange.
+std::vector<Cell> Columns(const Exchange& exchange) {
+  const Call& call = exchange.call;
+  const Reply& reply = exchange.reply;
+  const Note& note = reply.note;
+  const bool refused = exchange.status == 0 || exchange.status >= 400;
+  const std::string* accessId = call.Header("X-ORV-ACCESS-ID");
+  const std::string* authorization = call.Header("Authorization");
+  const auto number = [](auto value) { return static_cast<std::int64_t>(value); };
+  const auto name = [](const std::string& text) { return Printable(text.substr(0, kLongestName)); };
+  using std::chrono::duration_cast;
+  const auto time = exchange.time.time_since_epoch();
+  const auto duration = std::chrono::steady_clock::now() - exchange.begin;
+  // Neither what a token was asked for with nor the token itself is kept.
+  const bool secret = !call.names.empty() && call.names[0] == "token";
+  const bool json = reply.contentType == "application/json";
+  return {
+      number(duration_cast<std::chrono::milliseconds>(time).count()),
+      number(duration_cast<std::chrono::microseconds>(duration).count()),
+      refused ? "refusal" : note.kind,
+      Printable(call.method),
+      Printable(call.path),
+      Printable(Masked(call.query)),
+      number(exchange.status),
+      number(exchange.bytesIn),
+      number(exchange.bytesOut),
+      name(note.device.empty() && accessId != nullptr ? *accessId : note.device),
+      name(note.topic),
+      Printable(note.object),
+      number(call.IsPacked()),
+      number(authorization != nullptr && authorization->compare(0, 4, "LUM ") == 0),
+      number(call.tls),
+      refused ? "" : Printable(note.text),
+      refused ? Printable(note.text) : "",
+      call.client,
+      call.authority,
+      ShownHead(call.headers).JsonValueToString(),
+      ShownHead(reply.headers).JsonValueToString(),
+      json && !secret ? Printable(reply.body.substr(0, kKeptOfAnswer)) : "",
+      number(note.report),
+      note.report > 0 || secret ? Cell("") : BodyCell(note.body),
+      number(secret            ? 0
+             : note.report > 0 ? note.size
+                               : note.body.size()),
+      number(!secret && (note.report > 0 || note.body.size() == note.size)),
+  };
+}
+
+}  // namespace
 
 Backend::Backend(const Options& options, const std::string& signKey)
     : m_options(options),
       m_root(options.root),
+      m_lock(Lock(m_root)),
       m_files(options.root + "/files"),
+      m_store(options.root, options.keep),
+      m_history(m_store.Path()),
       m_tokens(std::chrono::seconds(options.tokenLifetime)),
-      m_reports(m_root),
+      m_reports(m_store, m_history),
       m_objects(m_root, signKey, options.maxBody),
       m_apollo(m_root),
-      m_faults(options.failRate, options.seed) {}
-
-Reply Backend::Handle(const Call& call, BodySource& body) {
-  if (!IsMonitor(call)) {
-    if (m_options.status) {
-      Discard(body);
-      return Problem(*m_options.status, "every answer has this status (--status)");
-    }
-    if (m_faults.NextFails()) {
-      Discard(body);
-      return Problem(503, "failed on purpose (--fail-rate)");
-    }
+      m_monitor(m_store, m_history, options.keep),
+      m_faults(options.failRate, options.seed) {
+  // A handler that waits for nothing.
+  const auto plain = [](auto handler) -> Handler {
+    return [handler](const Call& call, BodySource& /*body*/) -> Task<Reply> {
+      co_return handler(call);
+    };
+  };
+  const std::uint64_t limit = options.maxBody.value_or(kJsonLimit);
+  const Handler echo = [limit](const Call& call, BodySource& body) {
+    return Echo(call, body, limit);
+  };
+  // A handler for those who have a token.
+  const auto withToken = [this](const Handler& handler) -> Handler {
+    return [this, handler](const Call& call, BodySource& body) -> Task<Reply> {
+      if (!m_options.open) {
+        if (auto refusal = m_tokens.Refuse(call)) {
+          co_return std::move(*refusal);
+        }
+      }
+      co_return co_await handler(call, body);
+    };
+  };
+  const Handler newToken = [this, limit](const Call& call, BodySource& body) {
+    return m_tokens.New(call, body, limit);
+  };
+  m_handlers = {
+      {"GET /echo", echo},
+      {"POST /echo", echo},
+      {"PUT /echo", echo},
+      {"GET /files/NAME...", plain([this](const Call& call) { return SendFile(m_files, call); })},
+      {"POST /token", newToken},
+      {"PUT /token", withToken(newToken)},
+      {"POST /report", withToken([this, limit](const Call& call, BodySource& body) {
+         return m_reports.Add(call, body, limit);
+       })},
+      {"GET /reports", plain([this](const Call&) { return m_reports.All(); })},
+      {"GET /log-address", withToken(plain(LogAddress))},
+      {"PUT /objects/NAME...",
+       [this](const Call& call, BodySource& body) { return m_objects.Put(call, body); }},
+      {"GET /objects/NAME...", plain([this](const Call& call) { return m_objects.Get(call); })},
+      {"GET /configs/APPID/CLUSTER/NAMESPACE",
+       plain([this](const Call& call) { return m_apollo.Get(call); })},
+  };
+  for (const auto& [path, answer] : m_monitor.Answers()) {
+    m_handlers.emplace("GET " + path, plain(answer));
   }
-  return Dispatch(call, body);
 }
 
-Reply Backend::Dispatch(const Call& call, BodySource& body) {
-  static const Route kRoutes[] = {
-      {"GET", "", false, &Backend::Page},
-      {"GET", "events", false, &Backend::LastEvents},
-      {"GET", "echo", false, &Backend::Echo},
-      {"POST", "echo", false, &Backend::Echo},
-      {"PUT", "echo", false, &Backend::Echo},
-      {"GET", "files", true, &Backend::File},
-      {"POST", "token", false, &Backend::NewToken},
-      {"PUT", "token", false, &Backend::RefreshToken},
-      {"POST", "report", false, &Backend::Report},
-      {"GET", "log-address", false, &Backend::LogAddress},
-      {"PUT", "objects", true, &Backend::PutObject},
-      {"GET", "objects", true, &Backend::GetObject},
-      {"GET", "configs", true, &Backend::Configuration},
-  };
+Task<Reply> Backend::Handle(const Call& call, BodySource& body) {
+  if (auto refusal = RefuseForeign(call)) {
+    co_return* refusal;
+  }
+  if (!IsMonitor(call)) {
+    if (m_options.status) {
+      co_await Discard(body);
+      co_return Problem(*m_options.status, "every answer has this status (--status)");
+    }
+    if (m_faults.NextFails()) {
+      co_await Discard(body);
+      co_return Problem(503, "failed on purpose (--fail-rate)");
+    }
+  }
+  co_return co_await Dispatch(call, body);
+}
+
+// Names that strangers can make point to this machine, and pages of theirs, get nothing: a browser
+// would ask on their behalf.
+std::optional<Reply> Backend::RefuseForeign(const Call& call) const {
+  const std::string* host = call.Header("Host");
+  const std::string* origin = call.Header("Origin");
+  std::vector<std::string> names;
+  if (host != nullptr && !host->empty()) {
+    names.push_back(HostOf(*host));
+  }
+  if (origin != nullptr) {
+    const std::size_t scheme = origin->find("://");
+    names.push_back(scheme == std::string::npos ? *origin : HostOf(origin->substr(scheme + 3)));
+  }
+  for (const std::string& name : names) {
+    boost::system::error_code failure;
+    boost::asio::ip::make_address(name, failure);
+    if (failure && !SameName(name, "localhost") &&
+        std::none_of(m_options.hosts.begin(), m_options.hosts.end(),
+                     [&](const std::string& known) { return SameName(known, name); })) {
+      return Problem(403, "'" + name + "' is a foreign host; --host " + name + " allows it");
+    }
+  }
+  return std::nullopt;
+}
+
+Task<Reply> Backend::Dispatch(const Call& call, BodySource& body) {
   const std::string method = call.method == "HEAD" ? "GET" : call.method;
   std::string allowed;
-  for (const Route& route : kRoutes) {
-    if (call.names[0] != route.name ||
-        (route.tree ? call.names.size() < 2 : call.names.size() > 1)) {
+  for (const Path& path : kPaths) {
+    if (!Fits(path.path, call.names)) {
       continue;
     }
-    if (method == route.method) {
-      return (this->*route.handler)(call, body);
+    if (method == path.method) {
+      co_return co_await m_handlers.at(method + " " + path.path)(call, body);
     }
-    allowed += (allowed.empty() ? "" : ", ") + std::string(route.method);
+    allowed += (allowed.empty() ? "" : ", ") + std::string(path.method);
   }
   if (allowed.empty()) {
-    return Problem(404, "there is nothing at this path");
+    co_return Problem(404, "there is nothing at this path");
   }
   Reply reply = Problem(405, "this path takes " + allowed);
   reply.headers.push_back({"Allow", allowed});
-  return reply;
-}
-
-std::optional<Reply> Backend::RefuseWithoutToken(const Call& call) const {
-  if (m_options.open) {
-    return std::nullopt;
-  }
-  const std::string* token = call.Header("X-Auth-Token");
-  const char* problem = nullptr;
-  if (token == nullptr || token->empty()) {
-    problem = "no token in X-Auth-Token";
-  } else {
-    switch (m_tokens.Check(*token)) {
-      case Tokens::State::kValid:
-        return std::nullopt;
-      case Tokens::State::kExpired:
-        problem = "the token has expired";
-        break;
-      case Tokens::State::kUnknown:
-        problem = "the token is unknown";
-        break;
-    }
-  }
-  Reply reply = Problem(401, problem);
-  reply.headers.push_back({"WWW-Authenticate", "X-Auth-Token"});
-  return reply;
-}
-
-std::uint64_t Backend::JsonLimit() const {
-  return m_options.maxBody.value_or(kJsonLimit);
-}
-
-Reply Backend::Page(const Call& /*call*/, BodySource& /*body*/) {
-  return PageReply();
-}
-
-Reply Backend::LastEvents(const Call& call, BodySource& /*body*/) {
-  const std::string text = call.QueryValue("after").value_or("0");
-  std::uint64_t after = 0;
-  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), after);
-  if (failure != std::errc() || end != text.data() + text.size()) {
-    return Problem(400, "'after' in the query is no number");
-  }
-  Reply reply;
-  reply.body = m_events.After(after);
-  reply.headers = {{"Cache-Control", "no-store"}, {"X-Content-Type-Options", "nosniff"}};
-  return reply;
-}
-
-Reply Backend::Echo(const Call& call, BodySource& body) {
-  LumJson::Value answer;
-  answer["method"] = call.method;
-  answer["path"] = Printable(call.path);
-  answer["query"] = Printable(call.query);
-  LumJson::Value headers = LumJson::Value::Array();
-  for (const HeaderField& field : call.headers) {
-    LumJson::Value item;
-    item["name"] = field.name;
-    item["value"] = IsSecret(field.name) && !field.value.empty() ? "***" : Printable(field.value);
-    headers.Append(std::move(item));
-  }
-  answer["headers"] = std::move(headers);
-  answer["scheme"] = call.tls ? "https" : "http";
-  answer["clientCertificate"] =
-      call.clientSubject.empty() ? LumJson::Value() : LumJson::Value(Printable(call.clientSubject));
-  if (call.method == "POST" || call.method == "PUT") {
-    LumJson::Value document;
-    if (auto refusal = ReadJson(call, body, JsonLimit(), document)) {
-      return *refusal;
-    }
-    answer["body"] = std::move(document);
-  }
-  return JsonReply(answer);
-}
-
-Reply Backend::File(const Call& call, BodySource& /*body*/) {
-  return SendFile(m_files, call);
-}
-
-Reply Backend::NewToken(const Call& call, BodySource& body) {
-  LumJson::Value request;
-  if (auto refusal = ReadJson(call, body, JsonLimit(), request)) {
-    return *refusal;
-  }
-  if (!request.IsObject()) {
-    return Problem(400, "the request for a token is no JSON object");
-  }
-  Reply reply;
-  reply.body = TokenAnswer(m_tokens.Issue(), m_tokens.Lifetime());
-  return reply;
-}
-
-Reply Backend::RefreshToken(const Call& call, BodySource& body) {
-  if (auto refusal = RefuseWithoutToken(call)) {
-    return *refusal;
-  }
-  Reply reply = NewToken(call, body);
-  // The old token ends only when there is a new one.
-  if (const std::string* token = call.Header("X-Auth-Token");
-      token != nullptr && reply.status == 200) {
-    m_tokens.Revoke(*token);
-  }
-  return reply;
-}
-
-Reply Backend::Report(const Call& call, BodySource& body) {
-  if (auto refusal = RefuseWithoutToken(call)) {
-    return *refusal;
-  }
-  LumJson::Value document;
-  if (auto refusal = ReadJson(call, body, JsonLimit(), document)) {
-    return *refusal;
-  }
-  return m_reports.Store(call, document);
-}
-
-// Clients put the values into the query as they are, without percent-encoding: a file name may hold
-// '&' or '=', and runs to the end of the query.
-Reply Backend::LogAddress(const Call& call, BodySource& /*body*/) {
-  if (auto refusal = RefuseWithoutToken(call)) {
-    return *refusal;
-  }
-  const std::string accessKey = "access_id=";
-  const std::string nameKey = "&file_name=";
-  const std::size_t start = call.query.find(accessKey);
-  const std::size_t middle = start == std::string::npos ? start : call.query.find(nameKey, start);
-  if (middle == std::string::npos) {
-    return Problem(400, "the query does not end in access_id=...&file_name=...");
-  }
-  const std::string accessId =
-      call.query.substr(start + accessKey.size(), middle - start - accessKey.size());
-  const std::string fileName = call.query.substr(middle + nameKey.size());
-  if (accessId.empty()) {
-    return Problem(400, "access_id in the query is empty");
-  }
-  if (!RootDir::IsPlainName(fileName)) {
-    return Problem(400, "file_name in the query is no plain file name");
-  }
-  LumJson::Value answer;
-  answer["url"] = (call.tls ? "https://" : "http://") + call.authority + "/objects/logs/" +
-                  EncodePercent(fileName);
-  answer["accessId"] = accessId;
-  answer["fileName"] = fileName;
-  return JsonReply(answer);
-}
-
-Reply Backend::PutObject(const Call& call, BodySource& body) {
-  return m_objects.Put(call, body);
-}
-
-Reply Backend::GetObject(const Call& call, BodySource& /*body*/) {
-  return m_objects.Get(call);
-}
-
-Reply Backend::Configuration(const Call& call, BodySource& /*body*/) {
-  return m_apollo.Get(call);
+  co_return reply;
 }
 
 bool Backend::IsMonitor(const Call& call) {
-  return call.path == "/" || call.path == "/events";
+  static const std::array<const char*, 7> kNames = {"",       "events", "exchanges", "totals",
+                                                    "stream", "chart",  "paths"};
+  return !call.names.empty() && (!call.names[0].empty() || call.names.size() == 1) &&
+         std::find(kNames.begin(), kNames.end(), call.names[0]) != kNames.end();
 }
 
-void Backend::Finished(const Call& call, int status, const Note& note, std::uint64_t bytesIn,
-                       std::uint64_t bytesOut) {
-  Record(call, status, note, bytesIn);
-  // The page asks for events all the time; that is not worth a line.
-  if (call.path != "/events" || status != 200) {
-    Complain(Now() + " " + Column(call.method) + " " + Column(call.path) + " " +
-             (status == 0 ? "-" : std::to_string(status)) + " in=" + std::to_string(bytesIn) +
-             " out=" + std::to_string(bytesOut) +
-             (status == 200 || note.text.empty() || note.kind != Note::Kind::kNone
-                  ? ""
-                  : " (" + Printable(note.text) + ")"));
+Task<void> Backend::Finished(Exchange exchange) {
+  const Call& call = exchange.call;
+  const Note& note = exchange.reply.note;
+  const int status = exchange.status;
+  const bool refused = status == 0 || status >= 400;
+  std::string problem;
+  // What the page asks for would only show the page itself, and is not worth a line either.
+  const bool quiet = IsMonitor(call) && !refused;
+  if (!quiet) {
+    const Store::Written written = co_await m_store.AddExchange(Columns(exchange));
+    problem = written.problem;
   }
-}
-
-void Backend::Record(const Call& call, int status, const Note& note, std::uint64_t bytesIn) {
-  Event event;
-  if (status == 0 || status >= 400) {
-    event.kind = "refusal";
-  } else if (note.kind == Note::Kind::kReport) {
-    event.kind = "report";
-  } else if (note.kind == Note::Kind::kUpload) {
-    event.kind = "upload";
-  } else {
-    return;
+  if (!quiet || call.path == "/") {
+    Complain(TimeText(std::chrono::system_clock::now()) + " " + Column(call.method) + " " +
+             Column(call.path) + " " + (status == 0 ? "-" : std::to_string(status)) + " in=" +
+             std::to_string(exchange.bytesIn) + " out=" + std::to_string(exchange.bytesOut) +
+             (refused && !note.text.empty() ? " (" + Printable(note.text) + ")" : "") +
+             (problem.empty() ? "" : " [not kept: " + Printable(problem) + "]"));
   }
-  event.time = std::chrono::duration_cast<std::chrono::milliseconds>(
-                   std::chrono::system_clock::now().time_since_epoch())
-                   .count();
-  event.method = Printable(call.method);
-  event.path = Printable(call.path);
-  event.text = Printable(note.text);
-  event.status = status;
-  event.bytes = bytesIn;
-  m_events.Add(std::move(event));
 }
 
 void Backend::Complain(const std::string& text) {

@@ -2,75 +2,81 @@
 #ifndef LUM_BACKEND_BACKEND_H
 #define LUM_BACKEND_BACKEND_H
 
-#include <LumJson.h>
-
+#include <chrono>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Apollo.h"
-#include "Events.h"
 #include "Faults.h"
+#include "History.h"
 #include "Message.h"
+#include "Monitor.h"
 #include "Objects.h"
 #include "Options.h"
 #include "Reports.h"
 #include "RootDir.h"
+#include "Store.h"
 #include "Tokens.h"
+
+// One request from its first byte to the last one of its answer.
+struct Exchange {
+  Call call;
+  Reply reply;
+  int status = 0;              // 0: there was no answer
+  std::uint64_t bytesIn = 0;   // of the request's body
+  std::uint64_t bytesOut = 0;  // of the whole answer
+  std::chrono::system_clock::time_point time = std::chrono::system_clock::now();
+  std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
+};
 
 // Routes, and the state behind them. Safe for several threads at once.
 class Backend {
  public:
   // `signKey` is the content of options.signKeyFile. Throws std::runtime_error when a file or
-  // directory below options.root cannot be used.
+  // directory below options.root cannot be used, or another back end uses it.
   Backend(const Options& options, const std::string& signKey);
 
   // The answer to one request. May throw; the request was then not carried out in full.
-  Reply Handle(const Call& call, BodySource& body);
+  Task<Reply> Handle(const Call& call, BodySource& body);
 
-  // To be called when a request is over: writes one line to the access log on standard error, and
-  // shows reports, uploads and refusals on the page. `status` 0: there was no answer. `bytesIn` is
-  // the size of the request's body, `bytesOut` that of the whole answer.
-  void Finished(const Call& call, int status, const Note& note, std::uint64_t bytesIn,
-                std::uint64_t bytesOut);
+  // To be called when a request is over: keeps it for the page, then writes one line to the access
+  // log on standard error.
+  Task<void> Finished(Exchange exchange);
+
+  // Returns when everything that is to be kept is written.
+  void Drain() { m_store.Drain(); }
 
   // Writes one line to standard error.
   static void Complain(const std::string& text);
 
-  // True for the page at / and its events, which take no part in misbehaviour.
+  // True for the page at / and what it asks for, which take no part in misbehaviour.
   static bool IsMonitor(const Call& call);
 
   const Options& Settings() const { return m_options; }
 
  private:
-  struct Route;
+  using Handler = std::function<Task<Reply>(const Call&, BodySource&)>;
 
-  Reply Dispatch(const Call& call, BodySource& body);
-  std::optional<Reply> RefuseWithoutToken(const Call& call) const;
-  std::uint64_t JsonLimit() const;
-  void Record(const Call& call, int status, const Note& note, std::uint64_t bytesIn);
-
-  Reply Page(const Call& call, BodySource& body);
-  Reply LastEvents(const Call& call, BodySource& body);
-  Reply Echo(const Call& call, BodySource& body);
-  Reply File(const Call& call, BodySource& body);
-  Reply NewToken(const Call& call, BodySource& body);
-  Reply RefreshToken(const Call& call, BodySource& body);
-  Reply Report(const Call& call, BodySource& body);
-  Reply LogAddress(const Call& call, BodySource& body);
-  Reply PutObject(const Call& call, BodySource& body);
-  Reply GetObject(const Call& call, BodySource& body);
-  Reply Configuration(const Call& call, BodySource& body);
+  std::optional<Reply> RefuseForeign(const Call& call) const;
+  Task<Reply> Dispatch(const Call& call, BodySource& body);
 
   const Options m_options;
   const RootDir m_root;
+  const FileDescriptor m_lock;  // of the root directory
   const RootDir m_files;
+  Store m_store;
+  History m_history;
   Tokens m_tokens;
   Reports m_reports;
   const Objects m_objects;
   const Apollo m_apollo;
-  Events m_events;
+  Monitor m_monitor;
   Faults m_faults;
+  std::map<std::string, Handler> m_handlers;  // by method and path of the table in Paths.h
 };
 
 #endif  // LUM_BACKEND_BACKEND_H

@@ -1,306 +1,356 @@
-// Socket and TLS input and output with waits that the end of the back end interrupts.
+// From connection to back end and back.
 #include "Connection.h"
 
-#include <fcntl.h>
-#include <openssl/err.h>
-#include <poll.h>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/redirect_error.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/http/empty_body.hpp>
+#include <boost/beast/http/message.hpp>
+#include <boost/beast/http/write.hpp>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
+#include <array>
+#include <exception>
+#include <sstream>
+
+#include "Tls.h"
+
+namespace asio = boost::asio;
+namespace http = boost::beast::http;
+using boost::asio::redirect_error;
+using boost::asio::use_awaitable;
 
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::steady_clock;
+constexpr std::size_t kFirstPiece = 512;  // bytes that an idle connection keeps room for
+constexpr std::size_t kHeadPiece = 8192;  // read at once
+constexpr std::size_t kBodyPiece = 65536;
+constexpr std::chrono::milliseconds kBreath(100);  // how soon a pause sees the end
 
-constexpr milliseconds kProgressLimit(30'000);  // a peer that does nothing for so long is given up
-constexpr milliseconds kFarewellLimit(2'000);   // for a peer that does not close its side
-constexpr std::size_t kInputSize = 65536;       // bytes; four TLS records
-constexpr std::size_t kLongestHead = 65536;     // bytes; more than any client of ours sends
+std::string AuthorityOf(const asio::ip::tcp::endpoint& end) {
+  std::ostringstream text;
+  text << end;
+  return text.str();
+}
 
-// "ADDRESS" and port of one end of the socket.
-bool Describe(const sockaddr_storage& address, std::string& ip, int& port) {
-  char text[INET6_ADDRSTRLEN] = "";
-  if (address.ss_family == AF_INET) {
-    sockaddr_in v4 = {};
-    std::memcpy(&v4, &address, sizeof v4);
-    inet_ntop(AF_INET, &v4.sin_addr, text, sizeof text);
-    port = ntohs(v4.sin_port);
-  } else if (address.ss_family == AF_INET6) {
-    sockaddr_in6 v6 = {};
-    std::memcpy(&v6, &address, sizeof v6);
-    inet_ntop(AF_INET6, &v6.sin6_addr, text, sizeof text);
-    port = ntohs(v6.sin6_port);
-  } else {
-    return false;
-  }
-  ip = text;
-  return true;
+bool IsBodyless(int status) {
+  return status == 204 || status == 304;
 }
 
 }  // namespace
 
-Connection::Connection(FileDescriptor socket, int stop, SSL_CTX* context)
-    : m_socket(std::move(socket)), m_stop(stop), m_input(kInputSize) {
+// The body of the request being served.
+class Connection::Body final : public BodySource {
+ public:
+  explicit Body(Connection& connection) : m_connection(connection) {}
+
+  Task<std::string_view> Next() override {
+    Connection& own = m_connection;
+    RequestParser& parser = *own.m_parser;
+    own.m_input.consume(m_used);
+    m_used = 0;
+    if (!m_asked) {
+      co_await Ask();
+    }
+    while (!parser.is_done() && parser.RefusalStatus() == 0) {
+      if (own.m_input.size() > 0) {
+        const auto data = own.m_input.data();
+        const std::string_view bytes(static_cast<const char*>(data.data()), data.size());
+        m_used = parser.Take(bytes);
+        if (!parser.Piece().empty()) {
+          own.m_bytesIn += parser.Piece().size();
+          m_window += parser.Piece().size();
+          co_return parser.Piece();
+        }
+        own.m_input.consume(m_used);
+        if (std::exchange(m_used, 0) > 0) {
+          continue;
+        }
+      }
+      if (parser.RefusalStatus() != 0 || !co_await Receive()) {
+        break;
+      }
+    }
+    co_return std::string_view();
+  }
+
+  bool IsWhole() const override {
+    return m_connection.m_parser->is_done() && m_connection.m_parser->RefusalStatus() == 0;
+  }
+
+  // To be called when nobody looks at the last piece any more.
+  void Release() { m_connection.m_input.consume(std::exchange(m_used, 0)); }
+
+ private:
+  // A client that holds its body back is told to send it.
+  Task<void> Ask() {
+    m_asked = true;
+    m_windowEnd = std::chrono::steady_clock::now() + m_connection.m_patience.body;
+    const std::string* expect = m_connection.m_call.Header("Expect");
+    if (expect != nullptr && boost::beast::iequals(*expect, "100-continue")) {
+      const std::uint64_t bytesOut = m_connection.m_bytesOut;
+      co_await m_connection.Write("HTTP/1.1 100 Continue\r\n\r\n");
+      m_connection.m_bytesOut = bytesOut;
+    }
+  }
+
+  // Waits for more, as long as the client has sent enough of late.
+  Task<bool> Receive() {
+    if (m_window >= m_connection.m_patience.bodyBytes) {
+      m_window = 0;
+      m_windowEnd = std::chrono::steady_clock::now() + m_connection.m_patience.body;
+    }
+    m_connection.m_tcp.expires_at(m_windowEnd);
+    Error error;
+    co_return co_await m_connection.Receive(kBodyPiece, error) > 0;
+  }
+
+  Connection& m_connection;
+  bool m_asked = false;
+  std::size_t m_used = 0;  // bytes of the input that the last piece and its frame take
+  std::uint64_t m_window = 0;
+  std::chrono::steady_clock::time_point m_windowEnd;
+};
+
+Connection::Connection(asio::ip::tcp::socket socket, asio::ssl::context* tls, Backend& backend,
+                       const Patience& patience)
+    : m_tcp(std::move(socket)), m_backend(backend), m_patience(patience) {
   // Answers are small or come in large pieces; neither gains from being held back.
-  const int on = 1;
-  ::setsockopt(m_socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  if (context != nullptr) {
-    m_ssl.reset(SSL_new(context));
-    m_broken = !m_ssl || SSL_set_fd(m_ssl.get(), m_socket.Get()) != 1;
+  Error ignored;
+  m_tcp.socket().set_option(asio::ip::tcp::no_delay(true), ignored);
+  if (tls != nullptr) {
+    m_tls.emplace(m_tcp, *tls);
   }
 }
 
-bool Connection::Handshake(std::string& problem) {
-  if (m_broken) {
-    problem = TakeSslError();
-    return false;
+Task<void> Connection::Run() {
+  if (!co_await Handshake()) {
+    co_return;
   }
-  if (!m_ssl) {
-    return true;
-  }
-  for (;;) {
-    ERR_clear_error();
-    const int result = SSL_accept(m_ssl.get());
-    if (result == 1) {
-      return true;
-    }
-    if (!WaitForSsl(result)) {
-      problem = Stopping() ? "stopped" : TakeSslError();
-      return false;
+  for (bool more = true; more;) {
+    more = co_await AwaitRequest();
+    if (more) {
+      more = co_await Serve();
     }
   }
+  co_await Close();
 }
 
-bool Connection::AwaitRequest(milliseconds limit) {
-  if (m_broken) {
-    return false;
+void Connection::Stop() {
+  m_stopping = true;
+  m_tcp.cancel();
+}
+
+Task<bool> Connection::Handshake() {
+  if (!m_tls) {
+    co_return true;
   }
-  if (m_inputStart < m_inputEnd || (m_ssl && SSL_pending(m_ssl.get()) > 0)) {
-    return !Stopping();
+  Error error;
+  m_tcp.expires_after(m_patience.head);
+  co_await m_tls->async_handshake(asio::ssl::stream_base::server,
+                                  redirect_error(use_awaitable, error));
+  if (error) {
+    Exchange exchange;
+    exchange.reply.note.text =
+        "TLS handshake failed: " + (m_stopping ? "stopped" : error.message());
+    co_await m_backend.Finished(std::move(exchange));
   }
-  return WaitFor(POLLIN, limit) == Wait::kReady && Fill();
+  co_return !error;
 }
 
-void Connection::StartHead() {
-  m_head.clear();
-  m_keepHead = true;
-  m_inQuery = false;
-}
-
-std::string Connection::TakeHead() {
-  m_keepHead = false;
-  return std::move(m_head);
-}
-
-void Connection::Pause(milliseconds time) const {
-  WaitFor(0, time);
-}
-
-void Connection::Close() {
-  // Closing a socket with unread input resets the connection, and a reset throws away answers that
-  // the peer has not read yet.
-  if (m_ssl && !m_broken) {
-    ERR_clear_error();
-    SSL_shutdown(m_ssl.get());
+Task<bool> Connection::AwaitRequest() {
+  if (m_input.size() == 0) {
+    m_input = boost::beast::flat_buffer();
+    m_tcp.expires_after(m_patience.idle);
+    Error error;
+    co_return co_await Receive(kFirstPiece, error) > 0;
   }
-  ::shutdown(m_socket.Get(), SHUT_WR);
-  const auto end = steady_clock::now() + kFarewellLimit;
-  for (auto now = steady_clock::now(); now < end; now = steady_clock::now()) {
-    if (WaitFor(POLLIN, std::chrono::ceil<milliseconds>(end - now)) != Wait::kReady ||
-        ::recv(m_socket.Get(), m_input.data(), m_input.size(), 0) <= 0) {
+  co_return !m_stopping;
+}
+
+// One request and its answer. False: it was the last one.
+Task<bool> Connection::Serve() {
+  Exchange exchange;
+  m_call = Call();
+  m_bytesIn = 0;
+  m_parser.emplace(m_call);
+  const std::uint64_t bytesOut = m_bytesOut;
+  co_await ReadHead();
+  Body body(*this);
+  Reply reply = co_await Answer(body);
+  body.Release();
+  const std::string* connection = m_call.Header("Connection");
+  const bool closing = !m_parser->is_done() || m_parser->RefusalStatus() != 0 || m_stopping ||
+                       !m_parser->keep_alive() ||
+                       (connection != nullptr && boost::beast::iequals(*connection, "close"));
+  if (!m_backend.IsMonitor(m_call)) {
+    co_await Pause(std::chrono::milliseconds(m_backend.Settings().delay));
+    m_untilCut = m_backend.Settings().cutAfter;
+  }
+  exchange.status = m_broken ? 0 : reply.status;
+  co_await Send(reply, closing);
+  exchange.call = std::move(m_call);
+  exchange.reply = std::move(reply);
+  exchange.bytesIn = m_bytesIn;
+  exchange.bytesOut = m_bytesOut - bytesOut;
+  m_parser.reset();
+  co_await m_backend.Finished(std::move(exchange));
+  co_return !closing && !m_broken;
+}
+
+Task<void> Connection::ReadHead() {
+  m_tcp.expires_after(m_patience.head);
+  while (!m_parser->is_header_done() && m_parser->RefusalStatus() == 0) {
+    const auto data = m_input.data();
+    m_input.consume(m_parser->Take({static_cast<const char*>(data.data()), data.size()}));
+    if (m_parser->is_header_done() || m_parser->RefusalStatus() != 0) {
       break;
     }
+    Error error;
+    if (co_await Receive(kHeadPiece, error) == 0) {
+      m_parser->RefuseHead(
+          error == boost::beast::error::timeout ? 408 : 400,
+          error == boost::beast::error::timeout ? "the head took too long" : "malformed request");
+    }
   }
-  m_broken = true;
+  const auto& socket = m_tcp.socket();
+  Error ignored;
+  m_call.authority = AuthorityOf(socket.local_endpoint(ignored));
+  m_call.client = AuthorityOf(socket.remote_endpoint(ignored));
+  m_call.tls = m_tls.has_value();
+  m_call.clientSubject = m_tls ? ClientSubject(m_tls->native_handle()) : "";
 }
 
-bool Connection::Stopping() const {
-  pollfd stop = {m_stop, POLLIN, 0};
-  return ::poll(&stop, 1, 0) > 0;
+Task<Reply> Connection::Answer(Body& body) {
+  if (m_parser->RefusalStatus() != 0) {
+    co_return Problem(m_parser->RefusalStatus(), m_parser->Refusal());
+  }
+  std::string failure;
+  try {
+    co_return co_await m_backend.Handle(m_call, body);
+  } catch (const std::exception& thrown) {
+    failure = thrown.what();
+  }
+  co_return Problem(500, failure);
 }
 
-std::string Connection::LocalAuthority() const {
-  std::string ip;
-  int port = 0;
-  get_local_ip_and_port(ip, port);
-  if (ip.find(':') != std::string::npos) {
-    ip = "[" + ip + "]";
+Task<void> Connection::Send(const Reply& reply, bool closing) {
+  const bool old = m_parser->Version() == 10;
+  const bool chunked = reply.stream && !reply.length && !old;
+  http::response<http::empty_body> head;
+  head.result(static_cast<unsigned>(reply.status));
+  for (const HeaderField& field : reply.headers) {
+    head.insert(field.name, field.value);
   }
-  return ip + ":" + std::to_string(port);
+  if (!IsBodyless(reply.status)) {
+    head.insert(http::field::content_type, reply.contentType);
+    if (chunked) {
+      head.insert(http::field::transfer_encoding, "chunked");
+    } else if (!reply.stream || reply.length) {
+      head.insert(http::field::content_length,
+                  std::to_string(reply.length.value_or(reply.body.size())));
+    }
+  }
+  if (closing) {
+    head.insert(http::field::connection, "close");
+  }
+  std::ostringstream text;
+  text << head.base();
+  const bool withBody = m_call.method != "HEAD" && !IsBodyless(reply.status);
+  if (withBody) {
+    text << reply.body;
+  }
+  const std::string bytes = text.str();
+  const bool sent = co_await Write(bytes);
+  if (sent && withBody && reply.stream) {
+    try {
+      const bool whole = co_await SendStream(*reply.stream, chunked);
+      m_broken = m_broken || !whole;
+    } catch (const std::exception& failure) {
+      m_broken = true;  // what was announced cannot be kept
+      Backend::Complain(failure.what());
+    }
+  }
 }
 
-ssize_t Connection::read(char* data, size_t size) {
-  if (m_broken || (m_inputStart == m_inputEnd && !Fill())) {
-    return -1;
+Task<bool> Connection::SendStream(BodySink& stream, bool chunked) {
+  for (;;) {
+    const std::string_view piece = co_await stream.Next();
+    std::ostringstream frame;
+    if (chunked) {
+      frame << std::hex << piece.size() << "\r\n" << piece << "\r\n";
+    }
+    const std::string_view bytes = chunked ? frame.view() : piece;
+    const bool sent = !m_stopping && (bytes.empty() || co_await Write(bytes));
+    if (!sent || piece.empty()) {
+      co_return sent;
+    }
   }
-  const std::size_t count = std::min(size, m_inputEnd - m_inputStart);
-  std::memcpy(data, m_input.data() + m_inputStart, count);
-  m_inputStart += count;
-  if (m_keepHead && m_head.size() + count > kLongestHead) {
-    m_headTooLong = true;
-    return -1;
-  }
-  Note(data, count);
-  return static_cast<ssize_t>(count);
 }
 
-ssize_t Connection::write(const char* data, size_t size) {
+Task<void> Connection::Pause(std::chrono::milliseconds time) {
+  const auto end = std::chrono::steady_clock::now() + time;
+  asio::steady_timer timer(Executor());
+  while (!m_stopping && std::chrono::steady_clock::now() < end) {
+    timer.expires_at(std::min(end, std::chrono::steady_clock::now() + kBreath));
+    co_await timer.async_wait(use_awaitable);
+  }
+}
+
+// Ends the connection so that the peer gets to read what was written: says goodbye, then throws
+// away what still comes in, for a short time only. Closing a socket with unread input resets the
+// connection, and a reset throws away answers that the peer has not read yet.
+Task<void> Connection::Close() {
+  Error error;
+  m_tcp.expires_after(m_patience.farewell);
+  if (m_tls && !m_broken) {
+    co_await m_tls->async_shutdown(redirect_error(use_awaitable, error));
+  }
+  m_tcp.socket().shutdown(asio::ip::tcp::socket::shutdown_send, error);
+  m_tls.reset();
+  std::array<char, 4096> rest;
+  for (error = {}; !error && !m_stopping;) {
+    co_await m_tcp.async_read_some(asio::buffer(rest), redirect_error(use_awaitable, error));
+  }
+}
+
+// Reads up to `most` bytes more; 0 at the end, when the time is up or with the back end's end.
+Task<std::size_t> Connection::Receive(std::size_t most, Error& error) {
+  if (m_broken || m_stopping) {
+    co_return 0;
+  }
+  const auto room = m_input.prepare(most);
+  std::size_t count = 0;
+  if (m_tls) {
+    count = co_await m_tls->async_read_some(room, redirect_error(use_awaitable, error));
+  } else {
+    count = co_await m_tcp.async_read_some(room, redirect_error(use_awaitable, error));
+  }
+  m_input.commit(count);
+  m_broken = error == boost::beast::error::timeout;
+  co_return count;
+}
+
+// Writes all of `bytes`, or up to the cut.
+Task<bool> Connection::Write(std::string_view bytes) {
   if (m_broken) {
-    return -1;
+    co_return false;
   }
-  std::size_t allowed = size;
   if (m_untilCut) {
-    allowed = static_cast<std::size_t>(std::min<std::uint64_t>(size, *m_untilCut));
-    *m_untilCut -= allowed;
+    bytes = bytes.substr(
+        0, static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), *m_untilCut)));
+    *m_untilCut -= bytes.size();
   }
-  for (std::size_t done = 0; done < allowed;) {
-    const ssize_t sent = Send(data + done, allowed - done);
-    if (sent <= 0) {
-      m_broken = true;
-      return -1;
-    }
-    done += static_cast<std::size_t>(sent);
-    m_bytesOut += static_cast<std::uint64_t>(sent);
+  m_tcp.expires_after(m_stopping ? m_patience.farewell : m_patience.answer);
+  Error error;
+  const auto buffer = asio::buffer(bytes);
+  if (m_tls) {
+    m_bytesOut += co_await asio::async_write(*m_tls, buffer, redirect_error(use_awaitable, error));
+  } else {
+    m_bytesOut += co_await asio::async_write(m_tcp, buffer, redirect_error(use_awaitable, error));
   }
-  if (m_untilCut && *m_untilCut == 0) {
-    m_broken = true;
-    return -1;
-  }
-  return static_cast<ssize_t>(size);
-}
-
-void Connection::get_remote_ip_and_port(std::string& ip, int& port) const {
-  sockaddr_storage address = {};
-  socklen_t length = sizeof address;
-  if (::getpeername(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), &length) == 0) {
-    Describe(address, ip, port);
-  }
-}
-
-void Connection::get_local_ip_and_port(std::string& ip, int& port) const {
-  sockaddr_storage address = {};
-  socklen_t length = sizeof address;
-  if (::getsockname(m_socket.Get(), reinterpret_cast<sockaddr*>(&address), &length) == 0) {
-    Describe(address, ip, port);
-  }
-}
-
-Connection::Wait Connection::WaitFor(short events, milliseconds limit) const {
-  const auto end = steady_clock::now() + limit;
-  for (;;) {
-    // A negative descriptor is passed over: a pause waits for the end alone.
-    pollfd ends[2] = {{m_stop, POLLIN, 0}, {events == 0 ? -1 : m_socket.Get(), events, 0}};
-    const auto left = std::chrono::ceil<milliseconds>(end - steady_clock::now());
-    const int ready = ::poll(ends, 2, static_cast<int>(std::max(left, milliseconds(0)).count()));
-    if (ready < 0 && errno == EINTR) {
-      continue;
-    }
-    if (ends[0].revents != 0) {
-      return Wait::kStopped;
-    }
-    return ready > 0 ? Wait::kReady : Wait::kTimeout;
-  }
-}
-
-bool Connection::WaitForSsl(int result) {
-  switch (SSL_get_error(m_ssl.get(), result)) {
-    case SSL_ERROR_WANT_READ:
-      return WaitFor(POLLIN, kProgressLimit) == Wait::kReady;
-    case SSL_ERROR_WANT_WRITE:
-      return WaitFor(POLLOUT, kProgressLimit) == Wait::kReady;
-    default:
-      // The connection cannot be used again, not even for a goodbye.
-      m_broken = true;
-      return false;
-  }
-}
-
-ssize_t Connection::Receive(char* data, std::size_t size) {
-  for (;;) {
-    if (m_ssl) {
-      std::size_t count = 0;
-      ERR_clear_error();
-      const int result = SSL_read_ex(m_ssl.get(), data, size, &count);
-      if (result == 1) {
-        return static_cast<ssize_t>(count);
-      }
-      if (!WaitForSsl(result)) {
-        return -1;
-      }
-      continue;
-    }
-    const ssize_t count = ::recv(m_socket.Get(), data, size, 0);
-    if (count >= 0) {
-      return count;
-    }
-    if (errno == EINTR) {
-      continue;
-    }
-    if ((errno != EAGAIN && errno != EWOULDBLOCK) ||
-        WaitFor(POLLIN, kProgressLimit) != Wait::kReady) {
-      return -1;
-    }
-  }
-}
-
-ssize_t Connection::Send(const char* data, std::size_t size) {
-  for (;;) {
-    if (m_ssl) {
-      std::size_t count = 0;
-      ERR_clear_error();
-      const int result = SSL_write_ex(m_ssl.get(), data, size, &count);
-      if (result == 1) {
-        return static_cast<ssize_t>(count);
-      }
-      if (!WaitForSsl(result)) {
-        return -1;
-      }
-      continue;
-    }
-    const ssize_t count = ::send(m_socket.Get(), data, size, MSG_NOSIGNAL);
-    if (count >= 0) {
-      return count;
-    }
-    if (errno == EINTR) {
-      continue;
-    }
-    if ((errno != EAGAIN && errno != EWOULDBLOCK) ||
-        WaitFor(POLLOUT, kProgressLimit) != Wait::kReady) {
-      return -1;
-    }
-  }
-}
-
-bool Connection::Fill() {
-  if (Stopping()) {
-    return false;
-  }
-  const ssize_t count = Receive(m_input.data(), m_input.size());
-  if (count <= 0) {
-    return false;
-  }
-  m_inputStart = 0;
-  m_inputEnd = static_cast<std::size_t>(count);
-  return true;
-}
-
-void Connection::Note(char* data, std::size_t count) {
-  for (std::size_t i = count < m_tail.size() ? 0 : count - m_tail.size(); i < count; ++i) {
-    std::rotate(m_tail.begin(), m_tail.begin() + 1, m_tail.end());
-    m_tail.back() = data[i];
-  }
-  if (!m_keepHead) {
-    return;
-  }
-  const bool requestLine = m_head.find('\n') == std::string::npos;
-  m_head.append(data, count);
-  // cpp-httplib refuses a query that holds another '?', which RFC 3986, section 3.4 allows. Its
-  // reading of the target is not used, so it may see another character there.
-  for (std::size_t i = 0; requestLine && i < count; ++i) {
-    if (data[i] == '?' && std::exchange(m_inQuery, true)) {
-      data[i] = '/';
-    }
-  }
+  m_broken = error || (m_untilCut && *m_untilCut == 0);
+  co_return !m_broken;
 }

@@ -1,94 +1,80 @@
-// One accepted connection, plain or TLS, as the byte stream that cpp-httplib reads and writes.
+// The life of one connection: requests in, answers out.
 #ifndef LUM_BACKEND_CONNECTION_H
 #define LUM_BACKEND_CONNECTION_H
 
-#include <httplib.h>
-
-#include <array>
+#include <atomic>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ssl/context.hpp>
+#include <boost/asio/ssl/stream.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
-#include <vector>
+#include <string_view>
 
-#include "FileDescriptor.h"
-#include "Tls.h"
+#include "Backend.h"
+#include "RequestParser.h"
 
-// A stream over a non-blocking socket. Every wait also watches `stop`, a descriptor that becomes
-// readable when the back end ends: from then on reads fail at once and writes do not wait, so no
-// client can hold the end up. It also counts what goes out, keeps the head of a request as it was
-// sent, and closes in mid-answer on demand. One thread per connection uses it.
-class Connection : public httplib::Stream {
+// How long clients may take.
+struct Patience {
+  std::chrono::milliseconds idle{300'000};    // between two requests
+  std::chrono::milliseconds head{10'000};     // from the first byte of a head to its last
+  std::chrono::milliseconds body{30'000};     // for each so many bytes of a body:
+  std::uint64_t bodyBytes = 30 * 1024;        // 1 KiB/s
+  std::chrono::milliseconds answer{30'000};   // for each piece of an answer
+  std::chrono::milliseconds farewell{2'000};  // for a client that does not close its side
+};
+
+// One accepted connection, plain or TLS. Everything but Stop() runs on the socket's own strand.
+class Connection {
  public:
-  // Takes `socket` over. `context` is null for plain HTTP; it and `stop` must outlive the object.
-  Connection(FileDescriptor socket, int stop, SSL_CTX* context);
+  // Serves `backend`, which must outlive the object. `tls` is null for plain HTTP.
+  Connection(boost::asio::ip::tcp::socket socket, boost::asio::ssl::context* tls, Backend& backend,
+             const Patience& patience);
 
-  // TLS handshake; nothing to do for plain HTTP. Returns false with `problem` set when it fails.
-  bool Handshake(std::string& problem);
+  // Serves until the connection ends.
+  Task<void> Run();
 
-  // Waits until the first byte of a request is there. False: closed, stopped or idle for `limit`.
-  bool AwaitRequest(std::chrono::milliseconds limit);
+  // Ends what is under way: from now on reads fail at once, and writes do not wait. To be called on
+  // the strand.
+  void Stop();
 
-  // From here on the bytes handed to a reader are kept as a request's head ...
-  void StartHead();
-  // ... until this call, which returns them.
-  std::string TakeHead();
-  // True when a head was longer than 64 KiB; reading has failed since then.
-  bool HeadTooLong() const { return m_headTooLong; }
-
-  // Lets `bytes` more bytes out, then closes the connection without a word.
-  void CutAfter(std::uint64_t bytes) { m_untilCut = bytes; }
-
-  // Waits for `time`, shorter when the back end ends or the connection breaks.
-  void Pause(std::chrono::milliseconds time) const;
-
-  // Ends the connection so that the peer gets to read what was written: says goodbye, then throws
-  // away what still comes in, for a short time only.
-  void Close();
-
-  // True when the last bytes handed to a reader were an empty line.
-  bool AtEmptyLine() const { return m_tail == std::array<char, 4>{'\r', '\n', '\r', '\n'}; }
-
-  bool Stopping() const;
-  std::uint64_t BytesOut() const { return m_bytesOut; }
-  bool IsTls() const { return m_ssl != nullptr; }
-  // Subject of the client's certificate, or "".
-  std::string Subject() const { return m_ssl ? ClientSubject(m_ssl.get()) : std::string(); }
-  // Address and port under which the client reached the back end, as a URL's authority.
-  std::string LocalAuthority() const;
-
-  bool is_readable() const override { return !m_broken; }
-  bool is_writable() const override { return !m_broken; }
-  ssize_t read(char* data, size_t size) override;
-  ssize_t write(const char* data, size_t size) override;
-  void get_remote_ip_and_port(std::string& ip, int& port) const override;
-  void get_local_ip_and_port(std::string& ip, int& port) const override;
-  socket_t socket() const override { return m_socket.Get(); }
+  boost::asio::any_io_executor Executor() { return m_tcp.get_executor(); }
 
  private:
-  enum class Wait { kReady, kTimeout, kStopped };
+  class Body;
+  using Error = boost::system::error_code;
 
-  Wait WaitFor(short events, std::chrono::milliseconds limit) const;
-  bool WaitForSsl(int result);
-  ssize_t Receive(char* data, std::size_t size);
-  ssize_t Send(const char* data, std::size_t size);
-  bool Fill();
-  void Note(char* data, std::size_t count);
+  Task<bool> Handshake();
+  Task<bool> AwaitRequest();
+  Task<bool> Serve();
+  Task<void> ReadHead();
+  Task<Reply> Answer(Body& body);
+  Task<void> Send(const Reply& reply, bool closing);
+  Task<bool> SendStream(BodySink& stream, bool chunked);
+  Task<void> Pause(std::chrono::milliseconds time);
+  Task<void> Close();
 
-  FileDescriptor m_socket;
-  const int m_stop;
-  Ssl m_ssl;
-  std::vector<char> m_input;  // received, not yet read: [m_inputStart, m_inputEnd)
-  std::size_t m_inputStart = 0;
-  std::size_t m_inputEnd = 0;
-  std::string m_head;
-  bool m_keepHead = false;
-  bool m_inQuery = false;           // of the request line
-  std::array<char, 4> m_tail = {};  // last bytes handed to a reader
-  bool m_headTooLong = false;
-  bool m_broken = false;
-  std::optional<std::uint64_t> m_untilCut;
+  Task<std::size_t> Receive(std::size_t most, Error& error);
+  Task<bool> Write(std::string_view bytes);
+
+  boost::beast::tcp_stream m_tcp;
+  std::optional<boost::asio::ssl::stream<boost::beast::tcp_stream&>> m_tls;
+  Backend& m_backend;
+  const Patience& m_patience;
+  boost::beast::flat_buffer m_input;  // received, not yet taken
+  bool m_stopping = false;
+  bool m_broken = false;  // neither end can be used any more
   std::uint64_t m_bytesOut = 0;
+  std::optional<std::uint64_t> m_untilCut;
+
+  // Of the request being served:
+  Call m_call;
+  std::optional<RequestParser> m_parser;
+  std::uint64_t m_bytesIn = 0;  // of its body
 };
 
 #endif  // LUM_BACKEND_CONNECTION_H

@@ -1,4 +1,4 @@
-// zlib's inflate with a limit on what comes out.
+// zlib's inflate.
 #include "Gunzip.h"
 
 #include <zlib.h>
@@ -27,8 +27,8 @@ struct Inflater {
 
 }  // namespace
 
-GunzipResult Gunzip(const std::string& packed, std::uint64_t limit, std::string& plain) {
-  plain.clear();
+GunzipResult Gunzip(const std::string& packed,
+                    const std::function<bool(std::string_view)>& receive) {
   Inflater inflater;
   z_stream& stream = inflater.stream;
   std::array<char, 16384> piece = {};
@@ -52,10 +52,9 @@ GunzipResult Gunzip(const std::string& packed, std::uint64_t limit, std::string&
     if (result != Z_OK && result != Z_STREAM_END && result != Z_BUF_ERROR) {
       return GunzipResult::kBad;
     }
-    if (count > limit - plain.size()) {
-      return GunzipResult::kTooLong;
+    if (count > 0 && !receive({piece.data(), count})) {
+      return GunzipResult::kRefused;
     }
-    plain.append(piece.data(), count);
     if (result == Z_STREAM_END) {
       if (stream.avail_in == 0 && given == packed.size()) {
         return GunzipResult::kDone;

@@ -2,19 +2,20 @@
 #ifndef LUM_BACKEND_GUNZIP_H
 #define LUM_BACKEND_GUNZIP_H
 
-#include <cstdint>
+#include <functional>
 #include <string>
+#include <string_view>
 
 enum class GunzipResult {
   kDone,
-  kTooLong,  // unpacks to more than the limit
+  kRefused,  // `receive` did not want more
   kCut,      // ends within a gzip member, or holds none
   kBad,      // no gzip data, or damaged
 };
 
-// Unpacks the gzip members (RFC 1952) in `packed` one after another and replaces `plain` with what
-// they held. Stops as soon as `limit` bytes are exceeded, so that memory stays within `limit` and a
-// few kilobytes whatever the input claims. `plain` is unspecified unless the result is kDone.
-GunzipResult Gunzip(const std::string& packed, std::uint64_t limit, std::string& plain);
+// Unpacks the gzip members (RFC 1952) in `packed` one after another and hands out what they hold
+// piece by piece, until `receive` returns false.
+GunzipResult Gunzip(const std::string& packed,
+                    const std::function<bool(std::string_view)>& receive);
 
 #endif  // LUM_BACKEND_GUNZIP_H

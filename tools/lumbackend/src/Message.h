@@ -4,14 +4,16 @@
 
 #include <LumJson.h>
 
+#include <boost/asio/awaitable.hpp>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "RootDir.h"
+template <typename T>
+using Task = boost::asio::awaitable<T>;
 
 struct HeaderField {
   std::string name;
@@ -26,10 +28,11 @@ struct Call {
   std::string query;                 // what follows it
   std::vector<std::string> names;    // the path's segments, each one decoded by itself
   std::vector<HeaderField> headers;  // in the order of sending
-  bool chunked = false;              // the body comes in chunks
+  bool hasBody = false;
   std::optional<std::uint64_t> contentLength;
 
   std::string authority;  // host and port under which the client reached the back end
+  std::string client;     // its own address and port
   bool tls = false;
   std::string clientSubject;  // of the client's certificate, or ""
 
@@ -37,40 +40,57 @@ struct Call {
   const std::string* Header(const std::string& name) const;
   // Value of `key` in the query, decoded, or nothing.
   std::optional<std::string> QueryValue(const std::string& key) const;
-  bool HasBody() const { return chunked || contentLength.value_or(0) > 0; }
+  // The path's segments behind the first one.
+  std::vector<std::string> NamesBehindFirst() const { return {names.begin() + 1, names.end()}; }
+  // True for a body that says it is gzip.
+  bool IsPacked() const;
 };
 
-// Reads a head, from the request line to the empty line, into `call`. Returns "" or what is wrong
-// with it; the fields that were understood are set in either case.
-std::string ParseHead(const std::string& head, Call& call);
+// Takes the target of a request apart. Returns "" or what is wrong with it; what was understood is
+// set in either case.
+std::string SetTarget(const std::string& target, Call& call);
+
+// The header fields as JSON, [{"name", "value"}, ...], with "***" in place of secrets.
+LumJson::Value ShownHead(const std::vector<HeaderField>& headers);
 
 // The body of one request, handed out piece by piece.
 class BodySource {
  public:
-  enum class End {
-    kComplete,  // everything was handed out
-    kRefused,   // `receive` returned false
-    kCut,       // the connection ended or broke the rules first
-  };
   virtual ~BodySource() = default;
-  // Calls `receive` for each piece until it returns false. To be called once at most.
-  virtual End Read(const std::function<bool(const char* data, std::size_t size)>& receive) = 0;
+  // The next piece, good until the next call; empty at the end.
+  virtual Task<std::string_view> Next() = 0;
+  // False when the connection ended or broke the rules before the body's end.
+  virtual bool IsWhole() const = 0;
 };
 
-// What the page at / and the access log learn about a request beyond its status.
+// The body of an answer that is made while it goes out.
+class BodySink {
+ public:
+  virtual ~BodySink() = default;
+  // The next piece, good until the next call; empty at the end.
+  virtual Task<std::string_view> Next() = 0;
+};
+
+// What the history and the access log learn about a request beyond its status.
 struct Note {
-  enum class Kind { kNone, kReport, kUpload };
-  Kind kind = Kind::kNone;
-  std::string text;  // valid UTF-8
+  const char* kind = "other";  // "report", "upload" ...: the kind of exchange
+  std::string text;            // what was stored, or the reason of a refusal; valid UTF-8
+  std::string device;          // that the request is about, as far as it says so
+  std::string topic;
+  std::string object;       // name of a stored or fetched file
+  std::int64_t report = 0;  // number of the stored report
+  std::string body;         // the request's, unpacked, as far as it is worth keeping
+  std::uint64_t size = 0;   // of that body as a whole
 };
 
-// One answer. An answer with a `file` has no `body`.
+// One answer. An answer with a `stream` has no `body`.
 struct Reply {
   int status = 200;
   std::string contentType = "application/json";
   std::string body;
   std::vector<HeaderField> headers;
-  std::shared_ptr<OpenedFile> file;  // streamed as the body
+  std::shared_ptr<BodySink> stream;
+  std::optional<std::uint64_t> length;  // of the stream, where it is known
   Note note;
 };
 

@@ -9,8 +9,10 @@
 #include <array>
 #include <cerrno>
 #include <ctime>
+#include <filesystem>
 #include <limits>
 #include <map>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -21,11 +23,8 @@
 namespace {
 
 constexpr std::size_t kWritePiece = 262144;  // bytes handed to the file system at once
+constexpr std::size_t kReadPiece = 131072;   // and taken from it
 constexpr char kUnfinished[] = ".upload-";   // begins the names of objects on their way in
-
-std::vector<std::string> NamesBehindFirst(const Call& call) {
-  return {call.names.begin() + 1, call.names.end()};
-}
 
 bool IsUnfinished(const std::string& name) {
   return name.compare(0, sizeof kUnfinished - 1, kUnfinished) == 0;
@@ -79,6 +78,40 @@ Reply CannotStore(int error) {
       return Problem(500, reason);
   }
 }
+
+std::string Joined(const std::vector<std::string>& names) {
+  std::string path = names[0];
+  for (std::size_t i = 1; i < names.size(); ++i) {
+    path += "/" + names[i];
+  }
+  return path;
+}
+
+// A file on its way out.
+class FileContent final : public BodySink {
+ public:
+  explicit FileContent(OpenedFile opened) : m_opened(std::move(opened)) {}
+
+  // A file that has become shorter ends early, one that has grown at the length announced.
+  Task<std::string_view> Next() override {
+    m_piece.resize(kReadPiece);
+    const std::size_t most =
+        static_cast<std::size_t>(std::min<std::uint64_t>(m_opened.size - m_sent, m_piece.size()));
+    const ssize_t count =
+        most == 0 ? 0
+                  : ::pread(m_opened.file.Get(), m_piece.data(), most, static_cast<off_t>(m_sent));
+    if (count <= 0 && most > 0) {
+      throw std::runtime_error("a file has become shorter while it was sent");
+    }
+    m_sent += static_cast<std::uint64_t>(count);
+    co_return std::string_view(m_piece.data(), static_cast<std::size_t>(count));
+  }
+
+ private:
+  const OpenedFile m_opened;
+  std::uint64_t m_sent = 0;
+  std::vector<char> m_piece;
+};
 
 // A new file in a directory under a name of its own, which goes away unless it is moved.
 class UnfinishedFile {
@@ -145,14 +178,17 @@ class UnfinishedFile {
 }  // namespace
 
 Reply SendFile(const RootDir& root, const Call& call) {
-  const std::vector<std::string> names = NamesBehindFirst(call);
+  const std::vector<std::string> names = call.NamesBehindFirst();
   OpenedFile opened = root.Open(names);
   if (opened.error != 0) {
     return CannotRead(opened.error);
   }
   Reply reply;
   reply.contentType = ContentType(names.back());
-  reply.file = std::make_shared<OpenedFile>(std::move(opened));
+  reply.length = opened.size;
+  reply.stream = std::make_shared<FileContent>(std::move(opened));
+  reply.note.kind = "download";
+  reply.note.object = Joined(names);
   reply.headers = {{"X-Content-Type-Options", "nosniff"}};
   return reply;
 }
@@ -160,65 +196,66 @@ Reply SendFile(const RootDir& root, const Call& call) {
 Objects::Objects(const RootDir& root, std::string signKey, std::optional<std::uint64_t> maxBody)
     : m_directory(root.Path() + "/objects"),
       m_signKey(std::move(signKey)),
-      m_limit(maxBody.value_or(std::numeric_limits<std::uint64_t>::max())) {}
+      m_limit(maxBody.value_or(std::numeric_limits<std::uint64_t>::max())) {
+  for (const auto& entry : std::filesystem::directory_iterator(m_directory.Path())) {
+    if (IsUnfinished(entry.path().filename())) {
+      std::filesystem::remove(entry.path());
+    }
+  }
+}
 
-Reply Objects::Put(const Call& call, BodySource& body) const {
+Task<Reply> Objects::Put(const Call& call, BodySource& body) const {
   if (!m_signKey.empty()) {
     const std::string problem = CheckSignature(m_signKey, call, std::time(nullptr));
     if (!problem.empty()) {
-      return Problem(403, problem);
+      co_return Problem(403, problem);
     }
   }
-  const std::vector<std::string> names = NamesBehindFirst(call);
+  const std::vector<std::string> names = call.NamesBehindFirst();
   if (names.empty() || IsUnfinished(names[0]) ||
       !std::all_of(names.begin(), names.end(), RootDir::IsPlainName)) {
-    return Problem(400, "the path names no object");
+    co_return Problem(400, "the path names no object");
   }
   Reply tooLong = Problem(413, "the object is longer than " + std::to_string(m_limit) + " bytes");
   if (call.contentLength.value_or(0) > m_limit) {
-    return tooLong;
+    co_return tooLong;
   }
 
   UnfinishedFile file(m_directory.Get());
   std::uint64_t bytes = 0;
-  const BodySource::End end = body.Read([&](const char* data, std::size_t size) {
-    if (size > m_limit - bytes) {
-      return false;
+  for (bool more = true; more;) {
+    const std::string_view piece = co_await body.Next();
+    if (piece.size() > m_limit - bytes) {
+      co_return tooLong;
     }
-    bytes += size;
-    return file.Write(data, size);
-  });
+    bytes += piece.size();
+    more = !piece.empty() && file.Write(piece.data(), piece.size());
+  }
   if (file.Error() != 0) {
-    return CannotStore(file.Error());
+    co_return CannotStore(file.Error());
   }
-  if (end == BodySource::End::kRefused) {
-    return tooLong;
-  }
-  if (end == BodySource::End::kCut) {
-    return Problem(400, "the upload ends after " + std::to_string(bytes) + " bytes, too early");
+  if (!body.IsWhole()) {
+    co_return Problem(400, "the upload ends after " + std::to_string(bytes) + " bytes, too early");
   }
   const FileDescriptor parent = m_directory.OpenParent(names, true);
   if (!parent) {
-    return CannotStore(errno);
+    co_return CannotStore(errno);
   }
   if (!file.MoveTo(parent.Get(), names.back())) {
-    return CannotStore(file.Error());
+    co_return CannotStore(file.Error());
   }
 
   LumJson::Value answer;
   answer["stored"] = Printable(call.path);
   answer["bytes"] = bytes;
   Reply reply = JsonReply(answer);
-  std::string shown = names[0];
-  for (std::size_t i = 1; i < names.size(); ++i) {
-    shown += "/" + names[i];
-  }
-  reply.note = {Note::Kind::kUpload, Printable(shown)};
-  return reply;
+  reply.note.kind = "upload";
+  reply.note.object = Joined(names);
+  co_return reply;
 }
 
 Reply Objects::Get(const Call& call) const {
-  const std::vector<std::string> names = NamesBehindFirst(call);
+  const std::vector<std::string> names = call.NamesBehindFirst();
   if (!names.empty() && IsUnfinished(names[0])) {
     return CannotRead(ENOENT);
   }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Message.h"
+#include "RootDir.h"
 
 // Answers with a file beneath `root`, streamed: the names are those of `call` behind its first one.
 // 404 when there is none; 403 for a symbolic link, wherever it leads.
@@ -17,12 +18,13 @@ Reply SendFile(const RootDir& root, const Call& call);
 // in pieces, memory does not grow with them. Safe for several threads at once.
 class Objects {
  public:
+  // Removes what uploads of an earlier run have left unfinished: nobody else may use `root`.
   // `signKey`, unless empty, is the key of the signatures that uploads must then carry;
   // `maxBody` is the longest object in bytes.
   Objects(const RootDir& root, std::string signKey, std::optional<std::uint64_t> maxBody);
 
   // PUT /objects/NAME...: stores the body; {"stored": path, "bytes": n}.
-  Reply Put(const Call& call, BodySource& body) const;
+  Task<Reply> Put(const Call& call, BodySource& body) const;
 
   // GET /objects/NAME...
   Reply Get(const Call& call) const;

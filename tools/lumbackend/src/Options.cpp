@@ -4,8 +4,14 @@
 #include <arpa/inet.h>
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
+#include <sstream>
+#include <utility>
+
+#include "Paths.h"
 
 namespace {
 
@@ -21,6 +27,53 @@ constexpr char kExample[] =
     "fails\n"
     "  lumbackend --root /tmp/backend --port 0 --tls-port 0 --tls-dir /tmp/tls \\\n"
     "             --client-ca /tmp/tls/ca.pem --fail-rate 0.2 --seed 7";
+
+// What stands behind two blanks or more of a line is a column: it goes on below itself.
+std::string Wrapped(const std::string& text, std::size_t width) {
+  std::istringstream lines(text);
+  std::string wrapped;
+  for (std::string line; std::getline(lines, line); wrapped += line + "\n") {
+    const std::size_t start = std::min(line.find_first_not_of(' '), line.size());
+    const std::size_t gap = line.find("  ", start);
+    const std::size_t column = gap == std::string::npos ? start : line.find_first_not_of(' ', gap);
+    while (line.size() > width) {
+      std::size_t blank = line.rfind(' ', width);
+      if (blank == std::string::npos || blank <= column) {
+        blank = line.find(' ', width);
+      }
+      if (blank == std::string::npos) {
+        break;
+      }
+      wrapped += line.substr(0, blank) + "\n";
+      line = std::string(column, ' ') + line.substr(blank + 1);
+    }
+  }
+  return wrapped;
+}
+
+class WrappedHelp final : public CLI::Formatter {
+ public:
+  explicit WrappedHelp(std::size_t width) : m_width(width) { column_width(28); }
+
+  std::string make_help(const CLI::App* app, std::string name,
+                        CLI::AppFormatMode mode) const override {
+    return Wrapped(CLI::Formatter::make_help(app, std::move(name), mode), m_width);
+  }
+
+ private:
+  const std::size_t m_width;
+};
+
+std::string ListOfPaths() {
+  std::string list = "Paths:\n";
+  for (const Path& path : kPaths) {
+    const std::string takes = path.takes;
+    list += "  " + std::string(path.method) + std::string(5 - std::strlen(path.method), ' ') +
+            path.path + "\n" + std::string(28, ' ') + "  " + (takes.empty() ? "" : takes + ". ") +
+            "Answer: " + path.answers + "\n";
+  }
+  return list;
+}
 
 std::string CheckAddress(const std::string& text) {
   unsigned char address[sizeof(in6_addr)];
@@ -47,14 +100,15 @@ std::string CheckShare(const std::string& text) {
 
 }  // namespace
 
-std::unique_ptr<CLI::App> MakeParser(Options& options) {
+std::unique_ptr<CLI::App> MakeParser(Options& options, std::size_t width) {
   auto app = std::make_unique<CLI::App>(kAbout, "lumbackend");
   app->set_version_flag("--version", "lumbackend " LUM_VERSION);
-  app->footer(kExample);
+  app->footer(ListOfPaths() + "\n" + kExample);
+  app->formatter(std::make_shared<WrappedHelp>(width));
 
   const auto serve = "Serve";
   app->add_option("--root", options.root,
-                  "Directory with files/, objects/, configs/ and reports.jsonl; made when missing")
+                  "Directory with files/, objects/, configs/ and lumbackend.db; made when missing")
       ->type_name("DIR")
       ->required()
       ->group(serve);
@@ -78,6 +132,13 @@ std::unique_ptr<CLI::App> MakeParser(Options& options) {
       ->type_name("BYTES")
       ->check(CheckUnsigned)
       ->transform(CLI::AsSizeValue(false))
+      ->group(serve);
+
+  app->add_option("--keep", options.keep,
+                  "Exchanges, and reports, that are kept; older ones give way")
+      ->type_name("N")
+      ->check(CheckUnsigned)
+      ->capture_default_str()
       ->group(serve);
 
   const auto tls = "TLS";
@@ -105,6 +166,12 @@ std::unique_ptr<CLI::App> MakeParser(Options& options) {
       ->capture_default_str()
       ->group(access);
   app->add_flag("--open", options.open, "Ask for no token")->group(access);
+  app->add_option("--host", options.hosts,
+                  "Answer to this name, too, in Host and Origin; numeric addresses and localhost "
+                  "need no leave. May be given again")
+      ->type_name("NAME")
+      ->allow_extra_args(false)
+      ->group(access);
   app->add_option(
          "--sign-key-file", options.signKeyFile,
          "Check Date and Authorization of uploads against the key in this file: \"LUM \" and "
@@ -112,7 +179,7 @@ std::unique_ptr<CLI::App> MakeParser(Options& options) {
       ->type_name("FILE")
       ->group(access);
 
-  const auto faults = "Misbehave on purpose (the page at / and its events excepted)";
+  const auto faults = "Misbehave on purpose (the page at / and what it asks for excepted)";
   app->add_option("--fail-rate", options.failRate, "Share of the requests answered 503, 0 to 1")
       ->type_name("P")
       ->check(CheckShare)

@@ -1,20 +1,13 @@
-// Appending documents to a file of JSON lines.
+// The routes of reports.
 #include "Reports.h"
 
-#include <fcntl.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <stdexcept>
-#include <system_error>
-#include <vector>
-
+#include "Body.h"
+#include "RootDir.h"
 #include "Text.h"
 
 namespace {
 
-constexpr char kFileName[] = "reports.jsonl";
-constexpr std::size_t kShown = 200;  // bytes of a document that the page shows
+constexpr std::size_t kShown = 200;  // bytes of a document that a list shows
 
 // One line for any kind of value. JsonValueToString() writes neither a bare string as JSON nor
 // null.
@@ -39,73 +32,90 @@ std::string Start(const std::string& text) {
   return text.substr(0, end) + "...";
 }
 
+// All reports, a piece at a time, so that neither memory nor the database is held up.
+class Lines final : public BodySink {
+ public:
+  explicit Lines(History& history) : m_history(history) {}
+
+  Task<std::string_view> Next() override {
+    m_piece = m_history.Reports(m_after);
+    co_return m_piece;
+  }
+
+ private:
+  History& m_history;
+  std::int64_t m_after = 0;
+  std::string m_piece;
+};
+
 }  // namespace
 
-Reports::Reports(const RootDir& root)
-    : m_file(::openat(root.Get(), kFileName, O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC,
-                      0666)) {
-  const auto failed = [&] {
-    return std::runtime_error("cannot use '" + root.Path() + "/" + kFileName +
-                              "': " + std::generic_category().message(errno));
-  };
-  if (!m_file) {
-    throw failed();
+Task<Reply> Reports::Add(const Call& call, BodySource& body, std::uint64_t limit) {
+  Document document = co_await ReadJson(call, body, limit);
+  if (document.refusal) {
+    co_return* document.refusal;
   }
-  std::vector<char> piece(65536);
-  char last = '\n';
-  for (;;) {
-    const ssize_t count =
-        ::pread(m_file.Get(), piece.data(), piece.size(), static_cast<off_t>(m_size));
-    if (count < 0) {
-      throw failed();
-    }
-    if (count == 0) {
-      break;
-    }
-    m_size += static_cast<std::uint64_t>(count);
-    m_documents +=
-        static_cast<std::uint64_t>(std::count(piece.begin(), piece.begin() + count, '\n'));
-    last = piece[static_cast<std::size_t>(count) - 1];
-  }
-  // A line that somebody left open must not swallow the next document.
-  if (last != '\n') {
-    if (!WriteAll(m_file.Get(), "\n", 1)) {
-      throw failed();
-    }
-    ++m_size;
-    ++m_documents;
-  }
-}
-
-Reply Reports::Store(const Call& call, const LumJson::Value& document) {
   const auto status = call.QueryValue("status");
   if (status && *status != "200" && *status != "204") {
-    return Problem(400, "'status' in the query is neither 200 nor 204");
+    co_return Problem(400, "'status' in the query is neither 200 nor 204");
   }
-  const std::string line = Compact(document) + "\n";
-  std::uint64_t stored = 0;
-  {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    // One write, so that a reader of the file sees whole lines only.
-    const ssize_t written = ::write(m_file.Get(), line.data(), line.size());
-    if (written != static_cast<ssize_t>(line.size())) {
-      const std::string reason = written < 0 ? std::generic_category().message(errno)
-                                             : "the file system takes no more of it";
-      if (written > 0 && ::ftruncate(m_file.Get(), static_cast<off_t>(m_size)) != 0) {
-        return Problem(500, "cannot take back half a report: " + reason);
-      }
-      return Problem(507, "cannot store the report: " + reason);
-    }
-    m_size += line.size();
-    stored = ++m_documents;
+  Note note = SubjectOf(document.value);
+  std::string line = Compact(document.value);
+  document = Document();
+  note.kind = "report";
+  note.text = Start(line);
+  note.size = line.size();
+  const Store::Written written = co_await m_store.AddReport(std::move(line));
+  if (!written.problem.empty()) {
+    co_return Problem(507, "cannot store the report: " + written.problem);
   }
   LumJson::Value answer;
-  answer["stored"] = stored;
+  answer["stored"] = written.id;
   Reply reply = JsonReply(answer);
   if (status == "204") {
     reply.status = 204;
     reply.body.clear();
   }
-  reply.note = {Note::Kind::kReport, Start(line.substr(0, line.size() - 1))};
+  note.report = written.id;
+  reply.note = std::move(note);
+  co_return reply;
+}
+
+Reply Reports::All() {
+  Reply reply;
+  reply.contentType = "application/jsonl";
+  reply.headers = {{"Cache-Control", "no-store"}, {"X-Content-Type-Options", "nosniff"}};
+  reply.stream = std::make_shared<Lines>(m_history);
+  return reply;
+}
+
+// Clients put the values into the query as they are, without percent-encoding: a file name may hold
+// '&' or '=', and runs to the end of the query.
+Reply LogAddress(const Call& call) {
+  const std::string accessKey = "access_id=";
+  const std::string nameKey = "&file_name=";
+  const std::size_t start = call.query.find(accessKey);
+  const std::size_t middle = start == std::string::npos ? start : call.query.find(nameKey, start);
+  if (middle == std::string::npos) {
+    return Problem(400, "the query does not end in access_id=...&file_name=...");
+  }
+  const std::string accessId =
+      call.query.substr(start + accessKey.size(), middle - start - accessKey.size());
+  const std::string fileName = call.query.substr(middle + nameKey.size());
+  if (accessId.empty()) {
+    return Problem(400, "access_id in the query is empty");
+  }
+  if (!RootDir::IsPlainName(fileName)) {
+    return Problem(400, "file_name in the query is no plain file name");
+  }
+  LumJson::Value answer;
+  answer["url"] = (call.tls ? "https://" : "http://") + call.authority + "/objects/logs/" +
+                  EncodePercent(fileName);
+  answer["accessId"] = accessId;
+  answer["fileName"] = fileName;
+  Reply reply = JsonReply(answer);
+  reply.note.kind = "address";
+  reply.note.device = accessId;
+  reply.note.object = fileName;
   return reply;
 }

@@ -1,30 +1,32 @@
-// The store of reported documents.
+// Reports, and where to put a log.
 #ifndef LUM_BACKEND_REPORTS_H
 #define LUM_BACKEND_REPORTS_H
 
-#include <LumJson.h>
-
 #include <cstdint>
-#include <mutex>
 
+#include "History.h"
 #include "Message.h"
+#include "Store.h"
 
-// Keeps documents in ROOT/reports.jsonl, one compact document a line. Safe for several threads at
-// once; no other program may write to the file meanwhile.
+// Safe for several threads at once.
 class Reports {
  public:
-  // Throws std::runtime_error when the file cannot be opened.
-  explicit Reports(const RootDir& root);
+  // Both must outlive the object.
+  Reports(Store& store, History& history) : m_store(store), m_history(history) {}
 
-  // POST /report: stores `document` and answers {"stored": n}, n being the number of documents in
-  // the file, or an empty 204 when the query says "status=204".
-  Reply Store(const Call& call, const LumJson::Value& document);
+  // POST /report: keeps the document, of `limit` bytes at most, and answers {"stored": n}, n being
+  // the number of reports so far, or an empty 204 when the query says "status=204".
+  Task<Reply> Add(const Call& call, BodySource& body, std::uint64_t limit);
+
+  // GET /reports: all of them, one compact document a line.
+  Reply All();
 
  private:
-  std::mutex m_mutex;
-  FileDescriptor m_file;     // guarded by m_mutex, like the counters
-  std::uint64_t m_size = 0;  // bytes
-  std::uint64_t m_documents = 0;
+  Store& m_store;
+  History& m_history;
 };
+
+// GET /log-address: {"url", "accessId", "fileName"}.
+Reply LogAddress(const Call& call);
 
 #endif  // LUM_BACKEND_REPORTS_H

@@ -1,135 +1,160 @@
-// The accept loop.
+// The accept loops.
 #include "Server.h"
 
-#include <arpa/inet.h>
-#include <netdb.h>
-#include <poll.h>
-#include <sys/socket.h>
+#include <sys/resource.h>
 
-#include <cerrno>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/redirect_error.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/strand.hpp>
+#include <boost/asio/use_awaitable.hpp>
+
+#include <algorithm>
+#include <csignal>
 #include <exception>
-#include <memory>
+#include <sstream>
 #include <stdexcept>
-#include <system_error>
+#include <thread>
+#include <vector>
 
-#include "Connection.h"
-#include "Session.h"
+namespace asio = boost::asio;
+using Error = boost::system::error_code;
 
 namespace {
 
-constexpr std::size_t kMostConnections = 256;  // each one has a thread
-constexpr int kBreath = 50;                    // milliseconds until a full server looks again
+constexpr std::size_t kSpareDescriptors = 100;    // for files, the database and what is listened on
+constexpr unsigned kFewestThreads = 4;            // one that waits for a disk does not hold up all
+constexpr std::chrono::milliseconds kBreath(50);  // until a full server looks again
+constexpr std::chrono::seconds kLastWords(4);     // for connections, when the back end ends
 
-struct AddressFree {
-  void operator()(addrinfo* address) const { freeaddrinfo(address); }
-};
-
-[[noreturn]] void CannotListen(const std::string& address, std::uint16_t port,
-                               const std::string& reason) {
-  throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) + ": " +
-                           reason);
+// Raises the limit on descriptors as far as it goes.
+std::size_t MostConnections() {
+  rlimit limit = {};
+  ::getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+  ::getrlimit(RLIMIT_NOFILE, &limit);
+  return std::max<std::size_t>(limit.rlim_cur, 2 * kSpareDescriptors) - kSpareDescriptors;
 }
 
 }  // namespace
 
-Server::~Server() {
-  Join(true);
-}
+Server::Server(Backend& backend, const Patience& patience)
+    : m_backend(backend),
+      m_patience(patience),
+      m_mostConnections(MostConnections()),
+      m_last(asio::make_strand(m_io)) {}
 
-std::string Server::Listen(const std::string& address, std::uint16_t port, SslContext context) {
-  addrinfo hints = {};
-  hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* found = nullptr;
-  const int failure = getaddrinfo(address.c_str(), std::to_string(port).c_str(), &hints, &found);
-  if (failure != 0) {
-    CannotListen(address, port, gai_strerror(failure));
-  }
-  const std::unique_ptr<addrinfo, AddressFree> where(found);
-  FileDescriptor socket(::socket(where->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  // SO_REUSEADDR, so that a restart need not wait for old connections to fade; not SO_REUSEPORT,
-  // with which two back ends would share a port and each get half of the requests.
-  const int on = 1;
-  if (!socket || ::setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-      ::bind(socket.Get(), where->ai_addr, where->ai_addrlen) != 0 ||
-      ::listen(socket.Get(), SOMAXCONN) != 0) {
-    CannotListen(address, port, std::generic_category().message(errno));
-  }
-  sockaddr_storage bound = {};
-  socklen_t length = sizeof bound;
-  char host[NI_MAXHOST] = "";
-  char service[NI_MAXSERV] = "";
-  if (::getsockname(socket.Get(), reinterpret_cast<sockaddr*>(&bound), &length) != 0 ||
-      getnameinfo(reinterpret_cast<sockaddr*>(&bound), length, host, sizeof host, service,
-                  sizeof service, NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
-    CannotListen(address, port, "the port chosen cannot be found out");
-  }
-  m_listeners.push_back({std::move(socket), std::move(context)});
-  const std::string name = where->ai_family == AF_INET6 ? "[" + std::string(host) + "]" : host;
-  return name + ":" + service;
-}
-
-void Server::Run() {
-  for (;;) {
-    const bool full = m_workers.size() >= kMostConnections;
-    std::vector<pollfd> ends{{m_stop, POLLIN, 0}};
-    for (const Listener& listener : m_listeners) {
-      ends.push_back({full ? -1 : listener.socket.Get(), POLLIN, 0});
-    }
-    if (::poll(ends.data(), ends.size(), full ? kBreath : -1) < 0 && errno != EINTR) {
-      throw std::system_error(errno, std::generic_category(), "poll");
-    }
-    if (ends[0].revents != 0) {
-      break;
-    }
-    Join(false);
-    for (std::size_t i = 0; i < m_listeners.size(); ++i) {
-      if (ends[i + 1].revents != 0) {
-        Accept(m_listeners[i]);
-      }
-    }
-  }
-  m_listeners.clear();
-  Join(true);
-}
-
-void Server::Accept(const Listener& listener) {
-  FileDescriptor socket(
-      ::accept4(listener.socket.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-  if (!socket) {
-    if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-      // The connection stays in the queue: without a pause this would spin.
-      pollfd stop = {m_stop, POLLIN, 0};
-      ::poll(&stop, 1, kBreath);
-    }
-    return;
-  }
-  auto connection = std::make_unique<Connection>(std::move(socket), m_stop, listener.context.get());
-  Worker& worker = m_workers.emplace_back();
+std::string Server::Listen(const std::string& address, std::uint16_t port,
+                           std::optional<asio::ssl::context> tls) {
+  using Acceptor = asio::ip::tcp::acceptor;
   try {
-    worker.thread = std::thread([this, &worker, connection = std::move(connection)] {
-      try {
-        Session(m_backend, *connection).Run();
-      } catch (const std::exception& failure) {
-        m_backend.Complain(failure.what());
-      }
-      worker.done = true;
-    });
-  } catch (const std::system_error& failure) {
-    m_workers.pop_back();
-    m_backend.Complain(failure.what());
+    const asio::ip::tcp::endpoint where(asio::ip::make_address(address), port);
+    Acceptor socket(asio::make_strand(m_io));
+    socket.open(where.protocol());
+    // So that a restart need not wait for old connections to fade; without SO_REUSEPORT, with which
+    // two back ends would share a port and each get half of the requests.
+    socket.set_option(Acceptor::reuse_address(true));
+    socket.bind(where);
+    socket.listen();
+    std::ostringstream name;
+    name << socket.local_endpoint();
+    m_listeners.push_back({std::move(socket), std::move(tls)});
+    return name.str();
+  } catch (const boost::system::system_error& failure) {
+    throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) +
+                             ": " + failure.code().message());
   }
 }
 
-void Server::Join(bool all) {
-  for (auto worker = m_workers.begin(); worker != m_workers.end();) {
-    if (!all && !worker->done) {
-      ++worker;
+void Server::Run(const std::function<void()>& ready) {
+  asio::signal_set ends(m_io, SIGINT, SIGTERM);
+  ends.async_wait([this](const Error& /*failure*/, int /*signal*/) { Stop(); });
+  for (Listener& listener : m_listeners) {
+    asio::co_spawn(listener.socket.get_executor(), Accept(listener), asio::detached);
+  }
+  std::vector<std::thread> threads(std::max(kFewestThreads, std::thread::hardware_concurrency()));
+  for (std::thread& thread : threads) {
+    thread = std::thread([this] { m_io.run(); });
+  }
+  ready();
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  m_backend.Drain();
+}
+
+void Server::Stop() {
+  m_stopping = true;
+  for (Listener& listener : m_listeners) {
+    asio::post(listener.socket.get_executor(), [&listener] {
+      Error ignored;
+      listener.socket.close(ignored);
+    });
+  }
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  for (const std::weak_ptr<Connection>& place : m_connections) {
+    if (const auto connection = place.lock()) {
+      asio::post(connection->Executor(), [connection] { connection->Stop(); });
+    }
+  }
+  asio::post(m_last.get_executor(), [this] {
+    if (m_held > 0) {
+      m_last.expires_after(kLastWords);
+      m_last.async_wait([this](const Error& failure) {
+        if (!failure) {
+          m_io.stop();
+        }
+      });
+    }
+  });
+}
+
+Task<void> Server::Accept(Listener& listener) {
+  asio::steady_timer breath(listener.socket.get_executor());
+  while (!m_stopping) {
+    asio::ip::tcp::socket socket(asio::make_strand(m_io));
+    Error error = asio::error::no_descriptors;
+    if (m_held < m_mostConnections) {
+      co_await listener.socket.async_accept(socket,
+                                            asio::redirect_error(asio::use_awaitable, error));
+    }
+    if (error) {
+      // The connection stays in the kernel's queue: without a pause this would spin.
+      breath.expires_after(kBreath);
+      co_await breath.async_wait(asio::use_awaitable);
       continue;
     }
-    if (worker->thread.joinable()) {
-      worker->thread.join();
+    ++m_held;
+    const auto strand = socket.get_executor();
+    auto connection = std::make_shared<Connection>(
+        std::move(socket), listener.tls ? &*listener.tls : nullptr, m_backend, m_patience);
+    asio::co_spawn(strand, Serve(std::move(connection)), asio::detached);
+  }
+}
+
+Task<void> Server::Serve(std::shared_ptr<Connection> connection) {
+  std::list<std::weak_ptr<Connection>>::iterator place;
+  {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    place = m_connections.insert(m_connections.end(), connection);
+  }
+  try {
+    if (!m_stopping) {
+      co_await connection->Run();
     }
-    worker = m_workers.erase(worker);
+  } catch (const std::exception& failure) {
+    Backend::Complain(failure.what());
+  }
+  connection.reset();
+  {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_connections.erase(place);
+  }
+  if (--m_held == 0 && m_stopping) {
+    asio::post(m_last.get_executor(), [this] { m_last.cancel(); });
   }
 }

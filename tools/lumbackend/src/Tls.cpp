@@ -19,12 +19,9 @@
 #include "Text.h"
 #include "tls/TlsMaterial.h"
 
-namespace {
+namespace ssl = boost::asio::ssl;
 
-// Without a callback OpenSSL would ask on the terminal for the pass phrase of an encrypted key.
-int RefusePassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*user*/) {
-  return 0;
-}
+namespace {
 
 constexpr std::time_t kSpare = 86400;  // seconds that material must still be good for
 constexpr char kPassFile[] = "client-encrypted.pass";
@@ -54,22 +51,14 @@ void WritePassPhrase(const RootDir& directory, const std::string& passPhrase) {
   }
 }
 
-void Require(bool done, const std::string& what, const std::string& file) {
-  if (!done) {
-    throw std::runtime_error("cannot use " + what + " '" + file + "': " + TakeSslError());
+void Require(const boost::system::error_code& failure, const std::string& what,
+             const std::string& file) {
+  if (failure) {
+    throw std::runtime_error("cannot use " + what + " '" + file + "': " + failure.message());
   }
 }
 
 }  // namespace
-
-std::string TakeSslError() {
-  // The first entry is the cause, later ones tell what could not be done because of it.
-  const unsigned long code = ERR_get_error();
-  const char* reason = code == 0 ? nullptr : ERR_reason_error_string(code);
-  std::string text = reason == nullptr ? "unknown reason" : reason;
-  ERR_clear_error();
-  return text;
-}
 
 ServerFiles SelfMadeServerFiles(const std::string& directory, const std::string& address) {
   const RootDir place(directory);
@@ -81,8 +70,9 @@ ServerFiles SelfMadeServerFiles(const std::string& directory, const std::string&
   ServerFiles files{directory + "/server.pem", directory + "/server.key"};
   if (!IsGood(files.certificate) || !place.Open({"server.key"}).file) {
     std::array<unsigned char, 16> bytes = {};
-    Require(RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) == 1, "pass phrase for",
-            directory);
+    if (RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) != 1) {
+      throw std::runtime_error("no random bytes for a pass phrase");
+    }
     const std::string passPhrase = ToHex(bytes.data(), bytes.size());
     lumtest::MakeTlsMaterial(directory, passPhrase, {address});
     WritePassPhrase(place, passPhrase);
@@ -90,31 +80,26 @@ ServerFiles SelfMadeServerFiles(const std::string& directory, const std::string&
   return files;
 }
 
-SslContext MakeServerContext(const std::string& certificate, const std::string& key,
-                             const std::string& clientCa) {
-  ERR_clear_error();
-  SslContext context(SSL_CTX_new(TLS_server_method()));
-  if (!context) {
-    throw std::runtime_error("cannot set up TLS: " + TakeSslError());
-  }
-  SSL_CTX* raw = context.get();
+ssl::context MakeServerContext(const std::string& certificate, const std::string& key,
+                               const std::string& clientCa) {
+  ssl::context context(ssl::context::tls_server);
+  SSL_CTX* raw = context.native_handle();
   SSL_CTX_set_min_proto_version(raw, TLS1_2_VERSION);
   SSL_CTX_set_session_cache_mode(raw, SSL_SESS_CACHE_OFF);
   SSL_CTX_set_options(raw, SSL_OP_NO_TICKET | SSL_OP_NO_RENEGOTIATION);
   SSL_CTX_set_num_tickets(raw, 0);
-  SSL_CTX_set_mode(raw, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
-  SSL_CTX_set_default_passwd_cb(raw, RefusePassPhrase);
-
-  Require(SSL_CTX_use_certificate_chain_file(raw, certificate.c_str()) == 1, "certificate",
-          certificate);
-  Require(SSL_CTX_use_PrivateKey_file(raw, key.c_str(), SSL_FILETYPE_PEM) == 1, "private key", key);
-  Require(SSL_CTX_check_private_key(raw) == 1, "private key", key);
+  // Without it OpenSSL would ask on the terminal for the pass phrase of an encrypted key.
+  context.set_password_callback([](std::size_t, ssl::context::password_purpose) { return ""; });
+  boost::system::error_code failure;
+  context.use_certificate_chain_file(certificate, failure);
+  Require(failure, "certificate", certificate);
+  context.use_private_key_file(key, ssl::context::pem, failure);
+  Require(failure, "private key", key);
   if (!clientCa.empty()) {
-    Require(SSL_CTX_load_verify_file(raw, clientCa.c_str()) == 1, "client authorities", clientCa);
-    STACK_OF(X509_NAME)* names = SSL_load_client_CA_file(clientCa.c_str());
-    Require(names != nullptr, "client authorities", clientCa);
-    SSL_CTX_set_client_CA_list(raw, names);
-    SSL_CTX_set_verify(raw, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+    context.load_verify_file(clientCa, failure);
+    Require(failure, "client authorities", clientCa);
+    SSL_CTX_set_client_CA_list(raw, SSL_load_client_CA_file(clientCa.c_str()));
+    context.set_verify_mode(ssl::verify_peer | ssl::verify_fail_if_no_peer_cert);
   }
   return context;
 }

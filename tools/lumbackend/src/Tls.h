@@ -4,24 +4,14 @@
 
 #include <openssl/ssl.h>
 
-#include <memory>
+#include <boost/asio/ssl/context.hpp>
 #include <string>
-
-struct SslContextFree {
-  void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
-};
-using SslContext = std::unique_ptr<SSL_CTX, SslContextFree>;
-
-struct SslFree {
-  void operator()(SSL* ssl) const { SSL_free(ssl); }
-};
-using Ssl = std::unique_ptr<SSL, SslFree>;
 
 // A context for servers, TLS 1.2 and later, without resumption. `clientCa`, unless empty, names the
 // authorities of the client certificates, which are then required. All three are PEM files; the key
 // must not be encrypted. Throws std::runtime_error naming the file that cannot be used.
-SslContext MakeServerContext(const std::string& certificate, const std::string& key,
-                             const std::string& clientCa);
+boost::asio::ssl::context MakeServerContext(const std::string& certificate, const std::string& key,
+                                            const std::string& clientCa);
 
 // A server's certificate and key, as paths of PEM files.
 struct ServerFiles {
@@ -36,9 +26,6 @@ struct ServerFiles {
 // is good for another day. Several processes may call it for one directory. Throws
 // std::runtime_error.
 ServerFiles SelfMadeServerFiles(const std::string& directory, const std::string& address);
-
-// OpenSSL's reason for its last failure on this thread, or "unknown reason"; empties its queue.
-std::string TakeSslError();
 
 // Subject of the certificate that the client has shown, as "CN=lum client", or "" without one.
 std::string ClientSubject(const SSL* ssl);

@@ -1,4 +1,4 @@
-// The token table.
+// The token table, and the routes over it.
 #include "Tokens.h"
 
 #include <openssl/rand.h>
@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "Body.h"
 #include "Text.h"
 
 namespace {
@@ -54,4 +55,46 @@ Tokens::State Tokens::Check(const std::string& token) const {
 void Tokens::Revoke(const std::string& token) {
   const std::lock_guard<std::mutex> lock(m_mutex);
   m_expiry.erase(token);
+}
+
+Task<Reply> Tokens::New(const Call& call, BodySource& body, std::uint64_t limit) {
+  Document request = co_await ReadJson(call, body, limit);
+  if (request.refusal) {
+    co_return* request.refusal;
+  }
+  if (!request.value.IsObject()) {
+    co_return Problem(400, "the request for a token is no JSON object");
+  }
+  LumJson::Value answer;
+  answer["token"] = Issue();
+  answer["expiresIn"] = static_cast<std::int64_t>(m_lifetime.count());
+  // The old token ends only when there is a new one.
+  if (const std::string* token = call.Header("X-Auth-Token");
+      token != nullptr && call.method == "PUT") {
+    Revoke(*token);
+  }
+  Reply reply = JsonReply(answer);
+  reply.note = SubjectOf(request.value);
+  reply.note.kind = "token";
+  co_return reply;
+}
+
+std::optional<Reply> Tokens::Refuse(const Call& call) const {
+  const std::string* token = call.Header("X-Auth-Token");
+  const char* problem = "no token in X-Auth-Token";
+  if (token != nullptr && !token->empty()) {
+    switch (Check(*token)) {
+      case State::kValid:
+        return std::nullopt;
+      case State::kExpired:
+        problem = "the token has expired";
+        break;
+      case State::kUnknown:
+        problem = "the token is unknown";
+        break;
+    }
+  }
+  Reply reply = Problem(401, problem);
+  reply.headers.push_back({"WWW-Authenticate", "X-Auth-Token"});
+  return reply;
 }

@@ -3,10 +3,14 @@
 #define LUM_BACKEND_TOKENS_H
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <unordered_map>
+
+#include "Message.h"
 
 // Every token handed out and still of interest, in memory only. Safe for several threads at once.
 class Tokens {
@@ -26,7 +30,11 @@ class Tokens {
   // Ends `token`; it is unknown from then on.
   void Revoke(const std::string& token);
 
-  std::chrono::seconds Lifetime() const { return m_lifetime; }
+  // POST and PUT /token: {"token", "expiresIn"}; after PUT the token in X-Auth-Token has ended.
+  Task<Reply> New(const Call& call, BodySource& body, std::uint64_t limit);
+
+  // A refusal unless X-Auth-Token holds a token that is valid.
+  std::optional<Reply> Refuse(const Call& call) const;
 
  private:
   const std::chrono::seconds m_lifetime;

@@ -1,12 +1,13 @@
 // lumbackend: options, TLS material, signals, and the server in between.
 #include <fcntl.h>
-#include <signal.h>
-#include <sys/signalfd.h>
+#include <sys/ioctl.h>
 #include <CLI/CLI.hpp>
 
 #include <cerrno>
+#include <csignal>
 #include <exception>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -21,26 +22,6 @@ namespace {
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
 constexpr std::size_t kLongestKey = 65536;  // bytes
-
-// A descriptor that is readable from the first SIGINT or SIGTERM on: the signal stays pending, so
-// every thread that polls the descriptor learns of it.
-FileDescriptor StopOnSignals() {
-  if (::signal(SIGPIPE, SIG_IGN) == SIG_ERR) {
-    throw std::runtime_error("cannot ignore SIGPIPE");
-  }
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  if (pthread_sigmask(SIG_BLOCK, &signals, nullptr) != 0) {
-    throw std::runtime_error("cannot block signals");
-  }
-  FileDescriptor stop(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
-  if (!stop) {
-    throw std::system_error(errno, std::generic_category(), "signalfd");
-  }
-  return stop;
-}
 
 // The key in a file, without the line end that editors add.
 std::string ReadKey(const std::string& path) {
@@ -63,7 +44,7 @@ std::string ReadKey(const std::string& path) {
   return key;
 }
 
-SslContext MakeContext(const Options& options) {
+boost::asio::ssl::context MakeContext(const Options& options) {
   ServerFiles files{options.cert, options.key};
   if (files.certificate.empty()) {
     const std::string directory = options.tlsDir.empty() ? options.root + "/tls" : options.tlsDir;
@@ -73,19 +54,26 @@ SslContext MakeContext(const Options& options) {
 }
 
 int Serve(const Options& options) {
-  const FileDescriptor stop = StopOnSignals();
+  // A connection or a file that takes no more is an error of the call, not the end.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
   Backend backend(options, ReadKey(options.signKeyFile));
-  Server server(backend, stop.Get());
+  Server server(backend);
   std::string ports;
   if (options.port || !options.tlsPort) {
-    ports += "http " + server.Listen(options.bind, options.port.value_or(0), nullptr) + "\n";
+    ports += "http " + server.Listen(options.bind, options.port.value_or(0), std::nullopt) + "\n";
   }
   if (options.tlsPort) {
     ports += "https " + server.Listen(options.bind, *options.tlsPort, MakeContext(options)) + "\n";
   }
-  std::cout << ports << std::flush;
-  server.Run();
+  server.Run([&] { std::cout << ports << std::flush; });
   return 0;
+}
+
+// Columns of the terminal that --help is printed on.
+std::size_t Width() {
+  winsize size = {};
+  return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
 }  // namespace
@@ -93,7 +81,7 @@ int Serve(const Options& options) {
 int main(int argc, char** argv) {
   try {
     Options options;
-    const auto parser = MakeParser(options);
+    const auto parser = MakeParser(options, Width());
     try {
       parser->parse(argc, argv);
     } catch (const CLI::ParseError& end) {

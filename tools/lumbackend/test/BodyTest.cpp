@@ -3,11 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "Fakes.h"
 #include "Gunzip.h"
 
 namespace {
 
+using lumtest::Await;
 using lumtest::ErrorOf;
 using lumtest::FakeBody;
 using lumtest::Gzip;
@@ -19,14 +22,22 @@ struct Outcome {
   int status = 0;  // 0: no refusal
   std::string error;
   LumJson::Value document;
+  std::string kept;
+  std::uint64_t size = 0;
 };
 
-Outcome Read(FakeBody body, const std::vector<std::string>& lines = {}) {
+Outcome Read(FakeBody body, const std::vector<std::string>& lines = {},
+             std::uint64_t limit = kLimit) {
   Outcome outcome;
-  if (const auto refusal = ReadJson(MakeCall("POST", "/", lines), body, kLimit, outcome.document)) {
-    outcome.status = refusal->status;
-    outcome.error = ErrorOf(refusal->body);
+  const Call call = MakeCall("POST", "/", lines);
+  Document document = Await(ReadJson(call, body, limit));
+  if (document.refusal) {
+    outcome.status = document.refusal->status;
+    outcome.error = ErrorOf(document.refusal->body);
   }
+  outcome.document = std::move(document.value);
+  outcome.kept = document.kept;
+  outcome.size = document.size;
   return outcome;
 }
 
@@ -56,8 +67,7 @@ TEST(Body, SaysWhatIsWrong) {
   EXPECT_EQ(Read(FakeBody("")).error, "the body is empty, a JSON document is expected");
   EXPECT_EQ(Read(FakeBody("{")).error, "the body is no valid JSON");
   EXPECT_EQ(Read(FakeBody("{\"a\":\"\xFF\"}")).error, "the body is no valid JSON");
-  EXPECT_EQ(Read(FakeBody("{\"a\"", BodySource::End::kCut)).error,
-            "the body ends after 4 bytes, too early");
+  EXPECT_EQ(Read(FakeBody("{\"a\"", false)).error, "the body ends after 4 bytes, too early");
   EXPECT_EQ(Read(FakeBody(Gzip("{")), gzip).error, "the unpacked body is no valid JSON");
   EXPECT_EQ(Read(FakeBody(Gzip("")), gzip).error, "the unpacked body is no valid JSON");
   EXPECT_EQ(Read(FakeBody("{\"a\":1}"), gzip).error, "the body is no gzip data, or damaged");
@@ -76,11 +86,10 @@ TEST(Body, LimitsWhatIsReceived) {
 
 TEST(Body, DoesNotReadWhatSaysThatItIsTooLong) {
   FakeBody body("1");
-  LumJson::Value document;
-  const auto refusal =
-      ReadJson(MakeCall("POST", "/", {"Content-Length: 1001"}), body, kLimit, document);
-  ASSERT_TRUE(refusal.has_value());
-  EXPECT_EQ(refusal->status, 413);
+  const Call call = MakeCall("POST", "/", {"Content-Length: 1001"});
+  const Document document = Await(ReadJson(call, body, kLimit));
+  ASSERT_TRUE(document.refusal.has_value());
+  EXPECT_EQ(document.refusal->status, 413);
   EXPECT_EQ(body.reads, 0);
 }
 
@@ -92,24 +101,105 @@ TEST(Body, LimitsWhatIsUnpacked) {
   EXPECT_EQ(bomb.error, "the gzip body unpacks to more than 1000 bytes");
 }
 
+TEST(Body, LimitsTheNumberOfValues) {
+  const std::uint64_t limit = 64 << 20;
+  std::string many = "[0";
+  while (many.size() < 2 * kMostValues) {
+    many += ",0";
+  }
+  EXPECT_EQ(Read(FakeBody(many + "]", true, 65536), {}, limit).status, 0);
+  for (const char* piece : {"0,", "[],", "{\"\":0},"}) {
+    std::string bomb = "[";
+    while (bomb.size() < 20'000'000) {
+      bomb += piece;
+    }
+    const Outcome outcome =
+        Read(FakeBody(Gzip(bomb), true, 65536), {"Content-Encoding: gzip"}, limit);
+    EXPECT_EQ(outcome.status, 413) << piece;
+    EXPECT_EQ(outcome.error, "the document is made of too many values") << piece;
+  }
+  EXPECT_EQ(
+      Read(FakeBody("\"" + std::string(3'000'000, ',') + "\"", true, 65536), {}, limit).status, 0);
+}
+
+TEST(Body, LimitsTheDepth) {
+  const auto nested = [](std::size_t depth) {
+    return Read(FakeBody(std::string(depth, '[') + std::string(depth, ']'), true, 4096), {}, 4096);
+  };
+  EXPECT_EQ(nested(512).status, 0);
+  EXPECT_EQ(nested(513).status, 413);
+  EXPECT_EQ(nested(513).error, "the document is nested too deeply");
+}
+
+TEST(Body, AllDocumentsShareABudget) {
+  // A body that waits in its middle until others have been read.
+  class Waiting final : public FakeBody {
+   public:
+    explicit Waiting(std::function<void()> meanwhile)
+        : FakeBody(std::string(60 << 20, ' ') + "1", true, 60 << 20), m_meanwhile(meanwhile) {}
+    Task<std::string_view> Next() override {
+      if (reads == 1) {
+        m_meanwhile();
+      }
+      return FakeBody::Next();
+    }
+
+   private:
+    const std::function<void()> m_meanwhile;
+  };
+  const std::uint64_t limit = 64 << 20;
+  Outcome other;
+  Waiting body([&] {
+    FakeBody second(std::string(60 << 20, ' ') + "2", true, 60 << 20);
+    const Call call = MakeCall("POST", "/");
+    const Document document = Await(ReadJson(call, second, limit));
+    ASSERT_TRUE(document.refusal.has_value());
+    EXPECT_EQ(document.refusal->status, 413);
+    EXPECT_EQ(ErrorOf(document.refusal->body), "too much is being read at once");
+    ASSERT_EQ(document.refusal->headers.size(), 1u);
+    EXPECT_EQ(document.refusal->headers[0].name, "Retry-After");
+  });
+  const Call call = MakeCall("POST", "/");
+  EXPECT_FALSE(Await(ReadJson(call, body, limit)).refusal.has_value());
+  EXPECT_EQ(Read(FakeBody(std::string(60 << 20, ' ') + "3", true, 60 << 20), {}, limit).status, 0);
+}
+
+TEST(Body, KeepsTheBeginningUnpacked) {
+  const std::string text = "\"" + std::string(100'000, 'x') + "\"";
+  const Outcome outcome =
+      Read(FakeBody(Gzip(text), true, 4096), {"Content-Encoding: gzip"}, 200'000);
+  EXPECT_EQ(outcome.kept, text.substr(0, 65536));
+  EXPECT_EQ(outcome.size, text.size());
+  EXPECT_EQ(Read(FakeBody("no JSON")).kept, "no JSON");
+}
+
+// All that there is in `packed`, as long as it is not longer than `limit`.
+GunzipResult Unpack(const std::string& packed, std::size_t limit, std::string& plain) {
+  plain.clear();
+  return Gunzip(packed, [&](std::string_view piece) {
+    plain.append(piece);
+    return plain.size() <= limit;
+  });
+}
+
 TEST(Gunzip, UnpacksEveryMember) {
   std::string plain;
-  EXPECT_EQ(Gunzip(Gzip("one") + Gzip("") + Gzip("two"), 6, plain), GunzipResult::kDone);
+  EXPECT_EQ(Unpack(Gzip("one") + Gzip("") + Gzip("two"), 6, plain), GunzipResult::kDone);
   EXPECT_EQ(plain, "onetwo");
-  EXPECT_EQ(Gunzip(Gzip("one") + Gzip("two"), 5, plain), GunzipResult::kTooLong);
+  EXPECT_EQ(Unpack(Gzip("one") + Gzip("two"), 5, plain), GunzipResult::kRefused);
 }
 
 TEST(Gunzip, TellsWhatIsWrong) {
   const std::string packed = Gzip("some text that is to be damaged in every byte");
   std::string plain;
   for (std::size_t size = 0; size < packed.size(); ++size) {
-    EXPECT_EQ(Gunzip(packed.substr(0, size), 1000, plain), GunzipResult::kCut) << size;
+    EXPECT_EQ(Unpack(packed.substr(0, size), 1000, plain), GunzipResult::kCut) << size;
   }
-  EXPECT_EQ(Gunzip(packed + "xx", 1000, plain), GunzipResult::kBad);
-  EXPECT_EQ(Gunzip(packed + std::string(20, '\0'), 1000, plain), GunzipResult::kBad);
+  EXPECT_EQ(Unpack(packed + "xx", 1000, plain), GunzipResult::kBad);
+  EXPECT_EQ(Unpack(packed + std::string(20, '\0'), 1000, plain), GunzipResult::kBad);
   std::string damaged = packed;
   damaged[damaged.size() - 6] ^= 1;  // of the check sum
-  EXPECT_EQ(Gunzip(damaged, 1000, plain), GunzipResult::kBad);
+  EXPECT_EQ(Unpack(damaged, 1000, plain), GunzipResult::kBad);
 }
 
 TEST(Gunzip, TakesNoOtherFormat) {
@@ -119,7 +209,7 @@ TEST(Gunzip, TakesNoOtherFormat) {
                      reinterpret_cast<const Bytef*>("text"), 4),
             Z_OK);
   std::string plain;
-  EXPECT_EQ(Gunzip(zlib.substr(0, size), 1000, plain), GunzipResult::kBad);
+  EXPECT_EQ(Unpack(zlib.substr(0, size), 1000, plain), GunzipResult::kBad);
 }
 
 }  // namespace

@@ -4,53 +4,67 @@
 
 #include <zlib.h>
 
-#include <algorithm>
-#include <functional>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/use_future.hpp>
+#include <future>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <LumJson.h>
 
 #include "Message.h"
+#include "RequestParser.h"
 
 namespace lumtest {
+
+// Runs a task to its end on this thread and returns its result, or throws what it throws.
+template <typename T>
+T Await(Task<T> task) {
+  boost::asio::io_context io;
+  std::future<T> result = boost::asio::co_spawn(io, std::move(task), boost::asio::use_future);
+  io.run();
+  return result.get();
+}
 
 // A body out of memory, handed out in pieces of at most `piece` bytes.
 class FakeBody : public BodySource {
  public:
-  explicit FakeBody(std::string text = "", End end = End::kComplete, std::size_t piece = 7)
-      : m_text(std::move(text)), m_end(end), m_piece(piece) {}
+  explicit FakeBody(std::string text = "", bool whole = true, std::size_t piece = 7)
+      : m_text(std::move(text)), m_whole(whole), m_piece(piece) {}
 
-  End Read(const std::function<bool(const char*, std::size_t)>& receive) override {
+  Task<std::string_view> Next() override {
     ++reads;
-    for (std::size_t at = 0; at < m_text.size(); at += m_piece) {
-      if (!receive(m_text.data() + at, std::min(m_piece, m_text.size() - at))) {
-        return End::kRefused;
-      }
-    }
-    return m_end;
+    const std::string_view piece = std::string_view(m_text).substr(m_at, m_piece);
+    m_at += piece.size();
+    co_return piece;
   }
+
+  bool IsWhole() const override { return m_whole && m_at == m_text.size(); }
 
   int reads = 0;
 
  private:
   const std::string m_text;
-  const End m_end;
+  const bool m_whole;
   const std::size_t m_piece;
+  std::size_t m_at = 0;
 };
 
 // The call that a head with these header lines makes. Throws when the head is malformed.
 inline Call MakeCall(const std::string& method, const std::string& target,
                      const std::vector<std::string>& lines = {}) {
+  Call call;
   std::string head = method + " " + target + " HTTP/1.1\r\n";
   for (const std::string& line : lines) {
     head += line + "\r\n";
   }
-  Call call;
-  const std::string problem = ParseHead(head + "\r\n", call);
-  if (!problem.empty()) {
-    throw std::invalid_argument(problem);
+  RequestParser parser(call);
+  parser.Take(head + "\r\n");
+  if (parser.RefusalStatus() != 0) {
+    throw std::invalid_argument(parser.Refusal());
   }
   call.authority = "127.0.0.1:8080";
   return call;

@@ -215,7 +215,7 @@ TEST(LiveRoutes, StoresReportsPlainAndPacked) {
   const CurlAnswer none = Curl({"-H", token, "-d", "3", url + "?status=204"});
   EXPECT_EQ(none.status, 204);
   EXPECT_EQ(none.body, "");
-  EXPECT_EQ(ReadFile(backend.Root().Path("reports.jsonl")), "{\"n\":1}\n{\"n\":[2]}\n3\n");
+  EXPECT_EQ(Curl({backend.Url("/reports")}).body, "{\"n\":1}\n{\"n\":[2]}\n3\n");
 }
 
 TEST(LiveRoutes, RefusesBadReports) {
@@ -246,7 +246,7 @@ TEST(LiveRoutes, RefusesBadReports) {
   EXPECT_EQ(Curl({"-H", token, "-H", "Transfer-Encoding: chunked", "-d", longBody, url}).status,
             413);
   EXPECT_EQ(Curl({"-d", "1", url}).Error(), "no token in X-Auth-Token");
-  EXPECT_EQ(ReadFile(backend.Root().Path("reports.jsonl")), "");
+  EXPECT_EQ(Curl({backend.Url("/reports")}).body, "");
 }
 
 TEST(LiveRoutes, AnOpenBackEndTakesReportsFromAnybody) {
@@ -274,7 +274,7 @@ TEST(LiveRoutes, ReportsOfManyAtOnceAreAllStored) {
   for (int i = 0; i < 40; ++i) {
     expected += line;
   }
-  EXPECT_TRUE(ReadFile(backend.Root().Path("reports.jsonl")) == expected);
+  EXPECT_TRUE(Curl({backend.Url("/reports")}).body == expected);
 }
 
 TEST(LiveRoutes, ALogAddressIsWhereTheLogCanBePut) {

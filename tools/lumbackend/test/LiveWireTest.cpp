@@ -125,7 +125,7 @@ TEST(LiveWire, ALongTokenIsReadOrRefusedAsTooLong) {
 
 TEST(LiveWire, ServesSeveralRequestsOnAConnection) {
   BackendProcess backend;
-  const std::string first = "GET /echo?1 HTTP/1.1\r\nHost: h\r\n\r\n";
+  const std::string first = "GET /echo?1 HTTP/1.1\r\nHost: localhost\r\n\r\n";
   const std::string second = "POST /echo HTTP/1.1\r\nContent-Length: 3\r\n\r\n[1]";
   const std::string third =
       "PUT /objects/a HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n3;x=y\r\nabc\r\n0\r\n\r\n";
@@ -221,11 +221,12 @@ TEST(LiveWire, SurvivesPlainTextOnTheTlsPort) {
 
 TEST(LiveWire, LogsNoSecretsAndNoControlCharacters) {
   BackendProcess backend({"--port", "0"});
-  Exchange(
-      backend,
-      "GET /\x1B[31m?token=s3cret HTTP/1.1\r\nX-Auth-Token: s3cret\r\nAuthorization: s3cret\r\n"
-      "Connection: close\r\n\r\n");
-  EXPECT_TRUE(backend.Logged(R"(GET /\\x1b\[31m 404 in=0 out=)"));
+  Exchange(backend, "GET /\x1B[31m HTTP/1.1\r\nX-Auth-Token: s3cret\r\n\r\n");
+  EXPECT_TRUE(backend.Logged(R"(- - 400 in=0 out=)"));
+  Exchange(backend,
+           "GET /\xC2\x9B[31m?token=s3cret HTTP/1.1\r\nX-Auth-Token: s3cret\r\n"
+           "Authorization: s3cret\r\nConnection: close\r\n\r\n");
+  EXPECT_TRUE(backend.Logged(R"(GET /\\xc2\\x9b\[31m 404 in=0 out=)"));
   const std::string log = backend.Process().Err();
   EXPECT_THAT(log, Not(HasSubstr("s3cret")));
   EXPECT_THAT(log, Not(HasSubstr("\x1B")));

@@ -17,6 +17,7 @@
 
 namespace {
 
+using lumtest::Await;
 using lumtest::ErrorOf;
 using lumtest::FakeBody;
 using lumtest::MakeCall;
@@ -27,7 +28,7 @@ using testing::IsEmpty;
 class ObjectsTest : public testing::Test {
  protected:
   Reply Put(const std::string& target, FakeBody body = FakeBody("content")) const {
-    return m_objects.Put(MakeCall("PUT", target), body);
+    return Await(m_objects.Put(MakeCall("PUT", target), body));
   }
 
   // Everything in the store, hidden files included.
@@ -50,8 +51,8 @@ TEST_F(ObjectsTest, StoresTheBodyUnderItsName) {
   const Reply reply = Put("/objects/logs/a%20b.zip");
   EXPECT_EQ(reply.status, 200);
   EXPECT_EQ(reply.body, "{\n    \"stored\": \"/objects/logs/a%20b.zip\",\n    \"bytes\": 7\n}\n");
-  EXPECT_EQ(reply.note.kind, Note::Kind::kUpload);
-  EXPECT_EQ(reply.note.text, "logs/a b.zip");
+  EXPECT_EQ(reply.note.kind, std::string("upload"));
+  EXPECT_EQ(reply.note.object, "logs/a b.zip");
   EXPECT_THAT(Stored(), ElementsAre("logs", "logs/a b.zip"));
   EXPECT_EQ(ReadFile(m_temp.Path("objects/logs/a b.zip")), "content");
 }
@@ -59,7 +60,7 @@ TEST_F(ObjectsTest, StoresTheBodyUnderItsName) {
 TEST_F(ObjectsTest, StoresLargeAndEmptyBodies) {
   std::string large(3'000'001, 'x');
   large.back() = 'y';
-  EXPECT_EQ(Put("/objects/large", FakeBody(large, BodySource::End::kComplete, 4096)).status, 200);
+  EXPECT_EQ(Put("/objects/large", FakeBody(large, true, 4096)).status, 200);
   EXPECT_EQ(Put("/objects/empty", FakeBody("")).status, 200);
   EXPECT_TRUE(ReadFile(m_temp.Path("objects/large")) == large);
   EXPECT_EQ(ReadFile(m_temp.Path("objects/empty")), "");
@@ -81,10 +82,10 @@ TEST_F(ObjectsTest, ASymbolicLinkIsReplacedNotFollowed) {
 
 TEST_F(ObjectsTest, AnUploadThatEndsEarlyLeavesNothingBehind) {
   Put("/objects/old", FakeBody("old"));
-  const Reply reply = Put("/objects/old", FakeBody("ne", BodySource::End::kCut));
+  const Reply reply = Put("/objects/old", FakeBody("ne", false));
   EXPECT_EQ(reply.status, 400);
   EXPECT_EQ(ErrorOf(reply.body), "the upload ends after 2 bytes, too early");
-  EXPECT_EQ(Put("/objects/new/dir/x", FakeBody("ne", BodySource::End::kCut)).status, 400);
+  EXPECT_EQ(Put("/objects/new/dir/x", FakeBody("ne", false)).status, 400);
   EXPECT_THAT(Stored(), ElementsAre("old"));
   EXPECT_EQ(ReadFile(m_temp.Path("objects/old")), "old");
 }
@@ -94,7 +95,7 @@ TEST_F(ObjectsTest, NamesThatLeadOutAreRefused) {
                              "/objects/%2e%2e/x", "/objects/..%2fx", "/objects/a//b", "/objects/a/",
                              "/objects/a%00b", "/objects/.", "/objects/.upload-0123"}) {
     FakeBody body("content");
-    EXPECT_EQ(m_objects.Put(MakeCall("PUT", target), body).status, 400) << target;
+    EXPECT_EQ(Await(m_objects.Put(MakeCall("PUT", target), body)).status, 400) << target;
     EXPECT_EQ(body.reads, 0) << target;
   }
   EXPECT_EQ(Put("/objects/" + std::string(256, 'a')).status, 400);
@@ -133,12 +134,12 @@ TEST_F(ObjectsTest, AFullFileSystemIsSaid) {
 TEST_F(ObjectsTest, LimitsTheLength) {
   const Objects limited(m_root, "", 7);
   FakeBody fits("content");
-  EXPECT_EQ(limited.Put(MakeCall("PUT", "/objects/a"), fits).status, 200);
-  FakeBody longer("content+", BodySource::End::kComplete, 3);
-  EXPECT_EQ(limited.Put(MakeCall("PUT", "/objects/b"), longer).status, 413);
+  EXPECT_EQ(Await(limited.Put(MakeCall("PUT", "/objects/a"), fits)).status, 200);
+  FakeBody longer("content+", true, 3);
+  EXPECT_EQ(Await(limited.Put(MakeCall("PUT", "/objects/b"), longer)).status, 413);
   FakeBody announced("content+");
-  EXPECT_EQ(limited.Put(MakeCall("PUT", "/objects/c", {"Content-Length: 8"}), announced).status,
-            413);
+  const Call tooLong = MakeCall("PUT", "/objects/c", {"Content-Length: 8"});
+  EXPECT_EQ(Await(limited.Put(tooLong, announced)).status, 413);
   EXPECT_EQ(announced.reads, 0);
   EXPECT_THAT(Stored(), ElementsAre("a"));
 }
@@ -146,7 +147,7 @@ TEST_F(ObjectsTest, LimitsTheLength) {
 TEST_F(ObjectsTest, AsksForSignaturesWhenThereIsAKey) {
   const Objects strict(m_root, "secret", std::nullopt);
   FakeBody unsignedBody("content");
-  const Reply refused = strict.Put(MakeCall("PUT", "/objects/a"), unsignedBody);
+  const Reply refused = Await(strict.Put(MakeCall("PUT", "/objects/a"), unsignedBody));
   EXPECT_EQ(refused.status, 403);
   EXPECT_EQ(ErrorOf(refused.body), "no Authorization");
   EXPECT_EQ(unsignedBody.reads, 0);
@@ -155,14 +156,18 @@ TEST_F(ObjectsTest, AsksForSignaturesWhenThereIsAKey) {
   char date[64];
   std::strftime(date, sizeof date, "%a, %d %b %Y %H:%M:%S GMT", std::gmtime(&now));
   FakeBody body("content");
-  EXPECT_EQ(
-      strict
-          .Put(MakeCall("PUT", "/objects/a",
-                        {std::string("Date: ") + date,
-                         "Authorization: " + SignatureFor("secret", "PUT", date, "/objects/a")}),
-               body)
-          .status,
-      200);
+  const Call call =
+      MakeCall("PUT", "/objects/a",
+               {std::string("Date: ") + date,
+                "Authorization: " + SignatureFor("secret", "PUT", date, "/objects/a")});
+  EXPECT_EQ(Await(strict.Put(call, body)).status, 200);
+}
+
+TEST_F(ObjectsTest, WhatAnEarlierRunLeftUnfinishedIsRemoved) {
+  m_temp.Write("objects/.upload-0123", "half");
+  m_temp.Write("objects/whole", "content");
+  const Objects again(m_root, "", std::nullopt);
+  EXPECT_THAT(Stored(), ElementsAre("whole"));
 }
 
 TEST_F(ObjectsTest, UploadsToOneNameDoNotMix) {
@@ -170,11 +175,10 @@ TEST_F(ObjectsTest, UploadsToOneNameDoNotMix) {
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([this, i] {
       for (int j = 0; j < 20; ++j) {
-        EXPECT_EQ(
-            Put("/objects/dir/same", FakeBody(std::string(600'000, static_cast<char>('a' + i)),
-                                              BodySource::End::kComplete, 65536))
-                .status,
-            200);
+        EXPECT_EQ(Put("/objects/dir/same",
+                      FakeBody(std::string(600'000, static_cast<char>('a' + i)), true, 65536))
+                      .status,
+                  200);
       }
     });
   }
@@ -191,8 +195,9 @@ TEST_F(ObjectsTest, SendsFiles) {
   const Reply reply = m_objects.Get(MakeCall("GET", "/objects/a/data.json"));
   EXPECT_EQ(reply.status, 200);
   EXPECT_EQ(reply.contentType, "application/json");
-  ASSERT_TRUE(reply.file);
-  EXPECT_EQ(reply.file->size, 2u);
+  ASSERT_TRUE(reply.stream);
+  EXPECT_EQ(reply.length, 2u);
+  EXPECT_EQ(Await(reply.stream->Next()), "{}");
   // What somebody has uploaded is not for a browser to run.
   Put("/objects/page.html");
   EXPECT_EQ(m_objects.Get(MakeCall("GET", "/objects/page.html")).contentType,

@@ -5,6 +5,13 @@
 #include <gtest/gtest.h>
 #include <CLI/CLI.hpp>
 
+#include <cstring>
+#include <sstream>
+
+#include "Paths.h"
+#include "Store.h"
+#include "support/Files.h"
+
 namespace {
 
 using testing::HasSubstr;
@@ -24,6 +31,15 @@ std::string ProblemOf(const std::string& line) {
   return "";
 }
 
+// As the man page writes it.
+std::string Troff(const std::string& text) {
+  std::string escaped;
+  for (const char character : text) {
+    escaped += (character == '-' || character == '\\' ? "\\" : "") + std::string(1, character);
+  }
+  return escaped;
+}
+
 TEST(Options, Defaults) {
   const Options options = Parse("--root r");
   EXPECT_EQ(options.root, "r");
@@ -38,13 +54,15 @@ TEST(Options, Defaults) {
   EXPECT_FALSE(options.status);
   EXPECT_EQ(options.delay, 0u);
   EXPECT_FALSE(options.cutAfter);
+  EXPECT_EQ(options.keep, 1'000'000u);
+  EXPECT_TRUE(options.hosts.empty());
 }
 
 TEST(Options, EveryOptionArrives) {
   const Options options = Parse(
       "--root r --port 0 --tls-port 65535 --bind ::1 --tls-dir t --cert c --key k --client-ca a "
       "--token-lifetime 0 --open --sign-key-file s --max-body 2KB --fail-rate 0.25 --seed 9 "
-      "--status 503 --delay 10 --cut-after 7");
+      "--status 503 --delay 10 --cut-after 7 --keep 8 --host a.example --host b.example");
   EXPECT_EQ(options.port, 0);
   EXPECT_EQ(options.tlsPort, 65535);
   EXPECT_EQ(options.bind, "::1");
@@ -61,6 +79,8 @@ TEST(Options, EveryOptionArrives) {
   EXPECT_EQ(options.status, 503);
   EXPECT_EQ(options.delay, 10u);
   EXPECT_EQ(options.cutAfter, 7u);
+  EXPECT_EQ(options.keep, 8u);
+  EXPECT_EQ(options.hosts, (std::vector<std::string>{"a.example", "b.example"}));
 }
 
 TEST(Options, RefusalsNameTheOption) {
@@ -72,7 +92,7 @@ TEST(Options, RefusalsNameTheOption) {
       {"--fail-rate", "half"}, {"--status", "199"},     {"--status", "600"},
       {"--delay", "-1"},       {"--delay", "600001"},   {"--token-lifetime", "-1"},
       {"--max-body", "ten"},   {"--cut-after", "-1"},   {"--seed", "-1"},
-      {"--max-body", "-1"},
+      {"--max-body", "-1"},    {"--keep", "-1"},        {"--keep", "x"},
 
       {"--cert", "c"},         {"--key", "k"},          {"--token-lifetime", "1000000001"},
   };
@@ -89,6 +109,33 @@ TEST(Options, HelpEndsInAnExample) {
   const std::string help = MakeParser(options)->help();
   EXPECT_GT(help.rfind("Example: "), help.rfind("--cut-after"));
   EXPECT_THAT(help, HasSubstr("\n  lumbackend --root "));
+}
+
+TEST(Options, HelpListsEveryPathWithinItsWidth) {
+  Options options;
+  const std::string help = MakeParser(options, 60)->help();
+  for (const Path& path : kPaths) {
+    EXPECT_THAT(help, HasSubstr(std::string("  ") + path.method +
+                                std::string(5 - std::strlen(path.method), ' ') + path.path + "\n"));
+  }
+  std::istringstream lines(help.substr(0, help.find("Example:")));
+  for (std::string line; std::getline(lines, line);) {
+    EXPECT_TRUE(line.size() <= 60 || line.find(' ', 29) == std::string::npos) << line;
+  }
+}
+
+TEST(Options, TheManPageKnowsEveryOptionPathAndTable) {
+  Options options;
+  const auto parser = MakeParser(options);
+  const std::string page = lumtest::ReadFile(LUM_MAN_PAGE);
+  for (const CLI::Option* option : parser->get_options()) {
+    EXPECT_THAT(page, HasSubstr("\\fB\\-\\-" + Troff(option->get_lnames()[0])));
+  }
+  for (const Path& path : kPaths) {
+    EXPECT_THAT(page, HasSubstr(std::string("\\fB") + path.method + " " + Troff(path.path)));
+    EXPECT_THAT(page, HasSubstr(Troff(path.answers)));
+  }
+  EXPECT_THAT(page, HasSubstr("\n" + Troff(Store::Tables())));
 }
 
 TEST(Options, TheExampleIsAValidCommandLine) {

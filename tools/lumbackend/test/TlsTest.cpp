@@ -42,14 +42,11 @@ TEST(Tls, ThePassPhraseOpensTheEncryptedKey) {
   std::string passPhrase = ReadFile(temp.Path("client-encrypted.pass"));
   ASSERT_EQ(passPhrase.back(), '\n');
   passPhrase.pop_back();
-  const SslContext context(SSL_CTX_new(TLS_client_method()));
-  SSL_CTX_set_default_passwd_cb_userdata(context.get(), passPhrase.data());
-  EXPECT_EQ(SSL_CTX_use_certificate_file(context.get(), temp.Path("client.pem").c_str(),
-                                         SSL_FILETYPE_PEM),
-            1);
-  EXPECT_EQ(SSL_CTX_use_PrivateKey_file(context.get(), temp.Path("client-encrypted.key").c_str(),
-                                        SSL_FILETYPE_PEM),
-            1);
+  boost::asio::ssl::context context(boost::asio::ssl::context::tls_client);
+  context.set_password_callback([&](auto, auto) { return passPhrase; });
+  context.use_certificate_file(temp.Path("client.pem"), boost::asio::ssl::context::pem);
+  EXPECT_NO_THROW(context.use_private_key_file(temp.Path("client-encrypted.key"),
+                                               boost::asio::ssl::context::pem));
 }
 
 TEST(Tls, ExpiredMaterialIsMadeAnew) {

@@ -68,7 +68,9 @@ TEST_F(WithBackend, ReportsWithATokenAndWithoutOne) {
                      R"({"n":2,"text":"long enough"})", "https://" + m_tls + "/report"})
                 .exitStatus,
             0);
-  EXPECT_EQ(ReadFile(Root("reports.jsonl")),
+  const std::string reports = Root("reports");
+  EXPECT_EQ(Lumcurl({"download", m_plain + "/reports", reports}).exitStatus, 0);
+  EXPECT_EQ(ReadFile(reports),
             "{\"n\":1,\"topic_name\":\"t\"}\n{\"n\":2,\"text\":\"long enough\"}\n");
   const ProcessResult refused = Lumcurl({"report", "-d", "{}", m_plain + "/report"});
   EXPECT_EQ(refused.exitStatus, 4);

@@ -1,0 +1,35 @@
+# Writes lumbackend.1 out of lumbackend.1.in: the tables of the database as tables.sql has them, the
+# paths as Paths.h lists them. Sets LUM_BACKEND_MAN_PAGE. No program is run.
+function(lum_escape_troff text result)
+  string(REPLACE "\\" "\\e" text "${text}")
+  string(REPLACE "-" "\\-" text "${text}")
+  set(${result} "${text}" PARENT_SCOPE)
+endfunction()
+
+file(READ src/tables.sql tables)
+lum_escape_troff("${tables}" TABLES)
+
+# Semicolons and brackets would be CMake's own.
+file(READ src/Paths.h paths)
+string(REGEX REPLACE "\"\n *\"" "" paths "${paths}")
+string(REPLACE ";" "<semicolon>" paths "${paths}")
+string(REPLACE "\\\"" "<quote>" paths "${paths}")
+set(PATHS "")
+string(REGEX MATCHALL "{\"[A-Z]+\", \"[^\"]*\",[ \n]*\"[^\"]*\",[ \n]*\"[^\"]*\"}" entries "${paths}")
+foreach(entry IN LISTS entries)
+  string(REGEX MATCH "{\"([A-Z]+)\", \"([^\"]*)\",[ \n]*\"([^\"]*)\",[ \n]*\"([^\"]*)\"}" entry "${entry}")
+  set(text ".TP\n<bold>${CMAKE_MATCH_1} ${CMAKE_MATCH_2}<roman>\n")
+  if(NOT CMAKE_MATCH_3 STREQUAL "")
+    string(APPEND text "Takes: ${CMAKE_MATCH_3}.\n.br\n")
+  endif()
+  lum_escape_troff("${text}Answer: ${CMAKE_MATCH_4}\n" text)
+  string(APPEND PATHS "${text}")
+endforeach()
+string(REPLACE "<bold>" "\\fB" PATHS "${PATHS}")
+string(REPLACE "<roman>" "\\fR" PATHS "${PATHS}")
+string(REPLACE "<quote>" "\"" PATHS "${PATHS}")
+string(REPLACE "<semicolon>" ";" PATHS "${PATHS}")
+
+set(LUM_BACKEND_MAN_PAGE ${CMAKE_CURRENT_BINARY_DIR}/lumbackend.1)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS src/Paths.h src/tables.sql)
+configure_file(lumbackend.1.in ${LUM_BACKEND_MAN_PAGE} @ONLY)

@@ -1,0 +1,107 @@
+// Calls of SQLite.
+#include "Database.h"
+
+#include <sqlite3.h>
+
+namespace {
+
+constexpr int kPatience = 5000;  // milliseconds for somebody who uses the file by hand
+
+void Require(bool done, sqlite3* handle) {
+  if (!done) {
+    throw DatabaseError(sqlite3_errmsg(handle));
+  }
+}
+
+}  // namespace
+
+void Database::Close::operator()(sqlite3* handle) const {
+  sqlite3_close(handle);
+}
+
+Database::Database(const std::string& path) {
+  sqlite3* handle = nullptr;
+  const int result =
+      sqlite3_open_v2(path.c_str(), &handle,
+                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+  m_handle.reset(handle);
+  Require(result == SQLITE_OK, handle);
+  sqlite3_busy_timeout(handle, kPatience);
+}
+
+void Database::Run(const std::string& sql) const {
+  Require(sqlite3_exec(m_handle.get(), sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK,
+          m_handle.get());
+}
+
+bool Database::InTransaction() const {
+  return sqlite3_get_autocommit(m_handle.get()) == 0;
+}
+
+std::int64_t Database::LastId() const {
+  return sqlite3_last_insert_rowid(m_handle.get());
+}
+
+std::int64_t Database::Changes() const {
+  return sqlite3_changes64(m_handle.get());
+}
+
+void Query::Finalize::operator()(sqlite3_stmt* statement) const {
+  sqlite3_finalize(statement);
+}
+
+Query::Query(const Database& database, const std::string& sql) : m_database(database) {
+  sqlite3_stmt* statement = nullptr;
+  const int result = sqlite3_prepare_v2(database.m_handle.get(), sql.c_str(),
+                                        static_cast<int>(sql.size()), &statement, nullptr);
+  m_statement.reset(statement);
+  Require(result == SQLITE_OK, database.m_handle.get());
+}
+
+Query& Query::With(const std::vector<Cell>& cells) {
+  sqlite3_stmt* statement = m_statement.get();
+  sqlite3_reset(statement);
+  int place = 0;
+  for (const Cell& cell : cells) {
+    ++place;
+    int result = SQLITE_OK;
+    if (const auto* number = std::get_if<std::int64_t>(&cell)) {
+      result = sqlite3_bind_int64(statement, place, *number);
+    } else if (const auto* text = std::get_if<std::string>(&cell)) {
+      result = sqlite3_bind_text64(statement, place, text->data(), text->size(), SQLITE_TRANSIENT,
+                                   SQLITE_UTF8);
+    } else {
+      const std::string& bytes = std::get<Blob>(cell).bytes;
+      result = sqlite3_bind_blob64(statement, place, bytes.data(), bytes.size(), SQLITE_TRANSIENT);
+    }
+    Require(result == SQLITE_OK, m_database.m_handle.get());
+  }
+  return *this;
+}
+
+bool Query::Next() {
+  const int result = sqlite3_step(m_statement.get());
+  Require(result == SQLITE_ROW || result == SQLITE_DONE, m_database.m_handle.get());
+  return result == SQLITE_ROW;
+}
+
+void Query::Run(const std::vector<Cell>& cells) {
+  With(cells);
+  while (Next()) {
+  }
+  sqlite3_reset(m_statement.get());
+}
+
+std::int64_t Query::Number(int column) const {
+  return sqlite3_column_int64(m_statement.get(), column);
+}
+
+std::string_view Query::Text(int column) const {
+  const void* bytes = sqlite3_column_blob(m_statement.get(), column);
+  const int size = sqlite3_column_bytes(m_statement.get(), column);
+  return {static_cast<const char*>(bytes), static_cast<std::size_t>(size)};
+}
+
+bool Query::IsBlob(int column) const {
+  return sqlite3_column_type(m_statement.get(), column) == SQLITE_BLOB;
+}

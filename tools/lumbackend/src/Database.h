@@ -1,0 +1,77 @@
+// SQLite with C++'s manners.
+#ifndef LUM_BACKEND_DATABASE_H
+#define LUM_BACKEND_DATABASE_H
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+// What SQLite could not do, in its words.
+struct DatabaseError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Bytes that need not be text.
+struct Blob {
+  std::string bytes;
+};
+using Cell = std::variant<std::int64_t, std::string, Blob>;
+
+// One connection to a database file. One thread at a time uses it and its queries.
+class Database {
+ public:
+  // Makes the file where it is missing. Throws DatabaseError, like everything below.
+  explicit Database(const std::string& path);
+
+  // Runs statements that yield nothing.
+  void Run(const std::string& sql) const;
+
+  // True between BEGIN and COMMIT.
+  bool InTransaction() const;
+
+  std::int64_t LastId() const;   // of the rows that were inserted
+  std::int64_t Changes() const;  // rows that the last statement has touched itself
+
+ private:
+  friend class Query;
+  struct Close {
+    void operator()(sqlite3* handle) const;
+  };
+  std::unique_ptr<sqlite3, Close> m_handle;
+};
+
+// One statement, which may be run again and again. The database must outlive it.
+class Query {
+ public:
+  Query(const Database& database, const std::string& sql);
+
+  // Starts anew with these values in place of ?1, ?2 ...
+  Query& With(const std::vector<Cell>& cells);
+
+  // Goes to the next row. False: there is none.
+  bool Next();
+
+  // Starts anew with these values and runs to the end.
+  void Run(const std::vector<Cell>& cells);
+
+  // Columns of the row, counted from 0. Text is good until the next step.
+  std::int64_t Number(int column) const;
+  std::string_view Text(int column) const;
+  bool IsBlob(int column) const;
+
+ private:
+  struct Finalize {
+    void operator()(sqlite3_stmt* statement) const;
+  };
+  const Database& m_database;
+  std::unique_ptr<sqlite3_stmt, Finalize> m_statement;
+};
+
+#endif  // LUM_BACKEND_DATABASE_H

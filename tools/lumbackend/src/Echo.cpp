@@ -1,0 +1,30 @@
+// The answer of /echo.
+#include "Echo.h"
+
+#include "Body.h"
+#include "Text.h"
+
+Task<Reply> Echo(const Call& call, BodySource& body, std::uint64_t limit) {
+  LumJson::Value answer;
+  answer["method"] = call.method;
+  answer["path"] = Printable(call.path);
+  answer["query"] = Printable(call.query);
+  answer["headers"] = ShownHead(call.headers);
+  answer["scheme"] = call.tls ? "https" : "http";
+  answer["clientCertificate"] =
+      call.clientSubject.empty() ? LumJson::Value() : LumJson::Value(Printable(call.clientSubject));
+  Note note;
+  note.kind = "echo";
+  if (call.method == "POST" || call.method == "PUT") {
+    Document document = co_await ReadJson(call, body, limit);
+    if (document.refusal) {
+      co_return* document.refusal;
+    }
+    answer["body"] = std::move(document.value);
+    note.body = std::move(document.kept);
+    note.size = document.size;
+  }
+  Reply reply = JsonReply(answer);
+  reply.note = std::move(note);
+  co_return reply;
+}

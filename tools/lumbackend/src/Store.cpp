@@ -1,0 +1,243 @@
+// The indexes, and the thread that writes.
+#include "Store.h"
+
+#include <boost/asio/associated_executor.hpp>
+#include <boost/asio/async_result.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/use_awaitable.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <utility>
+
+// Written at build time from tables.sql.
+extern const char kTablesSql[];
+extern const std::size_t kTablesSqlSize;
+
+namespace asio = boost::asio;
+
+namespace {
+
+constexpr std::size_t kLeastPruned = 1000;  // rows at once, of which there may be a million
+
+// Counts by what can be filtered for, and the index of words: texts, and what can be filtered for
+// in words that nobody types, which begin with a letter for private use.
+constexpr char kIndexes[] = R"(
+CREATE INDEX exchange_time ON exchange (time, kind);
+CREATE TABLE tally (
+  kind TEXT, class INTEGER, device TEXT, topic TEXT, n INTEGER,
+  PRIMARY KEY (kind, class, device, topic)) WITHOUT ROWID;
+CREATE VIRTUAL TABLE search USING fts5(words, content='', detail=none, prefix='1 2 3');
+CREATE TRIGGER exchange_added AFTER INSERT ON exchange BEGIN
+  INSERT INTO tally VALUES (new.kind, new.status / 100, new.device, new.topic, 1)
+    ON CONFLICT DO UPDATE SET n = n + 1;
+  INSERT INTO search (rowid, words) VALUES (new.id, {words of new});
+END;
+CREATE TRIGGER exchange_removed BEFORE DELETE ON exchange BEGIN
+  UPDATE tally SET n = n - 1 WHERE kind = old.kind AND class = old.status / 100
+    AND device = old.device AND topic = old.topic;
+  DELETE FROM tally WHERE kind = old.kind AND class = old.status / 100
+    AND device = old.device AND topic = old.topic AND n = 0;
+  INSERT INTO search (search, rowid, words) VALUES ('delete', old.id, {words of old});
+END;
+)";
+
+constexpr char kWords[] = R"(
+  char(57344) || 'k' || ROW.kind || ' ' || char(57344) || 's' || (ROW.status / 100) || ' ' ||
+  char(57344) || 'd' || hex(ROW.device) || ' ' || char(57344) || 't' || hex(ROW.topic) || ' ' ||
+  ROW.path || ' ' || ROW.query || ' ' || ROW.device || ' ' || ROW.topic || ' ' || ROW.object ||
+  ' ' || ROW.refusal || ' ' || CASE WHEN ROW.report > 0
+    THEN ifnull((SELECT substr(document, 1, 65536) FROM report WHERE id = ROW.report), '')
+    WHEN typeof(ROW.body) = 'text' THEN ROW.body ELSE '' END)";
+
+std::string Replaced(std::string text, const std::string& what, const std::string& by) {
+  for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size()) {
+    text.replace(at, what.size(), by);
+  }
+  return text;
+}
+
+std::string Indexes() {
+  const std::string added = Replaced(kIndexes, "{words of new}", Replaced(kWords, "ROW", "new"));
+  return Replaced(added, "{words of old}", Replaced(kWords, "ROW", "old"));
+}
+
+// Reports of a root whose reports were lines of a file.
+void TakeOver(const Database& database, const std::string& file) {
+  std::ifstream lines(file);
+  Query add(database, "INSERT INTO report (document) SELECT ?1 WHERE json_valid(?1)");
+  for (std::string line; std::getline(lines, line);) {
+    add.Run({line});
+  }
+}
+
+// Opens the database and makes its tables where it is new.
+Database Open(const std::string& root) try {
+  Database database(root + "/lumbackend.db");
+  database.Run("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL;");
+  Query version(database, "PRAGMA user_version");
+  version.Next();
+  const bool made = version.Number(0) != 0;
+  version.With({});
+  if (!made) {
+    const std::string old = root + "/reports.jsonl";
+    database.Run("BEGIN IMMEDIATE;" + Store::Tables() + Indexes());
+    TakeOver(database, old);
+    database.Run("PRAGMA user_version = 1; COMMIT;");
+    // Whoever still looks for it there is to see that it has an end.
+    std::rename(old.c_str(), (old + ".old").c_str());
+  }
+  return database;
+} catch (const DatabaseError& failure) {
+  throw DatabaseError("cannot use '" + root + "/lumbackend.db': " + failure.what());
+}
+
+std::int64_t LastOf(const Database& database, const std::string& table) {
+  Query last(database, "SELECT max(id) FROM " + table);
+  last.Next();
+  return last.Number(0);
+}
+
+}  // namespace
+
+std::string Store::Tables() {
+  return {kTablesSql, kTablesSqlSize};
+}
+
+Store::Store(const std::string& root, std::uint64_t keep)
+    : m_path(root + "/lumbackend.db"),
+      m_keep(keep),
+      m_database(Open(root)),
+      m_addReport(m_database, "INSERT INTO report (document) VALUES (?1)"),
+      m_addExchange(m_database,
+                    "INSERT INTO exchange VALUES (NULL, ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, "
+                    "?11, ?12, ?13, ?14, ?15, ?16, ?17, ?18, ?19, ?20, ?21, ?22, ?23, ?24, ?25, "
+                    "?26)"),
+      m_last(LastOf(m_database, "exchange")),
+      m_thread([this] { Work(); }) {}
+
+Store::~Store() {
+  {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_ending = true;
+  }
+  m_changed.notify_all();
+  m_thread.join();
+}
+
+Task<Store::Written> Store::AddReport(std::string document) {
+  auto cells = std::make_shared<std::vector<Cell>>();
+  cells->emplace_back(std::move(document));
+  return Submit([this, cells] { m_addReport.Run(*cells); });
+}
+
+Task<Store::Written> Store::AddExchange(std::vector<Cell> columns) {
+  auto cells = std::make_shared<std::vector<Cell>>(std::move(columns));
+  return Submit([this, cells] {
+    m_addExchange.Run(*cells);
+    m_last = m_database.LastId();
+  });
+}
+
+void Store::Drain() {
+  std::unique_lock<std::mutex> lock(m_mutex);
+  m_changed.wait(lock, [this] { return m_queue.empty() && !m_busy; });
+}
+
+Task<Store::Written> Store::Submit(std::function<void()> write) {
+  return asio::async_initiate<const asio::use_awaitable_t<>, void(Written)>(
+      [this](auto handler, std::function<void()> job) {
+        auto shared = std::make_shared<decltype(handler)>(std::move(handler));
+        const auto done = [shared](const Written& written) {
+          asio::post(asio::get_associated_executor(*shared),
+                     [shared, written] { (*shared)(written); });
+        };
+        {
+          const std::lock_guard<std::mutex> lock(m_mutex);
+          m_queue.push_back({std::move(job), done});
+        }
+        m_changed.notify_all();
+      },
+      asio::use_awaitable, std::move(write));
+}
+
+// The thread that writes.
+void Store::Work() {
+  bool prune = true;
+  std::unique_lock<std::mutex> lock(m_mutex);
+  for (;;) {
+    m_changed.wait(lock, [&] { return !m_queue.empty() || m_ending || prune; });
+    std::vector<Job> batch = std::exchange(m_queue, {});
+    if (batch.empty() && m_ending) {
+      return;
+    }
+    m_busy = true;
+    lock.unlock();
+    std::vector<Written> results(batch.size());
+    Commit(batch, 0, batch.size(), results);
+    prune = Prune(std::max(kLeastPruned, 2 * batch.size()));
+    for (std::size_t i = 0; i < batch.size(); ++i) {
+      batch[i].done(results[i]);
+    }
+    lock.lock();
+    m_busy = false;
+    m_changed.notify_all();
+  }
+}
+
+// Writes part of a batch in one transaction. Where that fails each job gets one of its own: what
+// one of them lacks room for must not be the end of the others.
+void Store::Commit(const std::vector<Job>& batch, std::size_t first, std::size_t last,
+                   std::vector<Written>& results) {
+  if (first == last) {
+    return;
+  }
+  std::string problem;
+  try {
+    m_database.Run("BEGIN IMMEDIATE");
+    for (std::size_t i = first; i < last; ++i) {
+      batch[i].write();
+      results[i] = {m_database.LastId(), ""};
+    }
+    m_database.Run("COMMIT");
+    return;
+  } catch (const DatabaseError& failure) {
+    problem = failure.what();
+  }
+  RollBack();
+  for (std::size_t i = first; i < last; ++i) {
+    results[i] = {0, problem};
+    if (last - first > 1) {
+      Commit(batch, i, i + 1, results);
+    }
+  }
+}
+
+// Removes some of the rows that are too old. True: there are more.
+bool Store::Prune(std::size_t most) {
+  try {
+    std::int64_t removed = 0;
+    m_database.Run("BEGIN IMMEDIATE");
+    // Exchanges first: the index of words still needs their reports.
+    for (const std::string table : {"exchange", "report"}) {
+      const std::int64_t oldest = LastOf(m_database, table) - static_cast<std::int64_t>(m_keep);
+      Query(m_database, "DELETE FROM " + table + " WHERE id IN (SELECT id FROM " + table +
+                            " WHERE id <= ?1 ORDER BY id LIMIT ?2)")
+          .Run({oldest, static_cast<std::int64_t>(most)});
+      removed += m_database.Changes();
+    }
+    m_database.Run("COMMIT");
+    return removed > 0;
+  } catch (const DatabaseError&) {
+    RollBack();  // the next batch comes by here, too
+    return false;
+  }
+}
+
+void Store::RollBack() {
+  if (m_database.InTransaction()) {
+    m_database.Run("ROLLBACK");
+  }
+}

@@ -1,0 +1,78 @@
+// What the back end keeps: reports whole, and every exchange, in ROOT/lumbackend.db.
+#ifndef LUM_BACKEND_STORE_H
+#define LUM_BACKEND_STORE_H
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Database.h"
+#include "Message.h"
+
+// Writes on a thread of its own: what has come in while it wrote goes into one transaction. Safe
+// for several threads at once. The tables stand in tables.sql; the
+// man page shows them.
+class Store {
+ public:
+  // What became of a row: its number, or why it was not written.
+  struct Written {
+    std::int64_t id = 0;
+    std::string problem;  // "" when it was
+  };
+
+  // Makes the database where it is missing and then takes the reports of ROOT/reports.jsonl over.
+  // `keep` is the number of exchanges, and of reports, that newer ones do not push out. Throws
+  // std::runtime_error.
+  Store(const std::string& root, std::uint64_t keep);
+  ~Store();
+  Store(const Store&) = delete;
+  Store& operator=(const Store&) = delete;
+
+  // Both return when the transaction has ended. `columns` are those of `exchange` from `time` on.
+  Task<Written> AddReport(std::string document);
+  Task<Written> AddExchange(std::vector<Cell> columns);
+
+  // Number of the newest exchange.
+  std::int64_t Last() const { return m_last; }
+
+  // Returns when everything that was added before is written.
+  void Drain();
+
+  const std::string& Path() const { return m_path; }
+
+  // The statements that make the tables, as people read them.
+  static std::string Tables();
+
+ private:
+  struct Job {
+    std::function<void()> write;
+    std::function<void(const Written&)> done;
+  };
+
+  Task<Written> Submit(std::function<void()> write);
+  void Work();
+  void Commit(const std::vector<Job>& batch, std::size_t first, std::size_t last,
+              std::vector<Written>& results);
+  bool Prune(std::size_t most);
+  void RollBack();
+
+  const std::string m_path;
+  const std::uint64_t m_keep;
+  Database m_database;
+  Query m_addReport;
+  Query m_addExchange;
+  std::atomic<std::int64_t> m_last{0};
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  std::vector<Job> m_queue;  // guarded by m_mutex, like the two below
+  bool m_busy = false;
+  bool m_ending = false;
+  std::thread m_thread;
+};
+
+#endif  // LUM_BACKEND_STORE_H

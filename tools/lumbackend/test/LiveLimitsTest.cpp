@@ -1,0 +1,263 @@
+// What the running program must stand: floods, bombs, slow clients and kill -9.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/resource.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <fstream>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "BackendProcess.h"
+#include "wire/WireClient.h"
+
+namespace {
+
+using lumtest::BackendProcess;
+using lumtest::Curl;
+using lumtest::FilesBelow;
+using lumtest::SpawnedProcess;
+using lumtest::TempDir;
+using lumtest::WireClient;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+// A lumbackend on a root that lives longer than it.
+class Served {
+ public:
+  explicit Served(const std::string& root, const std::string& limits = "true")
+      : m_process({"/bin/sh", "-c", limits + "; exec \"$0\" \"$@\"", LUM_BACKEND, "--root", root,
+                   "--open"}) {
+    std::vector<std::string> groups;
+    if (!m_process.WaitForLine("^http 127.0.0.1:([0-9]+)$", &groups)) {
+      throw std::runtime_error(m_process.Stop().Describe());
+    }
+    m_port = static_cast<std::uint16_t>(std::stoi(groups[1]));
+  }
+
+  std::uint16_t Port() const { return m_port; }
+  std::string Url(const std::string& path) const {
+    return "http://127.0.0.1:" + std::to_string(m_port) + path;
+  }
+  void Kill() {
+    m_process.Signal(SIGKILL);
+    m_process.Wait();
+  }
+
+ private:
+  SpawnedProcess m_process;
+  std::uint16_t m_port = 0;
+};
+
+std::string Gzip(const std::string& piece, std::size_t size) {
+  z_stream stream = {};
+  EXPECT_EQ(deflateInit2(&stream, 9, Z_DEFLATED, 16 + MAX_WBITS, 8, Z_DEFAULT_STRATEGY), Z_OK);
+  std::string text = "[";
+  while (text.size() < size) {
+    text += piece;
+  }
+  std::string packed(deflateBound(&stream, static_cast<uLong>(text.size())), '\0');
+  stream.next_in = reinterpret_cast<Bytef*>(text.data());
+  stream.avail_in = static_cast<uInt>(text.size());
+  stream.next_out = reinterpret_cast<Bytef*>(packed.data());
+  stream.avail_out = static_cast<uInt>(packed.size());
+  EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
+  packed.resize(stream.total_out);
+  deflateEnd(&stream);
+  return packed;
+}
+
+std::uint64_t ResidentMemoryOf(pid_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/statm");
+  std::uint64_t all = 0;
+  std::uint64_t resident = 0;
+  file >> all >> resident;
+  return resident * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
+}
+
+TEST(LiveLimits, MemoryIsFlatForHeadsAndChunkLinesWithoutEnd) {
+  BackendProcess backend;
+  Curl({backend.Url("/echo")});
+  const std::uint64_t before = lumtest::PeakMemoryOf(backend.Process().Pid());
+  for (const char* start :
+       {"GET / HTTP/1.1\r\nA: ", "GET /",
+        "PUT /objects/a HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n2;x=",
+        "PUT /objects/a HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n0\r\nA: "}) {
+    WireClient client("127.0.0.1", backend.Port());
+    client.Send(start);
+    const std::string piece(1 << 20, '1');
+    for (int i = 0; i < 64 && client.Send(piece); ++i) {
+    }
+    const std::string answer = client.ReadAll();
+    EXPECT_TRUE(answer.empty() || answer.compare(0, 10, "HTTP/1.1 4") == 0) << answer;
+  }
+  EXPECT_LT(lumtest::PeakMemoryOf(backend.Process().Pid()), before + 8 * 1024 * 1024);
+}
+
+TEST(LiveLimits, HoldsTenThousandIdleConnections) {
+  rlimit limit = {};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  const std::size_t count = std::min<std::size_t>(10'000, limit.rlim_cur - 500);
+  BackendProcess backend({"--port", "0", "--open"});
+  const auto connect = [&] {
+    auto client = std::make_unique<WireClient>("127.0.0.1", backend.Port());
+    client->Send("GET /echo HTTP/1.1\r\n\r\n");
+    client->ReadUntil("clientCertificate");
+    return client;
+  };
+  connect();
+  const std::uint64_t before = ResidentMemoryOf(backend.Process().Pid());
+  std::vector<std::unique_ptr<WireClient>> clients;
+  for (std::size_t i = 0; i < count; ++i) {
+    clients.push_back(connect());
+  }
+  const std::uint64_t each = (ResidentMemoryOf(backend.Process().Pid()) - before) / count;
+  EXPECT_LT(each, 32u * 1024);
+  EXPECT_EQ(Curl({backend.Url("/")}).status, 200);
+  EXPECT_EQ(Curl({"-d", "1", backend.Url("/report")}).status, 200);
+  // All of them are still there.
+  for (const auto& client : clients) {
+    client->ReadUntil("}\n");
+    ASSERT_TRUE(client->Send("GET /paths HTTP/1.1\r\nConnection: close\r\n\r\n"));
+    ASSERT_THAT(client->ReadUntil("\r\n"), HasSubstr("200 OK"));
+  }
+}
+
+TEST(LiveLimits, BombsAreRefusedWithinABudget) {
+  BackendProcess backend({"--port", "0", "--open"});
+  const TempDir temp;
+  std::vector<std::thread> threads;
+  for (const char* piece : {"0,", "[],", "[", "{\"\":0},"}) {
+    const std::string bomb = temp.Write(piece, Gzip(piece, 64 << 20));
+    ASSERT_LT(lumtest::FileSize(bomb), 512u * 1024);
+    for (int i = 0; i < 4; ++i) {
+      threads.emplace_back([&backend, bomb] {
+        const int status = Curl({"-H", "Content-Encoding: gzip", "--data-binary", "@" + bomb,
+                                 backend.Url("/report")})
+                               .status;
+        EXPECT_EQ(status, 413) << bomb;
+      });
+    }
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_LT(lumtest::PeakMemoryOf(backend.Process().Pid()), 256u * 1024 * 1024);
+  EXPECT_EQ(Curl({"-d", "1", backend.Url("/report")}).status, 200);
+}
+
+TEST(LiveLimits, AnUploadThatIsKilledLeavesNothingUnderItsName) {
+  const TempDir root;
+  {
+    Served first(root.Path());
+    WireClient client("127.0.0.1", first.Port());
+    client.Send(
+        "PUT /objects/dir/a HTTP/1.1\r\nExpect: 100-continue\r\n"
+        "Content-Length: 9000000\r\n\r\n");
+    client.ReadUntil("Continue\r\n\r\n");
+    client.Send(std::string(1'000'000, 'x'));
+    while (FilesBelow(root.Path("objects")).empty()) {
+      std::this_thread::yield();
+    }
+    first.Kill();
+    ASSERT_THAT(FilesBelow(root.Path("objects")),
+                testing::Contains(testing::StartsWith(".upload-")));
+  }
+  Served second(root.Path());
+  EXPECT_THAT(FilesBelow(root.Path("objects")), IsEmpty());
+  const lumtest::ProcessResult third =
+      lumtest::RunCommand({LUM_BACKEND, "--root", root.Path(), "--port", "0"});
+  EXPECT_EQ(third.exitStatus, 1);
+  EXPECT_THAT(third.err, HasSubstr("'" + root.Path() + "' is in use by another lumbackend"));
+  EXPECT_EQ(Curl({second.Url("/echo")}).status, 200);
+}
+
+// Whether SQLite finds the database in order.
+bool IsSound(const std::string& path) {
+  sqlite3* database = nullptr;
+  sqlite3_stmt* check = nullptr;
+  const bool sound =
+      sqlite3_open(path.c_str(), &database) == SQLITE_OK &&
+      sqlite3_prepare_v2(database, "PRAGMA integrity_check", -1, &check, nullptr) == SQLITE_OK &&
+      sqlite3_step(check) == SQLITE_ROW &&
+      std::string(reinterpret_cast<const char*>(sqlite3_column_text(check, 0))) == "ok";
+  sqlite3_finalize(check);
+  sqlite3_close(database);
+  return sound;
+}
+
+TEST(LiveLimits, EveryReportThatWasAnsweredOutlivesAHundredKills) {
+  const TempDir root;
+  std::set<std::string> answered;
+  std::mt19937 random(7);
+  for (int round = 0; round < 100; ++round) {
+    Served run(root.Path());
+    std::atomic<int> count{0};
+    std::thread client([&] {
+      WireClient wire("127.0.0.1", run.Port());
+      for (int i = 0;; ++i) {
+        const std::string text = std::to_string(round * 100'000 + i);
+        if (!wire.Send("POST /report?status=204 HTTP/1.1\r\nContent-Length: " +
+                       std::to_string(text.size()) + "\r\n\r\n" + text) ||
+            wire.ReadUntil("\r\n\r\n").compare(0, 12, "HTTP/1.1 204") != 0) {
+          return;
+        }
+        answered.insert(text);
+        ++count;
+      }
+    });
+    const int enough = 1 + static_cast<int>(random() % 20);
+    while (count < enough) {
+      std::this_thread::yield();
+    }
+    run.Kill();
+    client.join();
+    ASSERT_TRUE(IsSound(root.Path("lumbackend.db")));
+  }
+  Served last(root.Path());
+  std::istringstream lines(Curl({last.Url("/reports")}).body);
+  std::set<std::string> kept;
+  for (std::string line; std::getline(lines, line);) {
+    kept.insert(line);
+  }
+  EXPECT_TRUE(std::includes(kept.begin(), kept.end(), answered.begin(), answered.end()));
+  EXPECT_GE(answered.size(), 100u);
+}
+
+TEST(LiveLimits, WithoutDescriptorsConnectionsWait) {
+  const TempDir root;
+  Served run(root.Path(), "ulimit -n 210");
+  std::vector<std::unique_ptr<WireClient>> clients;
+  for (int i = 0; i < 150; ++i) {
+    clients.push_back(std::make_unique<WireClient>("127.0.0.1", run.Port()));
+    clients.back()->Send("GET /paths HTTP/1.1\r\n\r\n");
+  }
+  for (int i = 0; i < 110; ++i) {
+    EXPECT_THAT(clients[static_cast<std::size_t>(i)]->ReadUntil("\r\n"), HasSubstr("200 OK"));
+  }
+  clients.erase(clients.begin(), clients.begin() + 110);
+  for (const auto& client : clients) {
+    EXPECT_THAT(client->ReadUntil("\r\n"), HasSubstr("200 OK"));
+  }
+}
+
+TEST(LiveLimits, AFullDiskIsSaidAndForgotten) {
+  const TempDir root;
+  Served run(root.Path(), "ulimit -f 2000");  // of 512 bytes: 1 MB
+  const TempDir temp;
+  const std::string large = temp.Write("large", "\"" + std::string(2'000'000, 'x') + "\"");
+  EXPECT_EQ(Curl({"-T", large, run.Url("/objects/a")}).status, 507);
+  EXPECT_EQ(Curl({"-d", "@" + large, run.Url("/report")}).status, 507);
+  EXPECT_THAT(FilesBelow(root.Path("objects")), IsEmpty());
+  EXPECT_EQ(Curl({"-d", "1", run.Url("/report")}).status, 200);
+  EXPECT_EQ(Curl({run.Url("/reports")}).body, "1\n");
+}
+
+}  // namespace
