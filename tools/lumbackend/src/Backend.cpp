@@ -1,6 +1,8 @@
 // Routing, misbehaviour on purpose, the access log, and what is kept of an exchange.
 #include "Backend.h"
 
+#include <LumSafeText.h>
+
 #include <fcntl.h>
 #include <sys/file.h>
 
@@ -143,7 +145,7 @@ std::vector<Cell> Columns(const Exchange& exchange) {
       call.authority,
       ShownHead(call.headers).JsonValueToString(),
       ShownHead(reply.headers).JsonValueToString(),
-      json && !secret ? Printable(reply.body.substr(0, kKeptOfAnswer)) : "",
+      json && !secret ? LumSafeText(reply.body.substr(0, kKeptOfAnswer), "\n\t") : "",
       number(note.report),
       note.report > 0 || secret ? Cell("") : BodyCell(note.body),
       number(secret            ? 0

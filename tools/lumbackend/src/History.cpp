@@ -1,6 +1,8 @@
 // Queries. SQLite writes the JSON itself.
 #include "History.h"
 
+#include <algorithm>
+
 #include <cctype>
 
 namespace {
@@ -70,52 +72,69 @@ std::string Expression(const Filter& filter) {
 }  // namespace
 
 History::Rows History::Find(const Filter& filter, std::int64_t after, std::int64_t before,
-                            std::size_t limit) {
+                            std::size_t limit, bool fromOldest) {
   const std::string expression = Expression(filter);
+  const std::string order = fromOldest ? "ASC" : "DESC";
   const std::string which =
       expression.empty()
           ? "id > ?2 AND id < ?3"
           : "id IN (SELECT rowid FROM search WHERE search MATCH ?1 AND rowid > ?2 AND rowid < ?3 "
-            "ORDER BY rowid DESC LIMIT ?4)";
+            "ORDER BY rowid " +
+                order + " LIMIT ?4)";
   const std::lock_guard<std::mutex> lock(m_mutex);
   Query query(m_database, "SELECT id, json_object(" + std::string(kRow) + ") FROM exchange WHERE " +
-                              which + " ORDER BY id DESC LIMIT ?4");
-  query.With({expression, after, before, static_cast<std::int64_t>(limit + 1)});
+                              which + " ORDER BY id " + order + " LIMIT ?4");
+  query.With(
+      {expression, std::max(after, filter.since), before, static_cast<std::int64_t>(limit + 1)});
   Rows rows;
+  std::vector<std::string> found;
   while (query.Next()) {
     if (rows.count == limit) {
       rows.more = true;
       break;
     }
-    rows.oldest = query.Number(0);
-    rows.newest = rows.count == 0 ? rows.oldest : rows.newest;
-    rows.json += (rows.count++ == 0 ? "" : ",") + std::string(query.Text(1));
+    const std::int64_t id = query.Number(0);
+    rows.oldest = rows.count == 0 ? id : std::min(rows.oldest, id);
+    rows.newest = std::max(rows.newest, id);
+    found.emplace_back(query.Text(1));
+    ++rows.count;
   }
-  rows.json = "[" + rows.json + "]";
+  if (fromOldest) {
+    std::reverse(found.begin(), found.end());
+  }
+  for (const std::string& row : found) {
+    rows.json += (rows.json.empty() ? "[" : ",") + row;
+  }
+  rows.json += found.empty() ? "[]" : "]";
   return rows;
 }
 
 std::pair<std::int64_t, bool> History::Count(const Filter& filter) {
-  const bool words = !filter.text.empty();
+  const bool tallied = filter.text.empty() && filter.since == 0;
+  const std::string expression = Expression(filter);
   const std::lock_guard<std::mutex> lock(m_mutex);
   Query query(m_database,
-              words ? "SELECT count(*) FROM (SELECT 1 FROM search WHERE search MATCH ?1 LIMIT ?2)"
-                    : "SELECT ifnull(sum(n), 0) FROM tally WHERE (?1 = '' OR kind = ?1) AND "
-                      "(?2 = '' OR class = ?2) AND (?3 = '' OR device = ?3) AND "
-                      "(?4 = '' OR topic = ?4)");
-  if (words) {
-    query.With({Expression(filter), kMostCounted + 1});
-  } else {
+              tallied ? "SELECT ifnull(sum(n), 0) FROM tally WHERE (?1 = '' OR kind = ?1) AND "
+                        "(?2 = '' OR class = ?2) AND (?3 = '' OR device = ?3) AND "
+                        "(?4 = '' OR topic = ?4)"
+              : expression.empty()
+                  ? "SELECT count(*) FROM (SELECT ?1 FROM exchange WHERE id > ?3 LIMIT ?2)"
+                  : "SELECT count(*) FROM (SELECT 1 FROM search WHERE search MATCH ?1 AND "
+                    "rowid > ?3 LIMIT ?2)");
+  if (tallied) {
     query.With({filter.kind, filter.status, filter.device, filter.topic});
+  } else {
+    query.With({expression, kMostCounted + 1, filter.since});
   }
   query.Next();
   const std::int64_t count = query.Number(0);
-  return words && count > kMostCounted ? std::pair(kMostCounted, false) : std::pair(count, true);
+  return !tallied && count > kMostCounted ? std::pair(kMostCounted, false) : std::pair(count, true);
 }
 
 std::string History::Totals() {
   return One(
-      "SELECT json_object('all', ifnull(sum(n), 0), 'kinds', json_group_object(kind, n)) "
+      "SELECT json_object('all', ifnull(sum(n), 0), 'kinds', json_group_object(kind, n), "
+      "'database', (SELECT name FROM identity)) "
       "FROM (SELECT kind, sum(n) AS n FROM tally GROUP BY kind)",
       {});
 }

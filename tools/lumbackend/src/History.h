@@ -19,6 +19,7 @@ struct Filter {
   std::string status;  // its first digit
   std::string device;
   std::string topic;
+  std::int64_t since = 0;  // numbers above it alone
 };
 
 // Reads beside the thread that writes. Safe for several threads at once. Everything throws
@@ -29,7 +30,8 @@ class History {
 
   explicit History(const std::string& path) : m_database(path) {}
 
-  // Exchanges numbered between the two, newest first: a JSON array of at most `limit`.
+  // Exchanges numbered between the two, newest first: a JSON array of at most `limit`, the newest
+  // of them or the oldest.
   struct Rows {
     std::string json;
     std::int64_t newest = 0;  // number of the first one
@@ -37,12 +39,13 @@ class History {
     std::size_t count = 0;
     bool more = false;
   };
-  Rows Find(const Filter& filter, std::int64_t after, std::int64_t before, std::size_t limit);
+  Rows Find(const Filter& filter, std::int64_t after, std::int64_t before, std::size_t limit,
+            bool fromOldest = false);
 
   // How many pass the filter. Second: false when there are more.
   std::pair<std::int64_t, bool> Count(const Filter& filter);
 
-  // {"all", "kinds"}: how many of each kind.
+  // {"all", "kinds", "database"}: how many of each kind, and the name of the database.
   std::string Totals();
 
   // Devices or topics that occur most, as a JSON array.

@@ -96,15 +96,16 @@ std::vector<std::pair<std::string, std::function<Reply(const Call&)>>> Monitor::
 Reply Monitor::Exchanges(const Call& call) {
   const auto before = NumberIn(call, "before", History::kEnd);
   const auto after = NumberIn(call, "after", 0);
+  const auto since = NumberIn(call, "since", 0);
   const auto limit = NumberIn(call, "limit", 50, 1, 500);
-  if (!before || !after || !limit) {
-    return NoNumber(!before ? "before" : !after ? "after" : "limit");
+  if (!before || !after || !since || !limit) {
+    return NoNumber(!before ? "before" : !after ? "after" : !since ? "since" : "limit");
   }
   const auto value = [&](const char* key) { return call.QueryValue(key).value_or(""); };
-  const Filter filter{value("text"), value("kind"), value("status"), value("device"),
-                      value("topic")};
-  const History::Rows rows =
-      m_history.Find(filter, *after, *before, static_cast<std::size_t>(*limit));
+  const Filter filter{value("text"),   value("kind"),  value("status"),
+                      value("device"), value("topic"), *since};
+  const History::Rows rows = m_history.Find(
+      filter, *after, *before, static_cast<std::size_t>(*limit), value("order") == "oldest");
   const auto [total, isExact] = m_history.Count(filter);
   return Json("{\"rows\":" + rows.json + ",\"more\":" + (rows.more ? "true" : "false") +
               ",\"total\":" + std::to_string(total) + ",\"totalIsExact\":" +

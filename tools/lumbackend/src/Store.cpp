@@ -22,9 +22,11 @@ namespace {
 
 constexpr std::size_t kLeastPruned = 1000;  // rows at once, of which there may be a million
 
-// Counts by what can be filtered for, and the index of words: texts, and what can be filtered for
-// in words that nobody types, which begin with a letter for private use.
+// A name by which readers tell databases apart, counts by what can be filtered for, and the index
+// of words: texts, and what can be filtered for in words that nobody types, which begin with a
+// letter for private use.
 constexpr char kIndexes[] = R"(
+CREATE TABLE identity AS SELECT hex(randomblob(8)) AS name;
 CREATE INDEX exchange_time ON exchange (time, kind);
 CREATE TABLE tally (
   kind TEXT, class INTEGER, device TEXT, topic TEXT, n INTEGER,
