@@ -9,6 +9,11 @@
 namespace lumtest {
 
 BackendProcess::BackendProcess(const std::vector<std::string>& options) {
+  Start(options);
+}
+
+void BackendProcess::Start(const std::vector<std::string>& options) {
+  m_process.reset();
   std::vector<std::string> command{LUM_BACKEND, "--root", m_root.Path()};
   command.insert(command.end(), options.begin(), options.end());
   m_process = std::make_unique<SpawnedProcess>(command);

@@ -76,30 +76,76 @@ LumJson::Value Browser::Run(const std::string& script) {
   return Ask("POST", "/execute/sync", body);
 }
 
-bool Browser::Await(const std::string& expression) {
+LumJson::Value Browser::RunAsync(const std::string& script) {
   LumJson::Value body;
-  body["script"] =
-      "const done = arguments[0];\n"
-      "const holds = () => { return " +
-      expression +
-      "; };\n"
-      "if (holds()) { done(true); return; }\n"
-      "const timer = setTimeout(() => done(false), 25000);\n"
-      "new MutationObserver((changes, self) => {\n"
-      "  if (holds()) { self.disconnect(); clearTimeout(timer); done(true); }\n"
-      "}).observe(document, {subtree: true, childList: true, attributes: true, characterData: "
-      "true});";
+  body["script"] = script;
   body["args"] = LumJson::Value::Array();
-  return Ask("POST", "/execute/async", body).AsBool();
+  return Ask("POST", "/execute/async", body);
 }
 
-void Browser::Prefer(const std::string& scheme) {
-  LumJson::Value feature;
-  feature["name"] = "prefers-color-scheme";
-  feature["value"] = scheme;
+bool Browser::Await(const std::string& expression) {
+  return RunAsync(
+             "const done = arguments[0];\n"
+             "const holds = () => { return " +
+             expression +
+             "; };\n"
+             "if (holds()) { done(true); return; }\n"
+             "const timer = setTimeout(() => done(false), 25000);\n"
+             "new MutationObserver((changes, self) => {\n"
+             "  if (holds()) { self.disconnect(); clearTimeout(timer); done(true); }\n"
+             "}).observe(document, {subtree: true, childList: true, attributes: true, "
+             "characterData: true});")
+      .AsBool();
+}
+
+void Browser::Press(const std::string& keys) {
+  LumJson::Value keyboard;
+  keyboard["type"] = "key";
+  keyboard["id"] = "keyboard";
+  for (std::size_t at = 0; at < keys.size();) {
+    std::size_t end = at + 1;
+    while (end < keys.size() && (static_cast<unsigned char>(keys[end]) & 0xC0) == 0x80) {
+      ++end;
+    }
+    for (const char* type : {"keyDown", "keyUp"}) {
+      LumJson::Value action;
+      action["type"] = type;
+      action["value"] = keys.substr(at, end - at);
+      keyboard["actions"].Append(std::move(action));
+    }
+    at = end;
+  }
   LumJson::Value body;
-  body["cmd"] = "Emulation.setEmulatedMedia";
-  body["params"]["features"].Append(std::move(feature));
+  body["actions"].Append(std::move(keyboard));
+  Ask("POST", "/actions", body);
+}
+
+void Browser::Resize(int width, int height) {
+  LumJson::Value parameters;
+  parameters["width"] = width;
+  parameters["height"] = height;
+  parameters["deviceScaleFactor"] = 1;
+  parameters["mobile"] = false;
+  Tell("Emulation.setDeviceMetricsOverride", std::move(parameters));
+}
+
+void Browser::Prefer(const std::string& scheme, const std::string& motion) {
+  LumJson::Value parameters;
+  const auto add = [&](const char* name, const std::string& value) {
+    LumJson::Value feature;
+    feature["name"] = name;
+    feature["value"] = value;
+    parameters["features"].Append(std::move(feature));
+  };
+  add("prefers-color-scheme", scheme);
+  add("prefers-reduced-motion", motion);
+  Tell("Emulation.setEmulatedMedia", std::move(parameters));
+}
+
+void Browser::Tell(const std::string& command, LumJson::Value parameters) {
+  LumJson::Value body;
+  body["cmd"] = command;
+  body["params"] = std::move(parameters);
   Ask("POST", "/goog/cdp/execute", body);
 }
 

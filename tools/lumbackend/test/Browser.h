@@ -31,8 +31,25 @@ class Browser {
   // does not become true within half a minute.
   bool Await(const std::string& expression);
 
-  // Makes the page believe that the user prefers "light" or "dark".
-  void Prefer(const std::string& scheme);
+  // Runs a function body whose last argument is a function: returns what that one is called with.
+  LumJson::Value RunAsync(const std::string& script);
+
+  // Types on the keyboard: text, and the names below.
+  void Press(const std::string& keys);
+  static constexpr const char* kTab = "\xEE\x80\x84";  // WebDriver's code points, U+E004 and so on
+  static constexpr const char* kEnter = "\xEE\x80\x87";
+  static constexpr const char* kEscape = "\xEE\x80\x8C";
+  static constexpr const char* kEnd = "\xEE\x80\x90";
+  static constexpr const char* kHome = "\xEE\x80\x91";
+  static constexpr const char* kUp = "\xEE\x80\x93";
+  static constexpr const char* kDown = "\xEE\x80\x95";
+
+  // Gives the window this size, in CSS pixels.
+  void Resize(int width, int height);
+
+  // Makes the page believe that the user prefers "light" or "dark", and "reduce" or "no-preference"
+  // of motion.
+  void Prefer(const std::string& scheme, const std::string& motion = "no-preference");
 
   // Writes what the window shows into a PNG file.
   void Screenshot(const std::string& path);
@@ -41,6 +58,7 @@ class Browser {
   std::vector<std::string> Console();
 
  private:
+  void Tell(const std::string& command, LumJson::Value parameters);
   LumJson::Value Ask(const std::string& method, const std::string& path,
                      const LumJson::Value& body = LumJson::Value::Object());
 

@@ -15,6 +15,10 @@ TEST(Page, IsTheFileByteForByte) {
   EXPECT_EQ(PageReply().body, lumtest::ReadFile(LUM_PAGE_HTML));
 }
 
+TEST(Page, IsSmall) {
+  EXPECT_LT(PageReply().body.size(), 64u << 10);
+}
+
 TEST(Page, NeedsNothingFromElsewhere) {
   for (const char* reference : {"://", "src=", "url(", "@import", "innerHTML"}) {
     EXPECT_THAT(PageReply().body, Not(HasSubstr(reference)));

@@ -1,0 +1,106 @@
+// Looking at the page, and working it.
+#include "LivePage.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+
+namespace lumtest {
+
+using testing::Each;
+using testing::HasSubstr;
+
+Browser* LivePage::s_browser = nullptr;
+
+void LivePage::SetUpTestSuite() {
+  s_browser = new Browser;
+}
+
+void LivePage::TearDownTestSuite() {
+  delete s_browser;
+  s_browser = nullptr;
+}
+
+LivePage::LivePage() {
+  s_browser->Open("about:blank");
+  s_browser->Resize(1280, 900);
+  s_browser->Prefer("light");
+  s_browser->Console();
+}
+
+void LivePage::TearDown() {
+  EXPECT_THAT(s_browser->Console(), Each(HasSubstr("Failed to load resource: net::ERR_")));
+}
+
+void LivePage::Open(const BackendProcess& backend, const std::string& query) {
+  s_browser->Open(backend.Url("/" + query));
+  ASSERT_TRUE(Await("document.getElementById('state').textContent === 'live'"));
+  ASSERT_TRUE(Await("document.querySelector('#window .row, #empty:not([hidden])') !== null"));
+}
+
+int LivePage::Number(const std::string& expression) {
+  return static_cast<int>(Run("return " + expression + ";").AsInt64(-1));
+}
+
+bool LivePage::AwaitRange(const std::string& end) {
+  return Await("document.getElementById('range').textContent.endsWith('" + end + "')");
+}
+
+std::string LivePage::Text(const std::string& selector) {
+  return Run("return document.querySelector('" + selector + "').innerText;").AsString();
+}
+
+bool LivePage::IsShown(const std::string& selector) {
+  return Run("const node = document.querySelector('" + selector +
+             "'); return node !== null && node.getClientRects().length > 0;")
+      .AsBool();
+}
+
+void LivePage::Click(const std::string& selector) {
+  Run("document.querySelector('" + selector + "').click();");
+}
+
+void LivePage::Type(const std::string& selector, const std::string& text) {
+  Run("const input = document.querySelector('" + selector + "'); input.focus(); input.select();");
+  s_browser->Press(text);
+}
+
+std::vector<std::string> LivePage::Rows() {
+  const LumJson::Value rows = Run(R"(
+    return [...document.querySelectorAll('#window .row')].map(row => {
+      const text = name => row.querySelector('.' + name).innerText;
+      const about = [...row.querySelector('.about').children].map(part => ' | ' + part.innerText);
+      return ['status', 'method', 'path', 'in'].map(text).join(' ') + ' | ' + text('device') +
+          about.join('');
+    });)");
+  std::vector<std::string> texts;
+  for (const LumJson::Value& row : rows.Elements()) {
+    texts.push_back(row.AsString());
+  }
+  return texts;
+}
+
+void LivePage::Picture(const std::string& name) {
+  if (const char* directory = std::getenv("LUM_SCREENSHOTS")) {
+    s_browser->Screenshot(std::string(directory) + "/" + name + ".png");
+  }
+}
+
+namespace {
+
+void Send(std::vector<std::string> arguments, const std::string& url, int count) {
+  arguments.insert(arguments.end(), static_cast<std::size_t>(count), url);
+  Curl(arguments);
+}
+
+}  // namespace
+
+void Report(const BackendProcess& backend, const std::string& document, int count) {
+  Send({"-H", "Content-Type: application/json", "-d", document}, backend.Url("/report"), count);
+}
+
+void Miss(const BackendProcess& backend, int count) {
+  Send({}, backend.Url("/files/none"), count);
+}
+
+}  // namespace lumtest

@@ -1,0 +1,271 @@
+// One exchange on the page, and the commands that repeat it.
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <regex>
+
+#include "LivePage.h"
+
+namespace {
+
+using lumtest::BackendProcess;
+using lumtest::Browser;
+using lumtest::Curl;
+using lumtest::LivePage;
+using lumtest::Miss;
+using lumtest::Report;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+const std::vector<std::string> kOpen{"--port", "0", "--open"};
+
+class OneExchange : public LivePage {
+ protected:
+  static void Show(const BackendProcess& backend, int id) {
+    Open(backend, "?open=" + std::to_string(id));
+    ASSERT_TRUE(Await("document.querySelector('#detail[open] .inside dl') !== null"));
+  }
+
+  // What a fact of the detail says, or "none".
+  static std::string Fact(const std::string& name) {
+    return Run("return [...document.querySelectorAll('#detail dt')].find(dt => dt.innerText === '" +
+               name + "')?.nextElementSibling.innerText ?? 'none';")
+        .AsString();
+  }
+
+  static std::string Block(const std::string& label) {
+    return Run("return document.querySelector('#detail pre[aria-label=\"" + label +
+               "\"]').textContent;")
+        .AsString();
+  }
+
+  // The head without the length of the body: of a report that is JSON, the compact form is kept.
+  static std::string Head() {
+    return std::regex_replace(Block("Head of the request"), std::regex("Content-Length: [0-9]+"),
+                              "");
+  }
+
+  static void Press(const std::string& label) {
+    Run("[...document.querySelectorAll('#detail :is(button, a)')].find(button => button.innerText "
+        "=== '" +
+        label + "').click();");
+  }
+
+  // Runs a command of the page in a shell, beside the programs of this build.
+  static lumtest::ProcessResult Shell(const std::string& command, const std::string& directory) {
+    lumtest::ProcessOptions options;
+    options.directory = directory;
+    options.environment = {std::string("PATH=") + LUM_PROGRAMS + ":" + std::getenv("PATH"),
+                           "LUMCURL_TOKEN=secret", "no_proxy=*"};
+    return lumtest::RunCommand({"bash", "-c", command}, options);
+  }
+};
+
+TEST_F(OneExchange, OpensWithItsFactsBodyAndHead) {
+  BackendProcess backend;
+  Curl({"-H", "X-Auth-Token: secret-of-mine", "-d", R"({"a": [1, {}], "b": 12345678901234567890})",
+        backend.Url("/report")});
+  Miss(backend);
+  Open(backend);
+  Click("#x1");
+  ASSERT_TRUE(Await("document.querySelector('#detail[open] .inside dl') !== null"));
+  EXPECT_EQ(Run("return location.search;").AsString(), "?open=1");
+  EXPECT_EQ(Text("#detail-title"), "POST /report");
+  EXPECT_EQ(Fact("Refused"), "the token is unknown");
+  EXPECT_EQ(Fact("Status"), "401");
+  EXPECT_THAT(Fact("Duration"), testing::MatchesRegex("[0-9.]+ m?s"));
+  EXPECT_THAT(Fact("Time"), testing::MatchesRegex("20..-..-.. ..:..:..[.]..."));
+  EXPECT_THAT(Block("Head of the request"), HasSubstr("X-Auth-Token: ***"));
+  EXPECT_THAT(Text("body"), Not(HasSubstr("secret-of-mine")));
+  EXPECT_THAT(Block("Answer"), HasSubstr("\"error\": \"the token is unknown\""));
+  // The last one closes, and the URL with it.
+  Run("history.back();");
+  ASSERT_TRUE(Await("!document.getElementById('detail').open"));
+}
+
+TEST_F(OneExchange, ShowsABodyPrettyAndRaw) {
+  BackendProcess backend(kOpen);
+  const std::string body = R"({"a":[1,{}],"b":12345678901234567890,"c":"x\"{ y","a":1e2})";
+  Curl({"-d", body, backend.Url("/echo")});
+  Show(backend, 1);
+  EXPECT_EQ(Fact("Body in"), "58 bytes");
+  EXPECT_EQ(Block("Body"),
+            "{\n  \"a\": [\n    1,\n    {}\n  ],\n  \"b\": 12345678901234567890,\n"
+            "  \"c\": \"x\\\"{ y\",\n  \"a\": 1e2\n}");
+  Press("Raw");
+  EXPECT_EQ(Block("Body"), body);
+  Press("Raw");
+  EXPECT_THAT(Block("Body"), HasSubstr("\n    1,\n"));
+}
+
+TEST_F(OneExchange, SpellsOutWhatABodyHoldsBesidesText) {
+  BackendProcess backend(kOpen);
+  const lumtest::TempDir temp;
+  Curl({"--data-binary", "@" + temp.Write("body", "no JSON \xFF\xE2\x80\xAE\x1B[31m Grüße\n"),
+        backend.Url("/report")});
+  Show(backend, 1);
+  EXPECT_EQ(Block("Body"), "no JSON \\xff\\xe2\\x80\\xae\\x1b[31m Grüße\n");
+}
+
+TEST_F(OneExchange, FetchesALargeBodyOnlyWhenAskedTo) {
+  BackendProcess backend(kOpen);
+  const lumtest::TempDir temp;
+  const std::string document = "[\"" + std::string(500'000, 'x') + "\",\"the end\"]";
+  Curl({"--data-binary", "@" + temp.Write("body", document), backend.Url("/report")});
+  Show(backend, 1);
+  EXPECT_LT(Block("Body").size(), 70'000u);
+  EXPECT_THAT(Text("#detail"), HasSubstr("64 KiB of 488 KiB are shown."));
+  Press("Show more");
+  ASSERT_TRUE(Await("document.querySelector('#detail pre').textContent.endsWith('the end\"\\n]')"));
+  EXPECT_THAT(Text("#detail"), Not(HasSubstr("are shown.")));
+  // The whole of it is one click away as well.
+  EXPECT_EQ(
+      Run("return document.querySelector('#detail a[download]').getAttribute('href');").AsString(),
+      "/exchanges/1/body");
+}
+
+TEST_F(OneExchange, OffersTheObjectForDownload) {
+  BackendProcess backend(kOpen);
+  const lumtest::TempDir temp;
+  Curl({"-T", temp.Write("a", "content"), backend.Url("/objects/logs/a%20b.txt")});
+  Show(backend, 1);
+  EXPECT_EQ(Fact("Object"), "logs/a b.txt");
+  const LumJson::Value link = s_browser->RunAsync(R"(
+    const link = document.querySelector('#detail a[download]');
+    fetch(link.href).then(answer => answer.text()).then(text => arguments[0]([link.download, text]));
+    )");
+  EXPECT_EQ(link.At(0).AsString(), "a b.txt");
+  EXPECT_EQ(link.At(1).AsString(), "content");
+}
+
+TEST_F(OneExchange, SaysWhatIsNotKeptAnyMore) {
+  BackendProcess backend(kOpen);
+  Open(backend, "?open=17");
+  ASSERT_TRUE(Await("document.querySelector('#detail[open] .inside p') !== null"));
+  EXPECT_EQ(Text("#detail-title"), "Exchange 17");
+  EXPECT_THAT(Text("#detail .inside"), HasSubstr("kept"));
+  s_browser->Console();  // where the browser notes the 404
+}
+
+// What the copied command sends is what was sent: nothing is lost, added or run by the shell.
+TEST_F(OneExchange, ItsCurlCommandSendsTheSameAgain) {
+  BackendProcess backend(kOpen);
+  const lumtest::TempDir temp;
+  const std::vector<std::string> bodies = {
+      R"({"it's": "$(touch owned) `touch owned` \\ ! \" ; touch owned"})",
+      "@/etc/passwd is no file's name here",
+      "\x1B]0;owned\x07 \xE2\x80\xAE \x01\x03\x15 \xFF",
+      "line\n'; touch owned; '\nline",
+      std::string(20'000, '7'),
+  };
+  int id = 0;
+  for (const std::string& body : bodies) {
+    Curl({"-H", "Content-Type: text/plain", "-H", "X-Odd: it's $HOME \"q\" \\ `x`", "-H", "Empty;",
+          "-H", "X-Auth-Token: secret", "-g", "--data-binary", "@" + temp.Write("body", body),
+          backend.Url("/report?it='$x'&a[]={1}")});
+    Show(backend, ++id);
+    const std::string head = Head();
+    const std::string command = Block("Again with curl");
+    EXPECT_THAT(command, Not(HasSubstr("secret")));
+    const lumtest::ProcessResult result = Shell(command, temp.Path());
+    ASSERT_EQ(result.exitStatus, 0) << command << result.Describe();
+    Show(backend, ++id);
+    EXPECT_EQ(Head(), head) << command;
+    const std::string url = backend.Url("/exchanges/");
+    EXPECT_EQ(Curl({url + std::to_string(id) + "/body"}).body,
+              Curl({url + std::to_string(id - 1) + "/body"}).body)
+        << command;
+    EXPECT_FALSE(lumtest::Exists(temp.Path("owned")));
+  }
+}
+
+TEST_F(OneExchange, ItsCurlCommandPacksAgainWhatWasPacked) {
+  BackendProcess backend(kOpen);
+  const lumtest::TempDir temp;
+  temp.Write("body", R"({"accessId": "robot-7"})");
+  ASSERT_TRUE(lumtest::RunCommand({"gzip", temp.Path("body")}).Succeeded());
+  Curl({"-H", "Content-Encoding: gzip", "-H", "Content-Type: application/json", "--data-binary",
+        "@" + temp.Path("body.gz"), backend.Url("/report")});
+  Show(backend, 1);
+  ASSERT_TRUE(Shell(Block("Again with curl"), temp.Path()).Succeeded());
+  Show(backend, 2);
+  EXPECT_THAT(Fact("Body in"), HasSubstr(", gzip"));
+  EXPECT_EQ(Fact("Device"), "robot-7");
+}
+
+TEST_F(OneExchange, ItsCurlCommandUploadsAFileAgain) {
+  BackendProcess backend(kOpen);
+  const lumtest::TempDir temp;
+  Curl({"-T", temp.Write("file", "content"), backend.Url("/objects/it's.txt")});
+  Show(backend, 1);
+  EXPECT_THAT(Text("#detail"), HasSubstr("Needs the file."));
+  temp.Write("it's.txt", "other content");
+  ASSERT_TRUE(Shell(Block("Again with curl"), temp.Path()).Succeeded());
+  EXPECT_EQ(Curl({backend.Url("/objects/it's.txt")}).body, "other content");
+}
+
+TEST_F(OneExchange, ItsLumcurlCommandSendsTheSameAgain) {
+  BackendProcess backend(kOpen);
+  const lumtest::TempDir temp;
+  temp.Write("request.json", "{}");
+  const auto again = [&](const std::vector<std::string>& arguments) {
+    Curl(arguments);
+    const int id = static_cast<int>(Curl({backend.Url("/totals")}).Json()["last"].AsInt64());
+    Show(backend, id);
+    const std::string title = Text("#detail-title");
+    const std::string object = Fact("Object") + Fact("Device") + Fact("Topic");
+    const std::string command = Block("Again with lumcurl");
+    const lumtest::ProcessResult result = Shell(command, temp.Path());
+    EXPECT_EQ(result.exitStatus, 0) << command << result.Describe();
+    Show(backend, id + 1);
+    EXPECT_EQ(Text("#detail-title"), title) << command;
+    EXPECT_EQ(Fact("Object") + Fact("Device") + Fact("Topic"), object) << command;
+    return command;
+  };
+  const std::string json = "Content-Type: application/json";
+  EXPECT_THAT(again({"-H", json, "-d", "{\"accessId\": \"it's\", \"topic_name\": \"$(id)\"}",
+                     backend.Url("/report")}),
+              HasSubstr("lumcurl report"));
+  EXPECT_THAT(
+      again({"-H", json, "-d", "[\"" + std::string(3000, '7') + "\"]", backend.Url("/echo")}),
+      HasSubstr("| lumcurl service-post"));
+  EXPECT_THAT(again({"-H", "X-Odd: $HOME", backend.Url("/echo?a=1&b='")}),
+              HasSubstr("lumcurl service-get"));
+  EXPECT_THAT(again({"-d", "{}", backend.Url("/token")}), HasSubstr("lumcurl token"));
+  EXPECT_THAT(again({backend.Url("/log-address?access_id=robot-7&file_name=a.zip")}),
+              HasSubstr("lumcurl log-address"));
+  EXPECT_THAT(again({backend.Url("/log-address?access_id=--quiet&file_name=--help")}),
+              HasSubstr("lumcurl log-address"));
+  EXPECT_THAT(again({"-T", temp.Write("a.zip", "content"), backend.Url("/objects/a.zip")}),
+              HasSubstr("lumcurl upload-log"));
+  EXPECT_THAT(again({backend.Url("/objects/a.zip")}), HasSubstr("lumcurl download"));
+  Curl({"-X", "DELETE", backend.Url("/echo")});
+  Show(backend, static_cast<int>(Curl({backend.Url("/totals")}).Json()["last"].AsInt64()));
+  EXPECT_THAT(Run("return document.getElementById('detail').textContent;").AsString(),
+              HasSubstr("lumcurl has no command for such a request."));
+}
+
+TEST_F(OneExchange, CopiesItsCommand) {
+  BackendProcess backend(kOpen);
+  Miss(backend);
+  Show(backend, 1);
+  // Headless browsers have a clipboard of their own, but ask before they hand it out.
+  Run("navigator.clipboard.writeText = text => { window.copied = text; return Promise.resolve(); "
+      "};");
+  Press("Copy");
+  ASSERT_TRUE(
+      Await("[...document.querySelectorAll('#detail button')].some(b => b.textContent === "
+            "'Copied')"));
+  EXPECT_EQ(Run("return copied;").AsString(), Block("Again with curl"));
+  // Over plain HTTP from another machine there is none.
+  Run("navigator.clipboard.writeText = () => Promise.reject(); document.execCommand = () => {"
+      "  window.selected = document.activeElement.value; return true; };");
+  Press("Copy");
+  ASSERT_TRUE(
+      Await("[...document.querySelectorAll('#detail button')].filter(b => b.textContent === "
+            "'Copied').length === 2"));
+  EXPECT_EQ(Run("return selected;").AsString(), Block("Again with lumcurl"));
+}
+
+}  // namespace

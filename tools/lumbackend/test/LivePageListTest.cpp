@@ -1,0 +1,334 @@
+// The stream of exchanges on the page.
+#include <gmock/gmock.h>
+
+#include "LivePage.h"
+
+namespace {
+
+using lumtest::BackendProcess;
+using lumtest::Browser;
+using lumtest::Curl;
+using lumtest::LivePage;
+using lumtest::Miss;
+using lumtest::Report;
+using testing::AllOf;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+const std::vector<std::string> kOpen{"--port", "0", "--open"};
+
+TEST_F(LivePage, SaysThatNothingHasComeInAndWhatCan) {
+  BackendProcess backend;
+  Open(backend);
+  EXPECT_THAT(Text("#empty"), AllOf(HasSubstr("Nothing has come in yet"),
+                                    HasSubstr(backend.Url("/echo")), HasSubstr("POST /report")));
+  EXPECT_EQ(Text("#refused"), "nothing refused");
+  EXPECT_EQ(Text("#reports") + ", " + Text("#refusals"), "0 reports, 0 refusals");
+}
+
+TEST_F(LivePage, ShowsWhatComesInWhileItIsOpen) {
+  BackendProcess backend;
+  Open(backend);
+  const std::string token =
+      "X-Auth-Token: " + Curl({"-d", "{}", backend.Url("/token")}).Json()["token"].AsString();
+  Curl({"-H", token, "-d", R"({"accessId": "robot-7", "topic_name": "engine"})",
+        backend.Url("/report")});
+  const lumtest::TempDir temp;
+  Curl({"-T", temp.Write("log.zip", std::string(12'345, 'x')),
+        backend.Url("/objects/logs/a%20b.zip")});
+  Curl({"-d", "1", backend.Url("/report?status=204")});
+  Curl({backend.Url("/files/none")});
+  ASSERT_TRUE(AwaitRange("1\u20135 of 5"));
+  EXPECT_THAT(Rows(),
+              ElementsAre("404 GET /files/none 0 B |  | no such file",
+                          "401 POST /report?status=204 0 B |  | no token in X-Auth-Token",
+                          "200 PUT /objects/logs/a%20b.zip 12 KiB |  | logs/a b.zip | unsigned",
+                          R"(200 POST /report 47 B | robot-7 | engine | {"accessId":"robot-7",)"
+                          R"("topic_name":"engine"})",
+                          "200 POST /token 2 B | "));
+  EXPECT_EQ(Number("document.querySelectorAll('#window .refusal').length"), 2);
+  EXPECT_EQ(Text("#refused"), "2 refused");
+  EXPECT_THAT(Text("#window .time"), testing::MatchesRegex("20..-..-.. ..:..:.."));
+  EXPECT_THAT(Text("#window .took"), testing::MatchesRegex("[0-9.]+ m?s"));
+}
+
+TEST_F(LivePage, CountsAllAndLoadsOlderRowsAsOneScrolls) {
+  BackendProcess backend(kOpen);
+  Miss(backend, 801);
+  Open(backend);
+  EXPECT_THAT(Text("#range"), testing::EndsWith("of 801"));
+  // To the end, as often as there is more.
+  for (int page = 1; page <= 8; ++page) {
+    Run("const grid = document.getElementById('grid'); grid.scrollTop = grid.scrollHeight;");
+    ASSERT_TRUE(Await("document.getElementById('rows').offsetHeight >= 34 * " +
+                      std::to_string(std::min(801, 100 * (page + 1)))));
+  }
+  Run("const grid = document.getElementById('grid'); grid.scrollTop = grid.scrollHeight;");
+  ASSERT_TRUE(AwaitRange("\u2013801 of 801"));
+  EXPECT_TRUE(Await("document.querySelector('#window .row:last-child').id === 'x1'"));
+}
+
+TEST_F(LivePage, KeepsFewElementsAndAStretchOfTheRowsHoweverFarOneScrolls) {
+  BackendProcess backend(kOpen);
+  Miss(backend, 4000);
+  Open(backend);
+  // To the oldest row, and to the newest again: each step scrolls on when the last one's rows came.
+  const auto scroll = [](const std::string& to, const std::string& until) {
+    return s_browser->RunAsync(
+        "const [done, grid] = [arguments[0], document.getElementById('grid')];"
+        "let steps = 2000, elements = 0, height = 0;"
+        "const step = () => {"
+        "  grid.scrollTop = " +
+        to +
+        ";"
+        "  elements = Math.max(elements, document.querySelectorAll('*').length);"
+        "  height = Math.max(height, document.getElementById('rows').offsetHeight);"
+        "  const text = document.getElementById('range').textContent;"
+        "  if (" +
+        until +
+        " || --steps === 0) { done([elements, height, steps]); }"
+        "  else { requestAnimationFrame(step); }"
+        "};"
+        "step();");
+  };
+  const LumJson::Value down = scroll("grid.scrollHeight", "text.endsWith('\u20134,000 of 4,000')");
+  EXPECT_GT(down.At(2).AsInt64(), 0) << Text("#range");
+  EXPECT_LT(down.At(0).AsInt64(), 1000);
+  EXPECT_EQ(down.At(1).AsInt64(), 34 * 3000);
+  const LumJson::Value up = scroll("0", "text.startsWith('1\u2013')");
+  EXPECT_GT(up.At(2).AsInt64(), 0) << Text("#range");
+  EXPECT_LT(up.At(0).AsInt64(), 1000);
+  // What was let go came back, and nothing is missing or twice.
+  EXPECT_EQ(Run("return rows.every((row, i) => row.id === 4000 - i) && rows.length;").AsInt64(),
+            3000);
+}
+
+TEST_F(LivePage, StaysWithTheNewestUntilOneScrollsAway) {
+  BackendProcess backend(kOpen);
+  Miss(backend, 100);
+  Open(backend);
+  EXPECT_EQ(Text("#follow[aria-pressed=true]"), "Follow");
+  Miss(backend);
+  ASSERT_TRUE(Await("document.querySelector('#window .row').id === 'x101'"));
+  Run("document.getElementById('grid').scrollTop = 340;");
+  ASSERT_TRUE(Await("document.querySelector('#follow[aria-pressed=false]')"));
+  const std::string before = Text("#range");
+  EXPECT_THAT(before, StartsWith("11\u2013"));
+  Miss(backend, 3);
+  // The rows stay where they are; only their numbers grow.
+  ASSERT_TRUE(AwaitRange("of 104"));
+  EXPECT_THAT(Text("#range"), StartsWith("14\u2013"));
+  EXPECT_EQ(Number("document.getElementById('grid').scrollTop"), 340);
+  EXPECT_EQ(Text("#newer"), "3 newer \u2191");
+  Click("#newer");
+  ASSERT_TRUE(Await("document.querySelector('#window .row').id === 'x104'"));
+  EXPECT_EQ(Text("#follow[aria-pressed=true]"), "Follow");
+  EXPECT_FALSE(IsShown("#newer"));
+}
+
+TEST_F(LivePage, PausesAndShowsAfterwardsWhatCameInMeanwhile) {
+  BackendProcess backend(kOpen);
+  Miss(backend);
+  Open(backend);
+  Click("#pause");
+  EXPECT_EQ(Text("#state"), "paused");
+  Miss(backend, 2);
+  EXPECT_EQ(Rows().size(), 1u);
+  Click("#pause");
+  ASSERT_TRUE(AwaitRange("of 3"));
+  EXPECT_EQ(Rows().size(), 3u);
+  EXPECT_EQ(Text("#state"), "live");
+}
+
+TEST_F(LivePage, ClearsTheViewAndNothingElse) {
+  BackendProcess backend(kOpen);
+  Miss(backend, 2);
+  Open(backend);
+  Click("#clear");
+  ASSERT_TRUE(AwaitRange("0 of 0 since the view was cleared, 2 kept"));
+  EXPECT_THAT(Text("#empty"), HasSubstr("Everything is still kept."));
+  Report(backend, "1");
+  ASSERT_TRUE(AwaitRange("1\u20131 of 1 since the view was cleared, 3 kept"));
+  EXPECT_THAT(Rows(), ElementsAre(StartsWith("200 POST /report")));
+  Click("#all");
+  ASSERT_TRUE(AwaitRange("1\u20133 of 3"));
+}
+
+TEST_F(LivePage, FiltersAllThatIsKept) {
+  BackendProcess backend(kOpen);
+  Report(backend, R"({"accessId": "robot-7", "topic_name": "engine", "note": "needle"})");
+  Report(backend, R"({"accessId": "robot-8", "topic_name": "door"})");
+  Miss(backend, 300);
+  Open(backend);
+  ASSERT_TRUE(AwaitRange("of 302"));
+  Type("#text", "needle");
+  ASSERT_TRUE(AwaitRange("1\u20131 of 1 that match, 302 kept"));
+  EXPECT_THAT(Rows(), ElementsAre(HasSubstr("robot-7")));
+  Click("[type=reset]");
+  ASSERT_TRUE(AwaitRange("of 302"));
+  Type("#device", "robot-8");
+  ASSERT_TRUE(AwaitRange("1\u20131 of 1 that match, 302 kept"));
+  EXPECT_THAT(Rows(), ElementsAre(HasSubstr("robot-8")));
+  Click("[type=reset]");
+  ASSERT_TRUE(AwaitRange("of 302"));
+  Type("#topic", "engine");
+  ASSERT_TRUE(AwaitRange("1\u20131 of 1 that match, 302 kept"));
+  Click("[type=reset]");
+  ASSERT_TRUE(AwaitRange("of 302"));
+  Click("[value=report]");
+  ASSERT_TRUE(AwaitRange("1\u20132 of 2 that match, 302 kept"));
+  EXPECT_EQ(Text("label:has([value=refusal]) b"), "300");
+  Run("const status = document.getElementById('status'); status.value = '4';"
+      "status.dispatchEvent(new Event('input', {bubbles: true}));");
+  ASSERT_TRUE(AwaitRange("0 of 0 that match, 302 kept"));
+  EXPECT_THAT(Text("#empty"), HasSubstr("No exchange matches the filter"));
+  // News pass the filter, too, or do not.
+  Click("[type=reset]");
+  ASSERT_TRUE(AwaitRange("of 302"));
+  Click("[value=report]");
+  ASSERT_TRUE(AwaitRange("of 2 that match, 302 kept"));
+  Miss(backend);
+  Report(backend, "3");
+  ASSERT_TRUE(AwaitRange("1\u20133 of 3 that match, 304 kept"));
+  EXPECT_THAT(Rows(), Each(StartsWith("200 POST /report")));
+}
+
+TEST_F(LivePage, HasItsFilterInTheUrl) {
+  BackendProcess backend(kOpen);
+  Report(backend, R"({"topic_name": "engine"})");
+  Miss(backend, 2);
+  Open(backend, "?kind=report&topic=engine");
+  ASSERT_TRUE(AwaitRange("1\u20131 of 1 that match, 3 kept"));
+  EXPECT_EQ(Text("label:has(:checked)"), "Reports 1");
+  EXPECT_EQ(Run("return document.getElementById('topic').value;").AsString(), "engine");
+  Click("[value=refusal]");
+  ASSERT_TRUE(AwaitRange("0 of 0 that match, 3 kept"));
+  EXPECT_EQ(Run("return location.search;").AsString(), "?kind=refusal&topic=engine");
+  Run("history.back();");
+  ASSERT_TRUE(AwaitRange("1\u20131 of 1 that match, 3 kept"));
+  EXPECT_EQ(Text("label:has(:checked)"), "Reports 1");
+}
+
+TEST_F(LivePage, SaysThatNothingWasRefusedOnlyWhenThatIsSo) {
+  BackendProcess backend(kOpen);
+  Report(backend, "1");
+  Open(backend, "?kind=refusal");
+  EXPECT_THAT(Text("#empty"), HasSubstr("Nothing refused"));
+  EXPECT_EQ(Text("#refused"), "nothing refused");
+  Miss(backend);
+  ASSERT_TRUE(AwaitRange("1\u20131 of 1 that match, 2 kept"));
+  EXPECT_FALSE(IsShown("#empty"));
+  EXPECT_EQ(Text("#refused"), "1 refused");
+  Open(backend, "?kind=refusal&text=other");
+  EXPECT_THAT(Text("#empty"), HasSubstr("No exchange matches the filter"));
+}
+
+TEST_F(LivePage, AnnouncesARefusalOnce) {
+  BackendProcess backend(kOpen);
+  Miss(backend);
+  Open(backend);
+  EXPECT_EQ(Text("#announce"), "");  // what was refused before is no news
+  Run("window.told = []; new MutationObserver(() => told.push(document.getElementById('announce')"
+      ".textContent)).observe(document.getElementById('announce'), {childList: true});");
+  Miss(backend);
+  ASSERT_TRUE(AwaitRange("of 2"));
+  // The page goes on drawing and counting, and says no more of it.
+  Report(backend, "1");
+  ASSERT_TRUE(AwaitRange("of 3"));
+  Report(backend, "2");
+  ASSERT_TRUE(AwaitRange("of 4"));
+  EXPECT_EQ(Run("return told.join();").AsString(), "Refused: GET /files/none, 404, no such file");
+  EXPECT_EQ(Run("return document.getElementById('announce').ariaLive;").AsString(), "polite");
+}
+
+TEST_F(LivePage, DrawsTheLastTenMinutes) {
+  BackendProcess backend(kOpen);
+  Report(backend, "1", 3);
+  Miss(backend);
+  Open(backend);
+  ASSERT_TRUE(Await("document.getElementById('reports').textContent === '3 reports'"));
+  EXPECT_EQ(Text("#refusals"), "1 refusal");
+  EXPECT_THAT(Run("return document.getElementById('chart').ariaLabel;").AsString(),
+              HasSubstr("3 reports, 1 refusal"));
+  // Reports stand on the line and refusals hang from it, on one scale.
+  const LumJson::Value sums = Run(R"(
+    return ['.reports', '.refusals'].map(part => [...document.querySelector('#chart ' + part)
+        .getAttribute('d').matchAll(/v([^h]+)/g)].reduce((sum, bar) => sum + Number(bar[1]), 0));)");
+  EXPECT_LT(sums.At(0).AsDouble(), 0);
+  EXPECT_NEAR(sums.At(0).AsDouble(), -3 * sums.At(1).AsDouble(), 0.01);
+}
+
+TEST_F(LivePage, HasEverythingAfterARestart) {
+  BackendProcess backend(kOpen);
+  Report(backend, "1");
+  Miss(backend);
+  Open(backend);
+  const std::string port = std::to_string(backend.Port());
+  ASSERT_EQ(backend.Process().Stop().exitStatus, 0);
+  ASSERT_TRUE(Await("document.getElementById('state').className === 'gone'"));
+  EXPECT_EQ(Text("#state"), "the back end does not answer");
+  EXPECT_EQ(Rows().size(), 2u);
+  Picture("gone");
+  backend.Start({"--port", port, "--open"});
+  ASSERT_TRUE(Await("document.getElementById('state').className === 'live'"));
+  Report(backend, "2");
+  ASSERT_TRUE(AwaitRange("1\u20133 of 3"));
+}
+
+TEST_F(LivePage, StartsOverWhereAnotherRootAnswers) {
+  auto first = std::make_unique<BackendProcess>(kOpen);
+  const std::string port = std::to_string(first->Port());
+  Miss(*first, 3);
+  Open(*first);
+  ASSERT_TRUE(AwaitRange("of 3"));
+  first.reset();
+  ASSERT_TRUE(Await("document.getElementById('state').className === 'gone'"));
+  BackendProcess second({"--port", port, "--open"});
+  Report(second, "1");
+  ASSERT_TRUE(AwaitRange("1\u20131 of 1"));
+  EXPECT_THAT(Rows(), ElementsAre(StartsWith("200 POST /report")));
+}
+
+TEST_F(LivePage, MisbehaviourSparesThePage) {
+  BackendProcess backend({"--port", "0", "--status", "500", "--cut-after", "10"});
+  Open(backend);
+  Curl({backend.Url("/echo")});
+  ASSERT_TRUE(AwaitRange("of 1"));
+}
+
+TEST_F(LivePage, HostileTextIsShownAsText) {
+  BackendProcess backend(kOpen);
+  Open(backend);
+  const lumtest::TempDir temp;
+  const std::string file = temp.Write("file", "x");
+  Curl({"-T", file, backend.Url("/objects/%3Cimg%20src%3Dx%20onerror%3Dalert(1)%3E")});
+  Curl({"-T", file, backend.Url("/objects/a%1B%5B31m%E2%80%AEb%FF")});
+  Report(backend, R"({"<script>alert(2)</script>": "</td><svg onload=alert(3)>"})");
+  Curl({"-g", backend.Url("/configs/a/%3Cb%3Ebold/%3Csvg%20onload=alert(4)%3E")});
+  ASSERT_TRUE(AwaitRange("of 4"));
+  EXPECT_THAT(Rows(), Contains(HasSubstr("<img src=x onerror=alert(1)> | unsigned")));
+  EXPECT_THAT(Rows(), Contains(HasSubstr("a\\x1b[31m\\xe2\\x80\\xaeb\\xff | unsigned")));
+  EXPECT_THAT(Rows(),
+              Contains(HasSubstr(R"({"<script>alert(2)</script>":"</td><svg onload=alert(3)>"})")));
+  EXPECT_THAT(Rows(), Contains(HasSubstr("no namespace '<svg onload=alert(4)>'")));
+  for (int id = 1; id <= 4; ++id) {
+    Click("#x" + std::to_string(id));
+    ASSERT_TRUE(Await("location.search === '?open=" + std::to_string(id) +
+                      "' && document.querySelector('#detail .inside dl')"));
+  }
+  EXPECT_EQ(
+      Number("document.querySelectorAll('main :is(img, svg, script, b), #detail svg').length"), 0);
+}
+
+TEST_F(LivePage, OrdinaryTextOfAnyScriptStaysReadable) {
+  BackendProcess backend(kOpen);
+  Report(backend, "{\"accessId\": \"機器人-7\", \"topic_name\": \"מנוע\", \"note\": \"Grüße\"}");
+  Open(backend);
+  EXPECT_THAT(Rows(),
+              ElementsAre(AllOf(HasSubstr("機器人-7"), HasSubstr("מנוע"), HasSubstr("Grüße"))));
+}
+
+}  // namespace

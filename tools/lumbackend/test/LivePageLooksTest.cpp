@@ -1,0 +1,252 @@
+// The page for everybody: widths, colours, keys, screen readers, and more rows than anybody reads.
+#include <gmock/gmock.h>
+#include <sqlite3.h>
+
+#include <stdexcept>
+
+#include "LivePage.h"
+
+namespace {
+
+using lumtest::BackendProcess;
+using lumtest::Browser;
+using lumtest::Curl;
+using lumtest::LivePage;
+using lumtest::Miss;
+using lumtest::Report;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+const std::vector<std::string> kOpen{"--port", "0", "--open"};
+
+// Puts exchanges into the database of a back end that has ended: `refused` of a hundred refused,
+// the rest reports, spread over the last day.
+void Fill(const BackendProcess& backend, int rows, int refused) {
+  sqlite3* database = nullptr;
+  const std::string sql =
+      "INSERT INTO exchange (time, duration, kind, method, path, query, status, bytes_in,"
+      " bytes_out, device, topic, object, gzip, signed, tls, text, refusal, client, authority, "
+      "head,"
+      " answer_head, answer_text, report, body, body_size, body_whole) "
+      "WITH RECURSIVE n (i, bad) AS (VALUES (1, 0) UNION ALL SELECT i + 1, (i * 37) % 100 < " +
+      std::to_string(refused) + " FROM n WHERE i < " + std::to_string(rows) +
+      ") SELECT unixepoch() * 1000 - 86400000 + i * 86400000 / " + std::to_string(rows) +
+      ", 300 + i * 7919 % 9000, iif(bad, 'refusal', 'report'), 'POST', '/report', '',"
+      " iif(bad, iif(i % 3, 401, 400), 200), 60 + i * 31 % 4000, 91, 'robot-' || (i % 40),"
+      " iif(bad, '', iif(i % 2, 'battery', 'climate')), '', i % 2, 0, i % 11 = 0,"
+      " iif(bad, '', '{\"accessId\":\"robot-' || (i % 40) || '\",\"value\":' || i || '}'),"
+      " iif(bad, iif(i % 3, 'the token has expired', 'the body is no JSON'), ''),"
+      " '127.0.0.1:40000', '127.0.0.1:8080', '[]', '[]', '', 0, '', 0, 0 FROM n;";
+  char* problem = nullptr;
+  if (sqlite3_open(backend.Root().Path("lumbackend.db").c_str(), &database) != SQLITE_OK ||
+      sqlite3_exec(database, sql.c_str(), nullptr, nullptr, &problem) != SQLITE_OK) {
+    throw std::runtime_error(problem == nullptr ? "no database" : problem);
+  }
+  sqlite3_close(database);
+}
+
+class Looks : public LivePage {
+ protected:
+  // What axe-core finds wrong, a line each.
+  static std::vector<std::string> Violations() {
+    static const std::string axe = lumtest::ReadFile(LUM_AXE);
+    const LumJson::Value found = s_browser->RunAsync(axe + R"(;
+      const done = arguments[0];
+      axe.run(document, {resultTypes: ['violations']}).then(result => done(
+          result.violations.flatMap(({id, nodes}) => nodes.map(node => id + ': ' + node.html))),
+          failure => done([String(failure)]));)");
+    std::vector<std::string> lines;
+    for (const LumJson::Value& line : found.Elements()) {
+      lines.push_back(line.AsString());
+    }
+    return lines;
+  }
+
+  // Looks at what is shown now in both schemes and three widths: nothing is wider than the window,
+  // and nothing keeps anybody out.
+  static void LookAt(const std::string& name) {
+    struct Window {
+      int width;
+      int height;
+    };
+    for (const Window& window : {Window{360, 740}, Window{1280, 900}, Window{2560, 1300}}) {
+      s_browser->Resize(window.width, window.height);
+      for (const std::string scheme : {"light", "dark"}) {
+        // Without motion: a colour that is on its way to another one has no contrast to be judged.
+        s_browser->Prefer(scheme, "reduce");
+        const std::string where = name + "-" + std::to_string(window.width) + "-" + scheme;
+        EXPECT_TRUE(Run("return document.documentElement.scrollWidth <= innerWidth;").AsBool())
+            << where;
+        EXPECT_THAT(Violations(), IsEmpty()) << where;
+        Picture(where);
+      }
+    }
+  }
+};
+
+TEST_F(Looks, EmptyPageIsForEverybody) {
+  BackendProcess backend(kOpen);
+  Open(backend);
+  LookAt("empty");
+}
+
+TEST_F(Looks, DayOfManyReportsIsForEverybody) {
+  BackendProcess backend(kOpen);
+  backend.Process().Stop();
+  Fill(backend, 100'000, 0);
+  backend.Start(kOpen);
+  Open(backend);
+  EXPECT_THAT(Text("#range"), testing::EndsWith("of 100,000"));
+  EXPECT_EQ(Text("#refused"), "nothing refused");
+  LookAt("day");
+}
+
+TEST_F(Looks, BadDayIsForEverybody) {
+  BackendProcess backend(kOpen);
+  backend.Process().Stop();
+  Fill(backend, 2'000, 45);
+  backend.Start(kOpen);
+  Miss(backend, 3);
+  Report(backend, R"({"accessId": "robot-7"})", 5);
+  Open(backend);
+  LookAt("bad");
+}
+
+TEST_F(Looks, OpenedExchangeAndHelpAreForEverybody) {
+  BackendProcess backend(kOpen);
+  Report(backend, R"({"accessId": "robot-7", "topic_name": "engine", "list": [1, 2, 3]})");
+  Open(backend, "?open=1");
+  ASSERT_TRUE(Await("document.querySelector('#detail[open] .inside dl') !== null"));
+  for (const int width : {360, 1280, 2560}) {
+    s_browser->Resize(width, 900);
+    Open(backend, "?open=1");
+    ASSERT_TRUE(Await("document.querySelector('#detail[open] .inside dl') !== null"));
+    for (const std::string scheme : {"light", "dark"}) {
+      s_browser->Prefer(scheme, "reduce");
+      EXPECT_THAT(Violations(), IsEmpty()) << width << scheme;
+      Picture("exchange-" + std::to_string(width) + "-" + scheme);
+    }
+  }
+  s_browser->Resize(1280, 900);
+  Open(backend);
+  Click("#ask");
+  EXPECT_THAT(Text("#help"), testing::AllOf(HasSubstr("POST /report"), HasSubstr("Page Down")));
+  LookAt("help");
+}
+
+TEST_F(Looks, RowsAreCardsOnAPhone) {
+  BackendProcess backend(kOpen);
+  Report(backend, R"({"accessId": "robot-7", "topic_name": "engine"})");
+  Open(backend);
+  const std::string height = "document.querySelector('#window .row').offsetHeight";
+  EXPECT_EQ(Number(height), 34);
+  s_browser->Resize(360, 740);
+  ASSERT_TRUE(Await(height + " === 80"));
+  // Whatever is in the row is in the card.
+  for (const std::string part :
+       {"time", "status", "method", "path", "took", "in", "out", "device", "about"}) {
+    EXPECT_TRUE(IsShown("#window ." + part)) << part;
+  }
+  EXPECT_FALSE(IsShown("#status"));
+  Click("#fold");
+  EXPECT_TRUE(IsShown("#status"));
+}
+
+TEST_F(Looks, MovesNothingForThoseWhoDoNotWantIt) {
+  BackendProcess backend(kOpen);
+  Open(backend);
+  const std::string name = "getComputedStyle(document.querySelector('.row.new')).animationName";
+  Miss(backend);
+  ASSERT_TRUE(Await("document.querySelector('.row.new') !== null"));
+  EXPECT_EQ(Run("return " + name + ";").AsString(), "arrive");
+  s_browser->Prefer("light", "reduce");
+  EXPECT_EQ(Run("return " + name + ";").AsString(), "none");
+}
+
+TEST_F(Looks, KeysAloneReachEverything) {
+  BackendProcess backend(kOpen);
+  Miss(backend, 300);
+  Report(backend, "{}");
+  Open(backend);
+  // From control to control, in the order of reading.
+  Run("document.activeElement.blur();");
+  std::string reached;
+  for (int i = 0; i < 11; ++i) {
+    s_browser->Press(Browser::kTab);
+    reached += Run("const node = document.activeElement; return node.id || node.name || node.type;")
+                   .AsString() +
+               " ";
+  }
+  EXPECT_EQ(reached, "pause follow clear ask kind text status device topic reset grid ");
+  // Through the rows, into one and out again.
+  s_browser->Press(std::string(Browser::kDown) + Browser::kDown + Browser::kDown + Browser::kUp);
+  ASSERT_TRUE(Await("document.querySelector('.active')?.id === 'x300'"));
+  EXPECT_EQ(Run("return document.getElementById('grid').getAttribute('aria-activedescendant');")
+                .AsString(),
+            "x300");
+  EXPECT_EQ(Run("return document.querySelector('.active').ariaRowIndex;").AsString(), "3");
+  s_browser->Press(Browser::kEnter);
+  ASSERT_TRUE(Await("document.querySelector('#detail[open] .inside dl') !== null"));
+  EXPECT_EQ(Run("return document.activeElement.id;").AsString(), "detail-title");
+  s_browser->Press(Browser::kEscape);
+  ASSERT_TRUE(Await("!document.getElementById('detail').open"));
+  EXPECT_EQ(Run("return document.activeElement.id;").AsString(), "grid");
+  // To the oldest and back.
+  s_browser->Press(Browser::kEnd);
+  ASSERT_TRUE(Await("document.querySelector('.active')?.id === 'x1'"));
+  EXPECT_THAT(Text("#range"), testing::EndsWith("\u2013301 of 301"));
+  s_browser->Press(Browser::kHome);
+  ASSERT_TRUE(Await("document.querySelector('.active')?.id === 'x301'"));
+  s_browser->Press("/needle");
+  EXPECT_TRUE(AwaitRange("0 of 0 that match, 301 kept"));
+}
+
+TEST_F(Looks, CoveringExchangeHoldsTheKeysAndGivesThemBack) {
+  BackendProcess backend(kOpen);
+  Miss(backend);
+  s_browser->Resize(360, 740);
+  Open(backend);
+  Click("#x1");
+  ASSERT_TRUE(Await("document.querySelector('#detail[open] .inside dl') !== null"));
+  for (int i = 0; i < 20; ++i) {
+    s_browser->Press(Browser::kTab);
+    EXPECT_TRUE(Run("return document.activeElement === document.body ||"
+                    " document.activeElement.closest('#detail') !== null;")
+                    .AsBool());
+  }
+  s_browser->Press(Browser::kEscape);
+  ASSERT_TRUE(Await("!document.getElementById('detail').open"));
+}
+
+TEST_F(Looks, MillionExchangesAndFiveHundredMoreASecondStaySmall) {
+  BackendProcess backend(kOpen);
+  backend.Process().Stop();
+  Fill(backend, 1'000'000, 2);
+  backend.Start(kOpen);
+  Open(backend);
+  EXPECT_THAT(Text("#range"), testing::EndsWith("of 1,000,000"));
+  Run(R"(
+    window.longest = 0;
+    let last = performance.now();
+    const frame = now => {
+      longest = Math.max(longest, now - last);
+      last = now;
+      requestAnimationFrame(frame);
+    };
+    requestAnimationFrame(frame);)");
+  lumtest::SpawnedProcess load({"curl", "-q", "-s", "-o", "/dev/null", "--noproxy", "*", "--rate",
+                                "30000/m", "-d", R"({"accessId":"robot-7"})",
+                                backend.Url("/report?[1-5000]")});
+  // While it runs: the newest row is in view, and neither elements nor rows pile up.
+  ASSERT_TRUE(Await("Number(document.querySelector('#window .row').id.slice(1)) > 1004000"));
+  EXPECT_LT(Number("document.querySelectorAll('*').length"), 1000);
+  EXPECT_LE(Number("rows.length"), 3000);
+  EXPECT_LT(Number("performance.memory.usedJSHeapSize"), 32 << 20);
+  // How long frames take is for people to judge, on a machine that does nothing else.
+  RecordProperty("longest_frame_ms", Number("Math.round(longest)"));
+  load.Stop();
+  Picture("million");
+}
+
+}  // namespace
