@@ -17,27 +17,18 @@ constexpr char kAnswer[] =
     "{\"appId\":\"app\",\"cluster\":\"default\",\"namespaceName\":\"application\","
     "\"configurations\":{\"timeout\":\"200\"},\"releaseKey\":\"20261121-1\"}";
 
-class ConfigurationClientNginx : public testing::Test {
+class ConfigurationClientNginx : public NginxTest {
  protected:
   static void SetUpTestSuite() {
-    LumCurlHttp::CurlGlobalInit();
-    nginx = new Nginx;
+    NginxTest::SetUpTestSuite();
     for (const char* part : {"", "/app", "/app/default"}) {
       ASSERT_EQ(0, RunCommand({"mkdir", "-p", nginx->Root() + "/configs" + part}).exitStatus);
     }
     WriteFile(nginx->Root() + "/configs/app/default/application", kAnswer);
   }
-  static void TearDownTestSuite() {
-    delete nginx;
-    nginx = nullptr;
-  }
-
-  static Nginx* nginx;
   LogCapture log;
   LumApollo apollo;
 };
-
-Nginx* ConfigurationClientNginx::nginx = nullptr;
 
 TEST_F(ConfigurationClientNginx, HandsTheAnswerOnUnchanged) {
   LumApolloEnv env{nginx->OpenHttpsHost(), "app", "", "application"};

@@ -14,32 +14,12 @@ namespace {
 
 constexpr std::uint64_t kGiB = 1024ULL * 1024 * 1024;
 
-class GeneralClientNginx : public testing::Test {
+class GeneralClientNginx : public NginxTest {
  protected:
-  static void SetUpTestSuite() {
-    LumCurlHttp::CurlGlobalInit();
-    nginx = new Nginx;
-  }
-  static void TearDownTestSuite() {
-    delete nginx;
-    nginx = nullptr;
-  }
-
-  // Stores the material of a client that nginx lets in, with its encrypted key.
-  void Identify() {
-    std::string phrase = Nginx::PassPhrase();
-    http.SetSslInfo(nginx->Tls().caCertificate, nginx->Tls().clientCertificate,
-                    nginx->Tls().clientEncryptedKey, reinterpret_cast<unsigned char*>(&phrase[0]),
-                    static_cast<int>(phrase.size()));
-  }
-
-  static Nginx* nginx;
   LogCapture log;
   LumCurlHttp http;
   int status = 7;
 };
-
-Nginx* GeneralClientNginx::nginx = nullptr;
 
 TEST_F(GeneralClientNginx, GetsJson) {
   const LumJson::Value reply = http.Get(nginx->Http("/json"), "", false, status);
@@ -79,7 +59,7 @@ TEST_F(GeneralClientNginx, PostsTheBodyByteForByte) {
 }
 
 TEST_F(GeneralClientNginx, ShowsItsCertificateOncePerSslInfo) {
-  Identify();
+  Identify(http);
   EXPECT_EQ("nginx", http.Get(nginx->Https("/json"), "", true, status)["server"].AsString());
   EXPECT_EQ(200, status);
 
@@ -87,7 +67,7 @@ TEST_F(GeneralClientNginx, ShowsItsCertificateOncePerSslInfo) {
   EXPECT_TRUE(http.Get(nginx->Https("/json"), "", true, status).IsNull());
   EXPECT_EQ(-1, status);
 
-  Identify();
+  Identify(http);
   EXPECT_EQ("from nginx",
             http.Post(nginx->Https("/token"), "{}", true, status)["token"].AsString());
   EXPECT_EQ(200, status);

@@ -4,7 +4,6 @@
 #include <LumApollo.h>
 #include <LumCurlHttp.h>
 #include <LumCurlOrvOps.h>
-#include <curl/curl.h>
 #include <gmock/gmock.h>
 
 #include <string>
@@ -13,6 +12,7 @@
 #include "Nginx.h"
 #include "log/LogCapture.h"
 #include "support/CaptureFd.h"
+#include "wire/CurlText.h"
 
 namespace lumtest {
 namespace {
@@ -20,26 +20,9 @@ namespace {
 // More than the 64 KiB that a server lets a client send before it has read any of it.
 constexpr std::size_t kMoreThanAWindow = 300000;
 
-class Http2Nginx : public testing::Test {
+class Http2Nginx : public NginxTest {
  protected:
-  static void SetUpTestSuite() {
-    LumCurlHttp::CurlGlobalInit();
-    nginx = new Nginx;
-  }
-  static void TearDownTestSuite() {
-    delete nginx;
-    nginx = nullptr;
-  }
-
   void TearDown() override { EXPECT_EQ(0u, log.Count(LumLogger::kError)); }
-
-  template <typename Client>
-  static void Identify(Client& client) {
-    std::string phrase = Nginx::PassPhrase();
-    client.SetSslInfo(nginx->Tls().caCertificate, nginx->Tls().clientCertificate,
-                      nginx->Tls().clientEncryptedKey, reinterpret_cast<unsigned char*>(&phrase[0]),
-                      static_cast<int>(phrase.size()));
-  }
 
   static LumJson::Value Document() {
     LumJson::Value document;
@@ -48,15 +31,12 @@ class Http2Nginx : public testing::Test {
     return document;
   }
 
-  static Nginx* nginx;
   LogCapture log;
   LumCurlHttp http;
   LumCurlOrvOps service;
   TempDir directory;
   int status = 7;
 };
-
-Nginx* Http2Nginx::nginx = nullptr;
 
 TEST_F(Http2Nginx, GetsAndPostsWithAClientCertificate) {
   Identify(http);
@@ -102,6 +82,7 @@ TEST_F(Http2Nginx, SendsReportsPlainAndGzipped) {
   EXPECT_EQ(Document().ToStyledString(), nginx->LastBody());
   EXPECT_TRUE(nginx->Logged("POST /sink application/json||t0||HTTP/2.0|CN=Lum test client,O=Lum"));
   EXPECT_EQ(0, service.ReportData(nginx->Http2("/sink"), Document(), "t1", 5, ""));
+  EXPECT_TRUE(nginx->Logged("POST /sink application/json||t1||HTTP/2.0|"));
   EXPECT_EQ(0, service.ReportDataWithGzip(nginx->Http2("/sink"), Document(), "t3"));
   ProcessOptions options;
   options.input = nginx->LastBody();
@@ -180,7 +161,7 @@ TEST_F(Http2Nginx, AnAnswerBeforeTheBodyWasReadIsTheAnswer) {
   const int result = service.UploadLog(nginx->Http2("/status/403"), file, 20);
   EXPECT_EQ("{\"status\": 403}", out.Stop());
   EXPECT_EQ(-10000, result);
-  service.ReportData(nginx->Http2("/status/403"), Document(), "t", "");
+  EXPECT_EQ(-10000, service.ReportData(nginx->Http2("/status/403"), Document(), "t", ""));
   EXPECT_EQ("{\"status\": 403}", service.GetLastErrorBody());
   log.Clear();
 }
@@ -194,8 +175,7 @@ TEST_F(Http2Nginx, AServerThatStopsReadingStallsLibcurl7) {
   ASSERT_TRUE(server.WaitForLine("^port ([0-9]+)$", &port));
   service.Post("https://127.0.0.1:" + port.at(1) + "/", std::string(kMoreThanAWindow, 'b'), {},
                status);
-  const bool stalls = curl_version_info(CURLVERSION_NOW)->version_num < 0x080000;
-  EXPECT_EQ(stalls, log.HasPart(LumLogger::kError, "resOps: 28,")) << log.Text();
+  EXPECT_EQ(IsCurl7(), log.HasPart(LumLogger::kError, "resOps: 28,")) << log.Text();
   EXPECT_EQ(404, status);
   log.Clear();
 }

@@ -3,6 +3,9 @@
 #ifndef LUM_INTEGRATION_NGINX_H
 #define LUM_INTEGRATION_NGINX_H
 
+#include <LumCurlHttp.h>
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -60,6 +63,27 @@ class Nginx {
   std::uint16_t m_openTlsPort = 0;
   std::uint16_t m_http2Port = 0;
   std::unique_ptr<SpawnedProcess> m_process;
+};
+
+// The tests of a suite, a fixture of its own on this one, share a server.
+class NginxTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    LumCurlHttp::CurlGlobalInit();
+    nginx = std::make_unique<Nginx>();
+  }
+  static void TearDownTestSuite() { nginx.reset(); }
+
+  // Stores the material of a client that nginx lets in, with its encrypted key.
+  template <typename Client>
+  static void Identify(Client& client) {
+    std::string phrase = Nginx::PassPhrase();
+    client.SetSslInfo(nginx->Tls().caCertificate, nginx->Tls().clientCertificate,
+                      nginx->Tls().clientEncryptedKey, reinterpret_cast<unsigned char*>(&phrase[0]),
+                      static_cast<int>(phrase.size()));
+  }
+
+  static inline std::unique_ptr<Nginx> nginx;
 };
 
 }  // namespace lumtest

@@ -14,25 +14,9 @@
 namespace lumtest {
 namespace {
 
-class ServiceClientNginx : public testing::Test {
+class ServiceClientNginx : public NginxTest {
  protected:
-  static void SetUpTestSuite() {
-    LumCurlHttp::CurlGlobalInit();
-    nginx = new Nginx;
-  }
-  static void TearDownTestSuite() {
-    delete nginx;
-    nginx = nullptr;
-  }
-
   void SetUp() override { service.CurlGlobalInit(); }
-
-  void Identify() {
-    std::string phrase = Nginx::PassPhrase();
-    service.SetSslInfo(
-        nginx->Tls().caCertificate, nginx->Tls().clientCertificate, nginx->Tls().clientEncryptedKey,
-        reinterpret_cast<unsigned char*>(&phrase[0]), static_cast<int>(phrase.size()));
-  }
 
   static LumJson::Value Document() {
     LumJson::Value document;
@@ -40,13 +24,10 @@ class ServiceClientNginx : public testing::Test {
     return document;
   }
 
-  static Nginx* nginx;
   LogCapture log;
   LumCurlOrvOps service;
   int status = 7;
 };
-
-Nginx* ServiceClientNginx::nginx = nullptr;
 
 TEST_F(ServiceClientNginx, PlainReportArrivesAsItsStyledText) {
   EXPECT_EQ(0, service.ReportData(nginx->Http("/sink"), Document(), "t0", ""));
@@ -86,7 +67,7 @@ TEST_F(ServiceClientNginx, SlowAndCutAnswersAreFailedTransfers) {
 }
 
 TEST_F(ServiceClientNginx, TokensComeOverTlsWithAClientCertificate) {
-  Identify();
+  Identify(service);
   // The pass phrase serves every request here.
   EXPECT_EQ("from nginx", service.GetToken(nginx->Https("/token"), Document())["token"].AsString());
   EXPECT_EQ("from nginx",
@@ -103,7 +84,7 @@ TEST_F(ServiceClientNginx, UploadsArriveOverHttpAndTls) {
   EXPECT_EQ(0, service.UploadVideoFile(nginx->Http("/sink"), file, 20));
   EXPECT_EQ(content, nginx->LastBody());
   EXPECT_TRUE(nginx->Logged("PUT /sink video/mp4|"));
-  Identify();
+  Identify(service);
   EXPECT_EQ(0, service.UploadLog(nginx->Https("/sink"), file, 20));
   EXPECT_EQ(content, nginx->LastBody());
   EXPECT_EQ("{\"token\": \"from nginx\"}{\"token\": \"from nginx\"}", out.Stop());
