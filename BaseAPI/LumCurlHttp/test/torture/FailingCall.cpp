@@ -283,6 +283,10 @@ bool FailingCall::HindersRemoval() const {
   return std::strcmp(m_fault.name, "unlink") == 0;
 }
 
+bool FailingCall::HidesSizes() const {
+  return std::strcmp(m_fault.name, "lseek") == 0;
+}
+
 std::vector<std::unique_ptr<Fault>> EveryCallFault() {
   std::vector<std::unique_ptr<Fault>> all;
   for (const CallFault& fault : Faults()) {

@@ -42,6 +42,7 @@ class FailingCall : public Fault {
   bool Struck() const override;
   bool StruckAnOutput() const override;
   bool HindersRemoval() const override;
+  bool HidesSizes() const override;
 
  private:
   const CallFault m_fault;

@@ -48,6 +48,9 @@ class Fault {
 
   // Whether a temporary file may stay behind because its removal is what failed.
   virtual bool HindersRemoval() const { return false; }
+
+  // Whether it may hide how large a file is, which is then sent in chunks.
+  virtual bool HidesSizes() const { return false; }
 };
 
 // Where the last fault struck, and where the process ended that should not have: by a signal, or by

@@ -3,6 +3,7 @@
 #include "Judge.h"
 
 #include <algorithm>
+#include <regex>
 
 namespace lumtest {
 namespace {
@@ -23,6 +24,21 @@ bool SameLog(const std::vector<std::string>& usual, const std::vector<std::strin
   }
   const std::vector<std::string> rest(differing.second + 1, usual.end());
   return rest == std::vector<std::string>(differing.first, seen.end());
+}
+
+// The requests without the lines that frame their bodies (RFC 9112 section 6).
+std::vector<std::string> Unframed(std::vector<std::string> requests) {
+  static const std::regex framing("(Content-Length|Transfer-Encoding): [^\\r]*\\r\\n");
+  for (std::string& request : requests) {
+    request = std::regex_replace(request, framing, "");
+  }
+  return requests;
+}
+
+// A file whose size the fault hides is sent in chunks: its body is compared all the same.
+bool SameRequests(const Fault& fault, const Observation& usual, const Observation& seen) {
+  return seen.requests == usual.requests ||
+         (fault.HidesSizes() && Unframed(seen.requests) == Unframed(usual.requests));
 }
 
 bool HasErrorLine(const std::vector<std::string>& log, const std::string& part) {
@@ -57,15 +73,14 @@ std::string WrongFile(const World& world, const Fault& fault, const Observation&
 }
 
 // The failure of the contract that the answer stands for, with what belongs to it; null for none.
-const StatedFailure* FindStated(const Operation& operation, const Observation& usual,
-                                const Observation& seen, bool outputLost) {
+const StatedFailure* FindStated(const Operation& operation, const Observation& seen,
+                                bool sameRequests, bool outputLost) {
   const auto found = std::find_if(
       operation.failures.begin(), operation.failures.end(), [&](const StatedFailure& failure) {
         const bool logged = failure.log == StatedFailure::Log::kNothing
                                 ? !HasErrorLine(seen.log, "")
                                 : HasErrorLine(seen.log, failure.line) || outputLost;
-        return seen.answer == failure.answer && logged &&
-               (!failure.wholeRequest || seen.requests == usual.requests);
+        return seen.answer == failure.answer && logged && (!failure.wholeRequest || sameRequests);
       });
   return found == operation.failures.end() ? nullptr : &*found;
 }
@@ -86,16 +101,16 @@ Verdict Judge(const Operation& operation, const World& world, const Fault& fault
                             : Verdict{Outcome::kBad, "std::bad_alloc with memory at hand"};
   }
   const bool sameOutput = seen.output == usual.output || fault.StruckAnOutput();
-  if (seen.answer == usual.answer && seen.requests == usual.requests && seen.files == usual.files &&
-      sameOutput && SameLog(usual.log, seen.log)) {
+  const bool sameRequests = SameRequests(fault, usual, seen);
+  if (seen.answer == usual.answer && sameRequests && seen.files == usual.files && sameOutput &&
+      SameLog(usual.log, seen.log)) {
     return {Outcome::kSame};
   }
-  if (const auto* stated = FindStated(operation, usual, seen, fault.StruckAnOutput())) {
+  if (const auto* stated = FindStated(operation, seen, sameRequests, fault.StruckAnOutput())) {
     return {Outcome::kFailure, "", stated->keepsMemory};
   }
   std::string reason = "it answered \"" + seen.answer + "\"";
-  reason += seen.requests == usual.requests ? " to the usual requests"
-                                            : ", with other requests than usual";
+  reason += sameRequests ? " to the usual requests" : ", with other requests than usual";
   reason += seen.files == usual.files ? "" : ", with other files";
   reason += sameOutput ? "" : ", with other output";
   for (const std::string& line : seen.log) {

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <list>
 #include <mutex>
 #include <thread>
 
@@ -134,6 +135,21 @@ TEST_F(TortureTest, NoticesASuccessWithoutItsRequest) {
                         if (w.Try([] { return Allocate(); })) {
                           w.http.Get(w.url, "", false, status);
                         }
+                        return "done";
+                      },
+                      {Road::kAnswer}};
+  ExpectBad(operation, "it answered \"done\", with other requests than usual");
+}
+
+TEST_F(TortureTest, NoticesABodyThatIsFramedInAnotherWay) {
+  Operation operation{"Planted",
+                      [](World& w) {
+                        int status = 0;
+                        std::list<std::string> lines;
+                        if (!w.Try([] { return Allocate(); })) {
+                          lines = {"Transfer-Encoding: chunked"};
+                        }
+                        w.service.Post(w.url, "{}", lines, status);
                         return "done";
                       },
                       {Road::kAnswer}};
