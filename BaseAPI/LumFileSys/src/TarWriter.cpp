@@ -95,7 +95,8 @@ void TarWriter::AddFile(const std::string& name, const Descriptor& file,
 }
 
 void TarWriter::AddDirectory(const std::string& name, const struct stat& status) {
-  StartEntry(name, status);  // libarchive ends the name in a slash
+  // libarchive would end the name in a slash itself, but loses memory where it can get none for it.
+  StartEntry(name + '/', status);
   WriteHeader();
 }
 
