@@ -141,6 +141,9 @@ Task<void> Connection::Run() {
 void Connection::Stop() {
   m_stopping = true;
   m_tcp.cancel();
+  if (m_sink != nullptr) {
+    m_sink->End();
+  }
 }
 
 Task<bool> Connection::Handshake() {
@@ -265,6 +268,7 @@ Task<void> Connection::Send(const Reply& reply, bool closing) {
   const std::string bytes = text.str();
   const bool sent = co_await Write(bytes);
   if (sent && withBody && reply.stream) {
+    m_sink = reply.stream.get();
     try {
       const bool whole = co_await SendStream(*reply.stream, chunked);
       m_broken = m_broken || !whole;
@@ -272,6 +276,7 @@ Task<void> Connection::Send(const Reply& reply, bool closing) {
       m_broken = true;  // what was announced cannot be kept
       Backend::Complain(failure.what());
     }
+    m_sink = nullptr;
   }
 }
 
@@ -283,7 +288,7 @@ Task<bool> Connection::SendStream(BodySink& stream, bool chunked) {
       frame << std::hex << piece.size() << "\r\n" << piece << "\r\n";
     }
     const std::string_view bytes = chunked ? frame.view() : piece;
-    const bool sent = !m_stopping && (bytes.empty() || co_await Write(bytes));
+    const bool sent = (!m_stopping || piece.empty()) && (bytes.empty() || co_await Write(bytes));
     if (!sent || piece.empty()) {
       co_return sent;
     }

@@ -67,7 +67,8 @@ class Connection {
   const Patience& m_patience;
   boost::beast::flat_buffer m_input;  // received, not yet taken
   bool m_stopping = false;
-  bool m_broken = false;  // neither end can be used any more
+  BodySink* m_sink = nullptr;  // whose pieces go out
+  bool m_broken = false;       // neither end can be used any more
   std::uint64_t m_bytesOut = 0;
   std::optional<std::uint64_t> m_untilCut;
 

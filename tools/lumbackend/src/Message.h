@@ -69,6 +69,8 @@ class BodySink {
   virtual ~BodySink() = default;
   // The next piece, good until the next call; empty at the end.
   virtual Task<std::string_view> Next() = 0;
+  // The back end ends: a piece that has yet to come is not waited for.
+  virtual void End() {}
 };
 
 // What the history and the access log learn about a request beyond its status.

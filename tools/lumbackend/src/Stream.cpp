@@ -24,13 +24,17 @@ class Stream final : public BodySink {
 
   Task<std::string_view> Next() override {
     boost::asio::steady_timer timer(co_await boost::asio::this_coro::executor);
-    for (bool first = !std::exchange(m_begun, true); m_store.Last() <= m_seen && !first;) {
+    for (bool first = !std::exchange(m_begun, true);
+         m_store.Last() <= m_seen && !first && !m_ended;) {
       timer.expires_after(kPace);
       co_await timer.async_wait(boost::asio::use_awaitable);
       if (steady_clock::now() >= m_lastSign + kSignOfLife) {
         m_lastSign = steady_clock::now();
         co_return ": alive\n\n";
       }
+    }
+    if (m_ended) {
+      co_return std::string_view();
     }
     // No faster than the pace, however much comes in.
     timer.expires_at(m_lastSign + kPace);
@@ -39,6 +43,8 @@ class Stream final : public BodySink {
     m_event = Event();
     co_return m_event;
   }
+
+  void End() override { m_ended = true; }
 
  private:
   std::string Event() {
@@ -54,6 +60,7 @@ class Stream final : public BodySink {
   History& m_history;
   std::int64_t m_seen;  // number of the last exchange that was told of
   bool m_begun = false;
+  bool m_ended = false;
   steady_clock::time_point m_lastSign;
   std::string m_event;
 };

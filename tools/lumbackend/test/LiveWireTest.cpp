@@ -362,6 +362,15 @@ TEST(LiveEnd, ASignalEndsTransfers) {
   }
 }
 
+TEST(LiveEnd, ASignalEndsTheEventStreamInItsPlace) {
+  BackendProcess backend;
+  WireClient page("127.0.0.1", backend.Port());
+  page.Send("GET /stream HTTP/1.1\r\nHost: localhost\r\n\r\n");
+  page.ReadUntil("\n\n\r\n");
+  EXPECT_EQ(backend.Process().Stop().exitStatus, 0);
+  EXPECT_EQ(page.ReadAll(), "0\r\n\r\n");  // the last chunk, not the end of somebody's patience
+}
+
 // Runs lumbackend where it should end by itself.
 ProcessResult RunBackend(std::vector<std::string> options) {
   options.insert(options.begin(), LUM_BACKEND);
