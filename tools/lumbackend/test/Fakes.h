@@ -23,7 +23,9 @@ namespace lumtest {
 // Runs a task to its end on this thread and returns its result, or throws what it throws.
 template <typename T>
 T Await(Task<T> task) {
-  boost::asio::io_context io;
+  // Kept: the store's thread may be on its way out of it when the task is done.
+  static boost::asio::io_context io;
+  io.restart();
   std::future<T> result = boost::asio::co_spawn(io, std::move(task), boost::asio::use_future);
   io.run();
   return result.get();
