@@ -8,6 +8,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/use_future.hpp>
 #include <future>
+#include <list>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -23,9 +24,9 @@ namespace lumtest {
 // Runs a task to its end on this thread and returns its result, or throws what it throws.
 template <typename T>
 T Await(Task<T> task) {
-  // Kept: the store's thread may be on its way out of it when the task is done.
-  static boost::asio::io_context io;
-  io.restart();
+  // Kept to the end: the store's thread may be on its way out of one when its task is done.
+  static std::list<boost::asio::io_context> contexts;
+  boost::asio::io_context& io = contexts.emplace_back();
   std::future<T> result = boost::asio::co_spawn(io, std::move(task), boost::asio::use_future);
   io.run();
   return result.get();
