@@ -8,7 +8,6 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/use_future.hpp>
 #include <future>
-#include <list>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -24,9 +23,7 @@ namespace lumtest {
 // Runs a task to its end on this thread and returns its result, or throws what it throws.
 template <typename T>
 T Await(Task<T> task) {
-  // Kept to the end: the store's thread may be on its way out of one when its task is done.
-  static std::list<boost::asio::io_context> contexts;
-  boost::asio::io_context& io = contexts.emplace_back();
+  boost::asio::io_context io;
   std::future<T> result = boost::asio::co_spawn(io, std::move(task), boost::asio::use_future);
   io.run();
   return result.get();
