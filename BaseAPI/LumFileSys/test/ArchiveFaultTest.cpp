@@ -1309,6 +1309,8 @@ TEST(LumGzipCompressFault, ThreadKeepsItsMemoryUntilItEnds) {
 
 }  // namespace
 
+// The linker takes a shared library's reference to a wrapped function for one to the wrapper.
+#pragma GCC visibility push(default)
 extern "C" {
 
 int __wrap_access(const char* path, int mode) {
@@ -1447,3 +1449,4 @@ ssize_t __wrap_write(int fd, const void* data, std::size_t size) {
 }
 
 }  // extern "C"
+#pragma GCC visibility pop
