@@ -19,7 +19,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "../test/faults/Operations.h"
+#include "../test/operations/Operations.h"
 #include "support/Files.h"
 #include "support/ProcessState.h"
 #include "tls/TlsMaterial.h"

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "../http/LiveTest.h"
-#include "Operations.h"
+#include "../operations/Operations.h"
 #include "support/ProcessState.h"
 
 namespace lumtest {

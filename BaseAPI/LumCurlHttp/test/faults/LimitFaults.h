@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "Operations.h"
+#include "../operations/Operations.h"
 #include "wire/Ports.h"
 #include "wire/WireServer.h"
 

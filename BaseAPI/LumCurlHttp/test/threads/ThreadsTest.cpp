@@ -12,7 +12,7 @@
 #include <regex>
 #include <thread>
 
-#include "../faults/Operations.h"
+#include "../operations/Operations.h"
 #include "../http/LiveTest.h"
 #include "support/ProcessState.h"
 

@@ -1,8 +1,8 @@
 // Every operation of the three clients that sends a request, as a table: how to run it, its time
 // limits, and what result and log lines it must give for an ending of its transfer.
 
-#ifndef LUM_TEST_FAULTS_OPERATIONS_H
-#define LUM_TEST_FAULTS_OPERATIONS_H
+#ifndef LUM_TEST_OPERATIONS_OPERATIONS_H
+#define LUM_TEST_OPERATIONS_OPERATIONS_H
 
 #include <LumApollo.h>
 #include <LumCurlHttp.h>
@@ -111,4 +111,4 @@ const Ending& ExpectEnding(const Operation& operation, const std::string& url,
 
 }  // namespace lumtest
 
-#endif  // LUM_TEST_FAULTS_OPERATIONS_H
+#endif  // LUM_TEST_OPERATIONS_OPERATIONS_H
