@@ -12,8 +12,8 @@
 #include <regex>
 #include <thread>
 
-#include "../operations/Operations.h"
 #include "../http/LiveTest.h"
+#include "../operations/Operations.h"
 #include "support/ProcessState.h"
 
 namespace lumtest {
