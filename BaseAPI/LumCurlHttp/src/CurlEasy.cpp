@@ -5,6 +5,10 @@
 #include <cstdint>
 #include <cstring>
 
+#include "LumBoundsCheck.h"
+
+namespace lumhttp {
+
 void AppendLine(HeaderList& list, const char* line) {
   curl_slist* longer = curl_slist_append(list.get(), line);
   if (longer == nullptr) {
@@ -32,28 +36,36 @@ HeaderList JsonHeaderLines() {
   return list;
 }
 
+bool EasyTransfer::Init() {
+  handle.reset(curl_easy_init());
+  return handle != nullptr;
+}
+
+void EasyTransfer::ClearErrorBuffer() {
+  memset_s(errorBuffer, sizeof(errorBuffer), 0, sizeof(errorBuffer));
+}
+
+bool EasyTransfer::Perform() {
+  outcome = curl_easy_perform(handle.get());
+  curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &status);
+  if (failure) {
+    std::rethrow_exception(failure);
+  }
+  return outcome == CURLE_OK;
+}
+
 std::size_t WriteToString(char* data, std::size_t size, std::size_t count, void* user) {
   if (data == nullptr || user == nullptr) {
     return 0;
   }
-  auto* result = static_cast<HttpResult*>(user);
+  auto* transfer = static_cast<EasyTransfer*>(user);
   try {
-    result->body.append(data, size * count);
+    transfer->result.body.append(data, size * count);
   } catch (...) {
-    static_cast<CollectedResult*>(result)->failure = std::current_exception();
+    transfer->failure = std::current_exception();
     return 0;
   }
   return static_cast<std::uint32_t>(size * count);
-}
-
-CURLcode Perform(const EasyHandle& handle, const CollectedResult& result, long& status) {
-  const CURLcode outcome = curl_easy_perform(handle.get());
-  status = 0;
-  curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &status);
-  if (result.failure) {
-    std::rethrow_exception(result.failure);
-  }
-  return outcome;
 }
 
 std::string FailureText(const char* prefix, const char* errorText) {
@@ -62,3 +74,5 @@ std::string FailureText(const char* prefix, const char* errorText) {
   text += " .";
   return text;
 }
+
+}  // namespace lumhttp

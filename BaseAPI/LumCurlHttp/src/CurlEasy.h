@@ -10,9 +10,10 @@
 #include <memory>
 #include <new>
 #include <string>
-#include <utility>
 
 #include "HttpResult.h"
+
+namespace lumhttp {
 
 struct EasyHandleCleanup {
   void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
@@ -27,13 +28,18 @@ using HeaderList = std::unique_ptr<curl_slist, HeaderListFree>;
 // libcurl writes at most CURL_ERROR_SIZE (256) bytes of it.
 constexpr std::size_t kErrorBufferSize = 4096;
 
-// Sets one option. An option that libcurl could not copy must not be left out of the request, so
-// that is the caller's std::bad_alloc; any other refusal shows in the transfer.
-template <typename Value>
-void SetOption(const EasyHandle& handle, CURLoption option, Value value) {
-  if (curl_easy_setopt(handle.get(), option, value) == CURLE_OUT_OF_MEMORY) {
+// An option that libcurl could not copy must not be left out of the request: that is the caller's
+// std::bad_alloc. Any other refusal shows in the transfer.
+inline void ThrowIfOutOfMemory(CURLcode result) {
+  if (result == CURLE_OUT_OF_MEMORY) {
     throw std::bad_alloc();
   }
+}
+
+// Sets one option.
+template <typename Value>
+void SetOption(const EasyHandle& handle, CURLoption option, Value value) {
+  ThrowIfOutOfMemory(curl_easy_setopt(handle.get(), option, value));
 }
 
 // Appends a copy of `line`; std::bad_alloc leaves the list as it was.
@@ -49,25 +55,39 @@ void KeepEmptyValues(const HeaderList& list);
 // The header lines of a JSON request that has none of its caller's.
 HeaderList JsonHeaderLines();
 
-// An HttpResult being built by WriteToString. No exception may cross libcurl's frames: what the
-// callback meets waits here for Perform.
-struct CollectedResult : HttpResult {
-  // The result without `failure`, moved out.
-  HttpResult Take() { return std::move(*this); }
+// The frame of one request that comes to an HttpResult. The options are set by the operation, each
+// in an order of its own. What is still held at the end is released in reverse: header list,
+// handle.
+struct EasyTransfer {
+  // `result` is the operation's, and outlives the frame.
+  explicit EasyTransfer(HttpResult& resultToFill) : result(resultToFill) {}
 
-  std::exception_ptr failure;
+  // False when libcurl has no handle to give.
+  bool Init();
+
+  void ClearErrorBuffer();
+
+  // Performs the transfer and reads the HTTP status, 0 where none arrived. True when libcurl
+  // reports no failure. Rethrows what WriteToString met.
+  bool Perform();
+
+  HttpResult& result;
+  char errorBuffer[kErrorBufferSize];
+  EasyHandle handle;
+  HeaderList headers;
+  CURLcode outcome = CURLE_OK;
+  long status = 0;
+  std::exception_ptr failure;  // of WriteToString: no exception may cross libcurl's frames
 };
 
-// libcurl's write callback of every buffered request: appends size * count bytes to the body of the
-// CollectedResult that `user` designates as an HttpResult, and returns the product in 32 bits. 0,
-// which makes libcurl give up the transfer, for a null pointer or an exception.
+// libcurl's write callback of every buffered request; `user` is the EasyTransfer. Appends size *
+// count bytes to its result's body and returns the product in 32 bits. 0, which makes libcurl give
+// up the transfer, for a null pointer or an exception.
 std::size_t WriteToString(char* data, std::size_t size, std::size_t count, void* user);
-
-// Performs the transfer and reads the HTTP status into `status`, 0 where none arrived. Rethrows
-// what WriteToString met.
-CURLcode Perform(const EasyHandle& handle, const CollectedResult& result, long& status);
 
 // The body of a transfer that failed: `prefix`, libcurl's error text, " .".
 std::string FailureText(const char* prefix, const char* errorText);
+
+}  // namespace lumhttp
 
 #endif  // LUM_CURL_EASY_H

@@ -4,6 +4,8 @@
 
 #include "LumBoundsCheck.h"
 
+namespace lumhttp {
+
 void WipeKeyPassword(KeyPassword& buffer) {
   memset_s(buffer, sizeof(buffer), 0, sizeof(buffer));
 }
@@ -28,7 +30,7 @@ void SetKeyPasswordOption(const EasyHandle& handle, const KeyPassword& buffer) {
   terminated[sizeof(buffer)] = '\0';
   const CURLcode result = curl_easy_setopt(handle.get(), CURLOPT_KEYPASSWD, terminated);
   memset_s(terminated, sizeof(terminated), 0, sizeof(terminated));
-  if (result == CURLE_OUT_OF_MEMORY) {
-    throw std::bad_alloc();
-  }
+  ThrowIfOutOfMemory(result);
 }
+
+}  // namespace lumhttp

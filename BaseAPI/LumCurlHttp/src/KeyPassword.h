@@ -7,6 +7,8 @@
 
 #include "CurlEasy.h"
 
+namespace lumhttp {
+
 constexpr std::size_t kKeyPasswordSize = 2048;
 using KeyPassword = unsigned char[kKeyPasswordSize];
 
@@ -21,5 +23,7 @@ bool StoreKeyPassword(KeyPassword& buffer, const unsigned char* text, int length
 // Hands the pass phrase to CURLOPT_KEYPASSWD, which copies it. A phrase that fills the buffer to
 // its last byte gets a terminator on the way.
 void SetKeyPasswordOption(const EasyHandle& handle, const KeyPassword& buffer);
+
+}  // namespace lumhttp
 
 #endif  // LUM_KEY_PASSWORD_H

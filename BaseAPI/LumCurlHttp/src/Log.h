@@ -6,9 +6,13 @@
 
 #include "LumLogger.h"
 
+namespace lumhttp {
+
 constexpr int kLogError = 1;    // a failure
 constexpr int kLogWarning = 2;  // a tolerated anomaly
 constexpr int kLogInfo = 3;     // settings and progress notices
+
+}  // namespace lumhttp
 
 // LUM_LOG(level, function, format, arguments...)
 #define LUM_LOG(level, function, ...) \

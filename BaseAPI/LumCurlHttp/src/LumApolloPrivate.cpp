@@ -6,6 +6,8 @@
 #include "Log.h"
 #include "LumBoundsCheck.h"
 
+using namespace lumhttp;
+
 namespace {
 
 constexpr char kLogPath[] = "BaseAPI/LumCurlHttp/src/LumApolloPrivate";
@@ -17,12 +19,11 @@ constexpr long kTimeoutSeconds = 5;
 
 // The texts say POST although the request is a GET: that is their wording.
 HttpResult LumApolloPrivate::GetPropertyString(LumApolloEnv& env) {
-  CollectedResult result;
-  char errorBuffer[kErrorBufferSize];
-  EasyHandle handle(curl_easy_init());
-  if (!handle) {
+  HttpResult result;
+  EasyTransfer transfer(result);
+  if (!transfer.Init()) {
     LUM_LOG(kLogError, "GetPropertyString", "POST curl init failed");
-    return result.Take();
+    return result;
   }
   if (env.cluster.empty()) {
     env.cluster = "default";
@@ -31,35 +32,35 @@ HttpResult LumApolloPrivate::GetPropertyString(LumApolloEnv& env) {
   memset_s(url, sizeof(url), 0, sizeof(url));
   if (sprintf_s(url, sizeof(url), "https://%s/configs/%s/%s/%s", env.configServer.c_str(),
                 env.appId.c_str(), env.cluster.c_str(), env.namespaceName.c_str()) < 0) {
-    (void)
-        handle.release();  // a URL that does not fit keeps its handle: deliberately never released
-    return result.Take();
+    // A URL that does not fit keeps its handle: deliberately never released.
+    (void)transfer.handle.release();
+    return result;
   }
-  long status = 0;
-  memset_s(errorBuffer, sizeof(errorBuffer), 0, sizeof(errorBuffer));
-  HeaderList headers = JsonHeaderLines();
+  transfer.ClearErrorBuffer();
+  transfer.headers = JsonHeaderLines();
 
-  SetOption(handle, CURLOPT_HTTPHEADER, headers.get());
-  (void)headers.release();  // each request keeps its header list: deliberately never freed
-  SetOption(handle, CURLOPT_URL, &url[0]);
-  SetOption(handle, CURLOPT_WRITEFUNCTION, &WriteToString);
-  SetOption(handle, CURLOPT_WRITEDATA, static_cast<HttpResult*>(&result));
-  SetOption(handle, CURLOPT_ERRORBUFFER, &errorBuffer[0]);
-  SetOption(handle, CURLOPT_CONNECTTIMEOUT, kTimeoutSeconds);
-  SetOption(handle, CURLOPT_TIMEOUT, kTimeoutSeconds);
-  SetOption(handle, CURLOPT_NOSIGNAL, 1L);
-  SetOption(handle, CURLOPT_IPRESOLVE, static_cast<long>(CURL_IPRESOLVE_V4));
-  SetOption(handle, CURLOPT_SSL_VERIFYPEER, 0L);
-  SetOption(handle, CURLOPT_SSL_VERIFYHOST, 0L);
+  SetOption(transfer.handle, CURLOPT_HTTPHEADER, transfer.headers.get());
+  // Each request keeps its header list: deliberately never freed.
+  (void)transfer.headers.release();
+  SetOption(transfer.handle, CURLOPT_URL, &url[0]);
+  SetOption(transfer.handle, CURLOPT_WRITEFUNCTION, &WriteToString);
+  SetOption(transfer.handle, CURLOPT_WRITEDATA, &transfer);
+  SetOption(transfer.handle, CURLOPT_ERRORBUFFER, &transfer.errorBuffer[0]);
+  SetOption(transfer.handle, CURLOPT_CONNECTTIMEOUT, kTimeoutSeconds);
+  SetOption(transfer.handle, CURLOPT_TIMEOUT, kTimeoutSeconds);
+  SetOption(transfer.handle, CURLOPT_NOSIGNAL, 1L);
+  SetOption(transfer.handle, CURLOPT_IPRESOLVE, static_cast<long>(CURL_IPRESOLVE_V4));
+  SetOption(transfer.handle, CURLOPT_SSL_VERIFYPEER, 0L);
+  SetOption(transfer.handle, CURLOPT_SSL_VERIFYHOST, 0L);
 
-  const CURLcode outcome = Perform(handle, result, status);
-  if (outcome == CURLE_OK) {
-    result.code = static_cast<int>(status);
-    return result.Take();
+  if (transfer.Perform()) {
+    result.code = static_cast<int>(transfer.status);
+    return result;
   }
   LUM_LOG(kLogError, "GetPropertyString",
           "POST(%s) failed for %s, rps: %d, code: %ld, errorBuf: %s", url,
-          curl_easy_strerror(outcome), outcome, status, errorBuffer);
-  result.body = FailureText("POST failed for: ", errorBuffer);
-  return result.Take();
+          curl_easy_strerror(transfer.outcome), transfer.outcome, transfer.status,
+          transfer.errorBuffer);
+  result.body = FailureText("POST failed for: ", transfer.errorBuffer);
+  return result;
 }

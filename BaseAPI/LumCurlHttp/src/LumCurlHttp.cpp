@@ -8,16 +8,17 @@
 #include <utility>
 
 #include "CurlEasy.h"
+#include "File.h"
 #include "Log.h"
 #include "LumCurlHttpPrivate.h"
 #include "LumFileSys.h"
+#include "ResultCodes.h"
+
+using namespace lumhttp;
 
 namespace {
 
 constexpr char kLogPath[] = "BaseAPI/LumCurlHttp/src/LumCurlHttp";
-
-constexpr int kNoPrivate = -9999;
-constexpr int kFailed = -10000;
 
 constexpr char kUserAgent[] = "QVcurlHttp/0.1.2";
 constexpr long kDownloadTimeoutSeconds = 60;
@@ -25,11 +26,6 @@ constexpr long kDownloadTimeoutSeconds = 60;
 // libcurl hands over 16 KiB at a time; stdio's own buffer would write each of them. A buffer beyond
 // what stays in the processor's cache costs more than the writes that it saves.
 constexpr std::size_t kFileBufferSize = 65536;
-
-struct FileClose {
-  void operator()(FILE* file) const { (void)std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, FileClose>;
 
 // libcurl's write callback of a download; `user` is the open file.
 std::size_t WriteToFile(char* data, std::size_t size, std::size_t count, void* user) {
@@ -167,5 +163,5 @@ int LumCurlHttp::DownloadFile(std::string url, std::string path) {
   handle.reset();
   file.reset();
   LUM_LOG(kLogInfo, "DownloadFile", "download succeed, path: %s", path.c_str());
-  return 0;
+  return kDone;
 }

@@ -3,7 +3,8 @@
 #include "LumCurlHttpPrivate.h"
 
 #include "Log.h"
-#include "LumBoundsCheck.h"
+
+using namespace lumhttp;
 
 namespace {
 
@@ -24,77 +25,72 @@ void LumCurlHttpPrivate::SetHeaders(const std::string& headers) {
 
 HttpResult LumCurlHttpPrivate::Get(const std::string& url, const std::string& /*unused*/,
                                    bool useSsl) {
-  CollectedResult result;
+  HttpResult result;
   if (useSsl && LacksCertificates()) {
     LUM_LOG(kLogError, "Get", "GET(%s) use ssl, but certs is empty", url.c_str());
-    return result.Take();
+    return result;
   }
 
-  // Released in reverse: header list, handle, lock.
-  const std::unique_lock<std::mutex> lock(m_mutex);
-  char errorBuffer[kErrorBufferSize];
-  const EasyHandle handle(curl_easy_init());
-  if (!handle) {
+  const std::unique_lock<std::mutex> lock(m_mutex);  // outlives the transfer
+  EasyTransfer transfer(result);
+  if (!transfer.Init()) {
     LUM_LOG(kLogError, "Get", "GET curl init failed");
-    return result.Take();
+    return result;
   }
-  const HeaderList headers = BuildHeaderList("Get");
+  transfer.headers = BuildHeaderList("Get");
 
-  SetOption(handle, CURLOPT_USERAGENT, m_userAgent.c_str());
-  SetOption(handle, CURLOPT_HTTPHEADER, headers.get());
-  KeepEmptyValues(headers);
-  SetOption(handle, CURLOPT_URL, url.c_str());
-  SetOption(handle, CURLOPT_HTTPGET, 1L);
-  SetResultOptions(handle, result, errorBuffer, useSsl);
+  SetOption(transfer.handle, CURLOPT_USERAGENT, m_userAgent.c_str());
+  SetOption(transfer.handle, CURLOPT_HTTPHEADER, transfer.headers.get());
+  KeepEmptyValues(transfer.headers);
+  SetOption(transfer.handle, CURLOPT_URL, url.c_str());
+  SetOption(transfer.handle, CURLOPT_HTTPGET, 1L);
+  SetResultOptions(transfer, useSsl);
 
-  long status = 0;
-  const CURLcode outcome = Perform(handle, result, status);
-  if (outcome == CURLE_OK) {
-    result.code = static_cast<int>(status);
-    return result.Take();
+  if (transfer.Perform()) {
+    result.code = static_cast<int>(transfer.status);
+    return result;
   }
   // The first text is libcurl's, not the URL.
   LUM_LOG(kLogError, "Get", "GET failed for %s, ret: %d, code: %ld, errorBuf: %s",
-          curl_easy_strerror(outcome), outcome, status, errorBuffer);
-  result.body = FailureText("GET failed for: ", errorBuffer);
-  return result.Take();
+          curl_easy_strerror(transfer.outcome), transfer.outcome, transfer.status,
+          transfer.errorBuffer);
+  result.body = FailureText("GET failed for: ", transfer.errorBuffer);
+  return result;
 }
 
 HttpResult LumCurlHttpPrivate::Post(const std::string& url, const std::string& body, bool useSsl) {
-  CollectedResult result;
+  HttpResult result;
   if (useSsl && LacksCertificates()) {
     LUM_LOG(kLogError, "Post", "POST(%s) use ssl, but certs is empty", url.c_str());
-    return result.Take();
+    return result;
   }
 
-  const std::unique_lock<std::mutex> lock(m_mutex);
-  char errorBuffer[kErrorBufferSize];
-  const EasyHandle handle(curl_easy_init());
-  if (!handle) {
+  const std::unique_lock<std::mutex> lock(m_mutex);  // outlives the transfer
+  EasyTransfer transfer(result);
+  if (!transfer.Init()) {
     LUM_LOG(kLogError, "Post", "POST curl init failed");
-    return result.Take();
+    return result;
   }
-  const HeaderList headers = BuildHeaderList("Post");
+  transfer.headers = BuildHeaderList("Post");
 
-  SetOption(handle, CURLOPT_USERAGENT, m_userAgent.c_str());
-  SetOption(handle, CURLOPT_HTTPHEADER, headers.get());
-  KeepEmptyValues(headers);
-  SetOption(handle, CURLOPT_URL, url.c_str());
-  SetOption(handle, CURLOPT_POST, 1L);
-  SetOption(handle, CURLOPT_POSTFIELDS, body.c_str());  // sent from the caller's text, not copied
-  SetOption(handle, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.length()));
-  SetResultOptions(handle, result, errorBuffer, useSsl);
+  SetOption(transfer.handle, CURLOPT_USERAGENT, m_userAgent.c_str());
+  SetOption(transfer.handle, CURLOPT_HTTPHEADER, transfer.headers.get());
+  KeepEmptyValues(transfer.headers);
+  SetOption(transfer.handle, CURLOPT_URL, url.c_str());
+  SetOption(transfer.handle, CURLOPT_POST, 1L);
+  SetOption(transfer.handle, CURLOPT_POSTFIELDS, body.c_str());  // not copied
+  SetOption(transfer.handle, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.length()));
+  SetResultOptions(transfer, useSsl);
 
-  long status = 0;
-  const CURLcode outcome = Perform(handle, result, status);
-  if (outcome == CURLE_OK) {
-    result.code = static_cast<int>(status);
-    return result.Take();
+  if (transfer.Perform()) {
+    result.code = static_cast<int>(transfer.status);
+    return result;
   }
   LUM_LOG(kLogError, "Post", "POST failed for %s, ret: %d, code: %ld, errorBuf: %s",
-          curl_easy_strerror(outcome), outcome, status, errorBuffer);
-  result.body = FailureText("POST failed for: ", errorBuffer);
-  return result.Take();
+          curl_easy_strerror(transfer.outcome), transfer.outcome, transfer.status,
+          transfer.errorBuffer);
+  result.body = FailureText("POST failed for: ", transfer.errorBuffer);
+  return result;
 }
 
 bool LumCurlHttpPrivate::LacksCertificates() const {
@@ -112,12 +108,12 @@ HeaderList LumCurlHttpPrivate::BuildHeaderList(const char* function) const {
   return list;
 }
 
-void LumCurlHttpPrivate::SetResultOptions(const EasyHandle& handle, CollectedResult& result,
-                                          char (&errorBuffer)[kErrorBufferSize], bool useSsl) {
+void LumCurlHttpPrivate::SetResultOptions(EasyTransfer& transfer, bool useSsl) {
+  const EasyHandle& handle = transfer.handle;
   SetOption(handle, CURLOPT_WRITEFUNCTION, &WriteToString);
-  SetOption(handle, CURLOPT_WRITEDATA, static_cast<HttpResult*>(&result));
-  memset_s(errorBuffer, sizeof(errorBuffer), 0, sizeof(errorBuffer));
-  SetOption(handle, CURLOPT_ERRORBUFFER, &errorBuffer[0]);
+  SetOption(handle, CURLOPT_WRITEDATA, &transfer);
+  transfer.ClearErrorBuffer();
+  SetOption(handle, CURLOPT_ERRORBUFFER, &transfer.errorBuffer[0]);
   SetOption(handle, CURLOPT_CONNECTTIMEOUT, kTimeoutSeconds);
   SetOption(handle, CURLOPT_TIMEOUT, kTimeoutSeconds);
   SetOption(handle, CURLOPT_NOSIGNAL, 1L);

@@ -26,16 +26,15 @@ class LumCurlHttpPrivate {
   std::string m_caCertPath;
   std::string m_clientCertPath;
   std::string m_clientKeyPath;
-  KeyPassword m_keyPassword;  // from SetSslInfo to the next request with TLS
+  lumhttp::KeyPassword m_keyPassword;  // from SetSslInfo to the next request with TLS
   std::string m_userAgent;
   std::string m_headers;  // one header line in place of the default ones
 
  private:
   bool LacksCertificates() const;
-  HeaderList BuildHeaderList(const char* function) const;
-  void SetResultOptions(const EasyHandle& handle, CollectedResult& result,
-                        char (&errorBuffer)[kErrorBufferSize], bool useSsl);
-  void SetSslOptions(const EasyHandle& handle, bool useSsl);
+  lumhttp::HeaderList BuildHeaderList(const char* function) const;
+  void SetResultOptions(lumhttp::EasyTransfer& transfer, bool useSsl);
+  void SetSslOptions(const lumhttp::EasyHandle& handle, bool useSsl);
 };
 
 #endif  // LUM_CURL_HTTP_PRIVATE_H

@@ -11,14 +11,13 @@
 #include "LumBoundsCheck.h"
 #include "LumCurlOrvOpsPrivate.h"
 #include "LumFileSys.h"
+#include "ResultCodes.h"
+
+using namespace lumhttp;
 
 namespace {
 
 constexpr char kLogPath[] = "BaseAPI/LumCurlHttp/src/LumCurlOrvOps";
-
-constexpr int kDone = 0;
-constexpr int kNoPrivate = -9999;
-constexpr int kFailed = -10000;
 
 constexpr unsigned int kJsonTimeoutSeconds = 5;
 constexpr unsigned int kSignedUploadTimeoutSeconds = 60;
@@ -71,11 +70,15 @@ int Report(LumCurlOrvOps& client, LumCurlOrvOpsPrivate& engine, const std::strin
   return kDone;
 }
 
-// Parses an answer of status 200.
-void ParseAnswer(const char* function, const std::string& body, LumJson::Value& answer) {
-  if (!answer.Parse(body)) {
-    LUM_LOG(kLogError, function, "parse json body failed, json body: %s", body.c_str());
+// Parses the body of status 200. False for any other status, whose log line is the operation's.
+bool ReadAnswer(const char* function, const HttpResult& result, LumJson::Value& answer) {
+  if (result.code != 200) {
+    return false;
   }
+  if (!answer.Parse(result.body)) {
+    LUM_LOG(kLogError, function, "parse json body failed, json body: %s", result.body.c_str());
+  }
+  return true;
 }
 
 // The uploads that take a time limit fail with the one wording, a video's too.
@@ -303,9 +306,7 @@ LumJson::Value LumCurlOrvOps::GetToken(std::string url, LumJson::Value request) 
   const HttpResult result =
       d_pointer->Post(url, request.ToStyledString(), lines, kJsonTimeoutSeconds);
   LumJson::Value answer;
-  if (result.code == 200) {
-    ParseAnswer("GetToken", result.body, answer);
-  } else {
+  if (!ReadAnswer("GetToken", result, answer)) {
     LUM_LOG(kLogError, "GetToken", "Post failed, url=%s, request=%s, result=%d, %s", url.c_str(),
             request.ToStyledString().c_str(), result.code, result.body.c_str());
   }
@@ -320,9 +321,7 @@ LumJson::Value LumCurlOrvOps::RefreshToken(std::string url, LumJson::Value reque
   const HeaderLines lines = ListOf(kJsonContent, kAuthToken + token);
   const HttpResult result = d_pointer->Put(url, request.ToStyledString(), lines);
   LumJson::Value answer;
-  if (result.code == 200) {
-    ParseAnswer("RefreshToken", result.body, answer);
-  } else {
+  if (!ReadAnswer("RefreshToken", result, answer)) {
     LUM_LOG(kLogError, "RefreshToken", "Put failed error:%d, %s", result.code, result.body.c_str());
   }
   return answer;
@@ -338,9 +337,7 @@ LumJson::Value LumCurlOrvOps::Get(const std::string& url, const std::list<std::s
   }
   const HttpResult result = d_pointer->Get(url, headers);
   responseCode = result.code;
-  if (result.code == 200) {
-    ParseAnswer("Get", result.body, answer);
-  } else {
+  if (!ReadAnswer("Get", result, answer)) {
     LUM_LOG(kLogError, "Get", "Get failed, url=%s, result=%d, %s", url.c_str(), result.code,
             result.body.c_str());
   }
@@ -355,9 +352,7 @@ LumJson::Value LumCurlOrvOps::Post(const std::string& url, const std::string& po
   }
   const HttpResult result = d_pointer->Post(url, postBody, headers, kJsonTimeoutSeconds);
   responseCode = result.code;
-  if (result.code == 200) {
-    ParseAnswer("Post", result.body, answer);
-  } else {
+  if (!ReadAnswer("Post", result, answer)) {
     LUM_LOG(kLogError, "Post", "Post failed, url=%s, result=%d, %s", url.c_str(), result.code,
             result.body.c_str());
   }
@@ -375,9 +370,7 @@ LumJson::Value LumCurlOrvOps::GetLogAddress(std::string url, std::string accessI
   const std::string query = url + "?access_id=" + accessId + "&file_name=" + fileName;
   const HttpResult result = d_pointer->Get(query, lines);
   LumJson::Value answer;
-  if (result.code == 200) {
-    ParseAnswer("GetLogAddress", result.body, answer);
-  } else {
+  if (!ReadAnswer("GetLogAddress", result, answer)) {
     LUM_LOG(kLogError, "GetLogAddress", "Get from %s failed, json body: %s", url.c_str(),
             result.body.c_str());
   }

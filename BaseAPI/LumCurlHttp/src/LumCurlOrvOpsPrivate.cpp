@@ -6,21 +6,18 @@
 #include <cstring>
 #include <memory>
 
+#include "File.h"
 #include "Log.h"
-#include "LumBoundsCheck.h"
 #include "LumFileSys.h"
 #include "LumNet.h"
+
+using namespace lumhttp;
 
 namespace {
 
 constexpr char kLogPath[] = "BaseAPI/LumCurlHttp/src/LumCurlOrvOpsPrivate";
 
 constexpr long kUploadConnectTimeoutSeconds = 10;
-
-struct FileClose {
-  void operator()(FILE* file) const { (void)std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, FileClose>;
 
 // libcurl's read callback of an upload; `user` is the stream.
 std::size_t ReadFromFile(char* buffer, std::size_t size, std::size_t count, void* user) {
@@ -56,75 +53,73 @@ void LumCurlOrvOpsPrivate::SetFp(FILE* stream) {
 }
 
 HttpResult LumCurlOrvOpsPrivate::Get(const std::string& url, const HeaderLines& lines) {
-  CollectedResult result;
-  char errorBuffer[kErrorBufferSize];
-  memset_s(errorBuffer, sizeof(errorBuffer), 0, sizeof(errorBuffer));
-  const EasyHandle handle(curl_easy_init());
-  if (!handle) {
+  HttpResult result;
+  EasyTransfer transfer(result);
+  transfer.ClearErrorBuffer();
+  if (!transfer.Init()) {
     LUM_LOG(kLogError, "Get", "GET curl init failed");
-    return result.Take();
+    return result;
   }
-  HeaderList headers = BuildHeaderList(handle, lines);
+  BuildHeaderList(transfer, lines);
 
-  SetOption(handle, CURLOPT_URL, url.c_str());
-  SetOption(handle, CURLOPT_POST, 0L);
-  SetOption(handle, CURLOPT_WRITEFUNCTION, &WriteToString);
-  SetOption(handle, CURLOPT_WRITEDATA, static_cast<HttpResult*>(&result));
-  SetOption(handle, CURLOPT_NOSIGNAL, 1L);
-  SetOption(handle, CURLOPT_ERRORBUFFER, &errorBuffer[0]);
-  SetOption(handle, CURLOPT_CONNECTTIMEOUT, static_cast<long>(connectTimeout));
-  SetOption(handle, CURLOPT_TIMEOUT, static_cast<long>(requestTimeout));
-  SetInterface(handle);
-  SetSslOptions(handle);
+  SetOption(transfer.handle, CURLOPT_URL, url.c_str());
+  SetOption(transfer.handle, CURLOPT_POST, 0L);
+  SetOption(transfer.handle, CURLOPT_WRITEFUNCTION, &WriteToString);
+  SetOption(transfer.handle, CURLOPT_WRITEDATA, &transfer);
+  SetOption(transfer.handle, CURLOPT_NOSIGNAL, 1L);
+  SetOption(transfer.handle, CURLOPT_ERRORBUFFER, &transfer.errorBuffer[0]);
+  SetOption(transfer.handle, CURLOPT_CONNECTTIMEOUT, static_cast<long>(connectTimeout));
+  SetOption(transfer.handle, CURLOPT_TIMEOUT, static_cast<long>(requestTimeout));
+  SetInterface(transfer.handle);
+  SetSslOptions(transfer.handle);
 
-  long status = 0;
-  const CURLcode outcome = Perform(handle, result, status);
-  result.code = static_cast<int>(status);
-  headers.reset();
-  if (outcome != CURLE_OK) {
+  const bool done = transfer.Perform();
+  result.code = static_cast<int>(transfer.status);
+  transfer.headers.reset();
+  if (!done) {
     // The first text is libcurl's, not the URL; so in every transfer below.
     LUM_LOG(kLogError, "Get", "GET failed for %s, resOps: %d, code: %ld, errorBuf: %s",
-            curl_easy_strerror(outcome), outcome, status, errorBuffer);
-    result.body = FailureText("GET failed for: ", errorBuffer);
+            curl_easy_strerror(transfer.outcome), transfer.outcome, transfer.status,
+            transfer.errorBuffer);
+    result.body = FailureText("GET failed for: ", transfer.errorBuffer);
   }
-  return result.Take();
+  return result;
 }
 
 // Unlike the others, PUT sets no CURLOPT_NOSIGNAL and its TLS options before the interface.
 HttpResult LumCurlOrvOpsPrivate::Put(const std::string& url, const std::string& body,
                                      const HeaderLines& lines) {
-  CollectedResult result;
-  char errorBuffer[kErrorBufferSize];
-  memset_s(errorBuffer, sizeof(errorBuffer), 0, sizeof(errorBuffer));
-  const EasyHandle handle(curl_easy_init());
-  if (!handle) {
+  HttpResult result;
+  EasyTransfer transfer(result);
+  transfer.ClearErrorBuffer();
+  if (!transfer.Init()) {
     LUM_LOG(kLogError, "Put", "PUT curl init failed");
-    return result.Take();
+    return result;
   }
-  HeaderList headers = BuildHeaderList(handle, lines);
+  BuildHeaderList(transfer, lines);
 
-  SetOption(handle, CURLOPT_URL, url.c_str());
-  SetOption(handle, CURLOPT_CUSTOMREQUEST, "PUT");
-  SetOption(handle, CURLOPT_POSTFIELDS, body.c_str());
-  SetOption(handle, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.length()));
-  SetOption(handle, CURLOPT_WRITEFUNCTION, &WriteToString);
-  SetOption(handle, CURLOPT_WRITEDATA, static_cast<HttpResult*>(&result));
-  SetOption(handle, CURLOPT_ERRORBUFFER, &errorBuffer[0]);
-  SetOption(handle, CURLOPT_CONNECTTIMEOUT, static_cast<long>(connectTimeout));
-  SetOption(handle, CURLOPT_TIMEOUT, static_cast<long>(requestTimeout));
-  SetSslOptions(handle);
-  SetInterface(handle);
+  SetOption(transfer.handle, CURLOPT_URL, url.c_str());
+  SetOption(transfer.handle, CURLOPT_CUSTOMREQUEST, "PUT");
+  SetOption(transfer.handle, CURLOPT_POSTFIELDS, body.c_str());
+  SetOption(transfer.handle, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.length()));
+  SetOption(transfer.handle, CURLOPT_WRITEFUNCTION, &WriteToString);
+  SetOption(transfer.handle, CURLOPT_WRITEDATA, &transfer);
+  SetOption(transfer.handle, CURLOPT_ERRORBUFFER, &transfer.errorBuffer[0]);
+  SetOption(transfer.handle, CURLOPT_CONNECTTIMEOUT, static_cast<long>(connectTimeout));
+  SetOption(transfer.handle, CURLOPT_TIMEOUT, static_cast<long>(requestTimeout));
+  SetSslOptions(transfer.handle);
+  SetInterface(transfer.handle);
 
-  long status = 0;
-  const CURLcode outcome = Perform(handle, result, status);
-  result.code = static_cast<int>(status);
-  headers.reset();
-  if (outcome != CURLE_OK) {
+  const bool done = transfer.Perform();
+  result.code = static_cast<int>(transfer.status);
+  transfer.headers.reset();
+  if (!done) {
     LUM_LOG(kLogError, "Put", "PUT failed for %s, resOps: %d, code: %ld, errorBuf: %s",
-            curl_easy_strerror(outcome), outcome, status, errorBuffer);
-    result.body = FailureText("PUT failed for: ", errorBuffer);
+            curl_easy_strerror(transfer.outcome), transfer.outcome, transfer.status,
+            transfer.errorBuffer);
+    result.body = FailureText("PUT failed for: ", transfer.errorBuffer);
   }
-  return result.Take();
+  return result;
 }
 
 HttpResult LumCurlOrvOpsPrivate::Post(const std::string& url, const char* data,
@@ -140,55 +135,53 @@ HttpResult LumCurlOrvOpsPrivate::Post(const std::string& url, const std::string&
 HttpResult LumCurlOrvOpsPrivate::PostBytes(const std::string& url, const char* data,
                                            std::size_t length, const HeaderLines& lines,
                                            long timeoutSeconds) {
-  CollectedResult result;
-  char errorBuffer[kErrorBufferSize];
-  memset_s(errorBuffer, sizeof(errorBuffer), 0, sizeof(errorBuffer));
-  const EasyHandle handle(curl_easy_init());
-  if (!handle) {
+  HttpResult result;
+  EasyTransfer transfer(result);
+  transfer.ClearErrorBuffer();
+  if (!transfer.Init()) {
     LUM_LOG(kLogError, "Post", "POST curl init failed");
-    return result.Take();
+    return result;
   }
-  HeaderList headers = BuildHeaderList(handle, lines);
+  BuildHeaderList(transfer, lines);
 
-  SetOption(handle, CURLOPT_URL, url.c_str());
-  SetOption(handle, CURLOPT_POST, 1L);
-  SetOption(handle, CURLOPT_POSTFIELDS, data);  // sent from the caller's bytes, not copied
-  SetOption(handle, CURLOPT_POSTFIELDSIZE, static_cast<long>(length));
-  SetOption(handle, CURLOPT_WRITEFUNCTION, &WriteToString);
-  SetOption(handle, CURLOPT_WRITEDATA, static_cast<HttpResult*>(&result));
-  SetOption(handle, CURLOPT_NOSIGNAL, 1L);
-  SetOption(handle, CURLOPT_ERRORBUFFER, &errorBuffer[0]);
-  SetOption(handle, CURLOPT_CONNECTTIMEOUT, static_cast<long>(connectTimeout));
-  SetOption(handle, CURLOPT_TIMEOUT, timeoutSeconds);
-  SetInterface(handle);
-  SetSslOptions(handle);
+  SetOption(transfer.handle, CURLOPT_URL, url.c_str());
+  SetOption(transfer.handle, CURLOPT_POST, 1L);
+  SetOption(transfer.handle, CURLOPT_POSTFIELDS, data);  // not copied
+  SetOption(transfer.handle, CURLOPT_POSTFIELDSIZE, static_cast<long>(length));
+  SetOption(transfer.handle, CURLOPT_WRITEFUNCTION, &WriteToString);
+  SetOption(transfer.handle, CURLOPT_WRITEDATA, &transfer);
+  SetOption(transfer.handle, CURLOPT_NOSIGNAL, 1L);
+  SetOption(transfer.handle, CURLOPT_ERRORBUFFER, &transfer.errorBuffer[0]);
+  SetOption(transfer.handle, CURLOPT_CONNECTTIMEOUT, static_cast<long>(connectTimeout));
+  SetOption(transfer.handle, CURLOPT_TIMEOUT, timeoutSeconds);
+  SetInterface(transfer.handle);
+  SetSslOptions(transfer.handle);
 
-  long status = 0;
-  const CURLcode outcome = Perform(handle, result, status);
-  result.code = static_cast<int>(status);
-  headers.reset();
-  if (outcome != CURLE_OK) {
+  const bool done = transfer.Perform();
+  result.code = static_cast<int>(transfer.status);
+  transfer.headers.reset();
+  if (!done) {
     LUM_LOG(kLogError, "Post", "POST failed for %s, resOps: %d, code: %ld, errorBuf: %s",
-            curl_easy_strerror(outcome), outcome, status, errorBuffer);
-    result.body = FailureText("POST failed for: ", errorBuffer);
+            curl_easy_strerror(transfer.outcome), transfer.outcome, transfer.status,
+            transfer.errorBuffer);
+    result.body = FailureText("POST failed for: ", transfer.errorBuffer);
   }
-  return result.Take();
+  return result;
 }
 
 // No write function is set: the server's reply goes to standard output. Nor is CURLOPT_NOSIGNAL.
 HttpResult LumCurlOrvOpsPrivate::Upload(const std::string& url, const std::string& filePath,
                                         const HeaderLines& lines, std::uint32_t timeoutSeconds) {
-  CollectedResult result;
-  char errorBuffer[kErrorBufferSize];
-  memset_s(errorBuffer, sizeof(errorBuffer), 0, sizeof(errorBuffer));
-  const EasyHandle handle(curl_easy_init());
-  if (!handle) {
+  HttpResult result;
+  EasyTransfer transfer(result);
+  transfer.ClearErrorBuffer();
+  if (!transfer.Init()) {
     LUM_LOG(kLogError, "Upload", "POST curl init failed");  // an upload keeps this wording
-    return result.Take();
+    return result;
   }
-  SetDomainIp(url, handle.get());
+  SetDomainIp(url, transfer.handle.get());
   if (!LumDir::LumRealPath(filePath.c_str(), static_cast<int>(std::strlen(filePath.c_str())))) {
-    return result.Take();
+    return result;
   }
   File opened;
   FILE* stream = uploadFp;
@@ -196,57 +189,54 @@ HttpResult LumCurlOrvOpsPrivate::Upload(const std::string& url, const std::strin
     opened.reset(std::fopen(filePath.c_str(), "rb"));
     if (!opened) {
       LUM_LOG(kLogError, "Upload", "read file error");
-      return result.Take();
+      return result;
     }
     stream = opened.get();
   }
   const curl_off_t size = SizeFromStart(stream);
-  HeaderList headers = BuildHeaderList(handle, lines);
+  BuildHeaderList(transfer, lines);
 
-  SetOption(handle, CURLOPT_READFUNCTION, &ReadFromFile);
-  SetOption(handle, CURLOPT_UPLOAD, 1L);
-  SetOption(handle, CURLOPT_URL, url.c_str());
-  SetOption(handle, CURLOPT_UPLOAD, 1L);  // a second time, harmless
-  SetOption(handle, CURLOPT_READDATA, stream);
-  SetOption(handle, CURLOPT_INFILESIZE_LARGE, size);
-  SetOption(handle, CURLOPT_ERRORBUFFER, &errorBuffer[0]);
-  SetOption(handle, CURLOPT_CONNECTTIMEOUT, kUploadConnectTimeoutSeconds);
-  SetOption(handle, CURLOPT_TIMEOUT, static_cast<long>(timeoutSeconds));
+  SetOption(transfer.handle, CURLOPT_READFUNCTION, &ReadFromFile);
+  SetOption(transfer.handle, CURLOPT_UPLOAD, 1L);
+  SetOption(transfer.handle, CURLOPT_URL, url.c_str());
+  SetOption(transfer.handle, CURLOPT_UPLOAD, 1L);  // a second time, harmless
+  SetOption(transfer.handle, CURLOPT_READDATA, stream);
+  SetOption(transfer.handle, CURLOPT_INFILESIZE_LARGE, size);
+  SetOption(transfer.handle, CURLOPT_ERRORBUFFER, &transfer.errorBuffer[0]);
+  SetOption(transfer.handle, CURLOPT_CONNECTTIMEOUT, kUploadConnectTimeoutSeconds);
+  SetOption(transfer.handle, CURLOPT_TIMEOUT, static_cast<long>(timeoutSeconds));
   if (limitSpeed != kNoSpeedLimit) {
-    SetOption(handle, CURLOPT_MAX_SEND_SPEED_LARGE,
+    SetOption(transfer.handle, CURLOPT_MAX_SEND_SPEED_LARGE,
               static_cast<curl_off_t>(static_cast<std::int32_t>(limitSpeed)));
   }
-  SetInterface(handle);
-  SetSslOptions(handle);
+  SetInterface(transfer.handle);
+  SetSslOptions(transfer.handle);
 
-  long status = 0;
-  const CURLcode outcome = Perform(handle, result, status);
-  result.code = static_cast<int>(status);
+  const bool done = transfer.Perform();
+  result.code = static_cast<int>(transfer.status);
   if (opened) {
     opened.reset();
   } else {
     uploadFp = nullptr;  // a caller's stream serves one upload and stays open
   }
-  headers.reset();
-  if (outcome != CURLE_OK) {
+  transfer.headers.reset();
+  if (!done) {
     LUM_LOG(kLogError, "Upload", "PUT failed for %s, resOps: %d, code: %ld, errorBuf: %s",
-            curl_easy_strerror(outcome), outcome, status, errorBuffer);
-    result.body = FailureText("PUT failed for: ", errorBuffer);
+            curl_easy_strerror(transfer.outcome), transfer.outcome, transfer.status,
+            transfer.errorBuffer);
+    result.body = FailureText("PUT failed for: ", transfer.errorBuffer);
   }
-  return result.Take();
+  return result;
 }
 
-HeaderList LumCurlOrvOpsPrivate::BuildHeaderList(const EasyHandle& handle,
-                                                 const HeaderLines& lines) {
-  HeaderList list;
+void LumCurlOrvOpsPrivate::BuildHeaderList(EasyTransfer& transfer, const HeaderLines& lines) {
   for (const std::string& line : lines) {
-    AppendLine(list, line.c_str());
+    AppendLine(transfer.headers, line.c_str());
   }
-  if (list) {
-    SetOption(handle, CURLOPT_HTTPHEADER, list.get());
-    KeepEmptyValues(list);
+  if (transfer.headers) {
+    SetOption(transfer.handle, CURLOPT_HTTPHEADER, transfer.headers.get());
+    KeepEmptyValues(transfer.headers);
   }
-  return list;
 }
 
 // Verification is off with and without a certificate of our own.

@@ -43,7 +43,7 @@ class LumCurlOrvOpsPrivate {
   // The host of a URL with its port; empty when the URL is not accepted.
   static std::string GetDomain(const std::string& url);
   void SetDomainIp(const std::string& url, CURL* handle);
-  void SetInterface(const EasyHandle& handle);
+  void SetInterface(const lumhttp::EasyHandle& handle);
   void UpdateInterfaceNameFromMac();
   void UpdateBindIpFromMac();
 
@@ -58,7 +58,7 @@ class LumCurlOrvOpsPrivate {
   std::string bindMac;        // names the interface while bindInterface is empty
   std::string bindInterface;  // the interface requests leave from
   std::string securityToken;
-  KeyPassword keyPassword;
+  lumhttp::KeyPassword keyPassword;
   bool sslInfoSet = false;                   // a pass phrase is stored: offer the certificate
   std::uint32_t limitSpeed = kNoSpeedLimit;  // of uploads, bytes per second
   std::int32_t connectTimeout = 4;           // seconds; uploads have their own
@@ -68,8 +68,8 @@ class LumCurlOrvOpsPrivate {
  private:
   HttpResult PostBytes(const std::string& url, const char* data, std::size_t length,
                        const HeaderLines& lines, long timeoutSeconds);
-  static HeaderList BuildHeaderList(const EasyHandle& handle, const HeaderLines& lines);
-  void SetSslOptions(const EasyHandle& handle);
+  static void BuildHeaderList(lumhttp::EasyTransfer& transfer, const HeaderLines& lines);
+  void SetSslOptions(const lumhttp::EasyHandle& handle);
 };
 
 #endif  // LUM_CURL_ORV_OPS_PRIVATE_H

@@ -126,7 +126,7 @@ TEST_F(Apollo, SaysThatItSpeaksJson) {
 TEST_F(Apollo, CollectsTheBodyThroughTheSharedCallback) {
   Read();
   EXPECT_EQ(TheTransfer().pointers.at(CURLOPT_WRITEFUNCTION),
-            reinterpret_cast<void*>(&WriteToString));
+            reinterpret_cast<void*>(&lumhttp::WriteToString));
 }
 
 TEST_F(Apollo, MayConnectForFiveSeconds) {
@@ -339,8 +339,9 @@ TEST_F(Apollo, AHeaderLineThatCannotBeStoredIsABadAlloc) {
 TEST_F(Apollo, ALengthErrorOfTheBodyReachesTheCaller) {
   Script script = Reply("{}");
   script.during = [](const Transfer& transfer) {
-    auto* result = static_cast<HttpResult*>(transfer.pointers.at(CURLOPT_WRITEDATA));
-    result->body._M_length(result->body.max_size());  // there is no memory behind it
+    HttpResult& result =
+        static_cast<lumhttp::EasyTransfer*>(transfer.pointers.at(CURLOPT_WRITEDATA))->result;
+    result.body._M_length(result.body.max_size());  // there is no memory behind it
   };
   recorder.NextPerform(script);
   EXPECT_THROW(Read(), std::length_error);

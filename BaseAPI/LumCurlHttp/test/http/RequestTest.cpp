@@ -282,7 +282,7 @@ TEST_P(HttpRequest, OffersTheClientCertificateWithTls) {
 TEST_P(HttpRequest, CollectsTheBodyThroughItsOwnCallback) {
   Call(GetParam());
   EXPECT_EQ(TheTransfer().pointers.at(CURLOPT_WRITEFUNCTION),
-            reinterpret_cast<void*>(&WriteToString));
+            reinterpret_cast<void*>(&lumhttp::WriteToString));
 }
 
 TEST_P(HttpRequest, CollectsABodyOfManyPieces) {
@@ -603,8 +603,9 @@ TEST_P(HttpRequest, ALengthErrorOfTheBodyReachesTheCallerToo) {
   recorder.WatchMutex(&Engine().m_mutex);
   Script script = Reply("{}");
   script.during = [](const Transfer& transfer) {
-    auto* result = static_cast<HttpResult*>(transfer.pointers.at(CURLOPT_WRITEDATA));
-    result->body._M_length(result->body.max_size());  // there is no memory behind it
+    HttpResult& result =
+        static_cast<lumhttp::EasyTransfer*>(transfer.pointers.at(CURLOPT_WRITEDATA))->result;
+    result.body._M_length(result.body.max_size());  // there is no memory behind it
   };
   recorder.NextPerform(script);
   EXPECT_THROW(Call(GetParam()), std::length_error);

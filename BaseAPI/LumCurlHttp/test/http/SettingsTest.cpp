@@ -149,11 +149,11 @@ class PassPhrase : public HttpTest {
   void Set(const std::string& bytes) { Set(bytes, static_cast<int>(bytes.size())); }
 
   std::string Stored() {
-    return {reinterpret_cast<const char*>(Engine().m_keyPassword), kKeyPasswordSize};
+    return {reinterpret_cast<const char*>(Engine().m_keyPassword), lumhttp::kKeyPasswordSize};
   }
 
   static std::string Padded(const std::string& text) {
-    return text + std::string(kKeyPasswordSize - text.size(), '\0');
+    return text + std::string(lumhttp::kKeyPasswordSize - text.size(), '\0');
   }
 
   void ExpectPaths(const std::string& tag) {

@@ -508,23 +508,25 @@ TEST_P(EveryTransfer, TakesTheLongestErrorTextWhole) {
 // --- The write callback ---
 
 TEST_F(TransferTest, WriteCallbackRefusesNullPointers) {
-  CollectedResult result;
+  HttpResult result;
+  lumhttp::EasyTransfer transfer(result);
   char data[] = "x";
 
-  EXPECT_EQ(WriteToString(nullptr, 1, 1, &result), 0U);
-  EXPECT_EQ(WriteToString(data, 1, 1, nullptr), 0U);
-  EXPECT_EQ(WriteToString(nullptr, 1, 1, nullptr), 0U);
+  EXPECT_EQ(lumhttp::WriteToString(nullptr, 1, 1, &transfer), 0U);
+  EXPECT_EQ(lumhttp::WriteToString(data, 1, 1, nullptr), 0U);
+  EXPECT_EQ(lumhttp::WriteToString(nullptr, 1, 1, nullptr), 0U);
   EXPECT_EQ(result.body, "");
 }
 
 TEST_F(TransferTest, WriteCallbackAppendsSizeTimesCountBytes) {
-  CollectedResult result;
+  HttpResult result;
+  lumhttp::EasyTransfer transfer(result);
   result.body = "<";
   char data[] = "abcdefgh";
 
-  EXPECT_EQ(WriteToString(data, 2, 3, &result), 6U);
-  EXPECT_EQ(WriteToString(data, 1, 0, &result), 0U);
-  EXPECT_EQ(WriteToString(data, 0, 5, &result), 0U);
+  EXPECT_EQ(lumhttp::WriteToString(data, 2, 3, &transfer), 6U);
+  EXPECT_EQ(lumhttp::WriteToString(data, 1, 0, &transfer), 0U);
+  EXPECT_EQ(lumhttp::WriteToString(data, 0, 5, &transfer), 0U);
   EXPECT_EQ(result.body, "<abcdef");
 }
 
@@ -532,7 +534,7 @@ TEST_F(TransferTest, WriteCallbackIsTheOneThatTheTransfersSet) {
   Engine().Get(kUrl, {});
 
   EXPECT_EQ(recorder.Transfers().at(0).pointers.at(CURLOPT_WRITEFUNCTION),
-            reinterpret_cast<void*>(&WriteToString));
+            reinterpret_cast<void*>(&lumhttp::WriteToString));
 }
 
 // --- The certificate and its pass phrase on their way to libcurl ---
