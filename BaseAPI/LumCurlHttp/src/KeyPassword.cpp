@@ -15,7 +15,7 @@ bool StoreKeyPassword(KeyPassword& buffer, const unsigned char* text, int length
     return false;
   }
   // A negative length, widened, is a size that memcpy_s refuses: its result is positive, an errno
-  // value, and counts as stored.
+  // value, and counts as stored (docs/compatibility.md, phrase-sign).
   const auto bytes = static_cast<std::size_t>(length);
   return memcpy_s(buffer, bytes, text, bytes) >= 0;
 }

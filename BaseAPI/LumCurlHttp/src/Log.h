@@ -1,5 +1,6 @@
 // The log line of this library: two calls made on the spot, GetInstance() and Log(), so that the
-// line number is the statement's own. Each source file defines its kLogPath.
+// line number is the statement's own. Each source file defines its kLogPath. Programs read these
+// lines, lumcurl among them: docs/compatibility.md, log-exit.
 
 #ifndef LUM_LOG_H
 #define LUM_LOG_H

@@ -17,7 +17,8 @@ constexpr long kTimeoutSeconds = 5;
 
 }  // namespace
 
-// The texts say POST although the request is a GET: that is their wording.
+// The texts say POST although the request is a GET (docs/compatibility.md, log-apollo-post). The
+// order of the options is that page's too: apollo-order.
 HttpResult LumApolloPrivate::GetPropertyString(LumApolloEnv& env) {
   HttpResult result;
   EasyTransfer transfer(result);
@@ -32,7 +33,7 @@ HttpResult LumApolloPrivate::GetPropertyString(LumApolloEnv& env) {
   memset_s(url, sizeof(url), 0, sizeof(url));
   if (sprintf_s(url, sizeof(url), "https://%s/configs/%s/%s/%s", env.configServer.c_str(),
                 env.appId.c_str(), env.cluster.c_str(), env.namespaceName.c_str()) < 0) {
-    // A URL that does not fit keeps its handle: deliberately never released.
+    // A URL that does not fit keeps its handle (docs/compatibility.md, kept-apollo-handle).
     (void)transfer.handle.release();
     return result;
   }
@@ -40,7 +41,7 @@ HttpResult LumApolloPrivate::GetPropertyString(LumApolloEnv& env) {
   transfer.headers = JsonHeaderLines();
 
   SetOption(transfer.handle, CURLOPT_HTTPHEADER, transfer.headers.get());
-  // Each request keeps its header list: deliberately never freed.
+  // Each request keeps its header list (docs/compatibility.md, kept-apollo-list).
   (void)transfer.headers.release();
   SetOption(transfer.handle, CURLOPT_URL, &url[0]);
   SetOption(transfer.handle, CURLOPT_WRITEFUNCTION, &WriteToString);

@@ -20,6 +20,7 @@ namespace {
 
 constexpr char kLogPath[] = "BaseAPI/LumCurlHttp/src/LumCurlHttp";
 
+// Not the library's version (docs/compatibility.md, user-agent).
 constexpr char kUserAgent[] = "QVcurlHttp/0.1.2";
 constexpr long kDownloadTimeoutSeconds = 60;
 
@@ -33,7 +34,7 @@ std::size_t WriteToFile(char* data, std::size_t size, std::size_t count, void* u
 }
 
 // Fills `reply` and `responseCode` from the engine's result. A failed transfer has been logged and
-// its text is not parsed; any HTTP status has its body parsed.
+// its text is not parsed; any HTTP status has its body parsed (docs/compatibility.md, any-status).
 void ReadReply(const char* function, const HttpResult& result, LumJson::Value& reply,
                int& responseCode) {
   responseCode = result.code;
@@ -95,11 +96,13 @@ void LumCurlHttp::SetSslInfo(std::string caCertPath, std::string clientCertPath,
     LUM_LOG(kLogError, "SetSslInfo", "d_LumCurlHttpPrivate is null");
     return;
   }
-  // The paths take effect even where the pass phrase is refused.
+  // The paths take effect even where the pass phrase is refused (docs/compatibility.md,
+  // phrase-paths).
   d_pointer->m_clientCertPath = std::move(clientCertPath);
   d_pointer->m_clientKeyPath = std::move(clientKeyPath);
   d_pointer->m_caCertPath = std::move(caCertPath);
   if (keyPassword == nullptr) {
+    // docs/compatibility.md, log-spelling; so below.
     LUM_LOG(kLogError, "SetSslInfo", "invalid certPaas");
     return;
   }
@@ -120,7 +123,8 @@ int LumCurlHttp::DownloadFile(std::string url, std::string path) {
     return kFailed;
   }
   if (!LumDir::LumRealPath(path.c_str(), static_cast<int>(std::strlen(path.c_str())))) {
-    (void)handle.release();  // a refused path keeps its handle: deliberately never released
+    // A refused path keeps its handle (docs/compatibility.md, kept-download).
+    (void)handle.release();
     return kFailed;
   }
   const std::unique_ptr<char[]> buffer(new char[kFileBufferSize]);  // outlives the file
@@ -137,7 +141,8 @@ int LumCurlHttp::DownloadFile(std::string url, std::string path) {
   SetOption(handle, CURLOPT_HTTPHEADER, headers.get());
   SetOption(handle, CURLOPT_URL, url.c_str());
   SetOption(handle, CURLOPT_READFUNCTION, static_cast<curl_read_callback>(nullptr));
-  // Nothing is verified; the CA file is handed over all the same.
+  // Nothing is verified; libcurl gets the CA file all the same (docs/compatibility.md,
+  // download-order).
   SetOption(handle, CURLOPT_SSL_VERIFYHOST, 0L);
   SetOption(handle, CURLOPT_SSL_VERIFYPEER, 0L);
   SetOption(handle, CURLOPT_CAINFO, d_pointer->m_caCertPath.c_str());

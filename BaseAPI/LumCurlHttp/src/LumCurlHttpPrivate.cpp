@@ -15,6 +15,7 @@ constexpr long kTimeoutSeconds = 5;
 
 }  // namespace
 
+// Not the library's version (docs/compatibility.md, user-agent).
 LumCurlHttpPrivate::LumCurlHttpPrivate() : m_userAgent("QVcurlHttp/0.1.2") {
   WipeKeyPassword(m_keyPassword);
 }
@@ -50,7 +51,7 @@ HttpResult LumCurlHttpPrivate::Get(const std::string& url, const std::string& /*
     result.code = static_cast<int>(transfer.status);
     return result;
   }
-  // The first text is libcurl's, not the URL.
+  // The first text is libcurl's, not the URL (docs/compatibility.md, log-text-first); so in Post.
   LUM_LOG(kLogError, "Get", "GET failed for %s, ret: %d, code: %ld, errorBuf: %s",
           curl_easy_strerror(transfer.outcome), transfer.outcome, transfer.status,
           transfer.errorBuffer);
@@ -128,12 +129,13 @@ void LumCurlHttpPrivate::SetSslOptions(const EasyHandle& handle, bool useSsl) {
     return;
   }
   // A pass phrase serves one request: once libcurl has its copy, or has failed to make one, ours
-  // goes.
+  // goes (docs/compatibility.md, phrase-once).
   struct Wipe {
     KeyPassword& phrase;
     ~Wipe() { WipeKeyPassword(phrase); }
   } const wipe{m_keyPassword};
-  // The chain is verified against the CA file; the host name is not compared.
+  // The chain is verified against the CA file, the host name is not compared
+  // (docs/compatibility.md, verification).
   SetOption(handle, CURLOPT_SSL_VERIFYPEER, 1L);
   SetOption(handle, CURLOPT_SSL_VERIFYHOST, 0L);
   SetOption(handle, CURLOPT_CAINFO, m_caCertPath.c_str());

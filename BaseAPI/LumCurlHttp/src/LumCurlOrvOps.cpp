@@ -47,7 +47,7 @@ struct Free {
 };
 using MallocBuffer = std::unique_ptr<char, Free>;
 
-// Reports alone take 204 for success too.
+// Reports alone take 204 for success too (docs/compatibility.md, status-204).
 bool ReportAccepted(int status) {
   return status == 200 || status == 204;
 }
@@ -81,7 +81,8 @@ bool ReadAnswer(const char* function, const HttpResult& result, LumJson::Value& 
   return true;
 }
 
-// The uploads that take a time limit fail with the one wording, a video's too.
+// The uploads that take a time limit. All log the same text, a video's too
+// (docs/compatibility.md, log-video).
 int UploadFile(const char* function, LumCurlOrvOpsPrivate& engine, const std::string& url,
                const std::string& filePath, unsigned int timeoutSeconds, const HeaderLines& lines) {
   if (engine.Upload(url, filePath, lines, timeoutSeconds).code != 200) {
@@ -109,7 +110,7 @@ LumCurlOrvOps::LumCurlOrvOps() : d_pointer(new LumCurlOrvOpsPrivate) {}
 LumCurlOrvOps::~LumCurlOrvOps() {
   delete d_pointer;
   d_pointer = nullptr;
-  curl_global_cleanup();  // whoever initialised libcurl
+  curl_global_cleanup();  // whoever initialised it (docs/compatibility.md, global-cleanup)
 }
 
 void LumCurlOrvOps::CurlGlobalInit() {
@@ -178,11 +179,13 @@ void LumCurlOrvOps::SetSslInfo(std::string caCertPath, std::string clientCertPat
   if (d_pointer == nullptr) {
     return;
   }
-  // The paths are stored even where the pass phrase is refused.
+  // The paths are stored even where the pass phrase is refused (docs/compatibility.md,
+  // phrase-paths).
   d_pointer->sslCertPath = std::move(clientCertPath);
   d_pointer->sslKeyPath = std::move(clientKeyPath);
   d_pointer->caInfoPath = std::move(caCertPath);
   if (keyPassword == nullptr) {
+    // docs/compatibility.md, log-spelling; so below.
     LUM_LOG(kLogError, "SetSslInfo", "invalid certPaas");
     return;
   }
@@ -406,7 +409,7 @@ int LumCurlOrvOps::UploadLog(std::string url, std::string filePath) {
   }
   HeaderLines lines;
   if (!d_pointer->uploadLogAuthorisation.empty() && !d_pointer->uploadLogDate.empty()) {
-    // A signed upload carries no content type.
+    // A signed upload carries no content type (docs/compatibility.md, upload-signed).
     lines.push_back(kAuthorization + d_pointer->uploadLogAuthorisation);
     lines.push_back(kDate + d_pointer->uploadLogDate);
     if (!d_pointer->securityToken.empty()) {
@@ -446,7 +449,8 @@ int LumCurlOrvOps::UploadLogDirPathForCompress(std::string url, std::string dirP
   }
   const std::string archivePath = dirPath + ".tar.gz";
   if (UploadLog(url, archivePath) != kDone) {
-    // Unlike the others, a directory keeps its archive and reports the failure.
+    // A directory alone keeps its archive and reports the failure (docs/compatibility.md,
+    // archive-kept).
     LUM_LOG(kLogError, "UploadLogDirPathForCompress", "upload file failed");
     return kFailed;
   }

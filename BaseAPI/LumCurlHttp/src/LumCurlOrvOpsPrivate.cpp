@@ -77,7 +77,8 @@ HttpResult LumCurlOrvOpsPrivate::Get(const std::string& url, const HeaderLines& 
   result.code = static_cast<int>(transfer.status);
   transfer.headers.reset();
   if (!done) {
-    // The first text is libcurl's, not the URL; so in every transfer below.
+    // The first text is libcurl's, not the URL (docs/compatibility.md, log-text-first); so in every
+    // transfer below.
     LUM_LOG(kLogError, "Get", "GET failed for %s, resOps: %d, code: %ld, errorBuf: %s",
             curl_easy_strerror(transfer.outcome), transfer.outcome, transfer.status,
             transfer.errorBuffer);
@@ -86,7 +87,8 @@ HttpResult LumCurlOrvOpsPrivate::Get(const std::string& url, const HeaderLines& 
   return result;
 }
 
-// Unlike the others, PUT sets no CURLOPT_NOSIGNAL and its TLS options before the interface.
+// PUT alone sets no CURLOPT_NOSIGNAL, and its TLS options before the interface
+// (docs/compatibility.md, put-order).
 HttpResult LumCurlOrvOpsPrivate::Put(const std::string& url, const std::string& body,
                                      const HeaderLines& lines) {
   HttpResult result;
@@ -169,14 +171,16 @@ HttpResult LumCurlOrvOpsPrivate::PostBytes(const std::string& url, const char* d
   return result;
 }
 
-// No write function is set: the server's reply goes to standard output. Nor is CURLOPT_NOSIGNAL.
+// No write function is set: the server's reply goes to standard output (docs/compatibility.md,
+// upload-reply).
 HttpResult LumCurlOrvOpsPrivate::Upload(const std::string& url, const std::string& filePath,
                                         const HeaderLines& lines, std::uint32_t timeoutSeconds) {
   HttpResult result;
   EasyTransfer transfer(result);
   transfer.ClearErrorBuffer();
   if (!transfer.Init()) {
-    LUM_LOG(kLogError, "Upload", "POST curl init failed");  // an upload keeps this wording
+    // docs/compatibility.md, log-upload-init.
+    LUM_LOG(kLogError, "Upload", "POST curl init failed");
     return result;
   }
   SetDomainIp(url, transfer.handle.get());
@@ -199,7 +203,7 @@ HttpResult LumCurlOrvOpsPrivate::Upload(const std::string& url, const std::strin
   SetOption(transfer.handle, CURLOPT_READFUNCTION, &ReadFromFile);
   SetOption(transfer.handle, CURLOPT_UPLOAD, 1L);
   SetOption(transfer.handle, CURLOPT_URL, url.c_str());
-  SetOption(transfer.handle, CURLOPT_UPLOAD, 1L);  // a second time, harmless
+  SetOption(transfer.handle, CURLOPT_UPLOAD, 1L);  // again (docs/compatibility.md, upload-order)
   SetOption(transfer.handle, CURLOPT_READDATA, stream);
   SetOption(transfer.handle, CURLOPT_INFILESIZE_LARGE, size);
   SetOption(transfer.handle, CURLOPT_ERRORBUFFER, &transfer.errorBuffer[0]);
@@ -239,7 +243,7 @@ void LumCurlOrvOpsPrivate::BuildHeaderList(EasyTransfer& transfer, const HeaderL
   }
 }
 
-// Verification is off with and without a certificate of our own.
+// Verification is off with and without a client certificate (docs/compatibility.md, verification).
 void LumCurlOrvOpsPrivate::SetSslOptions(const EasyHandle& handle) {
   SetOption(handle, CURLOPT_SSL_VERIFYPEER, 0L);
   SetOption(handle, CURLOPT_SSL_VERIFYHOST, 0L);
@@ -272,7 +276,7 @@ std::string LumCurlOrvOpsPrivate::GetDomain(const std::string& url) {
     return std::string();
   }
   // The length is that of an https URL's rest whichever scheme it is: an http URL of nothing but a
-  // host loses its last character.
+  // host loses its last character (docs/compatibility.md, host-cut).
   std::string domain = url.substr(prefixLength, url.length() - std::strlen("https://"));
   const std::size_t slash = domain.find('/');
   if (slash != std::string::npos) {
@@ -299,7 +303,7 @@ void LumCurlOrvOpsPrivate::SetDomainIp(const std::string& url, CURL* handle) {
   HeaderList list;
   AppendLine(list, entry.c_str());
   curl_easy_setopt(handle, CURLOPT_RESOLVE, list.get());
-  (void)list.release();  // each pinned upload keeps its list: deliberately never freed
+  (void)list.release();  // each pinned upload keeps its list (docs/compatibility.md, kept-pin)
 }
 
 void LumCurlOrvOpsPrivate::SetInterface(const EasyHandle& handle) {

@@ -1,6 +1,6 @@
 // What became of a call of the library. Where the library returns only "failed", its log lines say
 // the rest: libcurl's result, the HTTP status, the step. This file is the one place that knows
-// their wording.
+// their wording, which the library keeps (docs/compatibility.md, log-exit).
 
 #ifndef LUM_LUMCURL_OUTCOME_H
 #define LUM_LUMCURL_OUTCOME_H
