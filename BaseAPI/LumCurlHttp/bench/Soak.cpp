@@ -19,7 +19,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "../test/operations/Operations.h"
+#include "../test/operations/Endings.h"
 #include "support/Files.h"
 #include "support/ProcessState.h"
 #include "tls/TlsMaterial.h"
@@ -91,11 +91,11 @@ class Soak {
       }
       const Operation& operation =
           Operations()[static_cast<std::size_t>(m_sent) % Operations().size()];
-      const bool apollo = operation.kind == Kind::kApollo;
+      const bool apollo = operation.NeedsTls();
       const std::string& url = apollo ? m_secure : m_plain;
       m_apolloRequests += apollo ? 1 : 0;
       ExpectEnding(operation, url, RunOperation(*m_caller, operation, url),
-                   {{0, 200, operation.kind == Kind::kUpload ? "" : kAnswer}});
+                   {{0, 200, operation.Uploads() ? "" : kAnswer}});
       if (::testing::Test::HasFailure()) {
         return false;
       }

@@ -1,6 +1,8 @@
 // Answers that are wrong in themselves, and what every operation makes of them. What libcurl says
 // of each is that of versions 7.88, 8.14 and 8.23, which go apart.
 
+#include <set>
+
 #include "FaultTest.h"
 
 namespace lumtest {
@@ -159,6 +161,25 @@ TEST_P(AnswerFaultTest, EachWrongAnswerHasItsEnding) {
   }
 }
 
+// Nothing stands in its block that is never held against a run.
+TEST_P(AnswerFaultTest, EveryEndingOfItsBlockHappens) {
+  std::set<std::string> seen;
+  const auto meet = [&](const WireReply& reply, const Ending& ending) {
+    server->Script(WireReply(reply).Close());
+    seen.insert(HeadFor(GetParam(), Fault({ending})));
+  };
+  for (const int status : {200, 204, 500}) {
+    const std::string body = status == 204 ? "" : kReply;
+    meet(StatusReply(status, body), {0, status, body});
+  }
+  for (const int status : {200, 500}) {
+    meet(StatusReply(status, "no document"), {0, status, "no document"});
+    meet(WireReply(WireHead(status, {"Content-Length: 100"}) + kReply),
+         {18, status, kReply, CurlBytesMissing(87)});
+  }
+  EXPECT_THAT(HeadsOf(GetParam()), ::testing::UnorderedElementsAreArray(seen));
+}
+
 TEST_P(AnswerFaultTest, NoRedirectIsFollowed) {
   for (const int status : {300, 301, 302, 303, 305, 307, 308}) {
     SCOPED_TRACE(status);
@@ -171,7 +192,7 @@ TEST_P(AnswerFaultTest, NoRedirectIsFollowed) {
 
 TEST_P(AnswerFaultTest, NobodyListens) {
   const RefusedPort refused;
-  const std::string scheme = GetParam().kind == Kind::kApollo ? "https" : "http";
+  const std::string scheme = GetParam().NeedsTls() ? "https" : "http";
   FaultAt(refused.Url(scheme, "/x"), {{7, 0, "", CurlRefused("127.0.0.1")}});
 }
 

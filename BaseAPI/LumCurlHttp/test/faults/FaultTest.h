@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "../http/LiveTest.h"
-#include "../operations/Operations.h"
+#include "../operations/Endings.h"
 #include "support/ProcessState.h"
 
 namespace lumtest {
@@ -23,7 +23,7 @@ const char kReply[] = "{\"token\":\"t\"}";
 
 // LumApollo speaks TLS only.
 inline WireOptions OptionsFor(const Operation& operation) {
-  return operation.kind == Kind::kApollo ? TlsOptions() : WireOptions();
+  return operation.NeedsTls() ? TlsOptions() : WireOptions();
 }
 
 // Test names of operations.
@@ -56,7 +56,7 @@ class FaultTest : public ::testing::TestWithParam<Operation> {
     }
   }
 
-  bool Uploads() const { return GetParam().kind == Kind::kUpload; }
+  bool Uploads() const { return GetParam().Uploads(); }
 
   // The status where no answer came: an upload may have been told "100 Continue" before.
   long NoStatus() const { return Uploads() && CurlAsksBefore(0) ? 100 : 0; }

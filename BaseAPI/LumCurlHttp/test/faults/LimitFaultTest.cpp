@@ -26,9 +26,8 @@ TEST(LimitFaultTest, AnUploadThatGetsStuckEndsAtItsLimit) {
       [](const WireRequest&) { return WireReply(WireContinue()).ReadBytes(100000).Stall(); },
       WireStart::kHead);
   std::vector<Encounter> stuck;
-  for (const Operation& operation : OperationsWhere([](const Operation& each) {
-         return each.kind == Kind::kUpload && !each.Is60Seconds();
-       })) {
+  for (const Operation& operation : OperationsWhere(
+           [](const Operation& each) { return each.Uploads() && !each.Is60Seconds(); })) {
     stuck.push_back({"reads a part",
                      operation,
                      server->Url("/x"),

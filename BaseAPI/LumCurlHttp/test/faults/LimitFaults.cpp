@@ -184,14 +184,14 @@ NeverEnding::NeverEnding() : m_handshake(std::make_unique<WireServer>()) {
 std::vector<Encounter> NeverEnding::Meet(const std::vector<Operation>& operations) const {
   std::vector<Encounter> all;
   for (const Operation& operation : operations) {
-    const bool apollo = operation.kind == Kind::kApollo;
+    const bool apollo = operation.NeedsTls();
     const double connect = std::min(operation.connectLimit, operation.limit);
     for (const Fault& fault : m_faults) {
       const std::string received = fault.body ? Ending::kBlanks : "";
       std::vector<Ending> endings = {{kTimedOut, fault.status, received, kTransferLimit}};
       if (fault.status == Fault::kNone) {
         endings[0].status = 0;
-        if (operation.kind == Kind::kUpload) {
+        if (operation.Uploads()) {
           endings.push_back({kTimedOut, 100, received, kTransferLimit});
         }
       }

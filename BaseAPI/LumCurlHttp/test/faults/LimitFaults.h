@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "../operations/Operations.h"
+#include "../operations/Endings.h"
 #include "wire/Ports.h"
 #include "wire/WireServer.h"
 

@@ -25,7 +25,7 @@ const char kReply[] = "{\"token\":\"t\"}";
 const char kAnyText[] = ".*";
 
 std::string UrlTo(const std::string& host, const Operation& operation) {
-  return (operation.kind == Kind::kApollo ? "https://" : "http://") + host + "/x";
+  return (operation.NeedsTls() ? "https://" : "http://") + host + "/x";
 }
 
 // Runs `function` in a network of its own, with a pair of interfaces where `pair` says so.
@@ -64,7 +64,7 @@ struct FarServers {
   }
 
   std::string UrlFor(const Operation& operation) const {
-    return (operation.kind == Kind::kApollo ? secure : plain)->Url("/x");
+    return (operation.NeedsTls() ? secure : plain)->Url("/x");
   }
 
   std::unique_ptr<WireServer> plain;
@@ -72,13 +72,13 @@ struct FarServers {
 };
 
 Ending Good(const Operation& operation, const std::string& reply = kReply) {
-  return {0, 200, operation.kind == Kind::kUpload ? "" : reply};
+  return {0, 200, operation.Uploads() ? "" : reply};
 }
 
 // All that the time limits may leave, as the connection stood, was asked or answered by then.
 std::vector<Ending> TimedOut(const Operation& operation) {
   std::vector<Ending> endings = {{28, 0, "", kAnyText}};
-  if (operation.kind == Kind::kUpload) {
+  if (operation.Uploads()) {
     endings.push_back({28, 100, "", kAnyText});
   }
   return endings;
@@ -223,7 +223,7 @@ TEST(LinkFaultTest, EachPacketTakesTwoSeconds) {
     std::vector<Encounter> all;
     for (const Operation& operation : Operations()) {
       Encounter met{"delay", operation, servers.UrlFor(operation), operation.limit, {}};
-      const bool apollo = operation.kind == Kind::kApollo;  // has a handshake besides
+      const bool apollo = operation.NeedsTls();  // has a handshake besides
       if (operation.limit > 4 && !apollo) {
         met.endings.push_back(Good(operation));
       }
@@ -253,18 +253,14 @@ TEST(LinkFaultTest, PacketsOfAtMost576Bytes) {
     std::vector<Encounter> all;
     std::size_t files = 0;
     for (const Operation& operation : Operations()) {
-      Ending good = Good(operation, reply);
-      if (operation.kind == Kind::kGeneral || operation.kind == Kind::kService) {
-        good.received = reply;
-      }
       all.push_back({"small packets",
                      operation,
                      servers.UrlFor(operation),
                      operation.limit,
-                     {good},
+                     {Good(operation, reply)},
                      -1,
                      content});
-      files += operation.kind == Kind::kUpload ? 1 : 0;
+      files += operation.Uploads() ? 1 : 0;
     }
     RunAtOnce(all);
     std::size_t whole = 0;
@@ -286,9 +282,8 @@ TEST(LinkFaultTest, PacketsAbove576BytesVanish) {
     auto servers =
         std::make_unique<FarServers>(link.PeerAddress(), "\"" + std::string(200000, 'x') + "\"");
     std::vector<Encounter> all;
-    for (const Operation& operation : OperationsWhere([](const Operation& each) {
-           return !each.Is60Seconds() && each.kind != Kind::kUpload;
-         })) {
+    for (const Operation& operation : OperationsWhere(
+             [](const Operation& each) { return !each.Is60Seconds() && !each.Uploads(); })) {
       all.push_back({"black hole for large packets",
                      operation,
                      servers->UrlFor(operation),

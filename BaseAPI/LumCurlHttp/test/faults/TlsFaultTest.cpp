@@ -151,12 +151,8 @@ class CertificateTest : public FaultTest {
 TEST_P(CertificateTest, NoneIsVerifiedUnlessUseSslAsksForIt) {
   for (const bool withFiles : {false, true}) {
     if (withFiles) {
-      unsigned char phrase[] = "";
       const TlsMaterial& tls = Tls();
-      caller.general.SetSslInfo(tls.caCertificate, tls.clientCertificate, tls.clientKey, phrase, 0);
-      for (LumCurlOrvOps* client : {&caller.service, &caller.signedService}) {
-        client->SetSslInfo(tls.caCertificate, tls.clientCertificate, tls.clientKey, phrase, 0);
-      }
+      caller.OfferCertificate(tls.caCertificate, tls.clientCertificate, tls.clientKey, "");
     }
     for (const Certificate& certificate : kCertificates) {
       SCOPED_TRACE(certificate.name);

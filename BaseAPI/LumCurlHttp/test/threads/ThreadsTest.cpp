@@ -13,7 +13,7 @@
 #include <thread>
 
 #include "../http/LiveTest.h"
-#include "../operations/Operations.h"
+#include "../operations/Endings.h"
 #include "support/ProcessState.h"
 
 namespace lumtest {
@@ -49,15 +49,8 @@ std::string AnswerTo(const std::string& target) {
 }
 
 void Offer(Caller& caller, const TlsMaterial& tls) {
-  std::string phrase = kPassPhrase;
-  auto* bytes = reinterpret_cast<unsigned char*>(&phrase[0]);
-  const int length = static_cast<int>(phrase.size());
-  for (LumCurlOrvOps* client : {&caller.service, &caller.signedService}) {
-    client->SetSslInfo(tls.caCertificate, tls.clientCertificate, tls.clientEncryptedKey, bytes,
-                       length);
-  }
-  caller.general.SetSslInfo(tls.caCertificate, tls.clientCertificate, tls.clientEncryptedKey, bytes,
-                            length);
+  caller.OfferCertificate(tls.caCertificate, tls.clientCertificate, tls.clientEncryptedKey,
+                          kPassPhrase);
 }
 
 class ThreadsTest : public ::testing::Test {
@@ -84,7 +77,7 @@ class ThreadsTest : public ::testing::Test {
   // with so many threads a request may run into its time limit: then it is sent again.
   void RunOne(Caller& caller, const Operation& operation, const WireServer& server,
               const std::string& owner) {
-    const bool apollo = operation.kind == Kind::kApollo;
+    const bool apollo = operation.NeedsTls();
     const std::string target = "/" + owner + operation.name;
     const std::string url = (apollo ? secure : server).Url(target);
     std::string asked = target;
@@ -93,7 +86,7 @@ class ThreadsTest : public ::testing::Test {
     } else if (std::string(operation.name) == "GetLogAddress") {
       asked += "?access_id=id&file_name=a.log";
     }
-    const std::string received = operation.kind == Kind::kUpload ? "" : AnswerTo(asked);
+    const std::string received = operation.Uploads() ? "" : AnswerTo(asked);
     const std::vector<Ending> endings = {
         {0, 200, received}, {28, 0, "", ".*"}, {28, 100, "", ".*"}};
     constexpr int kAttempts = 10;
