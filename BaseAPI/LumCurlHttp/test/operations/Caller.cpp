@@ -13,12 +13,16 @@ LumJson::Value Caller::UsualDocument() {
 
 Caller::Caller(bool initialise) {
   if (initialise) {
-    service.CurlGlobalInit();
-    signedService.CurlGlobalInit();
+    Initialise();
   }
   signedService.SetUploadLogDate("Sat, 21 Nov 2026 13:00:00 GMT");
   signedService.SetUploadLogAuthorisation("AWS key:signature");
   signedService.SetSecurityToken("security token");
+}
+
+void Caller::Initialise() {
+  service.CurlGlobalInit();
+  signedService.CurlGlobalInit();
 }
 
 void Caller::OfferCertificate(const std::string& ca, const std::string& certificate,

@@ -33,6 +33,8 @@ class Caller {
   Caller(const Caller&) = delete;
   Caller& operator=(const Caller&) = delete;
 
+  void Initialise();
+
   template <typename Call>
   auto Try(Call call) {
     const Bracket bracket(around);

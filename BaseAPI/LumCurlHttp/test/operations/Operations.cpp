@@ -190,7 +190,7 @@ std::vector<Operation> MakeOperations() {
        [](Caller& c, Text url, Text) {
          LumApolloEnv env{HostOf(url), "app", "", "space"};
          const HttpResult result = c.Try([&] { return c.apollo.GetPropertyString(env); });
-         return result.body + ", code " + std::to_string(result.code);
+         return result.body + ", code " + std::to_string(result.code) + ", cluster " + env.cluster;
        }},
   };
 }

@@ -73,21 +73,21 @@ std::string WrongFile(const World& world, const Fault& fault, const Observation&
 }
 
 // The failure of the contract that the answer stands for, with what belongs to it; null for none.
-const StatedFailure* FindStated(const Operation& operation, const Observation& seen,
-                                bool sameRequests, bool outputLost) {
+const StatedFailure* FindStated(const Subject& subject, const Observation& seen, bool sameRequests,
+                                bool outputLost) {
   const auto found = std::find_if(
-      operation.failures.begin(), operation.failures.end(), [&](const StatedFailure& failure) {
+      subject.failures.begin(), subject.failures.end(), [&](const StatedFailure& failure) {
         const bool logged = failure.log == StatedFailure::Log::kNothing
                                 ? !HasErrorLine(seen.log, "")
                                 : HasErrorLine(seen.log, failure.line) || outputLost;
         return seen.answer == failure.answer && logged && (!failure.wholeRequest || sameRequests);
       });
-  return found == operation.failures.end() ? nullptr : &*found;
+  return found == subject.failures.end() ? nullptr : &*found;
 }
 
 }  // namespace
 
-Verdict Judge(const Operation& operation, const World& world, const Fault& fault,
+Verdict Judge(const Subject& subject, const World& world, const Fault& fault,
               const Observation& usual, const Observation& seen) {
   const std::string wrongFile = WrongFile(world, fault, usual, seen);
   if (!wrongFile.empty()) {
@@ -106,7 +106,7 @@ Verdict Judge(const Operation& operation, const World& world, const Fault& fault
       SameLog(usual.log, seen.log)) {
     return {Outcome::kSame};
   }
-  if (const auto* stated = FindStated(operation, seen, sameRequests, fault.StruckAnOutput())) {
+  if (const auto* stated = FindStated(subject, seen, sameRequests, fault.StruckAnOutput())) {
     return {Outcome::kFailure, "", stated->keepsMemory};
   }
   std::string reason = "it answered \"" + seen.answer + "\"";

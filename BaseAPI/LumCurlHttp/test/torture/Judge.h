@@ -6,7 +6,7 @@
 #include <string>
 
 #include "Fault.h"
-#include "Operation.h"
+#include "Subject.h"
 
 namespace lumtest {
 
@@ -24,7 +24,7 @@ struct Verdict {
 };
 
 // `usual` is what the operation does without a fault.
-Verdict Judge(const Operation& operation, const World& world, const Fault& fault,
+Verdict Judge(const Subject& subject, const World& world, const Fault& fault,
               const Observation& usual, const Observation& seen);
 
 }  // namespace lumtest

@@ -43,25 +43,24 @@ bool Allocate() {
 }
 
 // An operation of one allocation, which answers "done" or, after `onFailure`, "failed".
-Operation OneAllocation(const std::function<void(World&)>& onFailure) {
-  Operation operation{"Planted", [onFailure](World& w) {
-                        if (w.Try([] { return Allocate(); })) {
-                          return "done";
-                        }
-                        onFailure(w);
-                        return "failed";
-                      }};
-  operation.failures = {{"failed", "", StatedFailure::Log::kNothing}};
-  operation.limitSeconds = 1;
-  return operation;
+Subject OneAllocation(const std::function<void(World&)>& onFailure) {
+  Subject subject{"Planted", [onFailure](World& w) {
+                    if (w.caller.Try([] { return Allocate(); })) {
+                      return "done";
+                    }
+                    onFailure(w);
+                    return "failed";
+                  }};
+  subject.failures = {{"failed", "", StatedFailure::Log::kNothing}};
+  subject.limitSeconds = 1;
+  return subject;
 }
 
 class TortureTest : public ::testing::Test {
  protected:
-  Result Torture(const Operation& operation) {
+  Result Torture(const Subject& subject) {
     FILE* const report = std::tmpfile();
-    const std::vector<Trial> trials = {
-        {operation, Connection::kPlain, operation.roads.at(0), faults}};
+    const std::vector<Trial> trials = {{subject, Connection::kPlain, subject.roads.at(0), faults}};
     const Result result = RunAll(trials, 1, report, std::chrono::seconds(1)).at(0);
     std::fseek(report, 0, SEEK_END);
     text.resize(static_cast<std::size_t>(std::ftell(report)));
@@ -71,8 +70,8 @@ class TortureTest : public ::testing::Test {
     return result;
   }
 
-  void ExpectBad(const Operation& operation, const char* reason) {
-    const Result result = Torture(operation);
+  void ExpectBad(const Subject& subject, const char* reason) {
+    const Result result = Torture(subject);
     EXPECT_GE(result.bad, 1U);
     EXPECT_THAT(text, HasSubstr("BAD: Planted, "));
     EXPECT_THAT(text, HasSubstr(reason));
@@ -90,70 +89,71 @@ TEST_F(TortureTest, LetsAStatedFailurePass) {
 }
 
 TEST_F(TortureTest, LetsBadAllocPass) {
-  const Result result = Torture({"Planted", [](World& w) {
-                                   w.Try([] { return std::string(100, 'x') + std::string("y"); });
-                                   return std::string("done");
-                                 }});
+  const Result result =
+      Torture({"Planted", [](World& w) {
+                 w.caller.Try([] { return std::string(100, 'x') + std::string("y"); });
+                 return std::string("done");
+               }});
   EXPECT_GE(result.tried, 2U);
   EXPECT_EQ(result.threw, result.tried);
   EXPECT_EQ(text, "");
 }
 
 TEST_F(TortureTest, LetsAFaultPassThatIsMadeGood) {
-  Operation operation = OneAllocation([](World&) {});
-  operation.run = [](World& w) {
-    w.Try([] { return Allocate() || Allocate(); });
+  Subject subject = OneAllocation([](World&) {});
+  subject.run = [](World& w) {
+    w.caller.Try([] { return Allocate() || Allocate(); });
     return "done";
   };
-  const Result result = Torture(operation);
+  const Result result = Torture(subject);
   EXPECT_EQ(result.tried, 1U);
   EXPECT_EQ(result.same, 1U);
 }
 
 TEST_F(TortureTest, NoticesAnAnswerThatIsNotStated) {
-  Operation operation = OneAllocation([](World&) {});
-  operation.failures.clear();
-  ExpectBad(operation, "it answered \"failed\"");
+  Subject subject = OneAllocation([](World&) {});
+  subject.failures.clear();
+  ExpectBad(subject, "it answered \"failed\"");
 }
 
 TEST_F(TortureTest, NoticesAFailureThatIsNotLogged) {
-  Operation operation = OneAllocation([](World&) {});
-  operation.failures = {{"failed"}};
-  ExpectBad(operation, "it answered \"failed\"");
-  operation = OneAllocation(
+  Subject subject = OneAllocation([](World&) {});
+  subject.failures = {{"failed"}};
+  ExpectBad(subject, "it answered \"failed\"");
+  subject = OneAllocation(
       [](World&) { [[maybe_unused]] const ssize_t written = write(2, "x:1 Get error why\n", 18); });
-  operation.failures = {{"failed", "because"}};
-  ExpectBad(operation, "it answered \"failed\"");
-  operation.failures = {{"failed", "why"}};
-  EXPECT_EQ(Torture(operation).failed, 1U);
+  subject.failures = {{"failed", "because"}};
+  ExpectBad(subject, "it answered \"failed\"");
+  subject.failures = {{"failed", "why"}};
+  EXPECT_EQ(Torture(subject).failed, 1U);
 }
 
 TEST_F(TortureTest, NoticesASuccessWithoutItsRequest) {
-  Operation operation{"Planted",
-                      [](World& w) {
-                        int status = 0;
-                        if (w.Try([] { return Allocate(); })) {
-                          w.http.Get(w.url, "", false, status);
-                        }
-                        return "done";
-                      },
-                      {Road::kAnswer}};
-  ExpectBad(operation, "it answered \"done\", with other requests than usual");
+  Subject subject{"Planted",
+                  [](World& w) {
+                    int status = 0;
+                    if (w.caller.Try([] { return Allocate(); })) {
+                      w.caller.general.Get(w.url, "", false, status);
+                    }
+                    return "done";
+                  },
+                  {Road::kAnswer}};
+  ExpectBad(subject, "it answered \"done\", with other requests than usual");
 }
 
 TEST_F(TortureTest, NoticesABodyThatIsFramedInAnotherWay) {
-  Operation operation{"Planted",
-                      [](World& w) {
-                        int status = 0;
-                        std::list<std::string> lines;
-                        if (!w.Try([] { return Allocate(); })) {
-                          lines = {"Transfer-Encoding: chunked"};
-                        }
-                        w.service.Post(w.url, "{}", lines, status);
-                        return "done";
-                      },
-                      {Road::kAnswer}};
-  ExpectBad(operation, "it answered \"done\", with other requests than usual");
+  Subject subject{"Planted",
+                  [](World& w) {
+                    int status = 0;
+                    std::list<std::string> lines;
+                    if (!w.caller.Try([] { return Allocate(); })) {
+                      lines = {"Transfer-Encoding: chunked"};
+                    }
+                    w.caller.service.Post(w.url, "{}", lines, status);
+                    return "done";
+                  },
+                  {Road::kAnswer}};
+  ExpectBad(subject, "it answered \"done\", with other requests than usual");
 }
 
 TEST_F(TortureTest, NoticesLostMemory) {
@@ -180,22 +180,20 @@ TEST_F(TortureTest, NoticesADescriptorLeftOpen) {
 
 TEST_F(TortureTest, NoticesAnObjectThatIsSpoilt) {
   static bool spoilt = false;
-  Operation operation = OneAllocation([](World&) { spoilt = true; });
-  operation.run = [run = operation.run](World& w) {
-    return spoilt ? std::string("spoilt") : run(w);
-  };
-  ExpectBad(operation, "and then the object answered \"spoilt\"");
+  Subject subject = OneAllocation([](World&) { spoilt = true; });
+  subject.run = [run = subject.run](World& w) { return spoilt ? std::string("spoilt") : run(w); };
+  ExpectBad(subject, "and then the object answered \"spoilt\"");
 }
 
 TEST_F(TortureTest, NoticesALockLeftTaken) {
   static std::mutex mutex;
-  Operation operation = OneAllocation([](World&) { mutex.lock(); });
-  operation.run = [run = operation.run](World& w) {
+  Subject subject = OneAllocation([](World&) { mutex.lock(); });
+  subject.run = [run = subject.run](World& w) {
     mutex.lock();
     mutex.unlock();
     return run(w);
   };
-  ExpectBad(operation, "it hung");
+  ExpectBad(subject, "it hung");
 }
 
 TEST_F(TortureTest, NoticesAHang) {
@@ -213,14 +211,14 @@ TEST_F(TortureTest, NoticesTheEndOfTheProcess) {
 
 TEST_F(TortureTest, NoticesACrashAndGoesOn) {
   const Result result = Torture({"Planted", [](World& w) {
-                                   const bool done = w.Try([] {
+                                   const bool done = w.caller.Try([] {
                                      delete new std::string(100, 'x');
                                      return Allocate();
                                    });
                                    if (!done) {
                                      std::abort();
                                    }
-                                   w.Try([] { delete new std::string(100, 'x'); });
+                                   w.caller.Try([] { delete new std::string(100, 'x'); });
                                    return std::string("done");
                                  }});
   EXPECT_EQ(result.bad, 1U);
@@ -409,22 +407,22 @@ TEST(FailingCall, LeavesOtherThreadsAlone) {
 }
 
 TEST_F(TortureTest, NoticesAnUploadThatIsCutShort) {
-  Operation operation{"Planted",
-                      [](World& w) {
-                        const int file = open(w.Path("a.log").c_str(), O_RDONLY | O_CLOEXEC);
-                        std::string content(50000, '\0');
-                        // Takes one read for the whole file.
-                        const ssize_t got =
-                            w.Try([&] { return read(file, content.data(), content.size()); });
-                        close(file);
-                        content.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
-                        int status = 0;
-                        w.http.Post(w.url, content, false, status);
-                        return std::to_string(status);
-                      },
-                      {Road::kAnswer}};
+  Subject subject{"Planted",
+                  [](World& w) {
+                    const int file = open(w.Path("a.log").c_str(), O_RDONLY | O_CLOEXEC);
+                    std::string content(50000, '\0');
+                    // Takes one read for the whole file.
+                    const ssize_t got =
+                        w.caller.Try([&] { return read(file, content.data(), content.size()); });
+                    close(file);
+                    content.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+                    int status = 0;
+                    w.caller.general.Post(w.url, content, false, status);
+                    return std::to_string(status);
+                  },
+                  {Road::kAnswer}};
   faults = &EveryCallFault;
-  ExpectBad(operation, "read EIO 1: it answered \"200\", with other requests than usual");
+  ExpectBad(subject, "read EIO 1: it answered \"200\", with other requests than usual");
   EXPECT_THAT(text, HasSubstr("read short 1: it answered \"200\", with other requests"));
 }
 

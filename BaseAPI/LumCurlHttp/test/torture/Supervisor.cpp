@@ -108,7 +108,7 @@ class Supervisor {
       return 0;
     } catch (const std::exception& failure) {
       ++m_progress[trial]->bad;
-      (void)std::fprintf(report, "BAD: %s, %s: %s\n", m_trials[trial].operation.name.c_str(),
+      (void)std::fprintf(report, "BAD: %s, %s: %s\n", m_trials[trial].subject.name.c_str(),
                          NameOf(m_trials[trial].road), failure.what());
       (void)std::fflush(report);
       return 0;
@@ -143,7 +143,7 @@ class Supervisor {
       child.runs = runs;
       child.since = Clock::now();
     } else if (Clock::now() - child.since >
-               std::chrono::seconds(m_trials[child.trial].operation.limitSeconds) + m_margin) {
+               std::chrono::seconds(m_trials[child.trial].subject.limitSeconds) + m_margin) {
       kill(child.pid, SIGKILL);
       waitpid(child.pid, nullptr, 0);
       GoOnBehind(child, "it hung");
@@ -158,7 +158,7 @@ class Supervisor {
       ++progress.excused;
     } else {
       ++progress.bad;
-      (void)std::fprintf(m_report, "BAD: %s, %s, %s %zu: %s\n%s", trial.operation.name.c_str(),
+      (void)std::fprintf(m_report, "BAD: %s, %s, %s %zu: %s\n%s", trial.subject.name.c_str(),
                          NameOf(trial.road), trial.faults()[progress.fault]->Name().c_str(),
                          progress.nth, reason.c_str(), Describe(progress.record).c_str());
     }

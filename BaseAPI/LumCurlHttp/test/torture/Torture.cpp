@@ -16,7 +16,7 @@
 
 #include "FailingCall.h"
 #include "FailingMalloc.h"
-#include "Operation.h"
+#include "Subject.h"
 #include "Supervisor.h"
 
 namespace lumtest {
@@ -43,16 +43,13 @@ bool IsTaken(Connection connection, Road road) {
 
 std::vector<Trial> Trials(Connection connection, Faults (*faults)(), const std::string& part) {
   std::vector<Trial> trials;
-  for (const auto& operations : {GeneralOperations(connection), ServiceOperations(connection),
-                                 ConfigurationOperations(connection)}) {
-    for (const Operation& operation : operations) {
-      if (operation.name.find(part) == std::string::npos) {
-        continue;
-      }
-      for (const Road road : operation.roads) {
-        if (IsTaken(connection, road)) {
-          trials.push_back({operation, connection, road, faults});
-        }
+  for (const Subject& subject : Subjects(connection)) {
+    if (subject.name.find(part) == std::string::npos) {
+      continue;
+    }
+    for (const Road road : subject.roads) {
+      if (IsTaken(connection, road)) {
+        trials.push_back({subject, connection, road, faults});
       }
     }
   }
@@ -60,7 +57,7 @@ std::vector<Trial> Trials(Connection connection, Faults (*faults)(), const std::
 }
 
 void Print(const Trial& trial, const Result& result) {
-  std::printf("| `%s` | %s | %zu | %zu | %zu | %zu | %zu | %zu |\n", trial.operation.name.c_str(),
+  std::printf("| `%s` | %s | %zu | %zu | %zu | %zu | %zu | %zu |\n", trial.subject.name.c_str(),
               NameOf(trial.road), result.tried, result.same, result.failed, result.threw,
               result.excused, result.bad);
 }

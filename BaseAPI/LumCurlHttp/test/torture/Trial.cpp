@@ -64,14 +64,14 @@ class Ordeal {
  public:
   Ordeal(const Trial& trial, Progress& progress, FILE* report)
       : m_trial(trial),
-        m_operation(trial.operation),
+        m_subject(trial.subject),
         m_faults(trial.faults()),
         m_progress(progress),
         m_report(report) {}
 
   void Run() {
     RecordFaultsIn(&m_progress.record);
-    if (m_operation.fresh) {
+    if (m_subject.fresh) {
       const ServerProcess server;
       StrikeAll([&](Fault& fault) { return StrikeInANewProcess(fault, server.Url()); });
       return;
@@ -79,9 +79,9 @@ class Ordeal {
     // The clients clean libcurl up as they go; this share keeps it.
     curl_global_init(CURL_GLOBAL_ALL);
     World world(m_trial.connection, m_trial.road);
-    world.service.CurlGlobalInit();
+    world.caller.Initialise();
     m_usual = LearnWhatIsUsual(world);
-    world.LeadToPlainServer(true);
+    world.LeadToPlainServer(!m_subject.needsTls);
     m_usualAfterwards = LearnWhatIsUsual(world);
     world.LeadToPlainServer(false);
     StrikeAll([&](Fault& fault) { return StrikeOnce(world, fault); });
@@ -101,11 +101,11 @@ class Ordeal {
 
   Observation Observe(World& world, Fault* fault = nullptr) {
     world.CleanUp();
-    if (m_operation.prepare) {
-      m_operation.prepare(world);
+    if (m_subject.prepare) {
+      m_subject.prepare(world);
     }
     ++m_progress.runs;
-    return world.Observe(m_operation.run, fault, m_progress.nth);
+    return world.Observe(m_subject.run, fault, m_progress.nth);
   }
 
   // What the operation does without a fault. The first runs fill what libraries keep.
@@ -117,11 +117,11 @@ class Ordeal {
     const Observation again = Observe(world);
     const bool reaches = m_trial.road != Road::kNone && m_trial.road != Road::kRefused;
     if (usual.requests.size() != (reaches ? 1 : 0)) {
-      throw std::runtime_error(m_operation.name + " sent " + std::to_string(usual.requests.size()) +
+      throw std::runtime_error(m_subject.name + " sent " + std::to_string(usual.requests.size()) +
                                " requests");
     }
     if (!AreAlike(again, usual) || again.blocks != usual.blocks) {
-      throw std::runtime_error(m_operation.name + " does not repeat: " + usual.answer + " and " +
+      throw std::runtime_error(m_subject.name + " does not repeat: " + usual.answer + " and " +
                                again.answer);
     }
     return usual;
@@ -139,14 +139,14 @@ class Ordeal {
     if (!fault.Struck()) {
       return false;
     }
-    Verdict verdict = Judge(m_operation, world, fault, m_usual, seen);
+    Verdict verdict = Judge(m_subject, world, fault, m_usual, seen);
     if (verdict.outcome != Outcome::kBad && !verdict.keepsMemory && seen.blocks > m_usual.blocks &&
         Leaks(world, fault)) {
       verdict = {Outcome::kBad,
                  "it lost " + std::to_string(seen.blocks - m_usual.blocks) + " blocks of memory"};
     }
     Count(verdict);
-    world.LeadToPlainServer(true);  // a handshake costs ten times the rest
+    world.LeadToPlainServer(!m_subject.needsTls);  // a handshake costs ten times the rest
     const Observation after = Observe(world);
     world.LeadToPlainServer(false);
     if (!AreAlike(after, m_usualAfterwards)) {
@@ -196,10 +196,10 @@ class Ordeal {
     if (!fault.Struck()) {
       return false;
     }
-    Verdict verdict = Judge(m_operation, world, fault, m_usual, seen);
+    Verdict verdict = Judge(m_subject, world, fault, m_usual, seen);
     if (verdict.outcome == Outcome::kSame) {
       int status = 0;
-      world.http.Get(url, "", false, status);
+      world.caller.general.Get(url, "", false, status);
       if (status != 200) {
         verdict = {Outcome::kBad, "it succeeded, and then no request came through"};
       }
@@ -227,14 +227,14 @@ class Ordeal {
       return;
     }
     ++m_progress.bad;
-    (void)std::fprintf(m_report, "BAD: %s, %s, %s %zu: %s\n%s", m_operation.name.c_str(),
+    (void)std::fprintf(m_report, "BAD: %s, %s, %s %zu: %s\n%s", m_subject.name.c_str(),
                        NameOf(m_trial.road), m_faults[m_progress.fault]->Name().c_str(),
                        m_progress.nth, verdict.reason.c_str(), Describe(m_progress.record).c_str());
     (void)std::fflush(m_report);
   }
 
   const Trial& m_trial;
-  const Operation& m_operation;
+  const Subject& m_subject;
   const Faults m_faults;
   Progress& m_progress;
   FILE* m_report;

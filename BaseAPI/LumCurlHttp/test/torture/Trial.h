@@ -10,14 +10,14 @@
 #include <vector>
 
 #include "Fault.h"
-#include "Operation.h"
+#include "Subject.h"
 
 namespace lumtest {
 
 using Faults = std::vector<std::unique_ptr<Fault>>;
 
 struct Trial {
-  Operation operation;
+  Subject subject;
   Connection connection;
   Road road;
   Faults (*faults)();  // what is to strike, each kind on its own

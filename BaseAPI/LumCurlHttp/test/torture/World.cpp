@@ -80,11 +80,18 @@ const char* NameOf(Road road) {
 }
 
 World::World(Connection connection, Road road)
-    : m_served(road != Road::kNone && road != Road::kRefused) {
-  document.AddJsonValue("accessId", "an identifier of some length");
-  document.AddJsonValue("text", std::string(200, 'x'));
+    : m_road(road), m_served(road != Road::kNone && road != Road::kRefused) {
+  caller.around = this;
+  caller.shared = true;  // the last error is a call more, which no fault strikes
+  caller.document.AddJsonValue("accessId", "an identifier of some length");
+  caller.document.AddJsonValue("text", std::string(200, 'x'));
+  caller.token = "a token of more than fifteen characters";
+  caller.identifier = "an-identifier-of-more-than-fifteen-characters";
+  caller.fileName = "a-name-of-more-than-fifteen-characters";
+  caller.topic = "topic";
+  caller.lines = {"X-One: 1", "X-Empty: "};
   if (connection != Connection::kPlain) {
-    tls = MakeTlsMaterial(m_tlsDirectory.Path(), reinterpret_cast<const char*>(passPhrase));
+    tls = MakeTlsMaterial(m_tlsDirectory.Path(), kPassPhrase);
   }
   const auto answer = [this](const WireRequest& request) { return Answer(request); };
   m_plainServer.SetHandler(answer);
@@ -96,20 +103,10 @@ World::World(Connection connection, Road road)
     m_tlsServer = std::make_unique<WireServer>(options);
     m_tlsServer->SetHandler(answer);
   }
-
-  const char* path = road == Road::kError     ? "error"
-                     : road == Road::kNotJson ? "text"
-                     : road == Road::kCut     ? "cut"
-                                              : "answer";
   const bool refused = road == Road::kRefused;
-  m_plainUrl = (refused ? m_refused.Url("http") : m_plainServer.Url()) + path;
-  const std::string root = !tls      ? m_plainServer.Url()
-                           : refused ? m_refused.Url("https")
-                                     : m_tlsServer->Url();
-  m_url = tls ? root + path : m_plainUrl;
+  m_plainUrl = refused ? m_refused.Url("http", "/x") : m_plainServer.Url("/x");
+  m_url = !tls ? m_plainUrl : refused ? m_refused.Url("https", "/x") : m_tlsServer->Url("/x");
   url = m_url;
-  const std::size_t host = root.find("//") + 2;
-  env = {root.substr(host, root.size() - host - 1), path, "", "application"};
 
   m_directory.Write("a.log", GeneratedBytes(0, kFileBytes));
   m_directory.Write("b.log", GeneratedBytes(7, 100));
@@ -117,7 +114,7 @@ World::World(Connection connection, Road road)
   m_directory.Write("logs/a", GeneratedBytes(0, kFileBytes));
   m_directory.MakeDir("logs/below");
   fs::create_symlink("../a", Path("logs/below/link"));
-  stream.reset(std::fopen(Path("b.log").c_str(), "rb"));
+  caller.stream.reset(std::fopen(Path("b.log").c_str(), "rb"));
 
   // What the archives of these files are like when nothing goes wrong.
   if (LumCompressAndDeCompress::CompressFile(Path("a.log").c_str()) != 0 ||
@@ -194,6 +191,18 @@ Observation World::Observe(const std::function<std::string(World&)>& operation, 
   return seen;
 }
 
+void World::Begin() {
+  if (m_fault != nullptr) {
+    m_fault->Arm(m_nth);
+  }
+}
+
+void World::End() {
+  if (m_fault != nullptr) {
+    m_fault->Disarm();
+  }
+}
+
 // Until the server has seen the last of every connection that a call has made. One more connection,
 // the last in the server's queue, shows that those before it have been taken up.
 void World::WaitFor(const WireServer& server) {
@@ -232,19 +241,17 @@ WireReply World::Answer(const WireRequest& request) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_requests.push_back(request.head + request.bodySha256 + " " + request.clientSubject);
   }
-  if (Contains(request.target, "/error")) {
-    return StatusReply(500, kDocument);
+  switch (m_road) {
+    case Road::kError:
+      return StatusReply(500, kDocument);
+    case Road::kNotJson:
+      return StatusReply(200, kText);
+    case Road::kCut:
+      return WireReply(WireHead(200, {"Content-Length: 1000"}) + kText).Close();
+    default:
+      return Contains(request.target, "/file") ? GeneratedReply(kDownloadBytes)
+                                               : StatusReply(200, kDocument);
   }
-  if (Contains(request.target, "/text")) {
-    return StatusReply(200, kText);
-  }
-  if (Contains(request.target, "/cut")) {
-    return WireReply(WireHead(200, {"Content-Length: 1000"}) + kText).Close();
-  }
-  if (Contains(request.target, "/answer/file")) {
-    return GeneratedReply(kDownloadBytes);
-  }
-  return StatusReply(200, kDocument);
 }
 
 std::map<std::string, std::string> World::Files() const {

@@ -14,10 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "../operations/Operations.h"
 #include "Fault.h"
-#include "LumApollo.h"
-#include "LumCurlHttp.h"
-#include "LumCurlOrvOps.h"
 #include "OutputFile.h"
 #include "support/Files.h"
 #include "tls/TlsMaterial.h"
@@ -55,20 +53,19 @@ struct Observation {
   bool descriptorLeft = false;               // open, that was not so before
 };
 
-class World {
+constexpr char kPassPhrase[] = "pass phrase";
+
+class World : private Caller::Around {
+  // Ahead of the clients, whose settings are logged.
+  OutputFile m_output{1};
+  OutputFile m_log{2};
+
  public:
   // One thread's: the one that makes it, which is the one that faults strike.
   World(Connection connection, Road road);
-  ~World();
+  ~World() override;
   World(const World&) = delete;
   World& operator=(const World&) = delete;
-
-  // Runs `call` with the fault armed; everything around it is safe.
-  template <typename Call>
-  auto Try(Call call) {
-    const Armed armed(m_fault, m_nth);
-    return call();
-  }
 
   // Runs `operation` once and tells all that came of it. `fault`, unless null, strikes at occasion
   // `nth`.
@@ -81,54 +78,27 @@ class World {
   // Whether `url` is that of the connection, as it is at first, or that of a server without TLS.
   void LeadToPlainServer(bool plain) { url = plain ? m_plainUrl : m_url; }
 
-  // What SetSslInfo of either client takes.
-  template <typename Client>
-  void OfferCertificate(Client& client) {
-    client.SetSslInfo(tls->caCertificate, tls->clientCertificate, tls->clientEncryptedKey,
-                      passPhrase, sizeof passPhrase);
-  }
-
+  const std::string& Directory() const { return m_directory.Path(); }
   std::string Path(const std::string& name) const { return m_directory.Path(name); }
 
   // The digests of whole archives, by their path in the directory.
   const std::map<std::string, std::string>& Archives() const { return m_archives; }
 
-  LumCurlHttp http;
-  LumCurlOrvOps service;
-  LumApollo apollo;
-  LumJson::Value document;         // of some members
-  std::string url;                 // where the road begins
-  LumApolloEnv env;                // likewise
+  // Calls by its Try have the fault armed; everything around them is safe.
+  Caller caller{false};
+  std::string url;                 // of the server
   std::optional<TlsMaterial> tls;  // with TLS
-  unsigned char passPhrase[12] = "pass phrase";
-  std::unique_ptr<FILE, int (*)(FILE*)> stream{nullptr, &std::fclose};  // a caller's
 
  private:
-  class Armed {
-   public:
-    Armed(Fault* fault, std::size_t nth) : m_fault(fault) {
-      if (m_fault != nullptr) {
-        m_fault->Arm(nth);
-      }
-    }
-    ~Armed() {
-      if (m_fault != nullptr) {
-        m_fault->Disarm();
-      }
-    }
-    Armed(const Armed&) = delete;
-    Armed& operator=(const Armed&) = delete;
-
-   private:
-    Fault* const m_fault;
-  };
-
+  void Begin() override;
+  void End() override;
   static void WaitFor(const WireServer& server);
   WireReply Answer(const WireRequest& request);
   std::map<std::string, std::string> Files() const;
 
-  Fault* m_fault = nullptr;
+  const Road m_road;
   const bool m_served;  // connections may come in
+  Fault* m_fault = nullptr;
   std::size_t m_nth = 0;
   TempDir m_directory;
   TempDir m_tlsDirectory;
@@ -138,8 +108,6 @@ class World {
   std::unique_ptr<WireServer> m_tlsServer;  // with TLS
   std::string m_url;
   std::string m_plainUrl;
-  OutputFile m_output{1};
-  OutputFile m_log{2};
   std::mutex m_mutex;  // guards m_requests
   std::vector<std::string> m_requests;
 };

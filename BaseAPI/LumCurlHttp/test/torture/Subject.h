@@ -1,8 +1,8 @@
-// The public operations as the torture sees them: how each is called, the roads it can take, and
-// the results with which it may answer a fault.
+// The operations of the catalogue as the torture sees them: the answers that each can get, and the
+// results with which it may answer a fault.
 
-#ifndef LUM_TEST_TORTURE_OPERATION_H
-#define LUM_TEST_TORTURE_OPERATION_H
+#ifndef LUM_TEST_TORTURE_SUBJECT_H
+#define LUM_TEST_TORTURE_SUBJECT_H
 
 #include <functional>
 #include <string>
@@ -23,10 +23,10 @@ struct StatedFailure {
   bool keepsMemory = false;   // what is then never released, on purpose
 };
 
-struct Operation {
+struct Subject {
   std::string name;
 
-  // Calls it once, by World::Try, and tells the result as text.
+  // Calls it once, by Caller::Try, and tells the result as text.
   std::function<std::string(World&)> run;
 
   std::vector<Road> roads = {Road::kNone};
@@ -40,12 +40,14 @@ struct Operation {
 
   // Runs in processes of its own, one for each fault, in which nothing has been initialised.
   bool fresh = false;
+
+  // Speaks to the server with TLS alone.
+  bool needsTls = false;
 };
 
-std::vector<Operation> GeneralOperations(Connection connection);
-std::vector<Operation> ServiceOperations(Connection connection);
-std::vector<Operation> ConfigurationOperations(Connection connection);
+// Every operation that can be called over such a connection, and what settings make of some.
+std::vector<Subject> Subjects(Connection connection);
 
 }  // namespace lumtest
 
-#endif  // LUM_TEST_TORTURE_OPERATION_H
+#endif  // LUM_TEST_TORTURE_SUBJECT_H
