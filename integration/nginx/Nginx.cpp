@@ -61,7 +61,7 @@ std::uint16_t FreePort() {
 
 }  // namespace
 
-Nginx::Nginx() : m_tls(MakeTlsMaterial(m_directory.MakeDir("tls"), PassPhrase())) {
+Nginx::Nginx() : m_tls(lumtools::MakeTlsMaterial(m_directory.MakeDir("tls"), PassPhrase())) {
   m_directory.MakeDir("bodies");
   m_directory.MakeDir("root");
   m_directory.MakeDir("root/files");

@@ -39,7 +39,7 @@ class Nginx {
   std::string Http2(const std::string& path) const;
   std::string Http2Host() const;
 
-  const TlsMaterial& Tls() const { return m_tls; }
+  const lumtools::TlsMaterial& Tls() const { return m_tls; }
   // Of the encrypted client key.
   static const char* PassPhrase() { return "an nginx test phrase"; }
 
@@ -57,7 +57,7 @@ class Nginx {
   std::string Configuration() const;
 
   TempDir m_directory;
-  TlsMaterial m_tls;
+  lumtools::TlsMaterial m_tls;
   std::uint16_t m_port = 0;
   std::uint16_t m_tlsPort = 0;
   std::uint16_t m_openTlsPort = 0;

@@ -205,7 +205,7 @@ TEST_F(WireCurlTest, TakesManyHeadersAndInterimAnswers) {
 
 TEST_F(WireCurlTest, SpeaksTlsWithAClientCertificate) {
   const TempDir directory;
-  const TlsMaterial made = MakeTlsMaterial(directory.Path(), "pass phrase");
+  const TlsMaterial made = lumtools::MakeTlsMaterial(directory.Path(), "pass phrase");
   WireOptions options;
   options.tls = MakeWireTls(made, WireTls::ClientCertificate::kRequired);
   WireServer server(options);
@@ -229,7 +229,7 @@ TEST_F(WireCurlTest, SpeaksTlsWithAClientCertificate) {
 
 TEST_F(WireCurlTest, EachBadServerCertificateIsRefused) {
   const TempDir directory;
-  const TlsMaterial made = MakeTlsMaterial(directory.Path(), "pass phrase");
+  const TlsMaterial made = lumtools::MakeTlsMaterial(directory.Path(), "pass phrase");
   const std::pair<std::string, std::string> bad[] = {
       {made.expiredServerCertificate, made.expiredServerKey},
       {made.wrongHostServerCertificate, made.wrongHostServerKey},

@@ -16,6 +16,10 @@
 #include "wire/WireReply.h"
 #include "wire/WireRequest.h"
 
+namespace lumtools {
+struct TlsMaterial;
+}
+
 namespace lumtest {
 
 // TLS of a server. Paths are those of PEM files, read once when the server starts.
@@ -37,7 +41,7 @@ struct WireTls {
   int maxVersion = 0;
 };
 
-struct TlsMaterial;
+using lumtools::TlsMaterial;
 
 // TLS with the good server certificate of `material`, checking clients against its CA.
 WireTls MakeWireTls(const TlsMaterial& material, WireTls::ClientCertificate clientCertificate =

@@ -27,7 +27,7 @@ class WireTlsTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     s_directory = new TempDir;
-    s_made = new TlsMaterial(MakeTlsMaterial(s_directory->Path(), "pass phrase"));
+    s_made = new TlsMaterial(lumtools::MakeTlsMaterial(s_directory->Path(), "pass phrase"));
   }
   static void TearDownTestSuite() {
     delete s_made;

@@ -161,7 +161,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   const lumtest::TempDir directory;
-  const lumtest::TlsMaterial tls = lumtest::MakeTlsMaterial(directory.Path("tls"), "pass phrase");
+  const lumtools::TlsMaterial tls = lumtools::MakeTlsMaterial(directory.Path("tls"), "pass phrase");
   int report[2];
   if (pipe(report) != 0) {
     std::perror("pipe");

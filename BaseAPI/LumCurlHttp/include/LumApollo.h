@@ -33,12 +33,15 @@ class __attribute__((visibility("default"))) LumApollo {
   LumApollo(const LumApollo&) = delete;
   LumApollo& operator=(const LumApollo&) = delete;
 
-  // GETs https://configServer/configs/appId/cluster/namespaceName over IPv4 with
+  // GETs https://configServer/configs/appId/cluster/namespaceName with
   // "Content-Type: application/json" and "charsets: utf-8"; the whole transfer, connecting
   // included, may take 5 seconds, which a slow name look-up can exceed (docs/operations.md). The
   // server's certificate is not verified, redirects are not followed, nothing is retried. Each
   // request keeps its list of header lines for the life of the process; a call whose URL is too
   // long keeps its handle (docs/operations.md says how much that is).
+  //
+  // A host name is resolved to IPv4 addresses only; an IPv6 address, "[::1]", fails with libcurl
+  // 7.88 and 8.14, and 8.23 connects to it.
   //
   // An empty `env.cluster` is set to "default" in the caller's record.
   //

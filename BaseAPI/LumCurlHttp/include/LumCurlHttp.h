@@ -50,8 +50,10 @@ class __attribute__((visibility("default"))) LumCurlHttp {
   // https://curl.se/libcurl/c/CURLOPT_HTTPHEADER.html
   void SetHeaders(const std::string& headers);
 
-  // GETs `url` over IPv4 and parses the reply as JSON, whatever its HTTP status. The User-Agent is
-  // "QVcurlHttp/0.1.2"; the whole transfer may take 5 seconds.
+  // GETs `url` and parses the reply as JSON, whatever its HTTP status. The User-Agent is
+  // "QVcurlHttp/0.1.2"; the whole transfer may take 5 seconds. A host name is resolved to IPv4
+  // addresses only; an IPv6 address in the URL fails with libcurl 7.88 and 8.14, and 8.23 connects
+  // to it.
   //
   // The second text is never read: it keeps the parameters parallel to those of Post.
   // `useSsl`: false verifies nothing about an https server. True needs the files of SetSslInfo: the

@@ -20,7 +20,7 @@
 #include <memory>
 #include <stdexcept>
 
-namespace lumtest {
+namespace lumtools {
 
 namespace {
 
@@ -276,4 +276,4 @@ TlsMaterial MakeTlsMaterial(const std::string& directory, const std::string& pas
   return made;
 }
 
-}  // namespace lumtest
+}  // namespace lumtools

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace lumtest {
+namespace lumtools {
 
 // Paths of PEM files. All keys are on the curve P-256.
 struct TlsMaterial {
@@ -54,6 +54,6 @@ struct TlsMaterial {
 TlsMaterial MakeTlsMaterial(const std::string& directory, const std::string& passPhrase,
                             const std::vector<std::string>& moreNames = {});
 
-}  // namespace lumtest
+}  // namespace lumtools
 
 #endif  // LUM_TOOLS_COMMON_TLS_TLSMATERIAL_H

@@ -22,6 +22,8 @@
 namespace lumtest {
 namespace {
 
+using lumtools::MakeTlsMaterial;
+using lumtools::TlsMaterial;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 

@@ -74,7 +74,7 @@ ServerFiles SelfMadeServerFiles(const std::string& directory, const std::string&
       throw std::runtime_error("no random bytes for a pass phrase");
     }
     const std::string passPhrase = ToHex(bytes.data(), bytes.size());
-    lumtest::MakeTlsMaterial(directory, passPhrase, {address});
+    lumtools::MakeTlsMaterial(directory, passPhrase, {address});
     WritePassPhrase(place, passPhrase);
   }
   return files;

@@ -51,7 +51,7 @@ TEST(Tls, ThePassPhraseOpensTheEncryptedKey) {
 
 TEST(Tls, ExpiredMaterialIsMadeAnew) {
   const lumtest::TempDir temp;
-  const lumtest::TlsMaterial made = lumtest::MakeTlsMaterial(temp.Path(), "secret");
+  const lumtools::TlsMaterial made = lumtools::MakeTlsMaterial(temp.Path(), "secret");
   const std::string expired = ReadFile(made.expiredServerCertificate);
   lumtest::WriteFile(temp.Path("server.pem"), expired);
   const ServerFiles files = SelfMadeServerFiles(temp.Path(), "127.0.0.1");
@@ -76,7 +76,7 @@ TEST(Tls, SeveralMayAskForOneDirectory) {
 
 TEST(Tls, WhatCannotBeUsedIsNamed) {
   const lumtest::TempDir temp;
-  const lumtest::TlsMaterial made = lumtest::MakeTlsMaterial(temp.Path(), "secret");
+  const lumtools::TlsMaterial made = lumtools::MakeTlsMaterial(temp.Path(), "secret");
   const std::string none = temp.Path("none.pem");
   EXPECT_THAT(ProblemOf(none, made.serverKey, ""), HasSubstr("certificate '" + none + "'"));
   EXPECT_THAT(ProblemOf(made.serverCertificate, none, ""), HasSubstr("private key '" + none + "'"));

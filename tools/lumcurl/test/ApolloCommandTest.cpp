@@ -22,7 +22,7 @@ using testing::IsEmpty;
 class Apollo : public testing::Test {
  protected:
   Apollo() {
-    const TlsMaterial material = MakeTlsMaterial(m_directory.Path("tls"), "pass");
+    const TlsMaterial material = lumtools::MakeTlsMaterial(m_directory.Path("tls"), "pass");
     WireOptions options;
     options.tls.emplace();
     options.tls->certificate = material.serverCertificate;

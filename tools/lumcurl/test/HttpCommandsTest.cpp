@@ -169,7 +169,7 @@ TEST(Post, NamesABodyThatCannotBeRead) {
 
 class Tls : public testing::Test {
  protected:
-  Tls() : m_material(MakeTlsMaterial(m_directory.Path("tls"), "open sesame")) {
+  Tls() : m_material(lumtools::MakeTlsMaterial(m_directory.Path("tls"), "open sesame")) {
     m_options.tls.emplace();
     m_options.tls->certificate = m_material.serverCertificate;
     m_options.tls->key = m_material.serverKey;

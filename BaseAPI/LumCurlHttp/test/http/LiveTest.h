@@ -43,7 +43,7 @@ class LiveEnvironment : public ::testing::Environment {
   const TlsMaterial& Tls() {
     if (m_dir == nullptr) {
       m_dir = new TempDir;
-      m_tls = MakeTlsMaterial(m_dir->Path("tls"), kPassPhrase);
+      m_tls = lumtools::MakeTlsMaterial(m_dir->Path("tls"), kPassPhrase);
     }
     return m_tls;
   }

@@ -17,7 +17,7 @@ constexpr char kSubject[] = "CN=Lum test client,O=Lum";
 // Made once for all tests of this file.
 const TlsMaterial& Material() {
   static const TempDir directory;
-  static const TlsMaterial material = MakeTlsMaterial(directory.Path(), kPassPhrase);
+  static const TlsMaterial material = lumtools::MakeTlsMaterial(directory.Path(), kPassPhrase);
   return material;
 }
 

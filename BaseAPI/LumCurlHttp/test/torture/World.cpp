@@ -91,7 +91,7 @@ World::World(Connection connection, Road road)
   caller.topic = "topic";
   caller.lines = {"X-One: 1", "X-Empty: "};
   if (connection != Connection::kPlain) {
-    tls = MakeTlsMaterial(m_tlsDirectory.Path(), kPassPhrase);
+    tls = lumtools::MakeTlsMaterial(m_tlsDirectory.Path(), kPassPhrase);
   }
   const auto answer = [this](const WireRequest& request) { return Answer(request); };
   m_plainServer.SetHandler(answer);
