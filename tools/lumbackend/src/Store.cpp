@@ -156,10 +156,10 @@ Task<Store::Written> Store::Submit(std::function<void()> write) {
           asio::post(asio::get_associated_executor(*shared),
                      [shared, written] { (*shared)(written); });
         };
-        {
-          const std::lock_guard<std::mutex> lock(m_mutex);
-          m_queue.push_back({std::move(job), done});
-        }
+        // Where no strand holds it back, the task may go on, and free what this function has
+        // captured, as soon as the lock is gone.
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_queue.push_back({std::move(job), done});
         m_changed.notify_all();
       },
       asio::use_awaitable, std::move(write));

@@ -5,9 +5,8 @@
 #include <zlib.h>
 
 #include <boost/asio/co_spawn.hpp>
-#include <boost/asio/io_context.hpp>
+#include <boost/asio/system_executor.hpp>
 #include <boost/asio/use_future.hpp>
-#include <future>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -20,13 +19,13 @@
 
 namespace lumtest {
 
-// Runs a task to its end on this thread and returns its result, or throws what it throws.
+// Waits for a task and returns its result, or throws what it throws. The task runs on Asio's own
+// threads, which no test ends while the store's thread may still be about to wake one.
 template <typename T>
 T Await(Task<T> task) {
-  boost::asio::io_context io;
-  std::future<T> result = boost::asio::co_spawn(io, std::move(task), boost::asio::use_future);
-  io.run();
-  return result.get();
+  return boost::asio::co_spawn(boost::asio::system_executor(), std::move(task),
+                               boost::asio::use_future)
+      .get();
 }
 
 // A body out of memory, handed out in pieces of at most `piece` bytes.
