@@ -24,14 +24,16 @@ constexpr std::size_t kLeastPruned = 1000;  // rows at once, of which there may 
 
 // A name by which readers tell databases apart, counts by what can be filtered for, and the index
 // of words: texts, and what can be filtered for in words that nobody types, which begin with a
-// letter for private use.
+// letter for private use. Beginnings of words that are shorter than almost all words are indexed:
+// looking for a longer one merges the rows of all words that begin so.
 constexpr char kIndexes[] = R"(
 CREATE TABLE identity AS SELECT hex(randomblob(8)) AS name;
 CREATE INDEX exchange_time ON exchange (time, kind);
 CREATE TABLE tally (
   kind TEXT, class INTEGER, device TEXT, topic TEXT, n INTEGER,
   PRIMARY KEY (kind, class, device, topic)) WITHOUT ROWID;
-CREATE VIRTUAL TABLE search USING fts5(words, content='', detail=none, prefix='1 2 3');
+CREATE VIRTUAL TABLE search USING fts5(words, content='', detail=none,
+  prefix='1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16');
 CREATE TRIGGER exchange_added AFTER INSERT ON exchange BEGIN
   INSERT INTO tally VALUES (new.kind, new.status / 100, new.device, new.topic, 1)
     ON CONFLICT DO UPDATE SET n = n + 1;
