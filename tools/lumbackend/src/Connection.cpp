@@ -239,25 +239,25 @@ Task<Reply> Connection::Answer(Body& body) {
   co_return Problem(500, failure);
 }
 
-Task<void> Connection::Send(const Reply& reply, bool closing) {
+Task<void> Connection::Send(Reply& reply, bool closing) {
   const bool old = m_parser->Version() == 10;
   const bool chunked = reply.stream && !reply.length && !old;
+  if (!IsBodyless(reply.status)) {
+    reply.headers.push_back({"Content-Type", reply.contentType});
+    if (chunked) {
+      reply.headers.push_back({"Transfer-Encoding", "chunked"});
+    } else if (!reply.stream || reply.length) {
+      reply.headers.push_back(
+          {"Content-Length", std::to_string(reply.length.value_or(reply.body.size()))});
+    }
+  }
+  if (closing) {
+    reply.headers.push_back({"Connection", "close"});
+  }
   http::response<http::empty_body> head;
   head.result(static_cast<unsigned>(reply.status));
   for (const HeaderField& field : reply.headers) {
     head.insert(field.name, field.value);
-  }
-  if (!IsBodyless(reply.status)) {
-    head.insert(http::field::content_type, reply.contentType);
-    if (chunked) {
-      head.insert(http::field::transfer_encoding, "chunked");
-    } else if (!reply.stream || reply.length) {
-      head.insert(http::field::content_length,
-                  std::to_string(reply.length.value_or(reply.body.size())));
-    }
-  }
-  if (closing) {
-    head.insert(http::field::connection, "close");
   }
   std::ostringstream text;
   text << head.base();

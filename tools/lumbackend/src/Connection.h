@@ -53,7 +53,7 @@ class Connection {
   Task<bool> Serve();
   Task<void> ReadHead();
   Task<Reply> Answer(Body& body);
-  Task<void> Send(const Reply& reply, bool closing);
+  Task<void> Send(Reply& reply, bool closing);
   Task<bool> SendStream(BodySink& stream, bool chunked);
   Task<void> Pause(std::chrono::milliseconds time);
   Task<void> Close();

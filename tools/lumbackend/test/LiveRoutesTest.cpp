@@ -72,6 +72,23 @@ TEST(LiveRoutes, EchoesOverHttp) {
   EXPECT_THAT(backend.Process().Err(), Not(HasSubstr("s3cret")));
 }
 
+TEST(LiveRoutes, TheHeadOfAnAnswerIsKeptAsItWasSent) {
+  BackendProcess backend({"--port", "0", "--open"});
+  Curl({"-d", "1", backend.Url("/report")});
+  ASSERT_TRUE(backend.Logged("POST /report 200 "));
+  EXPECT_EQ(Curl({backend.Url("/exchanges/1")}).Json()["answerHead"].JsonValueToString(),
+            R"([{"name":"Content-Type","value":"application/json"},)"
+            R"({"name":"Content-Length","value":"20"}])");
+  Curl({"-H", "Connection: close", backend.Url("/reports")});
+  ASSERT_TRUE(backend.Logged("GET /reports 200 "));
+  EXPECT_EQ(Curl({backend.Url("/exchanges/2")}).Json()["answerHead"].JsonValueToString(),
+            R"([{"name":"Cache-Control","value":"no-store"},)"
+            R"({"name":"X-Content-Type-Options","value":"nosniff"},)"
+            R"({"name":"Content-Type","value":"application/jsonl"},)"
+            R"({"name":"Transfer-Encoding","value":"chunked"},)"
+            R"({"name":"Connection","value":"close"}])");
+}
+
 TEST(LiveRoutes, EchoesBodiesInChunks) {
   BackendProcess backend;
   const CurlAnswer answer = Curl({"-H", "Transfer-Encoding: chunked", "-d",
