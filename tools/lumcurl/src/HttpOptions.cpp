@@ -12,7 +12,7 @@ void AddHttpCommands(CLI::App& app, Options& options) {
       "https server is verified.\n\n"
       "Example:\n"
       "  lumcurl get --ssl --cacert ca.pem --cert me.pem --key me.key \\\n"
-      "      --pass-file me.pass https://127.0.0.1:8443/status");
+      "      --pass-file me.pass https://127.0.0.1:8443/echo");
   AddUrl(get, options);
   AddHeader(get, options,
             "The one header line to send in place of 'Content-Type: application/json' and "

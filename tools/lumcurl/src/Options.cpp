@@ -35,7 +35,7 @@ std::unique_ptr<CLI::App> MakeParser(Options& options) {
       "Secrets (pass phrases, tokens, keys, signatures) come from files or the environment. Each "
       "command has its own --help; man lumcurl has all of it, and the environment variables.\n\n"
       "Example:\n"
-      "  lumcurl get http://127.0.0.1:8080/status");
+      "  lumcurl get http://127.0.0.1:8080/echo");
 
   AddHttpCommands(*app, options);
   AddServiceCommands(*app, options);

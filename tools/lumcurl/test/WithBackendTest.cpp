@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <regex>
+
 #include "Lumcurl.h"
 #include "support/Files.h"
 
@@ -53,6 +55,15 @@ class WithBackend : public testing::Test {
   std::string m_plain;
   std::string m_tls;
 };
+
+TEST_F(WithBackend, ItsOwnFirstExampleWorks) {
+  const std::string help = Lumcurl({"--help"}).out;
+  std::smatch example;
+  ASSERT_TRUE(std::regex_search(
+      help, example, std::regex("\nExample:\n  lumcurl (\\S+) http://127.0.0.1:8080(/\\S*)\n")));
+  const ProcessResult result = Lumcurl({example[1], m_plain + example[2].str()});
+  EXPECT_EQ(result.exitStatus, 0) << result.Describe();
+}
 
 TEST_F(WithBackend, ReportsWithATokenAndWithoutOne) {
   const std::string first = Printed({"token", "--data-file", m_login, m_plain + "/token"}, "token");
