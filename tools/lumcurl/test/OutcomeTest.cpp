@@ -163,6 +163,12 @@ TEST(JudgeTransfer, TellsTheClassesApart) {
   EXPECT_EQ(JudgeTransfer(CURLE_OUT_OF_MEMORY, "", 5).exit, Exit::kOther);
 }
 
+TEST(TellsOfPacking, KnowsTheFunctionsThatPackMembers) {
+  EXPECT_TRUE(TellsOfPacking("PackMember"));
+  EXPECT_TRUE(TellsOfPacking("AddFile"));
+  EXPECT_FALSE(TellsOfPacking("UploadLog"));
+}
+
 TEST(JudgeTransfer, SaysTheTimeLimitWhereItWasTheWholeTransfers) {
   const char kWhole[] = "Operation timed out after 5001 milliseconds with 0 bytes received";
   EXPECT_THAT(JudgeTransfer(CURLE_OPERATION_TIMEDOUT, kWhole, 5).reason, HasSubstr("5 s"));
