@@ -43,6 +43,25 @@ std::string Document(const char* url) {
   return lumbench::BareGet(url).body;
 }
 
+// An array of as many of `element` as fill `size` bytes.
+std::string ListOf(const std::string& element, std::size_t size) {
+  std::string text = "[";
+  while (text.size() < size) {
+    text += element + ",";
+  }
+  return text + "null]";
+}
+
+// A hundred members, which are more than an object finds without an index.
+std::string WideObject() {
+  std::string text = "{";
+  for (int i = 0; i < 100; ++i) {
+    text += (i == 0 ? "\"channel." : ",\"channel.") + std::to_string(i) +
+            "\":" + (i % 3 == 0 ? "\"idle\"" : std::to_string(i * 7919));
+  }
+  return text + "}";
+}
+
 int Gzip(const std::string& text, std::vector<char>& out) {
   return LumCompressAndDeCompress::GzipCompress(text.data(), static_cast<int>(text.size()),
                                                 out.data(), static_cast<int>(out.size()));
@@ -84,17 +103,29 @@ int main(int argc, char** argv) {
     return 1;
   }
   const std::string styled = request.ToStyledString();
-  const std::string large = [&] {
-    std::string text = "[";
-    while (text.size() < 65536) {
-      text += document + ",";
-    }
-    return text + "null]";
-  }();
+  const std::string large = ListOf(document, 1 << 16);
   LumJson::Value largeValue;
   largeValue.Parse(large);
   const std::string largeStyled = largeValue.ToStyledString();
   std::vector<char> compressed(2 * largeStyled.size());
+
+  // A report from its text to the server's answer, and what libcurl sends in its place.
+  const auto reportOf = [&](const std::string& text) {
+    return [&, text] {
+      LumJson::Value value;
+      return value.Parse(text) && service.ReportData(url, value, token, "") == 0;
+    };
+  };
+  const auto bareReportOf = [&](const std::string& text) {
+    LumJson::Value value;
+    value.Parse(text);
+    return [&, body = value.ToStyledString()] {
+      return lumbench::BareServicePost(url.c_str(), body.data(), body.size(), lines).status == 200;
+    };
+  };
+  const std::string small = ListOf(document, 1 << 10);
+  const std::string largest = ListOf(document, 1 << 20);
+  const std::string wide = ListOf(WideObject(), 1 << 16);
 
   const std::string gzipped(compressed.data(), static_cast<std::size_t>(Gzip(styled, compressed)));
 
@@ -201,6 +232,14 @@ int main(int argc, char** argv) {
        kRequests},
       {"gzip-report", "library",
        [&] { return service.ReportDataWithGzip(url, request, token, "a-1") == 0; }, kRequests},
+      {"report-1K", "libcurl", bareReportOf(small), kRequests},
+      {"report-1K", "library", reportOf(small), kRequests},
+      {"report-64K", "libcurl", bareReportOf(large), 1},
+      {"report-64K", "library", reportOf(large), 1},
+      {"report-1M", "libcurl", bareReportOf(largest), 1},
+      {"report-1M", "library", reportOf(largest), 1},
+      {"report-wide", "libcurl", bareReportOf(wide), 1},
+      {"report-wide", "library", reportOf(wide), 1},
       // Documents: what a JSON request does besides.
       {"parse-300", "library",
        [&] {

@@ -42,7 +42,7 @@ class SlotStack {
       Grow();
     }
   }
-  void Push(Words slot) { StoreWords(top_++, slot); }
+  void Push(const Rep& slot) { *top_++ = slot; }
   Rep* Top() { return top_; }
   void Drop(std::size_t count) { top_ -= count; }
 
@@ -75,8 +75,6 @@ class TreeBuilder {
   static constexpr std::size_t max_string_size = SIZE_MAX;
   static constexpr std::size_t max_key_size = SIZE_MAX;
 
-  explicit TreeBuilder(std::string_view document) : document_(document) {}
-
   Rep TakeRoot() {
     stack_.Drop(1);
     return *stack_.Top();
@@ -90,11 +88,11 @@ class TreeBuilder {
   bool on_array_end(std::size_t count, ErrorCode&) {
     Block* const block = count == 0 ? nullptr : NewFilledBlock(stack_.Top() - count, count);
     stack_.Drop(count);
-    return Push(reinterpret_cast<std::uintptr_t>(block), Kind::kArray);
+    return Push(MakeContainer(Kind::kArray, block));
   }
 
   bool on_object_end(std::size_t count, ErrorCode&) {
-    const Words object = MakeObject(stack_.Top() - 2 * count, count);
+    const Rep object = MakeObject(stack_.Top() - 2 * count, count);
     stack_.Drop(2 * count);
     return Push(object);
   }
@@ -107,10 +105,10 @@ class TreeBuilder {
   bool on_string(json::string_view rest, std::size_t, ErrorCode&) {
     stack_.Reserve();
     if (textSoFar_.empty()) {
-      stack_.Push(MakeTextWords({rest.data(), rest.size()}, ReadableEnd(rest.data())));
+      stack_.Push(MakeText({rest.data(), rest.size()}));
     } else {
       textSoFar_.append(rest.data(), rest.size());
-      stack_.Push(MakeTextWords(textSoFar_, textSoFar_.data()));
+      stack_.Push(MakeText(textSoFar_));
       textSoFar_.clear();
     }
     return true;
@@ -166,26 +164,25 @@ class TreeBuilder {
  private:
   // For values that own nothing, or what the stack owned until its slots were dropped: then there
   // is room, and nothing is thrown.
-  bool Push(Words slot) {
+  bool Push(const Rep& value) {
     stack_.Reserve();
-    stack_.Push(slot);
+    stack_.Push(value);
     return true;
   }
-  bool Push(std::uint64_t content, Kind kind) { return Push(MakeWords(content, kind)); }
+  bool Push(std::uint64_t content, Kind kind) {
+    Rep value = Rep();
+    value.unsignedInteger = content;
+    value.kind = kind;
+    return Push(value);
+  }
 
   bool PushDouble(double number) {
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &number, sizeof(bits));
-    return Push(bits, Kind::kDouble);
+    Rep value = Rep();
+    value.number = number;
+    value.kind = Kind::kDouble;
+    return Push(value);
   }
 
-  // The document's end for a text in it. Others stand in a buffer of the parser's.
-  const char* ReadableEnd(const char* text) const {
-    const char* const end = document_.data() + document_.size();
-    return std::less_equal<>()(document_.data(), text) && std::less<>()(text, end) ? end : text;
-  }
-
-  std::string_view document_;
   SlotStack stack_;
   std::string textSoFar_;  // of a text that arrives in parts, because it has escapes
 };
@@ -223,7 +220,7 @@ std::string ShortenExponents(std::string_view document) {
 bool ReadDocument(std::string_view text, Rep& root) {
   json::parse_options options;
   options.max_depth = Value::kMaxDepth;
-  json::basic_parser<TreeBuilder> parser(options, text);
+  json::basic_parser<TreeBuilder> parser(options);
   ErrorCode error;
   const std::size_t size = parser.write_some(false, text.data(), text.size(), error);
   if (!error && size == text.size()) {

@@ -63,28 +63,6 @@ struct Access {
   static MemberIterator<M> FirstMember(const Rep& object);
 };
 
-// The sixteen bytes of a slot as one register. A slot that is stored in pieces and loaded as a
-// whole a moment later makes the processor wait, so the reader passes slots on in this form.
-using Words = std::uint64_t __attribute__((vector_size(16)));
-
-inline Words MakeWords(std::uint64_t low, Kind kind) {
-#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  return Words{low, static_cast<std::uint64_t>(kind) << 56};
-#else
-  return Words{low, static_cast<std::uint64_t>(kind)};
-#endif
-}
-
-inline Words LoadWords(const Rep* slot) {
-  Words words;
-  std::memcpy(&words, slot, sizeof(words));
-  return words;
-}
-
-inline void StoreWords(Rep* slot, Words words) {
-  std::memcpy(static_cast<void*>(slot), &words, sizeof(words));
-}
-
 inline bool OwnsMemory(const Rep& rep) {
   return rep.kind >= Kind::kLongText;
 }
@@ -102,12 +80,19 @@ inline std::string_view TextOf(const Rep& rep) {
              : std::string_view(rep.text->Bytes(), rep.text->size);
 }
 
+inline Rep MakeContainer(Kind kind, Block* block) {
+  Rep rep = Rep();
+  rep.kind = kind;
+  rep.block = block;
+  return rep;
+}
+
 // All functions that return or add something throw std::bad_alloc, also when a container would get
 // more slots than a block can count, and then leave everything as it was.
 
 Rep MakeText(std::string_view bytes);
-// The same, faster when the memory from the first byte to `readableEnd` is larger than the text.
-Words MakeTextWords(std::string_view bytes, const char* readableEnd);
+
+constexpr std::size_t kMaxSlots = UINT32_MAX - 1;  // of a block; even: members take two
 
 // A block with no slot in use, and one that takes over what `count` slots own.
 Block* NewBlock(std::size_t capacity);
@@ -132,10 +117,13 @@ Rep* FindMember(const Rep& object, std::string_view name);
 Rep* AddMember(Rep& object, std::string_view name);
 bool RemoveMember(Rep& object, std::string_view name);
 
+// Gives the only block of an object its index, where it has members enough for one.
+void IndexMembers(Block* block);
+
 // Makes an object of `count` members, each a name's and a value's slot from `slots` on, and takes
 // over what these own. Of equal names the last one counts, at the place of the first. When it
 // throws, the slots still own everything that is left.
-Words MakeObject(Rep* slots, std::size_t count);
+Rep MakeObject(Rep* slots, std::size_t count);
 
 // Goes through the slots of an array or object, block by block.
 class SlotCursor {

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "../src/Storage.h"
 #include "Cases.h"
 #include "LumJson.h"
 
@@ -357,23 +358,76 @@ TEST(RemoveTest, EveryMemberOfEveryPlace) {
   }
 }
 
-// A hundred thousand members: quadratic work would take minutes here.
+// The index of a large object's names, as it stands in memory.
+const LumJson::detail::Growth& IndexOf(const Value& value) {
+  static const LumJson::detail::Growth kNone;
+  const LumJson::detail::Growth* const growth = LumJson::detail::Access::Of(value).block->growth;
+  return growth == nullptr || growth->index == nullptr ? kNone : *growth;
+}
+
+// How many places a search passes on the average: few, when at least half of them are free and the
+// names do not crowd.
+void CheckSearch(const Value& value) {
+  const LumJson::detail::Growth& growth = IndexOf(value);
+  ASSERT_NE(nullptr, growth.index);
+  const std::size_t places = growth.mask + 1;
+  ASSERT_GE(places, 2 * value.Size());
+  std::size_t crowd = 0;
+  std::size_t passed = 0;
+  for (std::size_t i = 0; i < places; ++i) {
+    crowd = growth.index[i] == nullptr ? 0 : crowd + 1;
+    passed += crowd;
+  }
+  ASSERT_LE(passed, 8 * places);
+}
+
+using NameForm = std::pair<const char*, const char*>;
+
+// Short names, and long ones that differ in their first word or in their last bytes alone.
+const NameForm kNameForms[] = {
+    {"member ", ""}, {"", " is the number of the member"}, {"the member has the number ", ""}};
+
+std::string NameOf(const NameForm& form, int number) {
+  return form.first + std::to_string(number) + form.second;
+}
+
+// Members are looked for in the index and nowhere else: none is found while it is empty.
+void CheckSearchByIndexAlone(const NameForm& form) {
+  Value value;
+  for (int i = 0; i < 100; ++i) {
+    value[NameOf(form, i)] = i;
+  }
+  ASSERT_NO_FATAL_FAILURE(CheckSearch(value));
+  const LumJson::detail::Growth& growth = IndexOf(value);
+  const std::vector<LumJson::detail::Rep*> places(growth.index, growth.index + growth.mask + 1);
+  std::fill_n(growth.index, places.size(), nullptr);
+  for (int i = 0; i < 100; ++i) {
+    ASSERT_FALSE(value.Has(NameOf(form, i)));
+  }
+  std::copy(places.begin(), places.end(), growth.index);
+}
+
+// Quadratic work on a hundred thousand members would take minutes: it is seen before.
 TEST(LargeObjectTest, IsBuiltAndSearchedQuickly) {
   constexpr int kMembers = 100000;
-  // Short names, and long ones that differ in their first word or in their last bytes alone.
-  for (const auto& [before, behind] :
-       {std::pair("member ", ""), std::pair("", " is the number of the member"),
-        std::pair("the member has the number ", "")}) {
-    const auto name = [before = before, behind = behind](int i) {
-      return before + std::to_string(i) + behind;
-    };
+  for (const NameForm& form : kNameForms) {
+    ASSERT_NO_FATAL_FAILURE(CheckSearchByIndexAlone(form));
     Value value;
+    const void* index = nullptr;
+    int indexes = 0;
     for (int i = 0; i < kMembers; ++i) {
-      value[name(i)] = i;
+      value[NameOf(form, i)] = i;
+      if (i >= 64 && (i & (i - 1)) == 0) {
+        ASSERT_NO_FATAL_FAILURE(CheckSearch(value)) << i;
+      }
+      if (i >= 64 && IndexOf(value).index != index) {
+        index = IndexOf(value).index;
+        ASSERT_LE(++indexes, 12) << "the index is made anew for " << i << " members";
+      }
     }
     EXPECT_EQ(std::size_t{kMembers}, value.Size());
     for (int i = 0; i < kMembers; ++i) {
-      ASSERT_EQ(i, std::as_const(value)[name(i)].AsInt64(-1));
+      ASSERT_EQ(i, std::as_const(value)[NameOf(form, i)].AsInt64(-1));
     }
   }
 }
@@ -404,21 +458,24 @@ TEST(LargeObjectTest, GrowsAfterItWasRead) {
 }
 
 TEST(LargeObjectTest, IsReadQuicklyAndItsDuplicatesAreDropped) {
-  constexpr int kMembers = 100000;
-  std::string text = "{";
-  for (int i = 0; i < 2 * kMembers; ++i) {
-    text += (i == 0 ? "\"" : ",\"") + std::to_string(i % kMembers) +
-            "\":" + (i % 3 == 0 ? "\"a text of more than fourteen bytes\"" : std::to_string(i));
-  }
-  const Value value = Read(text + '}');
-  ASSERT_EQ(std::size_t{kMembers}, value.Size());
-  int expected = 0;
-  for (const Member& member : value.Members()) {
-    ASSERT_EQ(std::to_string(expected), member.Name());
-    const int last = expected + kMembers;
-    ASSERT_EQ(last % 3 == 0 ? Value("a text of more than fourteen bytes") : Value(last),
-              member.Item());
-    ++expected;
+  for (const int members : {50, 100, 100000}) {
+    std::string text = "{";
+    for (int i = 0; i < 2 * members; ++i) {
+      text += (i == 0 ? "\"" : ",\"") + std::to_string(i % members) +
+              "\":" + (i % 3 == 0 ? "\"a text of more than fourteen bytes\"" : std::to_string(i));
+    }
+    const Value value = Read(text + '}');
+    ASSERT_EQ(static_cast<std::size_t>(members), value.Size());
+    ASSERT_NO_FATAL_FAILURE(CheckSearch(value));
+    ASSERT_NO_FATAL_FAILURE(CheckSearch(Value(value)));
+    int expected = 0;
+    for (const Member& member : value.Members()) {
+      ASSERT_EQ(std::to_string(expected), member.Name());
+      const int last = expected + members;
+      ASSERT_EQ(last % 3 == 0 ? Value("a text of more than fourteen bytes") : Value(last),
+                member.Item());
+      ++expected;
+    }
   }
 }
 
