@@ -12,7 +12,7 @@ namespace {
 class Maker {
  public:
   std::string Make(Shape shape, std::size_t size) {
-    text_ = "{\"version\":3,\"source\":\"bench\",\"items\":[";
+    m_text = "{\"version\":3,\"source\":\"bench\",\"items\":[";
     while (true) {
       switch (shape) {
         case Shape::kRecords:
@@ -28,23 +28,23 @@ class Maker {
           AddMeasurement();
           break;
       }
-      if (text_.size() >= size) {
+      if (m_text.size() >= size) {
         break;
       }
-      text_ += ',';
+      m_text += ',';
     }
-    text_ += "]}";
-    return text_;
+    m_text += "]}";
+    return m_text;
   }
 
  private:
-  unsigned Below(unsigned limit) { return static_cast<unsigned>(random_() % limit); }
+  unsigned Below(unsigned limit) { return static_cast<unsigned>(m_random() % limit); }
 
   template <typename... Arguments>
   void Add(const char* format, Arguments... arguments) {
     char piece[512];
     const int length = std::snprintf(piece, sizeof(piece), format, arguments...);
-    text_.append(piece, static_cast<std::size_t>(length));
+    m_text.append(piece, static_cast<std::size_t>(length));
   }
 
   void AddRecord() {
@@ -61,24 +61,24 @@ class Maker {
   // About every `rarity`th word is none of the plain ones.
   void AddMessage(unsigned rarity) {
     Add("{\"id\":\"%016llx\",\"user\":\"user_%u\",\"text\":\"",
-        static_cast<unsigned long long>(random_()), Below(100000));
+        static_cast<unsigned long long>(m_random()), Below(100000));
     for (unsigned words = 10 + Below(40); words != 0; --words) {
-      text_ += Below(rarity) == 0 ? kOtherWords[Below(std::size(kOtherWords))]
-                                  : kWords[Below(std::size(kWords))];
+      m_text += Below(rarity) == 0 ? kOtherWords[Below(std::size(kOtherWords))]
+                                   : kWords[Below(std::size(kWords))];
     }
-    text_ += "\",\"lang\":\"en\"}";
+    m_text += "\",\"lang\":\"en\"}";
   }
 
   void AddMeasurement() {
-    text_ += '[';
+    m_text += '[';
     for (int i = 0; i < 8; ++i) {
-      Add("%.17g,", static_cast<double>(random_()) / 1e15 - 9000);
+      Add("%.17g,", static_cast<double>(m_random()) / 1e15 - 9000);
     }
     for (int i = 0; i < 4; ++i) {
       Add("%.*f,", 1 + static_cast<int>(Below(4)), Below(1000000) / 1e2);
     }
     Add("%u,%d,%llu]", Below(100), -static_cast<int>(Below(1000000)),
-        static_cast<unsigned long long>(random_() >> 8));
+        static_cast<unsigned long long>(m_random() >> 8));
   }
 
   static constexpr const char* kStates[] = {"idle", "driving", "charging", "out of service"};
@@ -92,8 +92,8 @@ class Maker {
                                                 "\xE4\xBD\xA0\xE5\xA5\xBD",
                                                 "\xF0\x9F\x98\x80 "};
 
-  std::mt19937_64 random_{20240601};
-  std::string text_;
+  std::mt19937_64 m_random{20240601};
+  std::string m_text;
 };
 
 }  // namespace

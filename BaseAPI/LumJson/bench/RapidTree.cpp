@@ -23,38 +23,38 @@ class Handler : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Handler> 
     return Push({std::string(text, size)});
   }
   bool Key(const char* text, rapidjson::SizeType size, bool) {
-    names_.emplace_back(text, size);
+    m_names.emplace_back(text, size);
     return true;
   }
   bool StartArray() { return true; }
   bool StartObject() { return true; }
   bool EndArray(rapidjson::SizeType count) {
-    Node::Elements elements(std::make_move_iterator(values_.end() - count),
-                            std::make_move_iterator(values_.end()));
-    values_.erase(values_.end() - count, values_.end());
+    Node::Elements elements(std::make_move_iterator(m_values.end() - count),
+                            std::make_move_iterator(m_values.end()));
+    m_values.erase(m_values.end() - count, m_values.end());
     return Push({std::move(elements)});
   }
   bool EndObject(rapidjson::SizeType count) {
     Node::Members members;
     members.reserve(count);
     for (rapidjson::SizeType i = count; i != 0; --i) {
-      members.emplace_back(std::move(*(names_.end() - i)), std::move(*(values_.end() - i)));
+      members.emplace_back(std::move(*(m_names.end() - i)), std::move(*(m_values.end() - i)));
     }
-    names_.erase(names_.end() - count, names_.end());
-    values_.erase(values_.end() - count, values_.end());
+    m_names.erase(m_names.end() - count, m_names.end());
+    m_values.erase(m_values.end() - count, m_values.end());
     return Push({std::move(members)});
   }
 
-  Node TakeRoot() { return std::move(values_.back()); }
+  Node TakeRoot() { return std::move(m_values.back()); }
 
  private:
   bool Push(Node&& node) {
-    values_.push_back(std::move(node));
+    m_values.push_back(std::move(node));
     return true;
   }
 
-  std::vector<Node> values_;
-  std::vector<std::string> names_;
+  std::vector<Node> m_values;
+  std::vector<std::string> m_names;
 };
 
 template <unsigned kFlags>

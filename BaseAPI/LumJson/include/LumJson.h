@@ -63,13 +63,13 @@ class MemberRange;
 template <typename V>
 class ElementRange {
  public:
-  ElementRange(V* first, V* last) : first_(first), last_(last) {}
-  V* begin() const { return first_; }
-  V* end() const { return last_; }
+  ElementRange(V* first, V* last) : m_first(first), m_last(last) {}
+  V* begin() const { return m_first; }
+  V* end() const { return m_last; }
 
  private:
-  V* first_;
-  V* last_;
+  V* m_first;
+  V* m_last;
 };
 
 // One JSON value: null, a boolean, a number, a string, an array or an object. It owns everything
@@ -106,30 +106,30 @@ class LUM_JSON_API Value {
   enum { kMaxDepth = 512 };
 
   // Null.
-  Value() noexcept : rep_() {}
-  Value(std::nullptr_t) noexcept : rep_() {}
+  Value() noexcept : m_rep() {}
+  Value(std::nullptr_t) noexcept : m_rep() {}
 
   // A boolean. From bool alone: nothing else, pointers least of all, turns into one silently.
   template <typename Bool,
             typename = typename std::enable_if<std::is_same<Bool, bool>::value>::type>
-  Value(Bool boolean) noexcept : rep_() {
-    rep_.kind = detail::Kind::kBool;
-    rep_.unsignedInteger = boolean ? 1 : 0;
+  Value(Bool boolean) noexcept : m_rep() {
+    m_rep.kind = detail::Kind::kBool;
+    m_rep.unsignedInteger = boolean ? 1 : 0;
   }
 
   // An integer; smaller types arrive here by promotion. It keeps all 64 bits.
-  Value(int number) noexcept : rep_() { SetInteger(number); }
-  Value(long number) noexcept : rep_() { SetInteger(number); }
-  Value(long long number) noexcept : rep_() { SetInteger(number); }
-  Value(unsigned int number) noexcept : rep_() { SetInteger(number); }
-  Value(unsigned long number) noexcept : rep_() { SetUnsigned(number); }
-  Value(unsigned long long number) noexcept : rep_() { SetUnsigned(number); }
+  Value(int number) noexcept : m_rep() { SetInteger(number); }
+  Value(long number) noexcept : m_rep() { SetInteger(number); }
+  Value(long long number) noexcept : m_rep() { SetInteger(number); }
+  Value(unsigned int number) noexcept : m_rep() { SetInteger(number); }
+  Value(unsigned long number) noexcept : m_rep() { SetUnsigned(number); }
+  Value(unsigned long long number) noexcept : m_rep() { SetUnsigned(number); }
 
   // A double, also when it has no fraction. NaN and the infinities are held, but JSON has no form
   // for them: they are written as null.
-  Value(double number) noexcept : rep_() {
-    rep_.kind = detail::Kind::kDouble;
-    rep_.number = number;
+  Value(double number) noexcept : m_rep() {
+    m_rep.kind = detail::Kind::kDouble;
+    m_rep.number = number;
   }
 
   // A string of any bytes, zero bytes included where the size is known. It should be UTF-8; what is
@@ -146,14 +146,14 @@ class LUM_JSON_API Value {
   // text of more than detail::Rep::kMaxShortText bytes. A part may be assigned to its whole and a
   // whole to its part.
   Value(const Value& other);
-  Value(Value&& other) noexcept : rep_(other.rep_) { other.rep_ = detail::Rep(); }
+  Value(Value&& other) noexcept : m_rep(other.m_rep) { other.m_rep = detail::Rep(); }
   Value& operator=(const Value& other);
   Value& operator=(Value&& other) noexcept {
     // By way of a third value: `other` may be a part of *this.
-    const detail::Rep taken = other.rep_;
-    other.rep_ = detail::Rep();
+    const detail::Rep taken = other.m_rep;
+    other.m_rep = detail::Rep();
     Release();
-    rep_ = taken;
+    m_rep = taken;
     return *this;
   }
   ~Value() { Release(); }
@@ -185,25 +185,25 @@ class LUM_JSON_API Value {
   // everything else, by the rules of ToStyledString().
   std::string JsonValueToString() const;
 
-  bool IsNull() const noexcept { return rep_.kind == detail::Kind::kNull; }
-  bool IsBool() const noexcept { return rep_.kind == detail::Kind::kBool; }
+  bool IsNull() const noexcept { return m_rep.kind == detail::Kind::kNull; }
+  bool IsBool() const noexcept { return m_rep.kind == detail::Kind::kBool; }
   // Any number.
   bool IsNumber() const noexcept {
-    return rep_.kind >= detail::Kind::kInteger && rep_.kind <= detail::Kind::kDouble;
+    return m_rep.kind >= detail::Kind::kInteger && m_rep.kind <= detail::Kind::kDouble;
   }
   // A number that is held as an integer and fits int64_t, or uint64_t.
-  bool IsInteger() const noexcept { return rep_.kind == detail::Kind::kInteger; }
+  bool IsInteger() const noexcept { return m_rep.kind == detail::Kind::kInteger; }
   bool IsUnsigned() const noexcept {
-    return rep_.kind == detail::Kind::kUnsigned ||
-           (rep_.kind == detail::Kind::kInteger && rep_.integer >= 0);
+    return m_rep.kind == detail::Kind::kUnsigned ||
+           (m_rep.kind == detail::Kind::kInteger && m_rep.integer >= 0);
   }
   // A number that is held as a double: written with a point or an exponent, or too large otherwise.
-  bool IsDouble() const noexcept { return rep_.kind == detail::Kind::kDouble; }
+  bool IsDouble() const noexcept { return m_rep.kind == detail::Kind::kDouble; }
   bool IsString() const noexcept {
-    return rep_.kind == detail::Kind::kShortText || rep_.kind == detail::Kind::kLongText;
+    return m_rep.kind == detail::Kind::kShortText || m_rep.kind == detail::Kind::kLongText;
   }
-  bool IsArray() const noexcept { return rep_.kind == detail::Kind::kArray; }
-  bool IsObject() const noexcept { return rep_.kind == detail::Kind::kObject; }
+  bool IsArray() const noexcept { return m_rep.kind == detail::Kind::kArray; }
+  bool IsObject() const noexcept { return m_rep.kind == detail::Kind::kObject; }
 
   // The value as a C++ type, or `otherwise` when it is of another kind. A number that the type
   // cannot hold exactly counts as another kind for the integers (3.0 is 3, 3.5 is not);
@@ -273,23 +273,23 @@ class LUM_JSON_API Value {
   friend struct detail::Access;
 
   void SetInteger(std::int64_t number) noexcept {
-    rep_.kind = detail::Kind::kInteger;
-    rep_.integer = number;
+    m_rep.kind = detail::Kind::kInteger;
+    m_rep.integer = number;
   }
   void SetUnsigned(std::uint64_t number) noexcept {
-    rep_.kind = number > INT64_MAX ? detail::Kind::kUnsigned : detail::Kind::kInteger;
-    rep_.unsignedInteger = number;
+    m_rep.kind = number > INT64_MAX ? detail::Kind::kUnsigned : detail::Kind::kInteger;
+    m_rep.unsignedInteger = number;
   }
   // What follows either ends the value's life or gives it another content.
   void Release() noexcept {
-    if (rep_.kind >= detail::Kind::kLongText) {
+    if (m_rep.kind >= detail::Kind::kLongText) {
       ReleaseMemory();
     }
   }
   void ReleaseMemory() noexcept;
   bool Equals(const Value& other) const;
 
-  detail::Rep rep_;
+  detail::Rep m_rep;
 };
 
 // One member of an object: a name, which is fixed, and a value. It lives in its object; see Value
@@ -301,17 +301,17 @@ class LUM_JSON_API Member {
 
   std::string Name() const { return std::string(NameData(), NameSize()); }
   // The name's bytes without a copy, not terminated by a zero; valid as long as the member.
-  const char* NameData() const noexcept { return name_.StringData(); }
-  std::size_t NameSize() const noexcept { return name_.StringSize(); }
+  const char* NameData() const noexcept { return m_name.StringData(); }
+  std::size_t NameSize() const noexcept { return m_name.StringSize(); }
 
-  Value& Item() noexcept { return item_; }
-  const Value& Item() const noexcept { return item_; }
+  Value& Item() noexcept { return m_item; }
+  const Value& Item() const noexcept { return m_item; }
 
  private:
   Member() = delete;
 
-  Value name_;
-  Value item_;
+  Value m_name;
+  Value m_item;
 };
 
 // Goes through the members of one object, forwards. It ends when a member is added or removed.
@@ -326,10 +326,10 @@ class MemberIterator {
 
   MemberIterator() = default;
 
-  M& operator*() const { return *current_; }
-  M* operator->() const { return current_; }
+  M& operator*() const { return *m_current; }
+  M* operator->() const { return m_current; }
   MemberIterator& operator++() {
-    if (++current_ == end_) {
+    if (++m_current == m_end) {
       EnterBlock();
     }
     return *this;
@@ -340,10 +340,10 @@ class MemberIterator {
     return before;
   }
   friend bool operator==(const MemberIterator& a, const MemberIterator& b) {
-    return a.current_ == b.current_;
+    return a.m_current == b.m_current;
   }
   friend bool operator!=(const MemberIterator& a, const MemberIterator& b) {
-    return a.current_ != b.current_;
+    return a.m_current != b.m_current;
   }
 
  private:
@@ -352,21 +352,21 @@ class MemberIterator {
   // Goes to the first member of the next block that has any.
   LUM_JSON_API void EnterBlock() noexcept;
 
-  M* current_ = nullptr;
-  M* end_ = nullptr;                      // of the block that current_ stands in
-  const detail::Block* block_ = nullptr;  // the one behind it
+  M* m_current = nullptr;
+  M* m_end = nullptr;                      // of the block that m_current stands in
+  const detail::Block* m_block = nullptr;  // the one behind it
 };
 
 // What Value::Members() yields: the members of an object in their order.
 template <typename M>
 class MemberRange {
  public:
-  explicit MemberRange(MemberIterator<M> first) : first_(first) {}
-  MemberIterator<M> begin() const { return first_; }
+  explicit MemberRange(MemberIterator<M> first) : m_first(first) {}
+  MemberIterator<M> begin() const { return m_first; }
   MemberIterator<M> end() const { return MemberIterator<M>(); }
 
  private:
-  MemberIterator<M> first_;
+  MemberIterator<M> m_first;
 };
 
 extern template void MemberIterator<Member>::EnterBlock() noexcept;

@@ -53,34 +53,34 @@ const HashSeed kSeed;
 class Name {
  public:
   explicit Name(std::string_view bytes)
-      : bytes_(bytes), isShort_(bytes.size() <= Rep::kMaxShortText) {
-    if (isShort_) {
+      : m_bytes(bytes), m_isShort(bytes.size() <= Rep::kMaxShortText) {
+    if (m_isShort) {
       LoadShort(MakeText(bytes));
     }
   }
   // The name in a slot, which must outlive this.
-  explicit Name(const Rep& slot) : isShort_(slot.kind == Kind::kShortText) {
-    if (isShort_) {
+  explicit Name(const Rep& slot) : m_isShort(slot.kind == Kind::kShortText) {
+    if (m_isShort) {
       LoadShort(slot);
     } else {
-      bytes_ = TextOf(slot);
+      m_bytes = TextOf(slot);
     }
   }
 
   bool Is(const Rep& slot) const {
-    if (isShort_) {
-      return LoadWord(&slot) == low_ &&
-             LoadWord(reinterpret_cast<const char*>(&slot) + kWord) == high_;
+    if (m_isShort) {
+      return LoadWord(&slot) == m_low &&
+             LoadWord(reinterpret_cast<const char*>(&slot) + kWord) == m_high;
     }
-    return slot.kind == Kind::kLongText && TextOf(slot) == bytes_;
+    return slot.kind == Kind::kLongText && TextOf(slot) == m_bytes;
   }
 
   std::uint64_t Hash() const {
-    if (isShort_) {
-      return FoldProduct(low_ ^ kSeed.low, high_ ^ kSeed.high);
+    if (m_isShort) {
+      return FoldProduct(m_low ^ kSeed.low, m_high ^ kSeed.high);
     }
-    std::uint64_t hash = kSeed.low ^ bytes_.size();
-    std::string_view rest = bytes_;
+    std::uint64_t hash = kSeed.low ^ m_bytes.size();
+    std::string_view rest = m_bytes;
     while (rest.size() >= kWord) {
       hash = FoldProduct(hash ^ LoadWord(rest.data()), kSeed.high);
       rest.remove_prefix(kWord);
@@ -92,14 +92,14 @@ class Name {
 
  private:
   void LoadShort(const Rep& slot) {
-    low_ = LoadWord(&slot);
-    high_ = LoadWord(reinterpret_cast<const char*>(&slot) + kWord);
+    m_low = LoadWord(&slot);
+    m_high = LoadWord(reinterpret_cast<const char*>(&slot) + kWord);
   }
 
-  std::string_view bytes_;  // unused for short names
-  std::uint64_t low_ = 0;
-  std::uint64_t high_ = 0;
-  bool isShort_;
+  std::string_view m_bytes;  // unused for short names
+  std::uint64_t m_low = 0;
+  std::uint64_t m_high = 0;
+  bool m_isShort;
 };
 
 // The place in the index where `name` stands, or the empty one where it would.

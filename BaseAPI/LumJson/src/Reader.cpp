@@ -28,43 +28,43 @@ class SlotStack {
   SlotStack(const SlotStack&) = delete;
   SlotStack& operator=(const SlotStack&) = delete;
   ~SlotStack() {
-    while (top_ != bottom_) {
-      ReleaseTree(*--top_);
+    while (m_top != m_bottom) {
+      ReleaseTree(*--m_top);
     }
-    if (bottom_ != first_) {
-      delete[] bottom_;
+    if (m_bottom != m_first) {
+      delete[] m_bottom;
     }
   }
 
   // Room for one more, so that Push() does not throw.
   void Reserve() {
-    if (top_ == limit_) {
+    if (m_top == m_limit) {
       Grow();
     }
   }
-  void Push(const Rep& slot) { *top_++ = slot; }
-  Rep* Top() { return top_; }
-  void Drop(std::size_t count) { top_ -= count; }
+  void Push(const Rep& slot) { *m_top++ = slot; }
+  Rep* Top() { return m_top; }
+  void Drop(std::size_t count) { m_top -= count; }
 
  private:
   static constexpr std::size_t kFirstSize = 128;
 
   void Grow() {
-    const auto size = static_cast<std::size_t>(top_ - bottom_);
+    const auto size = static_cast<std::size_t>(m_top - m_bottom);
     Rep* const larger = new Rep[2 * size];
-    std::copy(bottom_, top_, larger);
-    if (bottom_ != first_) {
-      delete[] bottom_;
+    std::copy(m_bottom, m_top, larger);
+    if (m_bottom != m_first) {
+      delete[] m_bottom;
     }
-    bottom_ = larger;
-    top_ = larger + size;
-    limit_ = larger + 2 * size;
+    m_bottom = larger;
+    m_top = larger + size;
+    m_limit = larger + 2 * size;
   }
 
-  Rep first_[kFirstSize];
-  Rep* bottom_ = first_;
-  Rep* top_ = first_;
-  Rep* limit_ = first_ + kFirstSize;
+  Rep m_first[kFirstSize];
+  Rep* m_bottom = m_first;
+  Rep* m_top = m_first;
+  Rep* m_limit = m_first + kFirstSize;
 };
 
 // The parser's handler. Each event answers whether to go on; the error's text interests nobody.
@@ -76,8 +76,8 @@ class TreeBuilder {
   static constexpr std::size_t max_key_size = SIZE_MAX;
 
   Rep TakeRoot() {
-    stack_.Drop(1);
-    return *stack_.Top();
+    m_stack.Drop(1);
+    return *m_stack.Top();
   }
 
   bool on_document_begin(ErrorCode&) { return true; }
@@ -86,30 +86,30 @@ class TreeBuilder {
   bool on_object_begin(ErrorCode&) { return true; }
 
   bool on_array_end(std::size_t count, ErrorCode&) {
-    Block* const block = count == 0 ? nullptr : NewFilledBlock(stack_.Top() - count, count);
-    stack_.Drop(count);
+    Block* const block = count == 0 ? nullptr : NewFilledBlock(m_stack.Top() - count, count);
+    m_stack.Drop(count);
     return Push(MakeContainer(Kind::kArray, block));
   }
 
   bool on_object_end(std::size_t count, ErrorCode&) {
-    const Rep object = MakeObject(stack_.Top() - 2 * count, count);
-    stack_.Drop(2 * count);
+    const Rep object = MakeObject(m_stack.Top() - 2 * count, count);
+    m_stack.Drop(2 * count);
     return Push(object);
   }
 
   bool on_string_part(json::string_view part, std::size_t, ErrorCode&) {
-    textSoFar_.append(part.data(), part.size());
+    m_textSoFar.append(part.data(), part.size());
     return true;
   }
 
   bool on_string(json::string_view rest, std::size_t, ErrorCode&) {
-    stack_.Reserve();
-    if (textSoFar_.empty()) {
-      stack_.Push(MakeText({rest.data(), rest.size()}));
+    m_stack.Reserve();
+    if (m_textSoFar.empty()) {
+      m_stack.Push(MakeText({rest.data(), rest.size()}));
     } else {
-      textSoFar_.append(rest.data(), rest.size());
-      stack_.Push(MakeText(textSoFar_));
-      textSoFar_.clear();
+      m_textSoFar.append(rest.data(), rest.size());
+      m_stack.Push(MakeText(m_textSoFar));
+      m_textSoFar.clear();
     }
     return true;
   }
@@ -165,8 +165,8 @@ class TreeBuilder {
   // For values that own nothing, or what the stack owned until its slots were dropped: then there
   // is room, and nothing is thrown.
   bool Push(const Rep& value) {
-    stack_.Reserve();
-    stack_.Push(value);
+    m_stack.Reserve();
+    m_stack.Push(value);
     return true;
   }
   bool Push(std::uint64_t content, Kind kind) {
@@ -183,8 +183,8 @@ class TreeBuilder {
     return Push(value);
   }
 
-  SlotStack stack_;
-  std::string textSoFar_;  // of a text that arrives in parts, because it has escapes
+  SlotStack m_stack;
+  std::string m_textSoFar;  // of a text that arrives in parts, because it has escapes
 };
 
 // The document with 10^9 - 1 for every exponent above: either is endless for a double.

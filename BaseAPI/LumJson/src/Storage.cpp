@@ -304,23 +304,23 @@ void AppendElement(Rep& array, Rep& element) {
   element = Rep();
 }
 
-SlotCursor::SlotCursor(const Rep& container) : left_(SlotCount(container)) {
-  if (left_ != 0) {
+SlotCursor::SlotCursor(const Rep& container) : m_left(SlotCount(container)) {
+  if (m_left != 0) {
     const Block& first = *container.block;
-    slot_ = first.Slots();
-    end_ = slot_ + first.size;
-    next_ = first.growth == nullptr ? nullptr : first.growth->next;
-    if (slot_ == end_) {
+    m_slot = first.Slots();
+    m_end = m_slot + first.size;
+    m_next = first.growth == nullptr ? nullptr : first.growth->next;
+    if (m_slot == m_end) {
       EnterBlock();
     }
   }
 }
 
 void SlotCursor::EnterBlock() {
-  while (slot_ == end_ && next_ != nullptr) {
-    slot_ = next_->Slots();
-    end_ = slot_ + next_->size;
-    next_ = next_->next;
+  while (m_slot == m_end && m_next != nullptr) {
+    m_slot = m_next->Slots();
+    m_end = m_slot + m_next->size;
+    m_next = m_next->next;
   }
 }
 

@@ -57,8 +57,8 @@ struct Growth {
 
 // Opens a Value to the library's own sources.
 struct Access {
-  static Rep& Of(Value& value) { return value.rep_; }
-  static const Rep& Of(const Value& value) { return value.rep_; }
+  static Rep& Of(Value& value) { return value.m_rep; }
+  static const Rep& Of(const Value& value) { return value.m_rep; }
   template <typename M>
   static MemberIterator<M> FirstMember(const Rep& object);
 };
@@ -130,13 +130,13 @@ class SlotCursor {
  public:
   explicit SlotCursor(const Rep& container);
 
-  bool AtEnd() const { return left_ == 0; }
-  std::size_t Left() const { return left_; }  // slots, with the one it stands at
-  const Rep* Slot() const { return slot_; }
+  bool AtEnd() const { return m_left == 0; }
+  std::size_t Left() const { return m_left; }  // slots, with the one it stands at
+  const Rep* Slot() const { return m_slot; }
   void Advance(std::size_t slots) {
-    slot_ += slots;
-    left_ -= slots;
-    if (slot_ == end_) {
+    m_slot += slots;
+    m_left -= slots;
+    if (m_slot == m_end) {
       EnterBlock();
     }
   }
@@ -144,10 +144,10 @@ class SlotCursor {
  private:
   void EnterBlock();
 
-  const Rep* slot_ = nullptr;
-  const Rep* end_ = nullptr;  // of the block that slot_ stands in
-  const Block* next_ = nullptr;
-  std::size_t left_ = 0;
+  const Rep* m_slot = nullptr;
+  const Rep* m_end = nullptr;  // of the block that m_slot stands in
+  const Block* m_next = nullptr;
+  std::size_t m_left = 0;
 };
 
 }  // namespace LumJson::detail

@@ -35,10 +35,10 @@ template <typename M>
 MemberIterator<M> Access::FirstMember(const Rep& object) {
   MemberIterator<M> first;
   if (object.kind == Kind::kObject && object.block != nullptr) {
-    first.current_ = reinterpret_cast<M*>(object.block->Slots());
-    first.end_ = first.current_ + object.block->size / 2;
-    first.block_ = object.block->growth == nullptr ? nullptr : object.block->growth->next;
-    if (first.current_ == first.end_) {
+    first.m_current = reinterpret_cast<M*>(object.block->Slots());
+    first.m_end = first.m_current + object.block->size / 2;
+    first.m_block = object.block->growth == nullptr ? nullptr : object.block->growth->next;
+    if (first.m_current == first.m_end) {
       first.EnterBlock();
     }
   }
@@ -47,43 +47,43 @@ MemberIterator<M> Access::FirstMember(const Rep& object) {
 
 template <typename M>
 void MemberIterator<M>::EnterBlock() noexcept {
-  while (block_ != nullptr && current_ == end_) {
-    current_ = reinterpret_cast<M*>(const_cast<detail::Block*>(block_)->Slots());
-    end_ = current_ + block_->size / 2;
-    block_ = block_->next;
+  while (m_block != nullptr && m_current == m_end) {
+    m_current = reinterpret_cast<M*>(const_cast<detail::Block*>(m_block)->Slots());
+    m_end = m_current + m_block->size / 2;
+    m_block = m_block->next;
   }
-  if (current_ == end_) {
-    current_ = nullptr;
+  if (m_current == m_end) {
+    m_current = nullptr;
   }
 }
 
 template void MemberIterator<Member>::EnterBlock() noexcept;
 template void MemberIterator<const Member>::EnterBlock() noexcept;
 
-Value::Value(const char* text) : rep_() {
+Value::Value(const char* text) : m_rep() {
   if (text != nullptr) {
-    rep_ = detail::MakeText(text);
+    m_rep = detail::MakeText(text);
   }
 }
 
-Value::Value(const std::string& text) : rep_(detail::MakeText(text)) {}
+Value::Value(const std::string& text) : m_rep(detail::MakeText(text)) {}
 
 Value::Value(const char* text, std::size_t size)
-    : rep_(text == nullptr ? Rep() : detail::MakeText(std::string_view(text, size))) {}
+    : m_rep(text == nullptr ? Rep() : detail::MakeText(std::string_view(text, size))) {}
 
 Value Value::Array() noexcept {
   Value value;
-  value.rep_.kind = Kind::kArray;
+  value.m_rep.kind = Kind::kArray;
   return value;
 }
 
 Value Value::Object() noexcept {
   Value value;
-  value.rep_.kind = Kind::kObject;
+  value.m_rep.kind = Kind::kObject;
   return value;
 }
 
-Value::Value(const Value& other) : rep_(detail::CopyTree(other.rep_)) {}
+Value::Value(const Value& other) : m_rep(detail::CopyTree(other.m_rep)) {}
 
 Value& Value::operator=(const Value& other) {
   *this = Value(other);
@@ -91,90 +91,90 @@ Value& Value::operator=(const Value& other) {
 }
 
 void Value::ReleaseMemory() noexcept {
-  detail::ReleaseTree(rep_);
+  detail::ReleaseTree(m_rep);
 }
 
 bool Value::Parse(const std::string& text) {
   *this = Value();
-  return detail::ReadDocument(text, rep_);
+  return detail::ReadDocument(text, m_rep);
 }
 
 std::string Value::ToStyledString() const {
-  return detail::WriteStyled(rep_);
+  return detail::WriteStyled(m_rep);
 }
 
 std::string Value::JsonValueToString() const {
   if (IsString()) {
     return AsString();
   }
-  return IsNull() ? std::string() : detail::WriteCompact(rep_);
+  return IsNull() ? std::string() : detail::WriteCompact(m_rep);
 }
 
 bool Value::AsBool(bool otherwise) const noexcept {
-  return IsBool() ? rep_.unsignedInteger != 0 : otherwise;
+  return IsBool() ? m_rep.unsignedInteger != 0 : otherwise;
 }
 
 std::int64_t Value::AsInt64(std::int64_t otherwise) const noexcept {
   std::int64_t integer = 0;
   if (IsInteger()) {
-    return rep_.integer;
+    return m_rep.integer;
   }
-  return IsDouble() && detail::ToInteger(rep_.number, integer) ? integer : otherwise;
+  return IsDouble() && detail::ToInteger(m_rep.number, integer) ? integer : otherwise;
 }
 
 std::uint64_t Value::AsUint64(std::uint64_t otherwise) const noexcept {
   std::uint64_t integer = 0;
   if (IsUnsigned()) {
-    return rep_.unsignedInteger;
+    return m_rep.unsignedInteger;
   }
-  return IsDouble() && detail::ToInteger(rep_.number, integer) ? integer : otherwise;
+  return IsDouble() && detail::ToInteger(m_rep.number, integer) ? integer : otherwise;
 }
 
 double Value::AsDouble(double otherwise) const noexcept {
-  switch (rep_.kind) {
+  switch (m_rep.kind) {
     case Kind::kInteger:
-      return static_cast<double>(rep_.integer);
+      return static_cast<double>(m_rep.integer);
     case Kind::kUnsigned:
-      return static_cast<double>(rep_.unsignedInteger);
+      return static_cast<double>(m_rep.unsignedInteger);
     case Kind::kDouble:
-      return rep_.number;
+      return m_rep.number;
     default:
       return otherwise;
   }
 }
 
 std::string Value::AsString(const std::string& otherwise) const {
-  return IsString() ? std::string(detail::TextOf(rep_)) : otherwise;
+  return IsString() ? std::string(detail::TextOf(m_rep)) : otherwise;
 }
 
 const char* Value::StringData() const noexcept {
-  return IsString() ? detail::TextOf(rep_).data() : nullptr;
+  return IsString() ? detail::TextOf(m_rep).data() : nullptr;
 }
 
 std::size_t Value::StringSize() const noexcept {
-  return IsString() ? detail::TextOf(rep_).size() : 0;
+  return IsString() ? detail::TextOf(m_rep).size() : 0;
 }
 
 std::size_t Value::Size() const noexcept {
-  if (!detail::IsContainer(rep_)) {
+  if (!detail::IsContainer(m_rep)) {
     return 0;
   }
-  return detail::SlotCount(rep_) / (IsObject() ? 2 : 1);
+  return detail::SlotCount(m_rep) / (IsObject() ? 2 : 1);
 }
 
 Value& Value::operator[](const std::string& key) {
   if (IsNull()) {
     // Null stays null when adding the member throws.
     Value object = Object();
-    Rep* const slot = detail::AddMember(object.rep_, key);
+    Rep* const slot = detail::AddMember(object.m_rep, key);
     *this = std::move(object);
     return *AsValue(slot);
   }
   if (!IsObject()) {
     return Nobody();
   }
-  Rep* const found = detail::FindMember(rep_, key);
-  return *AsValue(found != nullptr ? found : detail::AddMember(rep_, key));
+  Rep* const found = detail::FindMember(m_rep, key);
+  return *AsValue(found != nullptr ? found : detail::AddMember(m_rep, key));
 }
 
 const Value& Value::operator[](const std::string& key) const noexcept {
@@ -183,19 +183,19 @@ const Value& Value::operator[](const std::string& key) const noexcept {
 }
 
 Value* Value::Find(const std::string& key) noexcept {
-  return IsObject() ? AsValue(detail::FindMember(rep_, key)) : nullptr;
+  return IsObject() ? AsValue(detail::FindMember(m_rep, key)) : nullptr;
 }
 
 const Value* Value::Find(const std::string& key) const noexcept {
-  return IsObject() ? AsValue(detail::FindMember(rep_, key)) : nullptr;
+  return IsObject() ? AsValue(detail::FindMember(m_rep, key)) : nullptr;
 }
 
 Value& Value::At(std::size_t index) noexcept {
-  return IsArray() && index < Size() ? *AsValue(rep_.block->Slots() + index) : Nobody();
+  return IsArray() && index < Size() ? *AsValue(m_rep.block->Slots() + index) : Nobody();
 }
 
 const Value& Value::At(std::size_t index) const noexcept {
-  return IsArray() && index < Size() ? *AsValue(rep_.block->Slots() + index) : kNull;
+  return IsArray() && index < Size() ? *AsValue(m_rep.block->Slots() + index) : kNull;
 }
 
 void Value::AddJsonValue(const std::string& key, const std::string& text) {
@@ -208,29 +208,29 @@ void Value::AddJsonValue(const std::string& key, const std::string& text) {
 bool Value::Append(Value element) {
   if (IsNull()) {
     Value array = Array();
-    detail::AppendElement(array.rep_, element.rep_);
+    detail::AppendElement(array.m_rep, element.m_rep);
     *this = std::move(array);
     return true;
   }
   if (!IsArray()) {
     return false;
   }
-  detail::AppendElement(rep_, element.rep_);
+  detail::AppendElement(m_rep, element.m_rep);
   return true;
 }
 
 bool Value::Remove(const std::string& key) noexcept {
-  return IsObject() && detail::RemoveMember(rep_, key);
+  return IsObject() && detail::RemoveMember(m_rep, key);
 }
 
 bool Value::RemoveAt(std::size_t index) noexcept {
   if (!IsArray() || index >= Size()) {
     return false;
   }
-  Value* const first = AsValue(rep_.block->Slots());
+  Value* const first = AsValue(m_rep.block->Slots());
   std::move(first + index + 1, first + Size(), first + index);
   first[Size() - 1] = Value();
-  --rep_.block->size;
+  --m_rep.block->size;
   return true;
 }
 
@@ -238,7 +238,7 @@ ElementRange<Value> Value::Elements() noexcept {
   if (!IsArray() || Empty()) {
     return ElementRange<Value>(nullptr, nullptr);
   }
-  Value* const first = AsValue(rep_.block->Slots());
+  Value* const first = AsValue(m_rep.block->Slots());
   return ElementRange<Value>(first, first + Size());
 }
 
@@ -246,20 +246,20 @@ ElementRange<const Value> Value::Elements() const noexcept {
   if (!IsArray() || Empty()) {
     return ElementRange<const Value>(nullptr, nullptr);
   }
-  const Value* const first = AsValue(rep_.block->Slots());
+  const Value* const first = AsValue(m_rep.block->Slots());
   return ElementRange<const Value>(first, first + Size());
 }
 
 MemberRange<Member> Value::Members() noexcept {
-  return MemberRange<Member>(Access::FirstMember<Member>(rep_));
+  return MemberRange<Member>(Access::FirstMember<Member>(m_rep));
 }
 
 MemberRange<const Member> Value::Members() const noexcept {
-  return MemberRange<const Member>(Access::FirstMember<const Member>(rep_));
+  return MemberRange<const Member>(Access::FirstMember<const Member>(m_rep));
 }
 
 bool Value::Equals(const Value& other) const {
-  return detail::EqualTrees(rep_, other.rep_);
+  return detail::EqualTrees(m_rep, other.m_rep);
 }
 
 }  // namespace LumJson

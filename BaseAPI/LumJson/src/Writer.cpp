@@ -140,27 +140,27 @@ class Writer {
  public:
   std::string Write(const Rep& root) {
     const Rep* value = &root;
-    open_.reserve(IsContainer(root) ? 16 : 0);
+    m_open.reserve(IsContainer(root) ? 16 : 0);
     for (;;) {
       if (IsContainer(*value) && value->block != nullptr && Open(*value)) {
         value = Next();
         continue;
       }
       Leaf(*value);
-      while (!open_.empty() && open_.back().cursor.AtEnd()) {
+      while (!m_open.empty() && m_open.back().cursor.AtEnd()) {
         Close();
       }
-      if (open_.empty()) {
+      if (m_open.empty()) {
         break;
       }
-      *position_++ = ',';
+      *m_position++ = ',';
       value = Next();
     }
     if (kStyled) {
-      *position_++ = '\n';
+      *m_position++ = '\n';
     }
-    out_.append(buffer_, position_);
-    return std::move(out_);
+    m_out.append(m_buffer, m_position);
+    return std::move(m_out);
   }
 
  private:
@@ -185,29 +185,29 @@ class Writer {
   static constexpr std::size_t kFreely = std::size_t{16} << 20;
 
   void MakeRoom() {
-    if (position_ > limit_) {
+    if (m_position > m_limit) {
       Flush();
     }
   }
 
   void Flush() {
     const std::size_t size = Written();
-    if (size > out_.capacity()) {
-      out_.reserve(size + std::min(EstimateRest(), std::max(kMaxGrowth * size, kFreely)));
+    if (size > m_out.capacity()) {
+      m_out.reserve(size + std::min(EstimateRest(), std::max(kMaxGrowth * size, kFreely)));
     }
-    out_.append(buffer_, position_);
-    position_ = buffer_;
+    m_out.append(m_buffer, m_position);
+    m_position = m_buffer;
   }
 
   std::size_t Written() const {
-    return out_.size() + static_cast<std::size_t>(position_ - buffer_);
+    return m_out.size() + static_cast<std::size_t>(m_position - m_buffer);
   }
 
   // What is still to come, if in each open container the rest is like what has been written. New
   // memory costs more than anything else when a large text is written, so it should be the last.
   std::size_t EstimateRest() const {
     double rest = 0;
-    for (const OpenContainer& container : open_) {
+    for (const OpenContainer& container : m_open) {
       const double written = static_cast<double>(Written() - container.begin);
       const auto left = static_cast<double>(container.cursor.Left());
       rest += written * left / std::max(static_cast<double>(container.slots) - left, 1.0);
@@ -223,26 +223,26 @@ class Writer {
       return false;
     }
     const bool isObject = container.kind == Kind::kObject;
-    open_.push_back(OpenContainer{cursor, isObject, cursor.Left(), Written()});
-    *position_++ = isObject ? '{' : '[';
+    m_open.push_back(OpenContainer{cursor, isObject, cursor.Left(), Written()});
+    *m_position++ = isObject ? '{' : '[';
     return true;
   }
 
   void Close() {
-    const bool isObject = open_.back().isObject;
-    const bool onOneLine = open_.size() > Value::kMaxDepth;
-    open_.pop_back();
+    const bool isObject = m_open.back().isObject;
+    const bool onOneLine = m_open.size() > Value::kMaxDepth;
+    m_open.pop_back();
     if (!onOneLine) {
       BeginLine();
     }
     MakeRoom();
-    *position_++ = isObject ? '}' : ']';
+    *m_position++ = isObject ? '}' : ']';
   }
 
   // Begins the line of the next element or member and returns the value to go on it.
   const Rep* Next() {
-    OpenContainer& container = open_.back();
-    if (open_.size() <= Value::kMaxDepth) {
+    OpenContainer& container = m_open.back();
+    if (m_open.size() <= Value::kMaxDepth) {
       BeginLine();
     }
     MakeRoom();
@@ -253,21 +253,21 @@ class Writer {
     }
     container.cursor.Advance(2);
     Quoted(slot[0]);
-    *position_++ = ':';
+    *m_position++ = ':';
     if (kStyled) {
-      *position_++ = ' ';
+      *m_position++ = ' ';
     }
     return slot + 1;
   }
 
   void BeginLine() {
     if (kStyled) {
-      *position_++ = '\n';
-      const std::size_t blanks = kIndent * open_.size();
+      *m_position++ = '\n';
+      const std::size_t blanks = kIndent * m_open.size();
       for (std::size_t i = 0; i < blanks; i += sizeof(kBlanks)) {
-        std::memcpy(position_ + i, kBlanks, sizeof(kBlanks));
+        std::memcpy(m_position + i, kBlanks, sizeof(kBlanks));
       }
-      position_ += blanks;
+      m_position += blanks;
     }
   }
 
@@ -281,13 +281,13 @@ class Writer {
         break;
       case Kind::kInteger:
         if (value.integer < 0) {
-          *position_++ = '-';
-          position_ = WriteNumber(position_, 0 - value.unsignedInteger);
+          *m_position++ = '-';
+          m_position = WriteNumber(m_position, 0 - value.unsignedInteger);
           break;
         }
         [[fallthrough]];
       case Kind::kUnsigned:
-        position_ = WriteNumber(position_, value.unsignedInteger);
+        m_position = WriteNumber(m_position, value.unsignedInteger);
         break;
       case Kind::kDouble:
         Double(value.number);
@@ -307,8 +307,8 @@ class Writer {
 
   template <std::size_t kSize>
   void Literal(const char (&text)[kSize]) {
-    std::memcpy(position_, text, kSize - 1);
-    position_ += kSize - 1;
+    std::memcpy(m_position, text, kSize - 1);
+    m_position += kSize - 1;
   }
 
   void Double(double number) {
@@ -319,10 +319,10 @@ class Writer {
     if (ShortDouble(number)) {
       return;
     }
-    char* const begin = position_;
-    position_ = std::to_chars(begin, begin + kNumberSize, number).ptr;
+    char* const begin = m_position;
+    m_position = std::to_chars(begin, begin + kNumberSize, number).ptr;
     // Digits alone would read back as an integer.
-    if (std::none_of(begin, position_, [](char c) { return c == '.' || c == 'e'; })) {
+    if (std::none_of(begin, m_position, [](char c) { return c == '.' || c == 'e'; })) {
       Literal(".0");
     }
   }
@@ -341,19 +341,19 @@ class Writer {
       return false;
     }
     if (std::signbit(number)) {
-      *position_++ = '-';
+      *m_position++ = '-';
     }
-    position_ = WriteNumber(position_, scaled / kScale);
-    *position_++ = '.';
+    m_position = WriteNumber(m_position, scaled / kScale);
+    *m_position++ = '.';
     // The digits without the zeros at the end, but one of these at least.
     const std::uint64_t fraction = EightDigits(scaled % kScale * 100);
-    StoreWord(position_, fraction + kOnes * '0');
-    position_ += kWord - static_cast<std::size_t>(__builtin_clzll(fraction | 1)) / 8;
+    StoreWord(m_position, fraction + kOnes * '0');
+    m_position += kWord - static_cast<std::size_t>(__builtin_clzll(fraction | 1)) / 8;
     return true;
   }
 
   void Quoted(const Rep& text) {
-    *position_++ = '"';
+    *m_position++ = '"';
     if (text.kind == Kind::kLongText) {
       Escaped(text.text->Bytes(), text.text->size);
     } else if (!PlainShortText(text)) {
@@ -361,7 +361,7 @@ class Writer {
       std::memcpy(bytes, &text, sizeof(Rep));
       Escaped(bytes, text.shortTextSize);
     }
-    *position_++ = '"';
+    *m_position++ = '"';
   }
 
   // Writes a short text that holds nothing but plain ASCII.
@@ -372,8 +372,8 @@ class Writer {
     if (BytesBefore(low, high) < text.shortTextSize) {
       return false;
     }
-    std::memcpy(position_, bytes, sizeof(Rep));
-    position_ += text.shortTextSize;
+    std::memcpy(m_position, bytes, sizeof(Rep));
+    m_position += text.shortTextSize;
     return true;
   }
 
@@ -382,25 +382,26 @@ class Writer {
     const char* const end = from + size;
     while (from < end) {
       MakeRoom();
-      const std::size_t room = static_cast<std::size_t>(limit_ - position_) / kWord * kWord + kWord;
+      const std::size_t room =
+          static_cast<std::size_t>(m_limit - m_position) / kWord * kWord + kWord;
       const char* const stop = room < static_cast<std::size_t>(end - from) ? from + room : end;
       std::uint64_t marks = 0;
       while (from < stop) {
-        std::memcpy(position_, from, kWord);
+        std::memcpy(m_position, from, kWord);
         marks = MarkSpecial(LoadWord(from));
         if (marks != 0) {
           break;
         }
         from += kWord;
-        position_ += kWord;
+        m_position += kWord;
       }
       if (marks != 0) {
         const std::size_t plain = BytesBefore(marks);
         from += plain;
-        position_ += plain;
+        m_position += plain;
       }
       if (from >= end) {
-        position_ -= from - end;
+        m_position -= from - end;
       } else if (marks != 0) {
         from += Special(from, static_cast<std::size_t>(end - from));
       }
@@ -419,45 +420,45 @@ class Writer {
         Literal("\xEF\xBF\xBD");  // U+FFFD
         return skip;
       }
-      std::memcpy(position_, from, length);
-      position_ += length;
+      std::memcpy(m_position, from, length);
+      m_position += length;
       return length;
     }
-    *position_++ = '\\';
+    *m_position++ = '\\';
     switch (lead) {
       case '"':
       case '\\':
-        *position_++ = static_cast<char>(lead);
+        *m_position++ = static_cast<char>(lead);
         break;
       case '\b':
-        *position_++ = 'b';
+        *m_position++ = 'b';
         break;
       case '\f':
-        *position_++ = 'f';
+        *m_position++ = 'f';
         break;
       case '\n':
-        *position_++ = 'n';
+        *m_position++ = 'n';
         break;
       case '\r':
-        *position_++ = 'r';
+        *m_position++ = 'r';
         break;
       case '\t':
-        *position_++ = 't';
+        *m_position++ = 't';
         break;
       default:
         Literal("u00");
-        *position_++ = static_cast<char>('0' + (lead >> 4));
-        *position_++ = "0123456789abcdef"[lead & 0xF];
+        *m_position++ = static_cast<char>('0' + (lead >> 4));
+        *m_position++ = "0123456789abcdef"[lead & 0xF];
         break;
     }
     return 1;
   }
 
-  std::string out_;
-  std::vector<OpenContainer> open_;
-  char buffer_[kBufferSize];
-  char* position_ = buffer_;
-  char* const limit_ = buffer_ + kBufferSize - kReserve;
+  std::string m_out;
+  std::vector<OpenContainer> m_open;
+  char m_buffer[kBufferSize];
+  char* m_position = m_buffer;
+  char* const m_limit = m_buffer + kBufferSize - kReserve;
 };
 
 }  // namespace
