@@ -8,21 +8,19 @@
 struct HttpResult;  // the answer; include "HttpResult.h" to read it
 class LumApolloPrivate;
 
-// What to ask for. The fields go into the URL as they stand; what means something in a URL means it
-// here ("/", "?", "#", "%", ".." between slashes). libcurl percent-encodes bytes beyond ASCII in
-// the path, and nothing behind a "?".
+// The query. Its fields become parts of a URL without percent-encoding: "/", "?", "#", "%" and ".."
+// keep their meaning.
 struct LumApolloEnv {
-  std::string configServer;   // host name or IPv4 address, with ":port" where it is not 443
+  std::string configServer;   // host name or IPv4 address; ":port" unless it is 443
   std::string appId;          // the application's id
-  std::string cluster;        // the cluster; empty becomes "default" when the record is used
+  std::string cluster;        // the cluster; a call replaces an empty one by "default"
   std::string namespaceName;  // the namespace to read
 };
 
-// Thread safety: GetPropertyString may run on any number of threads, on one object or several, as
-// long as no two calls share a LumApolloEnv.
+// Thread safety: calls may run in parallel, on one object or several, each with its own
+// LumApolloEnv.
 //
-// libcurl goes through the proxies that the environment names: https_proxy, all_proxy, no_proxy.
-// https://curl.se/libcurl/c/libcurl-env.html
+// libcurl uses the proxies that the environment names (docs/operations.md).
 //
 // Exceptions: std::bad_alloc when memory runs out; nothing else.
 class __attribute__((visibility("default"))) LumApollo {
@@ -34,22 +32,20 @@ class __attribute__((visibility("default"))) LumApollo {
   LumApollo& operator=(const LumApollo&) = delete;
 
   // GETs https://configServer/configs/appId/cluster/namespaceName with
-  // "Content-Type: application/json" and "charsets: utf-8"; the whole transfer, connecting
-  // included, may take 5 seconds, which a slow name look-up can exceed (docs/operations.md). The
-  // server's certificate is not verified, redirects are not followed, nothing is retried. Each
-  // request keeps its list of header lines for the life of the process; a call whose URL is too
-  // long keeps its handle (docs/operations.md says how much that is).
+  // "Content-Type: application/json" and "charsets: utf-8". The time limit is 5 seconds. The
+  // server's certificate is not verified, redirects are not followed, nothing is retried. A host
+  // name is resolved to IPv4 addresses only; libcurl 7.88 and 8.14 refuse an IPv6 address, 8.23
+  // connects to it.
   //
-  // A host name is resolved to IPv4 addresses only; an IPv6 address, "[::1]", fails with libcurl
-  // 7.88 and 8.14, and 8.23 connects to it.
+  // Sets an empty `env.cluster` to "default".
   //
-  // An empty `env.cluster` is set to "default" in the caller's record.
-  //
-  // Returns the HTTP status, whatever it is, with the body as it came; or `code` -1 with
+  // Returns any HTTP status with the response body, unparsed; or `code` -1 with
   //   "POST failed for: <libcurl's error text> ."  when the transfer failed, which is logged;
   //   an empty body                                when the URL is longer than 4095 bytes, or
-  //                                                libcurl gave no handle, which is logged.
-  // The process initialises libcurl: this class never does.
+  //                                                libcurl has no handle, which is logged.
+  //
+  // Initialise libcurl first: this class never does. Each call keeps a little memory for the life
+  // of the process (docs/operations.md).
   HttpResult GetPropertyString(LumApolloEnv& env);
 
  private:
