@@ -23,6 +23,17 @@ namespace {
   throw std::runtime_error("cannot " + what + " " + path + ": " + std::strerror(errno));
 }
 
+void Write(const std::string& path, const std::string& content, const char* mode) {
+  std::FILE* const file = std::fopen(path.c_str(), mode);
+  if (file == nullptr) {
+    Fail("open", path);
+  }
+  const bool written = std::fwrite(content.data(), 1, content.size(), file) == content.size();
+  if ((std::fclose(file) != 0) || !written) {
+    Fail("write", path);
+  }
+}
+
 struct stat Status(const std::string& path) {
   struct stat status;
   if (stat(path.c_str(), &status) != 0) {
@@ -87,14 +98,11 @@ std::string ReadFile(const std::string& path) {
 }
 
 void WriteFile(const std::string& path, const std::string& content) {
-  std::FILE* const file = std::fopen(path.c_str(), "wbe");
-  if (file == nullptr) {
-    Fail("open", path);
-  }
-  const bool written = std::fwrite(content.data(), 1, content.size(), file) == content.size();
-  if ((std::fclose(file) != 0) || !written) {
-    Fail("write", path);
-  }
+  Write(path, content, "wbe");
+}
+
+void AppendFile(const std::string& path, const std::string& content) {
+  Write(path, content, "abe");
 }
 
 void MakeSparseFile(const std::string& path, std::uint64_t size) {

@@ -40,8 +40,9 @@ class TempDir {
 // The content of a file. Throws std::runtime_error naming it.
 std::string ReadFile(const std::string& path);
 
-// Makes or replaces a file. Throws std::runtime_error naming it.
+// Makes or replaces a file, or adds to it. They throw std::runtime_error naming it.
 void WriteFile(const std::string& path, const std::string& content);
+void AppendFile(const std::string& path, const std::string& content);
 
 // Makes a file that reads as `size` zero bytes but takes no room on the disk.
 void MakeSparseFile(const std::string& path, std::uint64_t size);

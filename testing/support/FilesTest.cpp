@@ -44,11 +44,13 @@ TEST(TempDir, IsLeftAloneByAForkedChild) {
   EXPECT_EQ(ReadFile(file), "content");
 }
 
-TEST(Files, WriteAndRead) {
+TEST(Files, WriteReadAppend) {
   const TempDir directory;
   const std::string bytes("a\0b\r\n", 5);
   const std::string path = directory.Write("file", bytes);
   EXPECT_EQ(ReadFile(path), bytes);
+  AppendFile(path, "more");
+  EXPECT_EQ(ReadFile(path), bytes + "more");
   WriteFile(path, "");
   EXPECT_EQ(ReadFile(path), "");
   EXPECT_TRUE(Exists(path));
@@ -78,8 +80,8 @@ TEST(Files, ErrorsNameTheFile) {
   };
   for (const std::string& text :
        {message([&] { ReadFile(none); }), message([&] { WriteFile(none, ""); }),
-        message([&] { MakeSparseFile(none, 1); }), message([&] { FileSize(none); }),
-        message([&] { FileMode(none); })}) {
+        message([&] { AppendFile(none, ""); }), message([&] { MakeSparseFile(none, 1); }),
+        message([&] { FileSize(none); }), message([&] { FileMode(none); })}) {
     EXPECT_NE(text.find(none), std::string::npos) << text;
   }
   EXPECT_THROW(ReadFile(directory.Path()), std::runtime_error);
