@@ -34,12 +34,12 @@ class FailingAllocation {
   FailingAllocation(const FailingAllocation&) = delete;
   FailingAllocation& operator=(const FailingAllocation&) = delete;
 
-  bool HasFailed() const { return NewHasFailed(); }
+  bool HasFailed() const { return AllocationHasFailed(); }
 
  private:
   // What stands between now and the failure is put aside while a double works.
   static void Hook(bool entering) {
-    if (NewHasFailed()) {
+    if (AllocationHasFailed()) {
       return;
     }
     if (entering) {

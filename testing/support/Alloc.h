@@ -1,4 +1,4 @@
-// Counts what operator new gives out, and makes it fail on cue.
+// Counts what is allocated, and makes one allocation fail on cue: the one failing allocator.
 
 #ifndef LUM_TESTING_SUPPORT_ALLOC_H
 #define LUM_TESTING_SUPPORT_ALLOC_H
@@ -7,24 +7,32 @@
 
 namespace lumtest {
 
-// A program that links LumTestAlloc has its operator new and delete replaced, in all their forms
-// and for the shared libraries it uses too; they stand on malloc and free, so that sanitizers still
-// see every allocation. malloc itself is not touched. Valgrind's memcheck puts its own operators in
-// this place unless it is run with --soname-synonyms=somalloc=nouserintercepts.
+// A program that links LumTestAlloc has operator new and the malloc family replaced, in all their
+// forms and for the shared libraries it uses too. Beneath stands the sanitizer's allocator where
+// there is one, glibc's otherwise. Valgrind's memcheck puts its own functions in this place unless
+// it is run with --soname-synonyms=somalloc=nouserintercepts.
 
-// Lets allocation number `count` from now on fail on this thread: 1 is the very next. It throws
-// std::bad_alloc (or gives null, where the form says so); those after it succeed again. 0 calls it
-// off. Other threads are not concerned.
+// Lets one allocation fail on this thread, number `count` from now on: 1 is the very next. It gives
+// null or throws std::bad_alloc, as its form says; those after it succeed again. 0 calls it off.
+// Other threads are not concerned. FailNextNew counts those of operator new alone, FailNextMalloc
+// those of any library by any function, strdup and operator new among them.
 void FailNextNew(std::size_t count);
+void FailNextMalloc(std::size_t count);
 
 // Whether the failure has been met; false as long as it is still to come, or was never asked for.
-bool NewHasFailed();
+bool AllocationHasFailed();
 
-// The allocations that this thread has asked for since it began, the failed one included.
+// Called at the failure, by the thread that meets it; null: nothing is. It must not allocate.
+void OnAllocationFailure(void (*hook)());
+
+// How often this thread has asked operator new since it began, the failed time included.
 std::size_t NewsOfThisThread();
 
-// The allocations of the whole process that have not been given back.
+// What operator new has given to the whole process and has not been given back.
 std::size_t LiveNews();
+
+// The blocks that this thread has allocated in any way less those that it has freed.
+long LiveBlocksOfThisThread();
 
 // FailNextNew for the length of a scope.
 class FailNewInScope {

@@ -38,23 +38,23 @@ TEST(Alloc, FailsTheAllocationThatIsAskedFor) {
       }
       FAIL() << "allocation " << failing << " succeeded";
     } catch (const std::bad_alloc&) {
-      EXPECT_TRUE(NewHasFailed());
+      EXPECT_TRUE(AllocationHasFailed());
       EXPECT_EQ(made, failing - 1);
     }
   }
   // Only one fails.
   delete Keep(new int(1));
   FailNextNew(0);
-  EXPECT_FALSE(NewHasFailed());
+  EXPECT_FALSE(AllocationHasFailed());
 }
 
 TEST(Alloc, FailsInEveryForm) {
   const auto fails = [](auto allocate) {
     FailNextNew(1);
     try {
-      return allocate() == nullptr && NewHasFailed();
+      return allocate() == nullptr && AllocationHasFailed();
     } catch (const std::bad_alloc&) {
-      return NewHasFailed();
+      return AllocationHasFailed();
     }
   };
   EXPECT_TRUE(fails([] { return Keep(new int); }));
@@ -106,18 +106,18 @@ TEST(Alloc, LeavesOtherThreadsAlone) {
     const std::size_t before = NewsOfThisThread();
     FailNextNew(1000);
     std::string(200, 'x').swap(*std::make_unique<std::string>());
-    good = !NewHasFailed() && NewsOfThisThread() > before;
+    good = !AllocationHasFailed() && NewsOfThisThread() > before;
   });
   other.join();
   EXPECT_TRUE(good);
-  EXPECT_FALSE(NewHasFailed());
+  EXPECT_FALSE(AllocationHasFailed());
   delete thread;
 }
 
 TEST(Alloc, AScopeCallsItOff) {
   { const FailNewInScope fail(1); }
   delete Keep(new int);
-  EXPECT_FALSE(NewHasFailed());
+  EXPECT_FALSE(AllocationHasFailed());
 }
 
 }  // namespace

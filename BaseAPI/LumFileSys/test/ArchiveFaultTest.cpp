@@ -564,7 +564,7 @@ TEST_F(LumArchiveFault, MemoryRunsOutAtAnyPoint) {
   while (failed) {
     lumtest::FailNextNew(++nth);
     const int result = Pack();
-    failed = lumtest::NewHasFailed();
+    failed = lumtest::AllocationHasFailed();
     lumtest::FailNextNew(0);
     EXPECT_EQ(result, failed ? ENOMEM : 0) << nth;
     if (failed) {
@@ -1271,7 +1271,7 @@ TEST(LumGzipCompressFault, MemoryRunsOut) {
     char out[100];
     lumtest::FailNextNew(1);
     const int result = LumCompressAndDeCompress::GzipCompress("text", 4, out, sizeof out);
-    EXPECT_TRUE(lumtest::NewHasFailed());
+    EXPECT_TRUE(lumtest::AllocationHasFailed());
     lumtest::FailNextNew(0);
     EXPECT_EQ(result, -1);
     EXPECT_GT(LumCompressAndDeCompress::GzipCompress("text", 4, out, sizeof out), 0);

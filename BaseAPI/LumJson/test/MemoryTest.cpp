@@ -1,11 +1,10 @@
 // Memory: how often it is asked for, and what holds when there is none left.
 //
-// This program replaces operator new, to count and to fail: each operation is run as often as it
-// allocates, and another allocation fails in each run. What is lost is told by the leak checker.
+// Each operation is run as often as it allocates, and another allocation fails in each run. What is
+// lost is told by the leak checker.
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <map>
 #include <new>
 #include <string>
@@ -13,52 +12,7 @@
 
 #include "Cases.h"
 #include "LumJson.h"
-
-namespace {
-
-long allocations = 0;  // since the last reset
-long failing = 0;      // the allocation that fails, counted from 1; 0 for none
-long living = 0;       // blocks not given back
-
-void* Allocate(std::size_t size) {
-  if (++allocations == failing) {
-    throw std::bad_alloc();
-  }
-  void* const memory = std::malloc(size);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  ++living;
-  return memory;
-}
-
-void Free(void* memory) {
-  if (memory != nullptr) {
-    --living;
-    std::free(memory);
-  }
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  return Allocate(size);
-}
-void* operator new[](std::size_t size) {
-  return Allocate(size);
-}
-void operator delete(void* memory) noexcept {
-  Free(memory);
-}
-void operator delete[](void* memory) noexcept {
-  Free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-  Free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-  Free(memory);
-}
+#include "support/Alloc.h"
 
 namespace {
 
@@ -66,9 +20,14 @@ using LumJson::Value;
 
 template <typename Function>
 long AllocationsOf(Function function) {
-  allocations = 0;
+  const std::size_t before = lumtest::NewsOfThisThread();
   function();
-  return allocations;
+  return static_cast<long>(lumtest::NewsOfThisThread() - before);
+}
+
+// Blocks not given back.
+long Living() {
+  return static_cast<long>(lumtest::LiveNews());
 }
 
 // Runs `operation` again and again, its first allocation failing, then its second, until one run
@@ -76,27 +35,26 @@ long AllocationsOf(Function function) {
 template <typename Setup, typename Operation, typename Check>
 void FailEachAllocation(Setup setup, Operation operation, Check check) {
   bool failed = true;
-  long runs = 0;
+  std::size_t runs = 0;
   while (failed) {
-    const long before = living;
+    const long before = Living();
     {
       auto state = setup();
       failed = false;
-      allocations = 0;
-      failing = ++runs;
+      lumtest::FailNextNew(++runs);
       try {
         operation(state);
       } catch (const std::bad_alloc&) {
         failed = true;
       }
-      failing = 0;
+      lumtest::FailNextNew(0);
       if (failed) {
         check(state);
       }
     }
-    ASSERT_EQ(before, living) << "allocation " << runs << " of the operation failed";
+    ASSERT_EQ(before, Living()) << "allocation " << runs << " of the operation failed";
   }
-  EXPECT_GT(runs, 1) << "nothing was allocated";
+  EXPECT_GT(runs, 1U) << "nothing was allocated";
 }
 
 const char* const kDocument =
@@ -335,23 +293,23 @@ TEST(MemoryTest, WhatIsRemovedOrReplacedGivesItsMemoryBack) {
   const std::string text = "a text of more than fourteen bytes";
   Value object;
   object["kept"];
-  const long withoutMember = living;
+  const long withoutMember = Living();
   object[text] = Value(text);
-  EXPECT_EQ(withoutMember + 2, living);
+  EXPECT_EQ(withoutMember + 2, Living());
   object[text] = nullptr;
-  EXPECT_EQ(withoutMember + 1, living);
+  EXPECT_EQ(withoutMember + 1, Living());
   object[text].Append(Value(text));
-  EXPECT_EQ(withoutMember + 3, living);
+  EXPECT_EQ(withoutMember + 3, Living());
   EXPECT_TRUE(object.Remove(text));
-  EXPECT_EQ(withoutMember, living);
+  EXPECT_EQ(withoutMember, Living());
 
   Value array;
   array.Append(1);
-  const long withoutElement = living;
+  const long withoutElement = Living();
   array.Append(Value(text));
-  EXPECT_EQ(withoutElement + 1, living);
+  EXPECT_EQ(withoutElement + 1, Living());
   EXPECT_TRUE(array.RemoveAt(1));
-  EXPECT_EQ(withoutElement, living);
+  EXPECT_EQ(withoutElement, Living());
 }
 
 TEST(MemoryTest, ACopyOfALargeArrayTakesOneAllocation) {

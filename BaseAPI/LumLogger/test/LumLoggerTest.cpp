@@ -539,7 +539,7 @@ TEST_F(LumLoggerTest, RecordIsDroppedWhenMemoryRunsOutAtAnyPoint) {
     CaptureStderr capture;
     lumtest::FailNextNew(++nth);
     EXPECT_NO_THROW(LogText(text));
-    failed = lumtest::NewHasFailed();
+    failed = lumtest::AllocationHasFailed();
     lumtest::FailNextNew(0);
     EXPECT_EQ(capture.Stop(),
               failed ? "" : "file:7 Function info " + std::string(5000, 'm') + "\\x0a\n");

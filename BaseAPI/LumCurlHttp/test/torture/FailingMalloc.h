@@ -1,26 +1,32 @@
-// The malloc family of the whole program, of which one allocation can be made to fail.
+// One allocation of the whole program that fails.
 
 #ifndef LUM_TEST_TORTURE_FAILINGMALLOC_H
 #define LUM_TEST_TORTURE_FAILINGMALLOC_H
 
 #include "Fault.h"
+#include "support/Alloc.h"
 
 namespace lumtest {
 
-// Allocations of any library in the process, operator new and strdup among them: they all end at
-// the malloc that a program with this source defines. Not for programs under a sanitizer, which
-// defines its own.
+// Allocations of any library in the process.
 class FailingMalloc : public Fault {
  public:
   std::string Name() const override { return "allocation"; }
-  void Arm(std::size_t nth) override;
-  void Disarm() override;
-  bool Struck() const override;
+  void Arm(std::size_t nth) override {
+    m_struck = false;
+    OnAllocationFailure(&RecordFault);
+    FailNextMalloc(nth);
+  }
+  void Disarm() override {
+    m_struck = AllocationHasFailed();
+    FailNextMalloc(0);
+  }
+  bool Struck() const override { return m_struck || AllocationHasFailed(); }
   bool MayThrow() const override { return true; }
-};
 
-// The blocks that this thread has allocated less those that it has freed.
-long LiveBlocksOfThisThread();
+ private:
+  bool m_struck = false;  // as of Disarm
+};
 
 }  // namespace lumtest
 
