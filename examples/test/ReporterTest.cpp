@@ -77,16 +77,20 @@ class Reporter : public testing::Test {
     return command;
   }
 
-  // Starts it with `count` new records as its input, which then ends.
-  std::unique_ptr<SpawnedProcess> Start(const std::string& url, int count,
-                                        const std::vector<std::string>& more = {}) {
+  // `count` new records as the input of the next run.
+  lumtest::ProcessOptions Input(int count) {
     lumtest::ProcessOptions options;
     m_given.clear();
     for (int i = 0; i < count; ++i) {
       m_given.push_back("{\"record\":" + std::to_string(++m_records) + "}");
       options.input += m_given.back() + "\n";
     }
-    return std::make_unique<SpawnedProcess>(Command(url, more), options);
+    return options;
+  }
+
+  std::unique_ptr<SpawnedProcess> Start(const std::string& url, int count,
+                                        const std::vector<std::string>& more = {}) {
+    return std::make_unique<SpawnedProcess>(Command(url, more), Input(count));
   }
 
   // Notes which of the records were accepted: they are answered in their order.
@@ -159,6 +163,25 @@ TEST_F(Reporter, NothingAcceptedIsLostByKills) {
       killed, kills, m_accepted.size(), arrived.content.size(), again);
   EXPECT_GT(killed, kills / 2) << "the program is done before it is killed";
   EXPECT_FALSE(m_accepted.empty());
+}
+
+TEST_F(Reporter, NothingAcceptedIsLostByPowerCuts) {
+  BackendProcess backend;
+  int cuts = 0;
+  for (int write = 1; write <= 30; ++write) {
+    lumtest::ProcessOptions options = Input(60);
+    options.environment = {"LUM_POWER_CUT=" + std::to_string(write)};
+    std::vector<std::string> command = Command(backend.Url(""));
+    command[0] = LUM_REPORTER_POWER_CUT;
+    const ProcessResult result = lumtest::RunCommand(command, options);
+    ASSERT_TRUE(result.exitStatus == 99 || result.Succeeded()) << result.Describe();
+    cuts += result.exitStatus == 99 ? 1 : 0;
+    ASSERT_NO_FATAL_FAILURE(Note(result));
+  }
+  EXPECT_GT(cuts, 15);
+  EXPECT_FALSE(m_accepted.empty());
+  ASSERT_NO_FATAL_FAILURE(Drain(backend.Url("")));
+  ExpectAllArrived(ArrivedAt(backend));
 }
 
 TEST_F(Reporter, WhatArrivesAgainHasTheSameId) {
