@@ -416,6 +416,12 @@ def charts(results, out):
                   "seconds", ["set logscale y", "set yrange [0.01:*]"])
 
 
+def replaced(text, name, made):
+    """`text` with `made` between the two marks of `name`."""
+    return re.sub(f"(<!-- begin {name} -->\n).*?(<!-- end {name} -->)",
+                  lambda match: f"{match[1]}\n{made}\n\n{match[2]}", text, flags=re.S)
+
+
 def write(results, out):
     """Prints the tables, puts them into OUT.md where that has their markers, draws the charts."""
     page = pathlib.Path(str(out) + ".md")
@@ -427,8 +433,7 @@ def write(results, out):
         print(f"\n== {make.__name__.replace('_', ' ')}\n\n{made}")
         for chart, title in CHARTS.get(make, []):
             made += f"\n\n![{title}]({out.name}/{chart}.svg)"
-        text = re.sub(f"(<!-- begin {make.__name__} -->\n).*?(<!-- end {make.__name__} -->)",
-                      lambda match: f"{match[1]}\n{made}\n\n{match[2]}", text, flags=re.S)
+        text = replaced(text, make.__name__, made)
     if page.exists():
         page.write_text(text)
     charts(results, out)
