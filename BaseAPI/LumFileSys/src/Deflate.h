@@ -7,7 +7,11 @@
 
 #ifdef __x86_64__
 #include <immintrin.h>
+#endif
 
+namespace lumfilesys {
+
+#ifdef __x86_64__
 __attribute__((target("avx"))) inline void ClearUpperHalves() {
   _mm256_zeroupper();
 }
@@ -36,5 +40,7 @@ inline int DeflateAtOnce(isal_zstream& stream) {
   LeaveVectorCode();
   return result;
 }
+
+}  // namespace lumfilesys
 
 #endif  // LUM_FILE_SYS_DEFLATE_H

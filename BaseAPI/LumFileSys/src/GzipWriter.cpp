@@ -8,6 +8,8 @@
 
 #include "Deflate.h"
 
+namespace lumfilesys {
+
 // The state is left uninitialised: zeroing it would cost more than compressing a small file.
 GzipWriter::GzipWriter(int fd) : m_fd(fd), m_state(new State) {
   isal_zstream& stream = m_state->stream;
@@ -83,3 +85,5 @@ int GzipWriter::Flush() noexcept {
   stream.avail_out = sizeof m_state->output;
   return 0;
 }
+
+}  // namespace lumfilesys

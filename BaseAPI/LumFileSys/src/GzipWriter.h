@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <memory>
 
+namespace lumfilesys {
+
 // Thread safety: one thread at a time.
 class GzipWriter {
  public:
@@ -45,5 +47,7 @@ class GzipWriter {
   std::size_t m_waiting = 0;  // bytes of the input block that are taken
   std::unique_ptr<State> m_state;
 };
+
+}  // namespace lumfilesys
 
 #endif  // LUM_FILE_SYS_GZIP_WRITER_H

@@ -6,7 +6,11 @@
 
 #include "LumLogger.h"
 
+namespace lumfilesys {
+
 constexpr int kLogWarning = 2;  // a tolerated anomaly
+
+}  // namespace lumfilesys
 
 // LUM_LOG(level, function, format, arguments...)
 #define LUM_LOG(level, function, ...) \

@@ -16,6 +16,8 @@
 #include "TarWriter.h"
 #include "TreePacker.h"
 
+using namespace lumfilesys;
+
 namespace {
 
 constexpr char kExtension[] = ".tar.gz";

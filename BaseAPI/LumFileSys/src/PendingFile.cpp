@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstdio>
 
+namespace lumfilesys {
+
 namespace {
 
 constexpr mode_t kOwnerOnly = 0600;
@@ -106,3 +108,5 @@ bool PendingFile::IsAt(const struct stat& directory, const char* name) const {
          directory.st_dev == m_directoryStatus.st_dev &&
          (m_name == name || m_temporaryName == name);
 }
+
+}  // namespace lumfilesys

@@ -7,6 +7,8 @@
 
 #include "Posix.h"
 
+namespace lumfilesys {
+
 // Until then it has no name at all, so that nothing is left of it however the process ends. Where
 // the file system knows no such files, or /proc is not there to name them by, it has a temporary
 // name beside the final one. Thread safety: one thread at a time. Failures are thrown.
@@ -36,5 +38,7 @@ class PendingFile {
   std::string m_temporaryName;  // empty when there is none
   Descriptor m_file;
 };
+
+}  // namespace lumfilesys
 
 #endif  // LUM_FILE_SYS_PENDING_FILE_H

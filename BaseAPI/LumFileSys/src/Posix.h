@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <utility>
 
+namespace lumfilesys {
+
 // Why an operation cannot go on. It never leaves the library: the public operations turn it into
 // errno and -1.
 struct Failure {
@@ -56,5 +58,7 @@ inline struct stat StatusOf(const Descriptor& descriptor) {
   }
   return status;
 }
+
+}  // namespace lumfilesys
 
 #endif  // LUM_FILE_SYS_POSIX_H

@@ -9,6 +9,8 @@
 
 #include "Log.h"
 
+namespace lumfilesys {
+
 namespace {
 
 constexpr char kLogPath[] = "BaseAPI/LumFileSys/src/TarWriter";
@@ -137,3 +139,5 @@ void TarWriter::Check(int result) {
     Fail(error > 0 ? error : EIO);
   }
 }
+
+}  // namespace lumfilesys

@@ -11,6 +11,8 @@
 struct archive;
 struct archive_entry;
 
+namespace lumfilesys {
+
 // Thread safety: one thread at a time. Failures are thrown.
 class TarWriter {
  public:
@@ -44,5 +46,7 @@ class TarWriter {
   archive* m_archive;
   archive_entry* m_entry;
 };
+
+}  // namespace lumfilesys
 
 #endif  // LUM_FILE_SYS_TAR_WRITER_H

@@ -9,6 +9,8 @@
 
 #include "Log.h"
 
+namespace lumfilesys {
+
 namespace {
 
 constexpr char kLogPath[] = "BaseAPI/LumFileSys/src/TreePacker";
@@ -158,3 +160,5 @@ void TreePacker::PackLink(const char* name) {
   target[length] = '\0';
   m_tar.AddLink(m_path, target, status);
 }
+
+}  // namespace lumfilesys

@@ -11,6 +11,8 @@
 #include "Posix.h"
 #include "TarWriter.h"
 
+namespace lumfilesys {
+
 // Walks with one descriptor and no recursion, so that the depth of a tree has no limit; members
 // come in the order of their bytes. A member that vanishes after it was listed is passed over with
 // a line in the log. Thread safety: one thread at a time. Failures are thrown.
@@ -51,5 +53,7 @@ class TreePacker {
   Descriptor m_directory;  // the last of m_levels
   std::vector<Level> m_levels;
 };
+
+}  // namespace lumfilesys
 
 #endif  // LUM_FILE_SYS_TREE_PACKER_H

@@ -850,7 +850,7 @@ TEST_F(LumArchiveFault, ArchiveInTheRootIsMadeThere) {
 }
 
 TEST_F(LumArchiveFault, PendingFileIsKnownByItsDirectoryAndName) {
-  const PendingFile file(m_dir.Path("d.tar.gz"));
+  const lumfilesys::PendingFile file(m_dir.Path("d.tar.gz"));
   struct stat directory;
   ASSERT_EQ(stat(m_dir.Path().c_str(), &directory), 0);
   EXPECT_TRUE(file.IsAt(directory, "d.tar.gz"));
