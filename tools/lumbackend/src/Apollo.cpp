@@ -19,10 +19,6 @@ constexpr char kDefaultCluster[] = "default";
 constexpr std::size_t kLongestFile = 16 << 20;  // bytes
 constexpr unsigned kKeyBytes = 16;              // of the digest that a release key shows
 
-bool EndsWith(const std::string& text, const std::string& end) {
-  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
 struct Namespace {
   std::string cluster;  // that the file was found in
   std::string file;     // its name
@@ -34,7 +30,7 @@ struct Namespace {
 Namespace Find(const RootDir& directory, const std::string& appId, const std::string& cluster,
                const std::string& name) {
   std::vector<std::string> files{name + ".properties", name + ".json"};
-  if (EndsWith(name, ".properties") || EndsWith(name, ".json")) {
+  if (name.ends_with(".properties") || name.ends_with(".json")) {
     files.insert(files.begin(), name);
   }
   std::vector<std::string> clusters{cluster};
@@ -65,7 +61,7 @@ std::string ReleaseKey(const std::string& text) {
 std::string ReadConfigurations(const std::string& file, const std::string& text,
                                LumJson::Value& configurations) {
   configurations = LumJson::Value::Object();
-  if (EndsWith(file, ".json")) {
+  if (file.ends_with(".json")) {
     if (!IsUtf8(text)) {
       return "not UTF-8";
     }

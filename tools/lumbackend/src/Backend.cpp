@@ -137,7 +137,7 @@ std::vector<Cell> Columns(const Exchange& exchange) {
       name(note.topic),
       Printable(note.object),
       number(call.IsPacked()),
-      number(authorization != nullptr && authorization->compare(0, 4, "LUM ") == 0),
+      number(authorization != nullptr && authorization->starts_with("LUM ")),
       number(call.tls),
       refused ? "" : Printable(note.text),
       refused ? Printable(note.text) : "",

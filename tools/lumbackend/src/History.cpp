@@ -2,8 +2,9 @@
 #include "History.h"
 
 #include <algorithm>
-
 #include <cctype>
+
+#include "Text.h"
 
 namespace {
 
@@ -24,13 +25,7 @@ constexpr char kMore[] =
     "'bodyIsWhole', json(iif(body_whole, 'true', 'false'))";
 
 std::string Hex(const std::string& text) {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::string hex;
-  for (const char character : text) {
-    const auto byte = static_cast<unsigned char>(character);
-    hex += {kDigits[byte >> 4], kDigits[byte & 15]};
-  }
-  return hex;
+  return ToHex(reinterpret_cast<const unsigned char*>(text.data()), text.size());
 }
 
 // A byte of a word; what SQLite's tokenizer takes for a blank must not be in one.

@@ -1,9 +1,6 @@
 // The answers that the page and scripts read.
 #include "Monitor.h"
 
-#include <openssl/rand.h>
-
-#include <array>
 #include <charconv>
 #include <chrono>
 #include <optional>
@@ -17,19 +14,19 @@ namespace {
 
 constexpr std::int64_t kChartStep = 10'000;  // milliseconds
 
+std::optional<std::int64_t> Number(const std::string& text) {
+  std::int64_t number = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, failure] = std::from_chars(text.data(), end, number);
+  return failure == std::errc() && stop == end ? std::optional(number) : std::nullopt;
+}
+
 // The number in the query, `otherwise` without one, nothing when it is none from `least` to `most`.
 std::optional<std::int64_t> NumberIn(const Call& call, const char* key, std::int64_t otherwise,
                                      std::int64_t least = 0, std::int64_t most = History::kEnd) {
   const auto text = call.QueryValue(key);
-  std::int64_t number = otherwise;
-  if (text) {
-    const auto [end, failure] = std::from_chars(text->data(), text->data() + text->size(), number);
-    if (failure != std::errc() || end != text->data() + text->size() || number < least ||
-        number > most) {
-      return std::nullopt;
-    }
-  }
-  return number;
+  const auto number = text ? Number(*text) : otherwise;
+  return number && *number >= least && *number <= most ? number : std::nullopt;
 }
 
 Reply NoNumber(const std::string& key) {
@@ -43,22 +40,8 @@ Reply Json(std::string text) {
   return reply;
 }
 
-std::optional<std::int64_t> IdIn(const Call& call) {
-  const std::string& text = call.names[1];
-  std::int64_t id = 0;
-  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), id);
-  return failure == std::errc() && end == text.data() + text.size() ? std::optional(id)
-                                                                    : std::nullopt;
-}
-
 Reply NotKept() {
   return Problem(404, "no such exchange is kept");
-}
-
-std::string RandomName() {
-  std::array<unsigned char, 8> bytes = {};
-  RAND_bytes(bytes.data(), static_cast<int>(bytes.size()));
-  return ToHex(bytes.data(), bytes.size());
 }
 
 Reply ListOfPaths() {
@@ -79,7 +62,7 @@ Reply ListOfPaths() {
 }  // namespace
 
 Monitor::Monitor(Store& store, History& history, std::uint64_t keep)
-    : m_store(store), m_history(history), m_keep(keep), m_run(RandomName()) {}
+    : m_store(store), m_history(history), m_keep(keep), m_run(RandomHex(8)) {}
 
 std::vector<std::pair<std::string, std::function<Reply(const Call&)>>> Monitor::Answers() {
   return {{"/", [](const Call&) { return PageReply(); }},
@@ -113,13 +96,13 @@ Reply Monitor::Exchanges(const Call& call) {
 }
 
 Reply Monitor::Exchange(const Call& call) {
-  const auto id = IdIn(call);
+  const auto id = Number(call.names[1]);
   std::string exchange = id ? m_history.Exchange(*id) : "";
   return exchange.empty() ? NotKept() : Json(std::move(exchange));
 }
 
 Reply Monitor::Body(const Call& call) {
-  const auto id = IdIn(call);
+  const auto id = Number(call.names[1]);
   std::string body;
   bool isText = false;
   if (!id || !m_history.Body(*id, body, isText)) {

@@ -2,11 +2,9 @@
 #include "Objects.h"
 
 #include <fcntl.h>
-#include <openssl/rand.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <ctime>
 #include <filesystem>
@@ -27,7 +25,7 @@ constexpr std::size_t kReadPiece = 131072;   // and taken from it
 constexpr char kUnfinished[] = ".upload-";   // begins the names of objects on their way in
 
 bool IsUnfinished(const std::string& name) {
-  return name.compare(0, sizeof kUnfinished - 1, kUnfinished) == 0;
+  return name.starts_with(kUnfinished);
 }
 
 std::string ContentType(const std::string& name) {
@@ -117,9 +115,7 @@ class FileContent final : public BodySink {
 class UnfinishedFile {
  public:
   explicit UnfinishedFile(int directory) : m_directory(directory) {
-    std::array<unsigned char, 8> bytes = {};
-    RAND_bytes(bytes.data(), static_cast<int>(bytes.size()));
-    m_name = kUnfinished + ToHex(bytes.data(), bytes.size());
+    m_name = kUnfinished + RandomHex(8);
     m_file = FileDescriptor(
         ::openat(directory, m_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     m_error = m_file ? 0 : errno;

@@ -1,10 +1,10 @@
 // The option table of lumbackend.
 #include "Options.h"
 
-#include <arpa/inet.h>
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <boost/asio/ip/address.hpp>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -76,12 +76,9 @@ std::string ListOfPaths() {
 }
 
 std::string CheckAddress(const std::string& text) {
-  unsigned char address[sizeof(in6_addr)];
-  if (inet_pton(AF_INET, text.c_str(), address) == 1 ||
-      inet_pton(AF_INET6, text.c_str(), address) == 1) {
-    return {};
-  }
-  return "'" + text + "' is no numeric IPv4 or IPv6 address";
+  boost::system::error_code failure;
+  boost::asio::ip::make_address(text, failure);
+  return failure ? "'" + text + "' is no numeric IPv4 or IPv6 address" : "";
 }
 
 // CLI11 would take -1 for the largest number there is.

@@ -6,13 +6,13 @@
 #include <array>
 #include <cstddef>
 
+#include "Text.h"
+
 // Written at build time from page.html.
 extern const char kPageHtml[];
 extern const std::size_t kPageHtmlSize;
 
 namespace {
-
-constexpr std::size_t kBase64Size = 64;  // bytes; holds a SHA-256 and a zero byte
 
 // What lies between the first `tag` and its end, hashed as Content-Security-Policy asks for it.
 std::string HashOf(const std::string& page, const std::string& tag) {
@@ -21,9 +21,7 @@ std::string HashOf(const std::string& page, const std::string& tag) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest = {};
   unsigned size = 0;
   EVP_Digest(page.data() + start, end - start, digest.data(), &size, EVP_sha256(), nullptr);
-  std::array<unsigned char, kBase64Size> text = {};
-  EVP_EncodeBlock(text.data(), digest.data(), static_cast<int>(size));
-  return "'sha256-" + std::string(reinterpret_cast<const char*>(text.data())) + "'";
+  return "'sha256-" + ToBase64(digest.data(), size) + "'";
 }
 
 }  // namespace

@@ -1,7 +1,11 @@
 // A reader of .properties files: natural lines are joined to logical ones, these are split.
 #include "Properties.h"
 
+#include <openssl/asn1.h>
+
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <map>
 
 #include "Text.h"
@@ -73,41 +77,19 @@ class LogicalLines {
   std::size_t m_first = 0;
 };
 
-void AppendUtf8(std::string& text, unsigned code) {
-  const auto byte = [&](unsigned bits) { text += static_cast<char>(bits); };
-  if (code < 0x80) {
-    byte(code);
-  } else if (code < 0x800) {
-    byte(0xC0 | code >> 6);
-    byte(0x80 | (code & 0x3F));
-  } else if (code < 0x10000) {
-    byte(0xE0 | code >> 12);
-    byte(0x80 | (code >> 6 & 0x3F));
-    byte(0x80 | (code & 0x3F));
-  } else {
-    byte(0xF0 | code >> 18);
-    byte(0x80 | (code >> 12 & 0x3F));
-    byte(0x80 | (code >> 6 & 0x3F));
-    byte(0x80 | (code & 0x3F));
-  }
+void AppendUtf8(std::string& text, unsigned long code) {
+  std::array<unsigned char, 4> bytes = {};
+  const int size = UTF8_putc(bytes.data(), static_cast<int>(bytes.size()), code);
+  text.append(bytes.begin(), bytes.begin() + size);
 }
 
 // The four hex digits at `at`, or -1.
 int CodeUnit(const std::string& text, std::size_t at) {
-  if (at + 4 > text.size()) {
-    return -1;
-  }
-  int unit = 0;
-  for (std::size_t i = at; i < at + 4; ++i) {
-    const std::string digits = "0123456789abcdef";
-    const std::size_t digit = digits.find(
-        static_cast<char>(text[i] >= 'A' && text[i] <= 'F' ? text[i] + ('a' - 'A') : text[i]));
-    if (digit == std::string::npos) {
-      return -1;
-    }
-    unit = unit * 16 + static_cast<int>(digit);
-  }
-  return unit;
+  unsigned unit = 0;
+  const char* begin = text.data() + at;
+  const bool four =
+      at + 4 <= text.size() && std::from_chars(begin, begin + 4, unit, 16).ptr == begin + 4;
+  return four ? static_cast<int>(unit) : -1;
 }
 
 // Decodes the \uXXXX whose digits begin at `at`, with its second half where it is the first of a
@@ -119,7 +101,7 @@ bool Unicode(const std::string& text, std::size_t& at, std::string& decoded) {
   }
   at += 4;
   if (unit < 0xD800 || unit > 0xDBFF) {
-    AppendUtf8(decoded, static_cast<unsigned>(unit));
+    AppendUtf8(decoded, static_cast<unsigned long>(unit));
     return true;
   }
   const int low = text.compare(at, 2, "\\u") == 0 ? CodeUnit(text, at + 2) : -1;
@@ -127,8 +109,7 @@ bool Unicode(const std::string& text, std::size_t& at, std::string& decoded) {
     return false;
   }
   at += 6;
-  AppendUtf8(decoded, 0x10000u + (static_cast<unsigned>(unit - 0xD800) << 10) +
-                          static_cast<unsigned>(low - 0xDC00));
+  AppendUtf8(decoded, static_cast<unsigned long>(0x10000 + ((unit - 0xD800) << 10) + low - 0xDC00));
   return true;
 }
 

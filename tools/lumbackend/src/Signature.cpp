@@ -10,17 +10,11 @@
 #include <limits>
 #include <stdexcept>
 
+#include "Text.h"
+
 namespace {
 
 const char kScheme[] = "LUM ";
-
-std::string Base64(const unsigned char* data, unsigned size) {
-  std::string text(4 * ((size + 2) / 3) + 1, '\0');  // OpenSSL adds a zero byte
-  const int length =
-      EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), data, static_cast<int>(size));
-  text.resize(static_cast<std::size_t>(length));
-  return text;
-}
 
 }  // namespace
 
@@ -35,7 +29,7 @@ std::string SignatureFor(const std::string& key, const std::string& method, cons
            &size) == nullptr) {
     throw std::runtime_error("cannot compute an HMAC-SHA1");
   }
-  return kScheme + Base64(digest.data(), size);
+  return kScheme + ToBase64(digest.data(), size);
 }
 
 std::string CheckSignature(const std::string& key, const Call& call, std::time_t now) {
@@ -54,7 +48,7 @@ std::string CheckSignature(const std::string& key, const Call& call, std::time_t
   if (std::llabs(static_cast<long long>(*time) - static_cast<long long>(now)) > kDateWindow) {
     return "Date is more than 15 minutes from now";
   }
-  if (authorization->compare(0, sizeof kScheme - 1, kScheme) != 0) {
+  if (!authorization->starts_with(kScheme)) {
     return "Authorization does not begin with 'LUM '";
   }
   const std::string expected = SignatureFor(key, call.method, *date, call.path);

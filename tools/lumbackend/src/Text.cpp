@@ -3,48 +3,22 @@
 
 #include <LumSafeText.h>
 
+#include <openssl/asn1.h>
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+#include <openssl/rand.h>
+
 #include <algorithm>
+#include <boost/beast/core/string.hpp>
 #include <cctype>
+#include <stdexcept>
 
 namespace {
 
 constexpr char kHexDigits[] = "0123456789abcdef";
 constexpr char kUpperHexDigits[] = "0123456789ABCDEF";
-
-int HexValue(char digit) {
-  if (digit >= '0' && digit <= '9') {
-    return digit - '0';
-  }
-  const char lower = static_cast<char>(digit | 0x20);
-  return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
-// Length of the UTF-8 sequence at `at`, or 0 where there is none.
-std::size_t SequenceLength(const std::string& text, std::size_t at) {
-  const auto byte = [&](std::size_t i) {
-    return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u;
-  };
-  const auto follows = [&](std::size_t i) { return (byte(i) & 0xC0u) == 0x80u; };
-  const unsigned first = byte(at);
-  const unsigned second = byte(at + 1);
-  if (first < 0x80) {
-    return 1;
-  }
-  if (first >= 0xC2 && first <= 0xDF) {
-    return follows(at + 1) ? 2 : 0;
-  }
-  if (first >= 0xE0 && first <= 0xEF) {
-    const bool shortest = first != 0xE0 || second >= 0xA0;
-    const bool scalar = first != 0xED || second < 0xA0;
-    return follows(at + 1) && follows(at + 2) && shortest && scalar ? 3 : 0;
-  }
-  if (first >= 0xF0 && first <= 0xF4) {
-    const bool shortest = first != 0xF0 || second >= 0x90;
-    const bool inRange = first != 0xF4 || second < 0x90;
-    return follows(at + 1) && follows(at + 2) && follows(at + 3) && shortest && inRange ? 4 : 0;
-  }
-  return 0;
-}
+constexpr std::size_t kLongestCharacter = 4;  // bytes of UTF-8
+constexpr unsigned long kLastCharacter = 0x10FFFF;
 
 }  // namespace
 
@@ -57,6 +31,22 @@ std::string ToHex(const unsigned char* data, std::size_t size) {
   return text;
 }
 
+std::string ToBase64(const unsigned char* data, std::size_t size) {
+  std::string text(4 * ((size + 2) / 3) + 1, '\0');  // OpenSSL adds a zero byte
+  EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), data, static_cast<int>(size));
+  text.pop_back();
+  return text;
+}
+
+std::string RandomHex(std::size_t size) {
+  std::string bytes(size, '\0');
+  auto* data = reinterpret_cast<unsigned char*>(bytes.data());
+  if (RAND_bytes(data, static_cast<int>(size)) != 1) {
+    throw std::runtime_error("OpenSSL has no random bytes");
+  }
+  return ToHex(data, size);
+}
+
 std::optional<std::string> DecodePercent(const std::string& text) {
   std::string decoded;
   decoded.reserve(text.size());
@@ -65,8 +55,9 @@ std::optional<std::string> DecodePercent(const std::string& text) {
       decoded += text[i];
       continue;
     }
-    const int high = i + 2 < text.size() ? HexValue(text[i + 1]) : -1;
-    const int low = i + 2 < text.size() ? HexValue(text[i + 2]) : -1;
+    const bool both = i + 2 < text.size();
+    const int high = both ? OPENSSL_hexchar2int(static_cast<unsigned char>(text[i + 1])) : -1;
+    const int low = both ? OPENSSL_hexchar2int(static_cast<unsigned char>(text[i + 2])) : -1;
     if (high < 0 || low < 0) {
       return std::nullopt;
     }
@@ -89,13 +80,15 @@ std::string EncodePercent(const std::string& text) {
   return encoded;
 }
 
-bool IsUtf8(const std::string& text) {
-  for (std::size_t i = 0; i < text.size();) {
-    const std::size_t length = SequenceLength(text, i);
-    if (length == 0) {
+bool IsUtf8(std::string_view text) {
+  while (!text.empty()) {
+    unsigned long code = 0;
+    const int length = UTF8_getc(reinterpret_cast<const unsigned char*>(text.data()),
+                                 static_cast<int>(std::min(text.size(), kLongestCharacter)), &code);
+    if (length <= 0 || code > kLastCharacter) {
       return false;
     }
-    i += length;
+    text.remove_prefix(static_cast<std::size_t>(length));
   }
   return true;
 }
@@ -105,8 +98,5 @@ std::string Printable(const std::string& text) {
 }
 
 bool SameName(const std::string& a, const std::string& b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::tolower(static_cast<unsigned char>(x)) ==
-                  std::tolower(static_cast<unsigned char>(y));
-         });
+  return boost::beast::iequals(a, b);
 }

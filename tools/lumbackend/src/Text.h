@@ -5,9 +5,16 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 
 // Two lower-case hex digits for each byte.
 std::string ToHex(const unsigned char* data, std::size_t size);
+
+// A signature or digest as heads carry it.
+std::string ToBase64(const unsigned char* data, std::size_t size);
+
+// `size` bytes that nobody can guess, in hex. Throws std::runtime_error.
+std::string RandomHex(std::size_t size);
 
 // Undoes percent-encoding. Nothing for a '%' without two hex digits behind it.
 std::optional<std::string> DecodePercent(const std::string& text);
@@ -16,7 +23,7 @@ std::optional<std::string> DecodePercent(const std::string& text);
 std::string EncodePercent(const std::string& text);
 
 // True for well-formed UTF-8 (RFC 3629), surrogates and overlong forms excluded.
-bool IsUtf8(const std::string& text);
+bool IsUtf8(std::string_view text);
 
 // LumSafeText of `text`, in the access log and on the page: one line, nothing that steers a
 // terminal.

@@ -5,11 +5,9 @@
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
-#include <openssl/rand.h>
 #include <openssl/x509.h>
 #include <sys/file.h>
 
-#include <array>
 #include <cerrno>
 #include <ctime>
 #include <stdexcept>
@@ -69,11 +67,7 @@ ServerFiles SelfMadeServerFiles(const std::string& directory, const std::string&
   }
   ServerFiles files{directory + "/server.pem", directory + "/server.key"};
   if (!IsGood(files.certificate) || !place.Open({"server.key"}).file) {
-    std::array<unsigned char, 16> bytes = {};
-    if (RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) != 1) {
-      throw std::runtime_error("no random bytes for a pass phrase");
-    }
-    const std::string passPhrase = ToHex(bytes.data(), bytes.size());
+    const std::string passPhrase = RandomHex(16);
     lumtools::MakeTlsMaterial(directory, passPhrase, {address});
     WritePassPhrase(place, passPhrase);
   }

@@ -1,11 +1,7 @@
 // The token table, and the routes over it.
 #include "Tokens.h"
 
-#include <openssl/rand.h>
-
 #include <algorithm>
-#include <array>
-#include <stdexcept>
 #include <utility>
 
 #include "Body.h"
@@ -16,21 +12,13 @@ namespace {
 constexpr std::size_t kTokenBytes = 16;
 constexpr std::size_t kMostTokens = 10'000;  // bounds the table, not a client's needs
 
-std::string RandomToken() {
-  std::array<unsigned char, kTokenBytes> bytes = {};
-  if (RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) != 1) {
-    throw std::runtime_error("no random bytes for a token");
-  }
-  return ToHex(bytes.data(), bytes.size());
-}
-
 }  // namespace
 
 Tokens::Tokens(std::chrono::seconds lifetime, std::function<Clock::time_point()> now)
     : m_lifetime(lifetime), m_now(std::move(now)) {}
 
 std::string Tokens::Issue() {
-  std::string token = RandomToken();
+  std::string token = RandomHex(kTokenBytes);
   const std::lock_guard<std::mutex> lock(m_mutex);
   // Expired tokens are remembered so that their owners are told the reason; when the table is full
   // the one that ends first gives way.
