@@ -400,9 +400,8 @@ class Writer {
         from += plain;
         m_position += plain;
       }
-      if (from >= end) {
-        m_position -= from - end;
-      } else if (marks != 0) {
+      // A text ends in zeros, which are marked: nothing is read beyond its end.
+      if (marks != 0 && from < end) {
         from += Special(from, static_cast<std::size_t>(end - from));
       }
     }

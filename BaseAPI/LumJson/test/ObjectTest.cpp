@@ -499,6 +499,11 @@ TEST(LargeObjectTest, DuplicatesAreDroppedAtEverySize) {
   }
 }
 
+TEST(LargeObjectTest, DuplicatesAreToldFromTextsThatEqualAName) {
+  EXPECT_EQ(R"({"a":"b","b":2,"c":"a"})",
+            Read(R"({"a":"b","b":1,"c":"b","b":2,"c":"a"})").JsonValueToString());
+}
+
 // Members are kept in blocks; the first one is gone through when it holds none any more, too.
 TEST(RemoveTest, FromTheFrontUntilNothingIsLeft) {
   constexpr int kMembers = 40;
