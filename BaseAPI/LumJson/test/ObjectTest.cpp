@@ -432,6 +432,20 @@ TEST(LargeObjectTest, IsBuiltAndSearchedQuickly) {
   }
 }
 
+// Whatever stood in the index: a stale entry would take a place for good.
+TEST(LargeObjectTest, RemovingLeavesTheOtherMembersAloneInTheIndex) {
+  Value value;
+  for (int i = 0; i < 60; ++i) {
+    value[std::to_string(i)] = i;
+  }
+  const LumJson::detail::Growth& growth = IndexOf(value);
+  LumJson::detail::Rep** const end = growth.index + growth.mask + 1;
+  std::replace(growth.index, end, static_cast<LumJson::detail::Rep*>(nullptr),
+               LumJson::detail::Access::Of(value).block->Slots());
+  ASSERT_TRUE(value.Remove("7"));
+  EXPECT_EQ(59, end - growth.index - std::count(growth.index, end, nullptr));
+}
+
 TEST(LargeObjectTest, GrowsAfterItWasRead) {
   for (const int duplicates : {0, 3}) {
     std::string text = "{";
