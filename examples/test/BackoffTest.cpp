@@ -64,10 +64,15 @@ TEST(Backoff, OneSeedIsOneSequence) {
 }
 
 TEST(Backoff, BoundsThatAreTheLargestOfAllDoNotOverflow) {
-  Backoff backoff(Wait(1), Wait(std::numeric_limits<Wait::rep>::max()), 3);
+  const Wait most(std::numeric_limits<Wait::rep>::max());
+  Backoff backoff(Wait(1), most, 3);
+  Wait longest(0);
   for (int i = 0; i < 200; ++i) {
-    EXPECT_GE(backoff.Next(), Wait(0));
+    const Wait wait = backoff.Next();
+    EXPECT_GE(wait, Wait(0));
+    longest = std::max(longest, wait);
   }
+  EXPECT_GT(longest, most / 2);
 }
 
 TEST(Backoff, AFirstBoundAboveTheLongestIsTheLongest) {
