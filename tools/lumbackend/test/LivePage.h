@@ -49,6 +49,9 @@ class LivePage : public testing::Test {
   static Browser* s_browser;
 };
 
+// Options of a back end that asks for no token.
+inline const std::vector<std::string> kOpen{"--port", "0", "--open"};
+
 // Sends a report, of `document`, or gets what is not there, as often as `count` says.
 void Report(const BackendProcess& backend, const std::string& document, int count = 1);
 void Miss(const BackendProcess& backend, int count = 1);

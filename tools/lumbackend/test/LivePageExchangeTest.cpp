@@ -6,19 +6,12 @@
 
 #include "LivePage.h"
 
+namespace lumtest {
 namespace {
 
-using lumtest::BackendProcess;
-using lumtest::Browser;
-using lumtest::Curl;
-using lumtest::LivePage;
-using lumtest::Miss;
-using lumtest::Report;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
-
-const std::vector<std::string> kOpen{"--port", "0", "--open"};
 
 class OneExchange : public LivePage {
  protected:
@@ -53,12 +46,12 @@ class OneExchange : public LivePage {
   }
 
   // Runs a command of the page in a shell, beside the programs of this build.
-  static lumtest::ProcessResult Shell(const std::string& command, const std::string& directory) {
-    lumtest::ProcessOptions options;
+  static ProcessResult Shell(const std::string& command, const std::string& directory) {
+    ProcessOptions options;
     options.directory = directory;
     options.environment = {std::string("PATH=") + LUM_PROGRAMS + ":" + std::getenv("PATH"),
                            "LUMCURL_TOKEN=secret", "no_proxy=*"};
-    return lumtest::RunCommand({"bash", "-c", command}, options);
+    return RunCommand({"bash", "-c", command}, options);
   }
 };
 
@@ -101,7 +94,7 @@ TEST_F(OneExchange, ShowsABodyPrettyAndRaw) {
 
 TEST_F(OneExchange, SpellsOutWhatABodyHoldsBesidesText) {
   BackendProcess backend(kOpen);
-  const lumtest::TempDir temp;
+  const TempDir temp;
   Curl({"--data-binary", "@" + temp.Write("body", "no JSON \xFF\xE2\x80\xAE\x1B[31m Grüße\n"),
         backend.Url("/report")});
   Show(backend, 1);
@@ -110,7 +103,7 @@ TEST_F(OneExchange, SpellsOutWhatABodyHoldsBesidesText) {
 
 TEST_F(OneExchange, FetchesALargeBodyOnlyWhenAskedTo) {
   BackendProcess backend(kOpen);
-  const lumtest::TempDir temp;
+  const TempDir temp;
   const std::string document = "[\"" + std::string(500'000, 'x') + "\",\"the end\"]";
   Curl({"--data-binary", "@" + temp.Write("body", document), backend.Url("/report")});
   Show(backend, 1);
@@ -127,7 +120,7 @@ TEST_F(OneExchange, FetchesALargeBodyOnlyWhenAskedTo) {
 
 TEST_F(OneExchange, OffersTheObjectForDownload) {
   BackendProcess backend(kOpen);
-  const lumtest::TempDir temp;
+  const TempDir temp;
   Curl({"-T", temp.Write("a", "content"), backend.Url("/objects/logs/a%20b.txt")});
   Show(backend, 1);
   EXPECT_EQ(Fact("Object"), "logs/a b.txt");
@@ -151,7 +144,7 @@ TEST_F(OneExchange, SaysWhatIsNotKeptAnyMore) {
 // What the copied command sends is what was sent: nothing is lost, added or run by the shell.
 TEST_F(OneExchange, ItsCurlCommandSendsTheSameAgain) {
   BackendProcess backend(kOpen);
-  const lumtest::TempDir temp;
+  const TempDir temp;
   const std::vector<std::string> bodies = {
       R"({"it's": "$(touch owned) `touch owned` \\ ! \" ; touch owned"})",
       "@/etc/passwd is no file's name here",
@@ -168,7 +161,7 @@ TEST_F(OneExchange, ItsCurlCommandSendsTheSameAgain) {
     const std::string head = Head();
     const std::string command = Block("Again with curl");
     EXPECT_THAT(command, Not(HasSubstr("secret")));
-    const lumtest::ProcessResult result = Shell(command, temp.Path());
+    const ProcessResult result = Shell(command, temp.Path());
     ASSERT_EQ(result.exitStatus, 0) << command << result.Describe();
     Show(backend, ++id);
     EXPECT_EQ(Head(), head) << command;
@@ -176,15 +169,15 @@ TEST_F(OneExchange, ItsCurlCommandSendsTheSameAgain) {
     EXPECT_EQ(Curl({url + std::to_string(id) + "/body"}).body,
               Curl({url + std::to_string(id - 1) + "/body"}).body)
         << command;
-    EXPECT_FALSE(lumtest::Exists(temp.Path("owned")));
+    EXPECT_FALSE(Exists(temp.Path("owned")));
   }
 }
 
 TEST_F(OneExchange, ItsCurlCommandPacksAgainWhatWasPacked) {
   BackendProcess backend(kOpen);
-  const lumtest::TempDir temp;
+  const TempDir temp;
   temp.Write("body", R"({"accessId": "robot-7"})");
-  ASSERT_TRUE(lumtest::RunCommand({"gzip", temp.Path("body")}).Succeeded());
+  ASSERT_TRUE(RunCommand({"gzip", temp.Path("body")}).Succeeded());
   Curl({"-H", "Content-Encoding: gzip", "-H", "Content-Type: application/json", "--data-binary",
         "@" + temp.Path("body.gz"), backend.Url("/report")});
   Show(backend, 1);
@@ -196,7 +189,7 @@ TEST_F(OneExchange, ItsCurlCommandPacksAgainWhatWasPacked) {
 
 TEST_F(OneExchange, ItsCurlCommandUploadsAFileAgain) {
   BackendProcess backend(kOpen);
-  const lumtest::TempDir temp;
+  const TempDir temp;
   Curl({"-T", temp.Write("file", "content"), backend.Url("/objects/it's.txt")});
   Show(backend, 1);
   EXPECT_THAT(Text("#detail"), HasSubstr("Needs the file."));
@@ -207,7 +200,7 @@ TEST_F(OneExchange, ItsCurlCommandUploadsAFileAgain) {
 
 TEST_F(OneExchange, ItsLumcurlCommandSendsTheSameAgain) {
   BackendProcess backend(kOpen);
-  const lumtest::TempDir temp;
+  const TempDir temp;
   temp.Write("request.json", "{}");
   const auto again = [&](const std::vector<std::string>& arguments) {
     Curl(arguments);
@@ -216,7 +209,7 @@ TEST_F(OneExchange, ItsLumcurlCommandSendsTheSameAgain) {
     const std::string title = Text("#detail-title");
     const std::string object = Fact("Object") + Fact("Device") + Fact("Topic");
     const std::string command = Block("Again with lumcurl");
-    const lumtest::ProcessResult result = Shell(command, temp.Path());
+    const ProcessResult result = Shell(command, temp.Path());
     EXPECT_EQ(result.exitStatus, 0) << command << result.Describe();
     Show(backend, id + 1);
     EXPECT_EQ(Text("#detail-title"), title) << command;
@@ -269,3 +262,4 @@ TEST_F(OneExchange, CopiesItsCommand) {
 }
 
 }  // namespace
+}  // namespace lumtest

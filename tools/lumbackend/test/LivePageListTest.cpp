@@ -3,22 +3,15 @@
 
 #include "LivePage.h"
 
+namespace lumtest {
 namespace {
 
-using lumtest::BackendProcess;
-using lumtest::Browser;
-using lumtest::Curl;
-using lumtest::LivePage;
-using lumtest::Miss;
-using lumtest::Report;
 using testing::AllOf;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-const std::vector<std::string> kOpen{"--port", "0", "--open"};
 
 TEST_F(LivePage, SaysThatNothingHasComeInAndWhatCan) {
   BackendProcess backend;
@@ -36,7 +29,7 @@ TEST_F(LivePage, ShowsWhatComesInWhileItIsOpen) {
       "X-Auth-Token: " + Curl({"-d", "{}", backend.Url("/token")}).Json()["token"].AsString();
   Curl({"-H", token, "-d", R"({"accessId": "robot-7", "topic_name": "engine"})",
         backend.Url("/report")});
-  const lumtest::TempDir temp;
+  const TempDir temp;
   Curl({"-T", temp.Write("log.zip", std::string(12'345, 'x')),
         backend.Url("/objects/logs/a%20b.zip")});
   Curl({"-d", "1", backend.Url("/report?status=204")});
@@ -52,7 +45,7 @@ TEST_F(LivePage, ShowsWhatComesInWhileItIsOpen) {
   EXPECT_EQ(Number("document.querySelectorAll('#window .refusal').length"), 2);
   EXPECT_EQ(Text("#refused"), "2 refused");
   EXPECT_THAT(Text("#window .time"), testing::MatchesRegex("20..-..-.. ..:..:.."));
-  EXPECT_THAT(Text("#window .took"), testing::MatchesRegex("[0-9.]+ m?s"));
+  EXPECT_THAT(Text("#window .duration"), testing::MatchesRegex("[0-9.]+ m?s"));
 }
 
 TEST_F(LivePage, CountsAllAndLoadsOlderRowsAsOneScrolls) {
@@ -302,7 +295,7 @@ TEST_F(LivePage, MisbehaviourSparesThePage) {
 TEST_F(LivePage, HostileTextIsShownAsText) {
   BackendProcess backend(kOpen);
   Open(backend);
-  const lumtest::TempDir temp;
+  const TempDir temp;
   const std::string file = temp.Write("file", "x");
   Curl({"-T", file, backend.Url("/objects/%3Cimg%20src%3Dx%20onerror%3Dalert(1)%3E")});
   Curl({"-T", file, backend.Url("/objects/a%1B%5B31m%E2%80%AEb%FF")});
@@ -332,3 +325,4 @@ TEST_F(LivePage, OrdinaryTextOfAnyScriptStaysReadable) {
 }
 
 }  // namespace
+}  // namespace lumtest

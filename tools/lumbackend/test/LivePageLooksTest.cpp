@@ -6,19 +6,12 @@
 
 #include "LivePage.h"
 
+namespace lumtest {
 namespace {
 
-using lumtest::BackendProcess;
-using lumtest::Browser;
-using lumtest::Curl;
-using lumtest::LivePage;
-using lumtest::Miss;
-using lumtest::Report;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
-
-const std::vector<std::string> kOpen{"--port", "0", "--open"};
 
 // Puts exchanges into the database of a back end that has ended: `refused` of a hundred refused,
 // the rest reports, spread over the last day.
@@ -50,7 +43,7 @@ class Looks : public LivePage {
  protected:
   // What axe-core finds wrong, a line each.
   static std::vector<std::string> Violations() {
-    static const std::string axe = lumtest::ReadFile(LUM_AXE);
+    static const std::string axe = ReadFile(LUM_AXE);
     const LumJson::Value found = s_browser->RunAsync(axe + R"(;
       const done = arguments[0];
       axe.run(document, {resultTypes: ['violations']}).then(result => done(
@@ -135,6 +128,21 @@ TEST_F(Looks, OpenedExchangeAndHelpAreForEverybody) {
   LookAt("help");
 }
 
+TEST_F(Looks, HeadingsStandAboveTheirColumns) {
+  BackendProcess backend(kOpen);
+  Miss(backend);
+  Open(backend);
+  const LumJson::Value astray = Run(R"(
+    const end = node => {
+      const {left, right} = node.getBoundingClientRect();
+      return getComputedStyle(node).textAlign + (node.matches('.in, .out, .duration') ? right : left);
+    };
+    return [...document.querySelectorAll('.head > *')].map(heading => heading.className)
+        .filter(name => end(document.querySelector('.head .' + name)) !==
+            end(document.querySelector('#window .' + name) ?? document.body));)");
+  EXPECT_EQ(astray.JsonValueToString(), "[]");
+}
+
 TEST_F(Looks, RowsAreCardsOnAPhone) {
   BackendProcess backend(kOpen);
   Report(backend, R"({"accessId": "robot-7", "topic_name": "engine"})");
@@ -145,12 +153,33 @@ TEST_F(Looks, RowsAreCardsOnAPhone) {
   ASSERT_TRUE(Await(height + " === 80"));
   // Whatever is in the row is in the card.
   for (const std::string part :
-       {"time", "status", "method", "path", "took", "in", "out", "device", "about"}) {
+       {"time", "status", "method", "path", "duration", "in", "out", "device", "about"}) {
     EXPECT_TRUE(IsShown("#window ." + part)) << part;
   }
   EXPECT_FALSE(IsShown("#status"));
   Click("#fold");
   EXPECT_TRUE(IsShown("#status"));
+}
+
+TEST_F(Looks, WhatIsTooLongForARowEndsInDots) {
+  BackendProcess backend(kOpen);
+  const std::string text(150, 'x');
+  Report(backend,
+         R"({"accessId": ")" + text + R"(", "topic_name": "engine", "text": ")" + text + "\"}");
+  Open(backend);
+  for (const int width : {360, 1280}) {
+    s_browser->Resize(width, 740);
+    EXPECT_EQ(Run(R"(
+      const row = document.querySelector('#window .row');
+      const edge = row.getBoundingClientRect().right;
+      return ['.path', '.device', '.about', '.start'].map(name => row.querySelector(name))
+          .filter(node => node.getBoundingClientRect().right > edge ||
+              (!node.matches('.about') && getComputedStyle(node).textOverflow !== 'ellipsis'))
+          .map(node => node.className);)")
+                  .JsonValueToString(),
+              "[]")
+        << width;
+  }
 }
 
 TEST_F(Looks, MovesNothingForThoseWhoDoNotWantIt) {
@@ -235,9 +264,8 @@ TEST_F(Looks, MillionExchangesAndFiveHundredMoreASecondStaySmall) {
       requestAnimationFrame(frame);
     };
     requestAnimationFrame(frame);)");
-  lumtest::SpawnedProcess load({"curl", "-q", "-s", "-o", "/dev/null", "--noproxy", "*", "--rate",
-                                "30000/m", "-d", R"({"accessId":"robot-7"})",
-                                backend.Url("/report?[1-5000]")});
+  SpawnedProcess load({"curl", "-q", "-s", "-o", "/dev/null", "--noproxy", "*", "--rate", "30000/m",
+                       "-d", R"({"accessId":"robot-7"})", backend.Url("/report?[1-5000]")});
   // While it runs: the newest row is in view, and neither elements nor rows pile up.
   for (const int added : {1000, 2000, 3000, 4000}) {
     ASSERT_TRUE(Await("Number(document.querySelector('#window .row').id.slice(1)) > 1000000 + " +
@@ -253,3 +281,4 @@ TEST_F(Looks, MillionExchangesAndFiveHundredMoreASecondStaySmall) {
 }
 
 }  // namespace
+}  // namespace lumtest
