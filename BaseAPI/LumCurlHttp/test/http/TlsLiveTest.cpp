@@ -19,7 +19,7 @@ class TlsLive : public HttpLive {
                       static_cast<int>(passPhrase.size()));
   }
 
-  // A request that must come off.
+  // A request that must succeed.
   void ExpectGetWorks(const WireServer& server) {
     Get(server.Url(), true);
     EXPECT_EQ(code, 200) << log.Text();

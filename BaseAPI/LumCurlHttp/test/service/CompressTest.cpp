@@ -66,7 +66,7 @@ INSTANTIATE_TEST_SUITE_P(Forms, CompressTest,
                            return instance.param.name;
                          });
 
-TEST_P(CompressTest, AllStepsComeOff) {
+TEST_P(CompressTest, AllStepsSucceed) {
   EXPECT_EQ(Run(), 0);
 
   EXPECT_EQ(recorder.Events(), Compression() + Upload() + Removal());

@@ -58,7 +58,7 @@ std::string EngineLog(int level, const std::string& function, const std::string&
 // is empty.
 std::string Sent(const std::string& line);
 
-// The events of one transfer without interface, certificate, pinning or speed cap that comes off.
+// The events of one transfer that succeeds, without interface, certificate, pinning or speed cap.
 // TransferTest and UploadTransferTest spell them out.
 Events GetEvents(const std::string& url, const Lines& lines);
 Events PutEvents(const std::string& url, std::size_t length, const Lines& lines);
@@ -74,7 +74,7 @@ Events Failing(Events events, const std::string& log);
 Script Broken(CURLcode result, long status, const std::string& errorText,
               const std::vector<std::string>& chunks = {});
 
-// A transfer that comes off.
+// A transfer that succeeds.
 Script Answer(long status, const std::string& body = "");
 
 }  // namespace lumtest

@@ -49,7 +49,7 @@ class ReportTest : public ServiceTest {
     };
   }
 
-  // The events of a gzip report of `text` whose transfer comes off.
+  // The events of a gzip report of `text` whose transfer succeeds.
   static Events GzipEvents(const std::string& text, const Lines& lines) {
     return GzipStart(text) + PostEvents(kUrl, 6, lines, "4") + Events{"free the buffer"};
   }

@@ -197,6 +197,18 @@ TEST_P(StringSetting, ReplacesAnEarlierValue) {
   EXPECT_EQ(Logs(), LogOf("one") + LogOf("two"));
 }
 
+TEST_P(StringSetting, LogsBeforeItStores) {
+  Set("old");
+  Forget();
+  std::vector<std::string> storedWhenLogged;
+  recorder.onLog = [&](const LogLine&) { storedWhenLogged.push_back(Stored()); };
+
+  Set("new");
+
+  EXPECT_EQ(storedWhenLogged, std::vector<std::string>(LogOf("new").size(), "old"));
+  EXPECT_EQ(Stored(), "new");
+}
+
 TEST_P(StringSetting, WritesNoOtherSetting) {
   const std::vector<Setting> fields = {kDate,          kAuthorisation, kDomainIp,     kBindIp,
                                        kBindInterface, kBindMac,       kSecurityToken};
@@ -284,20 +296,6 @@ TEST_F(SettingsTest, AuthorisationAndSecurityTokenAreNeverLogged) {
     EXPECT_EQ(event.find("token of the store"), std::string::npos);
   }
   EXPECT_THAT(Logs(), ElementsAre(ClientLog(3, "SetUploadLogAuthorisation", "Set Auth")));
-}
-
-TEST_F(SettingsTest, DateIsLoggedBeforeItIsStored) {
-  client.SetUploadLogDate("old");
-  std::string storedWhenLogged;
-  recorder.onLog = [&](const LogLine& line) {
-    EXPECT_EQ(line.message, "Set Date to new");
-    storedWhenLogged = Engine().uploadLogDate;
-  };
-
-  client.SetUploadLogDate("new");
-
-  EXPECT_EQ(storedWhenLogged, "old");
-  EXPECT_EQ(Engine().uploadLogDate, "new");
 }
 
 TEST_F(SettingsTest, SwiftAndDomainAddressAreOneSetting) {
