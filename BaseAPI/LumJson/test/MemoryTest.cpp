@@ -190,9 +190,9 @@ TEST(MemoryTest, AReadDocumentTakesOneAllocationForEachContainerAndLongText) {
       {"{\"a\":1,\"b\":2,\"c\":\"text\"}", 1},
       {"{\"a\":[1,2,3],\"a name of more than fourteen bytes\":4}", 3},
   };
-  for (const auto& [text, expected] : cases) {
+  for (const auto& [json, expected] : cases) {
     Value value;
-    EXPECT_EQ(expected, AllocationsOf([&value, &text = text] { value.Parse(text); })) << text;
+    EXPECT_EQ(expected, AllocationsOf([&value, &text = json] { value.Parse(text); })) << json;
   }
 }
 
