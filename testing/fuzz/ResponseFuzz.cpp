@@ -1,21 +1,22 @@
-// What the clients make of a reply: any status, any outcome of the transfer, a body in pieces of
-// any size with any bytes.
+// What the operations of the catalogue make of a reply: any status, any outcome of the transfer, a
+// body in pieces of any size with any bytes. endings.txt says what must come of it.
 //
 // Input: operation, status (2 bytes), outcome, flags, then the error text, then the body's pieces,
 // each behind its length.
 
-#include <HttpResult.h>
-#include <LumApollo.h>
-#include <LumCurlHttp.h>
-#include <LumCurlOrvOps.h>
+#include <curl/curl.h>
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
+#include "../../BaseAPI/LumCurlHttp/test/operations/Endings.h"
 #include "Fuzz.h"
 #include "recording/Recorder.h"
-#include "support/Files.h"
 
 using lumtest::FuzzInput;
+using lumtest::Kind;
+using lumtest::Operation;
 using lumtest::Recorder;
 
 namespace {
@@ -24,123 +25,56 @@ constexpr char kUrl[] = "https://127.0.0.1/a";
 constexpr unsigned kTls = 1;    // with a client certificate
 constexpr unsigned kLarge = 2;  // each piece a hundred times over
 
-// The reply that the double plays.
-struct Reply {
-  lumtest::Script script;
-  std::string body;
-  bool arrived = false;  // the transfer did not fail
-};
-
-std::string FailureText(const char* prefix, const Reply& reply) {
-  return prefix + reply.script.errorText + " .";
+// The doubles make no archives.
+const std::vector<Operation>& Tried() {
+  static const std::vector<Operation> tried =
+      lumtest::OperationsWhere([](const Operation& each) { return each.kind != Kind::kArchive; });
+  return tried;
 }
 
-// What a client returns that parses a body: the document, or null.
-LumJson::Value Document(const std::string& body) {
-  LumJson::Value document;
-  document.Parse(body);
-  return document;
-}
-
-bool IsJson(const std::string& body) {
-  LumJson::Value document;
-  return document.Parse(body);
-}
-
-void UseCertificate(LumCurlHttp& client) {
-  unsigned char phrase[] = "pass phrase";
-  client.SetSslInfo("/ca.pem", "/client.pem", "/client.key", phrase, sizeof phrase);
-}
-
-void GeneralRequest(const Reply& reply, bool post, bool tls) {
-  LumCurlHttp client;
-  if (tls) {
-    UseCertificate(client);
+lumtest::Caller& CallerFor(bool tls) {
+  static lumtest::Caller plain;
+  static lumtest::Caller withCertificate;
+  if (!tls) {
+    return plain;
   }
-  int code = 12345;
-  const LumJson::Value answer =
-      post ? client.Post(kUrl, "{}", tls, code) : client.Get(kUrl, "", tls, code);
-  const bool good = reply.arrived && IsJson(reply.body);
-  LUM_REQUIRE(code == (good ? static_cast<int>(reply.script.status) : -1));
-  LUM_REQUIRE(answer == (good ? Document(reply.body) : LumJson::Value()));
+  withCertificate.useSsl = true;
+  withCertificate.OfferCertificate("/ca.pem", "/client.pem", "/client.key", "pass phrase");
+  return withCertificate;
 }
 
-void Download(const Reply& reply) {
-  static const lumtest::TempDir directory;
-  const std::string path = directory.Path("download");
-  LumCurlHttp client;
-  LUM_REQUIRE(client.DownloadFile(kUrl, path) == (reply.arrived ? 0 : -10000));
-  LUM_REQUIRE(lumtest::ReadFile(path) == reply.body);
+// Fifty bytes of no document, so that a log line can tell their number from an empty one's.
+int Gzip(const std::string& /*text*/, char* target, int /*room*/) {
+  constexpr int kSize = 50;
+  std::fill_n(target, kSize, 'z');
+  return kSize;
 }
 
-// The requests of the service client that answer with a document.
-void ServiceRequest(LumCurlOrvOps& client, const Reply& reply, unsigned operation) {
-  const int status = static_cast<int>(reply.script.status);
-  int code = status;
-  LumJson::Value answer;
-  switch (operation) {
-    case 0:
-      answer = client.Get(kUrl, {"A: 1"}, code);
-      break;
-    case 1:
-      answer = client.Post(kUrl, "{}", {}, code);
-      break;
-    case 2:
-      answer = client.GetToken(kUrl, LumJson::Value::Object());
-      break;
-    case 3:
-      answer = client.RefreshToken(kUrl, LumJson::Value::Object(), "token");
-      break;
-    default:
-      answer = client.GetLogAddress(kUrl, "id", "token", "name");
-      break;
+std::vector<std::string> LogLines() {
+  static const char* const kLevels[] = {"", "error", "warning", "info"};
+  std::vector<std::string> lines;
+  for (const lumtest::LogLine& log : Recorder::Get().Logs()) {
+    lines.push_back(log.file.substr(log.file.rfind('/') + 1) + " " + log.function + " " +
+                    kLevels[log.level] + ": " + log.message);
   }
-  LUM_REQUIRE(code == status);
-  // A failure's text takes the body's place.
-  const std::string prefix = operation == 3                     ? "PUT failed for: "
-                             : operation == 1 || operation == 2 ? "POST failed for: "
-                                                                : "GET failed for: ";
-  const std::string body = reply.arrived ? reply.body : FailureText(prefix.c_str(), reply);
-  LUM_REQUIRE(answer == (status == 200 ? Document(body) : LumJson::Value()));
-  LUM_REQUIRE(client.GetLastErrorBody().empty());
-}
-
-void ServiceReport(LumCurlOrvOps& client, const Reply& reply, bool gzip) {
-  LumJson::Value document;
-  document["text"] = "long enough to be worth a compression";
-  const int result = gzip ? client.ReportDataWithGzip(kUrl, document, "token", "id")
-                          : client.ReportData(kUrl, document, "token", "topic");
-  const bool accepted = reply.script.status == 200 || reply.script.status == 204;
-  LUM_REQUIRE(result == (accepted ? 0 : -10000));
-  const std::string failure = reply.arrived ? reply.body : FailureText("POST failed for: ", reply);
-  LUM_REQUIRE(client.GetLastErrorBody() == (accepted ? std::string() : failure));
-}
-
-void Configuration(const Reply& reply) {
-  LumApollo client;
-  LumApolloEnv place{"127.0.0.1", "app", "", "application"};
-  const HttpResult result = client.GetPropertyString(place);
-  LUM_REQUIRE(result.code == (reply.arrived ? static_cast<int>(reply.script.status) : -1));
-  LUM_REQUIRE(result.body ==
-              (reply.arrived ? reply.body : FailureText("POST failed for: ", reply)));
-  LUM_REQUIRE(place.cluster == "default");
-  Recorder::Get().FreeLists();  // the list of every request is kept
+  return lines;
 }
 
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   FuzzInput input(data, size);
-  const unsigned operation = input.Byte() % 12;
-  Reply reply;
-  reply.script.status = input.Number();
-  reply.script.result = static_cast<CURLcode>(input.Byte() % CURL_LAST);
-  reply.arrived = reply.script.result == CURLE_OK;
+  const Operation& operation = Tried()[input.Byte() % Tried().size()];
+  lumtest::Script script;
+  lumtest::Ending ending;
+  ending.status = script.status = input.Number();
+  script.result = static_cast<CURLcode>(input.Byte() % CURL_LAST);
+  ending.code = script.result;
   const unsigned flags = input.Byte();
   // libcurl writes a C string of fewer than CURL_ERROR_SIZE bytes; DownloadFile offers no buffer.
-  std::string errorText = input.Text();
-  if (!reply.arrived && operation != 2) {
-    reply.script.errorText = errorText.substr(0, errorText.find('\0'));
+  const std::string errorText = input.Text();
+  if (ending.code != 0 && operation.kind != Kind::kDownload) {
+    script.errorText = errorText.substr(0, errorText.find('\0'));
   }
   while (!input.AtEnd()) {
     std::string piece = input.Text();
@@ -150,34 +84,32 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         piece += once;
       }
     }
-    reply.body += piece;
-    reply.script.chunks.push_back(std::move(piece));
+    ending.received += piece;
+    script.chunks.push_back(std::move(piece));
+  }
+  if (operation.Uploads()) {
+    ending.received.clear();  // it went to standard output
   }
 
+  lumtest::Caller& caller = CallerFor((flags & kTls) != 0);
+  lumtest::Outcome outcome;
+  outcome.directory = caller.MakeFiles("files");
   Recorder& recorder = Recorder::Get();
   recorder.Reset();
-  recorder.NextPerform(reply.script);
-  const bool tls = (flags & kTls) != 0;
-  if (operation < 2) {
-    GeneralRequest(reply, operation == 1, tls);
-  } else if (operation == 2) {
-    Download(reply);
-  } else if (operation == 3) {
-    Configuration(reply);
-  } else {
-    LumCurlOrvOps client;
-    if (tls) {
-      unsigned char phrase[] = "pass phrase";
-      client.SetSslInfo("/ca.pem", "/client.pem", "/client.key", phrase, sizeof phrase);
-    }
-    if (operation < 9) {
-      ServiceRequest(client, reply, operation - 4);
-    } else if (operation < 11) {
-      ServiceReport(client, reply, operation == 10);
-    } else {
-      const int result = client.UploadLog(kUrl, "/dev/null");
-      LUM_REQUIRE(result == (reply.script.status == 200 ? 0 : -10000));
-    }
+  recorder.gzip = &Gzip;
+  recorder.NextPerform(script);
+  outcome.value = operation.run(caller, kUrl, outcome.directory);
+  outcome.lines = LogLines();
+  lumtest::AddFiles(operation, outcome);
+  if (!lumtest::Fits(operation, kUrl, outcome, ending)) {
+    lumtest::Require(false, lumtest::ShownBlocks(operation, kUrl, outcome, ending).c_str(),
+                     __FILE__, __LINE__);
+  }
+  if (!script.errorText.empty()) {
+    LUM_REQUIRE(lumtest::ErrorTextOf(outcome) == script.errorText);
+  }
+  if (operation.NeedsTls()) {
+    recorder.FreeLists();  // the list of every request is kept
   }
   LUM_REQUIRE(recorder.Transfers().size() == 1);
   LUM_REQUIRE(recorder.LiveHandles() == 0 && recorder.LiveLists() == 0 &&

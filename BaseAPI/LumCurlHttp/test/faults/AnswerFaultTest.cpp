@@ -177,6 +177,8 @@ TEST_P(AnswerFaultTest, EveryEndingOfItsBlockHappens) {
     meet(WireReply(WireHead(status, {"Content-Length: 100"}) + kReply),
          {18, status, kReply, CurlBytesMissing(87)});
   }
+  meet(WireReply("HTTP/1.1 204 No Content\r\nheader\r\n\r\n"),
+       {8, 204, "", "Header without colon"});
   EXPECT_THAT(HeadsOf(GetParam()), ::testing::UnorderedElementsAreArray(seen));
 }
 

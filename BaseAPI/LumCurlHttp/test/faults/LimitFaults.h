@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "../operations/Endings.h"
+#include "../operations/RunOperation.h"
 #include "wire/Ports.h"
 #include "wire/WireServer.h"
 

@@ -61,6 +61,7 @@ class Caller {
   // Arguments. `text` is what settings are given.
   LumJson::Value document = UsualDocument();
   std::string body = document.ToStyledString();
+  bool useSsl = false;  // of LumCurlHttp's requests
   std::string token = "token";
   std::string identifier = "id";
   std::string fileName = "a.log";

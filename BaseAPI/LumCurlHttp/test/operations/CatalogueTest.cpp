@@ -7,7 +7,7 @@
 #include <set>
 #include <sstream>
 
-#include "Endings.h"
+#include "Operations.h"
 #include "support/Process.h"
 
 namespace lumtest {

@@ -2,12 +2,10 @@
 
 #include "Endings.h"
 
-#include <LumLogger.h>
 #include <curl/curl.h>
-#include <gmock/gmock.h>
 
 #include <algorithm>
-#include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -16,8 +14,6 @@
 namespace lumtest {
 
 namespace {
-
-thread_local std::vector<std::string>* t_lines = nullptr;
 
 // What stands below one head of a block.
 struct Case {
@@ -136,15 +132,24 @@ std::string QuotedBlanks(const std::string& text) {
   return some ? text.substr(last + 1, end - last - 1) : "no blanks";
 }
 
+// At the end of the last line, where it stands. A document cannot take so little as an empty one.
+std::string GzipLengthIn(const std::vector<std::string>& lines) {
+  const std::string before = ", gzip length=";
+  const std::size_t at = lines.empty() ? std::string::npos : lines.back().rfind(before);
+  if (at == std::string::npos) {
+    return "";
+  }
+  const std::string length = lines.back().substr(at + before.size());
+  return std::atoi(length.c_str()) > 18 ? length : "more than 18";
+}
+
 Facts FactsOf(const std::string& url, const Outcome& outcome, const Ending& ending) {
   const std::string request = Caller::UsualDocument().ToStyledString();
   const std::string body =
       ending.received == Ending::kBlanks ? QuotedBlanks(outcome.value) : ending.received;
   LumJson::Value document;
   document.Parse(body);
-  // Any compressed length but one that holds no document.
-  const std::string gzip = Behind(", gzip length=", outcome.lines);
-  const bool plausible = !gzip.empty() && std::stoi(gzip) > 18;
+  const std::string gzip = GzipLengthIn(outcome.lines);
   return {{"url", url},
           {"host", HostOf(url)},
           {"path", DownloadPath(outcome.directory)},
@@ -153,16 +158,28 @@ Facts FactsOf(const std::string& url, const Outcome& outcome, const Ending& endi
           {"document", document.JsonValueToString()},
           {"curl", std::to_string(ending.code)},
           {"reason", curl_easy_strerror(static_cast<CURLcode>(ending.code))},
-          {"error", Behind(", errorBuf: ", outcome.lines)},
+          {"error", ErrorTextOf(outcome)},
           {"request", request},
           {"length", std::to_string(request.size())},
-          {"gzip", plausible ? gzip : "more than 18"}};
+          {"gzip", gzip}};
 }
 
 // The value as it is without a look at the last error.
 std::string Comparable(const std::string& value, bool looked) {
   const std::size_t at = value.find(", last error");
   return looked || at == std::string::npos ? value : value.substr(0, at);
+}
+
+// What the block of the ending says of this run.
+std::vector<std::string> Expected(const Operation& operation, const Outcome& outcome,
+                                  const Ending& ending, Facts facts) {
+  const bool looked = outcome.value.find(", last error") != std::string::npos;
+  std::vector<std::string> texts;
+  for (const std::string& text : CaseFor(operation, ending).texts) {
+    texts.push_back(Filled(texts.empty() ? Comparable(text, looked) : text, facts));
+    facts["body"] = facts["body"].c_str();  // a log line has it up to its first zero byte
+  }
+  return texts;
 }
 
 std::vector<std::string> TextsOf(const Outcome& outcome) {
@@ -181,34 +198,7 @@ std::string Shown(const std::string& head, const std::vector<std::string>& texts
 
 }  // namespace
 
-ThreadLogs::ThreadLogs() {
-  LumLogger::GetInstance().SetSink([](const LumLogger::Record& record) {
-    static const char* const kLevels[] = {"", "error", "warning", "info"};
-    const std::string directory = "BaseAPI/LumCurlHttp/src/";
-    std::string file = record.file;
-    if (file.compare(0, directory.size(), directory) == 0) {
-      file.erase(0, directory.size());
-    }
-    if (t_lines != nullptr) {
-      t_lines->push_back(file + " " + record.function + " " + kLevels[record.level] + ": " +
-                         std::string(record.message, record.messageLength));
-    }
-  });
-}
-
-ThreadLogs::~ThreadLogs() {
-  LumLogger::GetInstance().SetSink(nullptr);
-}
-
-Outcome RunOperation(Caller& caller, const Operation& operation, const std::string& url,
-                     const std::string& owner) {
-  Outcome outcome;
-  outcome.directory = caller.MakeFiles(owner + operation.name);
-  t_lines = &outcome.lines;
-  const auto start = std::chrono::steady_clock::now();
-  outcome.value = operation.run(caller, url, outcome.directory);
-  outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  t_lines = nullptr;
+void AddFiles(const Operation& operation, Outcome& outcome) {
   if (operation.kind == Kind::kDownload) {
     outcome.value += ", file \"" + ReadFile(DownloadPath(outcome.directory)) + "\"";
   } else if (operation.kind == Kind::kArchive) {
@@ -218,40 +208,28 @@ Outcome RunOperation(Caller& caller, const Operation& operation, const std::stri
     }
     outcome.value += left ? ", archive" : ", no archive";
   }
-  return outcome;
 }
 
-const Ending& ExpectEnding(const Operation& operation, const std::string& url,
-                           const Outcome& outcome, const std::vector<Ending>& endings) {
-  const bool looked = outcome.value.find(", last error") != std::string::npos;
-  const std::vector<std::string> seen = TextsOf(outcome);
-  std::string failure;
-  for (const Ending& ending : endings) {
-    const Case& expected = CaseFor(operation, ending);
-    const Facts facts = FactsOf(url, outcome, ending);
-    std::vector<std::string> texts;
-    for (const std::string& text : expected.texts) {
-      texts.push_back(Filled(texts.empty() ? Comparable(text, looked) : text, facts));
-    }
-    const bool saysWhy =
-        ending.code == 0 || operation.kind == Kind::kDownload ||
-        ::testing::Matches(::testing::MatchesRegex(ending.error))(facts.at("error"));
-    if (saysWhy && seen == texts) {
-      return ending;
-    }
-    if (failure.empty()) {
-      std::vector<std::string> block;
-      for (const std::string& text : seen) {
-        block.push_back(Emptied(text, facts));
-      }
-      failure = std::string("the block that was seen:\n") + operation.name + "\n" +
-                Shown(expected.head, block) + "not among those of endings.txt:\n";
-    }
-    failure += Shown(expected.head, texts) +
-               (saysWhy ? "" : "    with an error text like " + ending.error + "\n");
+bool Fits(const Operation& operation, const std::string& url, const Outcome& outcome,
+          const Ending& ending) {
+  return TextsOf(outcome) == Expected(operation, outcome, ending, FactsOf(url, outcome, ending));
+}
+
+std::string ErrorTextOf(const Outcome& outcome) {
+  return Behind(", errorBuf: ", outcome.lines);
+}
+
+std::string ShownBlocks(const Operation& operation, const std::string& url, const Outcome& outcome,
+                        const Ending& ending) {
+  const Facts facts = FactsOf(url, outcome, ending);
+  const std::string& head = HeadFor(operation, ending);
+  std::vector<std::string> seen;
+  for (const std::string& text : TextsOf(outcome)) {
+    seen.push_back(Emptied(text, facts));
   }
-  ADD_FAILURE() << failure;
-  return endings.front();
+  return std::string("the block that was seen:\n") + operation.name + "\n" + Shown(head, seen) +
+         "endings.txt has for this ending:\n" +
+         Shown(head, Expected(operation, outcome, ending, facts));
 }
 
 std::vector<std::string> HeadsOf(const Operation& operation) {

@@ -29,28 +29,23 @@ struct Ending {
   std::string error = "";  // POSIX regular expression of libcurl's error text
 };
 
-// Hands each thread's log records to that thread's Outcome for as long as it lives. One at a time.
-class ThreadLogs {
- public:
-  ThreadLogs();
-  ~ThreadLogs();
-  ThreadLogs(const ThreadLogs&) = delete;
-  ThreadLogs& operator=(const ThreadLogs&) = delete;
-};
+// Adds what became of the operation's files to the value.
+void AddFiles(const Operation& operation, Outcome& outcome);
 
-// Runs an operation on this thread, with files in a directory whose name begins with `owner`. `url`
-// begins with http or https and a host; LumApollo, which makes its own URL, takes the host from it.
-Outcome RunOperation(Caller& caller, const Operation& operation, const std::string& url,
-                     const std::string& owner = "");
+// Whether `outcome` is, to the letter, what the ending leads to, for an error text whatever it is.
+bool Fits(const Operation& operation, const std::string& url, const Outcome& outcome,
+          const Ending& ending);
 
-// Expects that `outcome` is, to the letter, what one of `endings` leads to; gives that ending, or
-// the first. What arrived of an upload's reply went to standard output.
-const Ending& ExpectEnding(const Operation& operation, const std::string& url,
-                           const Outcome& outcome, const std::vector<Ending>& endings);
+// libcurl's error text, as the lines have it.
+std::string ErrorTextOf(const Outcome& outcome);
 
-// The heads of an operation's block, and the one among them that an ending falls under.
+// Of the operation's block: all heads, and the one that an ending falls under.
 std::vector<std::string> HeadsOf(const Operation& operation);
 const std::string& HeadFor(const Operation& operation, const Ending& ending);
+
+// The block as it would be for the ending that was expected, had it been `outcome`; and what it is.
+std::string ShownBlocks(const Operation& operation, const std::string& url, const Outcome& outcome,
+                        const Ending& ending);
 
 }  // namespace lumtest
 

@@ -47,14 +47,14 @@ std::vector<Operation> MakeOperations() {
        5,
        [](Caller& c, Text url, Text) {
          int code = kNoCode;
-         const auto value = c.Try([&] { return c.general.Get(url, "", false, code); });
+         const auto value = c.Try([&] { return c.general.Get(url, "", c.useSsl, code); });
          return TextOf(value, code);
        }},
       {"General_Post", "LumCurlHttp::Post(string const&, string const&, bool, int&)", Kind::kJson,
        5, 5,
        [](Caller& c, Text url, Text) {
          int code = kNoCode;
-         const auto value = c.Try([&] { return c.general.Post(url, c.body, false, code); });
+         const auto value = c.Try([&] { return c.general.Post(url, c.body, c.useSsl, code); });
          return TextOf(value, code);
        }},
       {"DownloadFile", "LumCurlHttp::DownloadFile(string, string)", Kind::kDownload, 60, 60,

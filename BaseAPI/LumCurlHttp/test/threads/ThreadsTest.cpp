@@ -13,7 +13,7 @@
 #include <thread>
 
 #include "../http/LiveTest.h"
-#include "../operations/Endings.h"
+#include "../operations/RunOperation.h"
 #include "support/ProcessState.h"
 
 namespace lumtest {
