@@ -3,6 +3,7 @@
 #define LUM_BACKEND_REQUEST_PARSER_H
 
 #include <boost/beast/http/basic_parser.hpp>
+#include <boost/version.hpp>
 #include <string>
 #include <string_view>
 
@@ -47,6 +48,9 @@ class RequestParser final : public boost::beast::http::basic_parser<true> {
                        Error& error) override;
   void on_response_impl(int status, Text reason, int version, Error& error) override;
   void on_field_impl(Field field, Text name, Text value, Error& error) override;
+#if BOOST_VERSION >= 109200  // 1.83 hands trailers to on_field_impl
+  void on_trailer_field_impl(Field, Text, Text, Error&) override {}
+#endif
   void on_header_impl(Error& error) override;
   void on_body_init_impl(const boost::optional<std::uint64_t>& length, Error& error) override;
   std::size_t on_body_impl(Text piece, Error& error) override;
