@@ -48,8 +48,8 @@ void EasyTransfer::ClearErrorBuffer() {
 bool EasyTransfer::Perform() {
   outcome = curl_easy_perform(handle.get());
   curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &status);
-  if (failure) {
-    std::rethrow_exception(failure);
+  if (result.failure) {
+    std::rethrow_exception(result.failure);
   }
   return outcome == CURLE_OK;
 }
@@ -58,11 +58,11 @@ std::size_t WriteToString(char* data, std::size_t size, std::size_t count, void*
   if (data == nullptr || user == nullptr) {
     return 0;
   }
-  auto* transfer = static_cast<EasyTransfer*>(user);
+  auto* result = static_cast<HttpResult*>(user);
   try {
-    transfer->result.body.append(data, size * count);
+    result->body.append(data, size * count);
   } catch (...) {
-    transfer->failure = std::current_exception();
+    result->failure = std::current_exception();
     return 0;
   }
   return static_cast<std::uint32_t>(size * count);

@@ -6,7 +6,6 @@
 #include <curl/curl.h>
 
 #include <cstddef>
-#include <exception>
 #include <memory>
 #include <new>
 #include <string>
@@ -77,12 +76,12 @@ struct EasyTransfer {
   HeaderList headers;
   CURLcode outcome = CURLE_OK;
   long status = 0;
-  std::exception_ptr failure;  // of WriteToString: no exception may cross libcurl's frames
 };
 
-// libcurl's write callback of every buffered request; `user` is the EasyTransfer. Appends size *
-// count bytes to its result's body and returns the product in 32 bits. 0, which makes libcurl give
-// up the transfer, for a null pointer or an exception.
+// libcurl's write callback of every buffered request; `user` is the HttpResult. Appends size *
+// count bytes to its body and returns the product in 32 bits. 0, which makes libcurl give up the
+// transfer, for a null pointer or an exception: that one waits in the result, for none may cross
+// libcurl's frames.
 std::size_t WriteToString(char* data, std::size_t size, std::size_t count, void* user);
 
 // The body of a transfer that failed: `prefix`, libcurl's error text, " .".

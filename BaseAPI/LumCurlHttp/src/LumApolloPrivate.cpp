@@ -45,7 +45,7 @@ HttpResult LumApolloPrivate::GetPropertyString(LumApolloEnv& env) {
   (void)transfer.headers.release();
   SetOption(transfer.handle, CURLOPT_URL, &url[0]);
   SetOption(transfer.handle, CURLOPT_WRITEFUNCTION, &WriteToString);
-  SetOption(transfer.handle, CURLOPT_WRITEDATA, &transfer);
+  SetOption(transfer.handle, CURLOPT_WRITEDATA, &transfer.result);
   SetOption(transfer.handle, CURLOPT_ERRORBUFFER, &transfer.errorBuffer[0]);
   SetOption(transfer.handle, CURLOPT_CONNECTTIMEOUT, kTimeoutSeconds);
   SetOption(transfer.handle, CURLOPT_TIMEOUT, kTimeoutSeconds);

@@ -112,7 +112,7 @@ HeaderList LumCurlHttpPrivate::BuildHeaderList(const char* function) const {
 void LumCurlHttpPrivate::SetResultOptions(EasyTransfer& transfer, bool useSsl) {
   const EasyHandle& handle = transfer.handle;
   SetOption(handle, CURLOPT_WRITEFUNCTION, &WriteToString);
-  SetOption(handle, CURLOPT_WRITEDATA, &transfer);
+  SetOption(handle, CURLOPT_WRITEDATA, &transfer.result);
   transfer.ClearErrorBuffer();
   SetOption(handle, CURLOPT_ERRORBUFFER, &transfer.errorBuffer[0]);
   SetOption(handle, CURLOPT_CONNECTTIMEOUT, kTimeoutSeconds);

@@ -65,7 +65,7 @@ HttpResult LumCurlOrvOpsPrivate::Get(const std::string& url, const HeaderLines& 
   SetOption(transfer.handle, CURLOPT_URL, url.c_str());
   SetOption(transfer.handle, CURLOPT_POST, 0L);
   SetOption(transfer.handle, CURLOPT_WRITEFUNCTION, &WriteToString);
-  SetOption(transfer.handle, CURLOPT_WRITEDATA, &transfer);
+  SetOption(transfer.handle, CURLOPT_WRITEDATA, &transfer.result);
   SetOption(transfer.handle, CURLOPT_NOSIGNAL, 1L);
   SetOption(transfer.handle, CURLOPT_ERRORBUFFER, &transfer.errorBuffer[0]);
   SetOption(transfer.handle, CURLOPT_CONNECTTIMEOUT, static_cast<long>(connectTimeout));
@@ -105,7 +105,7 @@ HttpResult LumCurlOrvOpsPrivate::Put(const std::string& url, const std::string& 
   SetOption(transfer.handle, CURLOPT_POSTFIELDS, body.c_str());
   SetOption(transfer.handle, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.length()));
   SetOption(transfer.handle, CURLOPT_WRITEFUNCTION, &WriteToString);
-  SetOption(transfer.handle, CURLOPT_WRITEDATA, &transfer);
+  SetOption(transfer.handle, CURLOPT_WRITEDATA, &transfer.result);
   SetOption(transfer.handle, CURLOPT_ERRORBUFFER, &transfer.errorBuffer[0]);
   SetOption(transfer.handle, CURLOPT_CONNECTTIMEOUT, static_cast<long>(connectTimeout));
   SetOption(transfer.handle, CURLOPT_TIMEOUT, static_cast<long>(requestTimeout));
@@ -151,7 +151,7 @@ HttpResult LumCurlOrvOpsPrivate::PostBytes(const std::string& url, const char* d
   SetOption(transfer.handle, CURLOPT_POSTFIELDS, data);  // not copied
   SetOption(transfer.handle, CURLOPT_POSTFIELDSIZE, static_cast<long>(length));
   SetOption(transfer.handle, CURLOPT_WRITEFUNCTION, &WriteToString);
-  SetOption(transfer.handle, CURLOPT_WRITEDATA, &transfer);
+  SetOption(transfer.handle, CURLOPT_WRITEDATA, &transfer.result);
   SetOption(transfer.handle, CURLOPT_NOSIGNAL, 1L);
   SetOption(transfer.handle, CURLOPT_ERRORBUFFER, &transfer.errorBuffer[0]);
   SetOption(transfer.handle, CURLOPT_CONNECTTIMEOUT, static_cast<long>(connectTimeout));

@@ -339,9 +339,8 @@ TEST_F(Apollo, AHeaderLineThatCannotBeStoredIsABadAlloc) {
 TEST_F(Apollo, ALengthErrorOfTheBodyReachesTheCaller) {
   Script script = Reply("{}");
   script.during = [](const Transfer& transfer) {
-    HttpResult& result =
-        static_cast<lumhttp::EasyTransfer*>(transfer.pointers.at(CURLOPT_WRITEDATA))->result;
-    result.body._M_length(result.body.max_size());  // there is no memory behind it
+    auto* result = static_cast<HttpResult*>(transfer.pointers.at(CURLOPT_WRITEDATA));
+    result->body._M_length(result->body.max_size());  // there is no memory behind it
   };
   recorder.NextPerform(script);
   EXPECT_THROW(Read(), std::length_error);

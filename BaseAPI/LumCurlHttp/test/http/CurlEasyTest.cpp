@@ -15,27 +15,26 @@ using namespace lumhttp;
 class CurlEasyTest : public RecordingTest {
  protected:
   HttpResult result;
-  EasyTransfer transfer{result};
   std::string bytes = "abcdefgh";
 };
 
 TEST_F(CurlEasyTest, WriteToStringAppendsSizeTimesCountBytes) {
   result.body = "0";
-  EXPECT_EQ(WriteToString(&bytes[0], 2, 3, &transfer), 6u);
-  EXPECT_EQ(WriteToString(&bytes[6], 1, 2, &transfer), 2u);
+  EXPECT_EQ(WriteToString(&bytes[0], 2, 3, &result), 6u);
+  EXPECT_EQ(WriteToString(&bytes[6], 1, 2, &result), 2u);
   EXPECT_EQ(result.body, "0abcdefgh");
   EXPECT_EQ(result.code, -1);
 }
 
 TEST_F(CurlEasyTest, WriteToStringTakesZeroBytesOfAReplyToo) {
-  EXPECT_EQ(WriteToString(&bytes[0], 1, 0, &transfer), 0u);
+  EXPECT_EQ(WriteToString(&bytes[0], 1, 0, &result), 0u);
   bytes[1] = '\0';
-  EXPECT_EQ(WriteToString(&bytes[0], 1, 3, &transfer), 3u);
+  EXPECT_EQ(WriteToString(&bytes[0], 1, 3, &result), 3u);
   EXPECT_EQ(result.body, std::string("a\0c", 3));
 }
 
 TEST_F(CurlEasyTest, WriteToStringTakesNothingWithoutData) {
-  EXPECT_EQ(WriteToString(nullptr, 1, 8, &transfer), 0u);
+  EXPECT_EQ(WriteToString(nullptr, 1, 8, &result), 0u);
   EXPECT_EQ(result.body, "");
 }
 
@@ -48,10 +47,10 @@ TEST_F(CurlEasyTest, WriteToStringAppendsWhatThirtyTwoBitsDoNotCount) {
   const std::size_t count = (std::size_t{1} << 32) + 3;
   {
     const FailingAllocation failing(1);
-    EXPECT_EQ(WriteToString(&bytes[0], 1, count, &transfer), 0u);
+    EXPECT_EQ(WriteToString(&bytes[0], 1, count, &result), 0u);
     EXPECT_TRUE(failing.HasFailed());
   }
-  ASSERT_TRUE(transfer.failure);
+  ASSERT_TRUE(result.failure);
   EXPECT_EQ(result.body, "");
 }
 
@@ -59,10 +58,10 @@ TEST_F(CurlEasyTest, WriteToStringKeepsAnExceptionForLater) {
   const std::string chunk(100, 'x');
   {
     const FailingAllocation failing(1);
-    EXPECT_EQ(WriteToString(const_cast<char*>(chunk.data()), 1, 100, &transfer), 0u);
+    EXPECT_EQ(WriteToString(const_cast<char*>(chunk.data()), 1, 100, &result), 0u);
   }
-  ASSERT_TRUE(transfer.failure);
-  EXPECT_THROW(std::rethrow_exception(transfer.failure), std::bad_alloc);
+  ASSERT_TRUE(result.failure);
+  EXPECT_THROW(std::rethrow_exception(result.failure), std::bad_alloc);
 }
 
 TEST_F(CurlEasyTest, AppendLineThatFailsLeavesTheListAsItWas) {

@@ -53,12 +53,11 @@ TEST(LargeReplyTest, WriteToStringAppendsAllOfItAndReturnsTheProductInThirtyTwoB
   const OnePageOverAndOver piece;
   ASSERT_FALSE(HasFatalFailure());
   HttpResult result;
-  lumhttp::EasyTransfer transfer(result);
   char* const own = result.body._M_data();
   result.body._M_data(memory.Start());
   result.body._M_capacity(kSpan - 1);
 
-  EXPECT_EQ(lumhttp::WriteToString(piece.Start(), 2, kCount, &transfer), 6U);
+  EXPECT_EQ(lumhttp::WriteToString(piece.Start(), 2, kCount, &result), 6U);
 
   EXPECT_EQ(result.body.size(), 2 * kCount);
   result.body._M_data(own);

@@ -603,9 +603,8 @@ TEST_P(HttpRequest, ALengthErrorOfTheBodyReachesTheCallerToo) {
   recorder.WatchMutex(&Engine().m_mutex);
   Script script = Reply("{}");
   script.during = [](const Transfer& transfer) {
-    HttpResult& result =
-        static_cast<lumhttp::EasyTransfer*>(transfer.pointers.at(CURLOPT_WRITEDATA))->result;
-    result.body._M_length(result.body.max_size());  // there is no memory behind it
+    auto* result = static_cast<HttpResult*>(transfer.pointers.at(CURLOPT_WRITEDATA));
+    result->body._M_length(result->body.max_size());  // there is no memory behind it
   };
   recorder.NextPerform(script);
   EXPECT_THROW(Call(GetParam()), std::length_error);

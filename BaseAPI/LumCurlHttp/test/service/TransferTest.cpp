@@ -509,10 +509,9 @@ TEST_P(EveryTransfer, TakesTheLongestErrorTextWhole) {
 
 TEST_F(TransferTest, WriteCallbackRefusesNullPointers) {
   HttpResult result;
-  lumhttp::EasyTransfer transfer(result);
   char data[] = "x";
 
-  EXPECT_EQ(lumhttp::WriteToString(nullptr, 1, 1, &transfer), 0U);
+  EXPECT_EQ(lumhttp::WriteToString(nullptr, 1, 1, &result), 0U);
   EXPECT_EQ(lumhttp::WriteToString(data, 1, 1, nullptr), 0U);
   EXPECT_EQ(lumhttp::WriteToString(nullptr, 1, 1, nullptr), 0U);
   EXPECT_EQ(result.body, "");
@@ -520,13 +519,12 @@ TEST_F(TransferTest, WriteCallbackRefusesNullPointers) {
 
 TEST_F(TransferTest, WriteCallbackAppendsSizeTimesCountBytes) {
   HttpResult result;
-  lumhttp::EasyTransfer transfer(result);
   result.body = "<";
   char data[] = "abcdefgh";
 
-  EXPECT_EQ(lumhttp::WriteToString(data, 2, 3, &transfer), 6U);
-  EXPECT_EQ(lumhttp::WriteToString(data, 1, 0, &transfer), 0U);
-  EXPECT_EQ(lumhttp::WriteToString(data, 0, 5, &transfer), 0U);
+  EXPECT_EQ(lumhttp::WriteToString(data, 2, 3, &result), 6U);
+  EXPECT_EQ(lumhttp::WriteToString(data, 1, 0, &result), 0U);
+  EXPECT_EQ(lumhttp::WriteToString(data, 0, 5, &result), 0U);
   EXPECT_EQ(result.body, "<abcdef");
 }
 
