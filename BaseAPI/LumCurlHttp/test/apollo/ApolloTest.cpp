@@ -380,6 +380,14 @@ static_assert(!std::is_copy_constructible<LumApollo>::value &&
                   !std::is_move_assignable<LumApollo>::value,
               "one object owns its private part");
 static_assert(!std::is_polymorphic<LumApollo>::value, "");
+static_assert(sizeof(LumApollo) == sizeof(void*), "callers were compiled with this size");
+
+TEST_F(Apollo, TheRecordHoldsItsFourTextsInOrder) {
+  EXPECT_LT(&env.configServer, &env.appId);
+  EXPECT_LT(&env.appId, &env.cluster);
+  EXPECT_LT(&env.cluster, &env.namespaceName);
+  EXPECT_EQ(sizeof(env), 4 * sizeof(std::string));
+}
 
 TEST_F(Apollo, CallsOnOneObjectRunSideBySide) {
   Latch both(2);

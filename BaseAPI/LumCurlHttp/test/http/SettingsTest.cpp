@@ -27,6 +27,7 @@ static_assert(!std::is_copy_constructible<LumCurlHttp>::value &&
                   !std::is_move_assignable<LumCurlHttp>::value,
               "one object owns its private part");
 static_assert(!std::is_polymorphic<LumCurlHttp>::value, "");
+static_assert(sizeof(LumCurlHttp) == sizeof(void*), "callers were compiled with this size");
 static_assert(std::is_same<decltype(LumCurlHttpPrivate::m_mutex), std::mutex>::value, "");
 static_assert(std::is_same<decltype(LumCurlHttpPrivate::m_keyPassword), unsigned char[2048]>::value,
               "");
