@@ -1,4 +1,4 @@
-// The wire server with libcurl as its client: the roads that a hand-written client never takes.
+// The wire server with libcurl as its client: the paths that a hand-written client never takes.
 
 #include <curl/curl.h>
 #include <gmock/gmock.h>

@@ -3,8 +3,8 @@
 //
 //   LumSoakBench [REQUESTS]      100,000 by default
 //
-// Exits 0 when every request came off, descriptors are those of the beginning at every quarter, and
-// resident memory has grown by no more than kAllowance and what is kept on purpose.
+// Exits 0 when every request succeeded, descriptors are those of the beginning at every quarter,
+// and resident memory has grown by no more than kAllowance and what is kept on purpose.
 
 #include <LumCurlHttp.h>
 #include <gtest/gtest.h>
@@ -83,7 +83,7 @@ class Soak {
   explicit Soak(const Ports& ports)
       : m_plain(Url("http", ports.plain)), m_secure(Url("https", ports.secure)) {}
 
-  // Sends `count` requests; false as soon as one did not come off.
+  // Sends `count` requests; false as soon as one fails.
   bool Send(long count) {
     for (long i = 0; i < count; ++i, ++m_sent) {
       if (m_sent % kRequestsOfACaller == 0) {

@@ -1,4 +1,4 @@
-// The whole road against lumbackend.
+// Whole commands against lumbackend.
 
 #include <LumJson.h>
 #include <gmock/gmock.h>

@@ -97,7 +97,7 @@ class ThreadsTest : public ::testing::Test {
         return;
       }
     }
-    ADD_FAILURE() << operation.name << " does not come off";
+    ADD_FAILURE() << operation.name << " does not succeed";
   }
 
   // All operations, each thread in an order of its own.

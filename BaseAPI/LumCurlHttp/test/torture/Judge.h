@@ -11,7 +11,7 @@
 namespace lumtest {
 
 enum class Outcome {
-  kSame,      // the fault was made good: all is as without it, a lost log line perhaps excepted
+  kSame,      // the fault was absorbed: all is as without it, a lost log line perhaps excepted
   kFailure,   // a failure that the contract states
   kBadAlloc,  // std::bad_alloc at the caller
   kBad,       // anything else

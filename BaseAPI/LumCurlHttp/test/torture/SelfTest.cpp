@@ -60,7 +60,8 @@ class TortureTest : public ::testing::Test {
  protected:
   Result Torture(const Subject& subject) {
     FILE* const report = std::tmpfile();
-    const std::vector<Trial> trials = {{subject, Connection::kPlain, subject.roads.at(0), faults}};
+    const std::vector<Trial> trials = {
+        {subject, Connection::kPlain, subject.scenarios.at(0), faults}};
     const Result result = RunAll(trials, 1, report, std::chrono::seconds(1)).at(0);
     std::fseek(report, 0, SEEK_END);
     text.resize(static_cast<std::size_t>(std::ftell(report)));
@@ -137,7 +138,7 @@ TEST_F(TortureTest, NoticesASuccessWithoutItsRequest) {
                     }
                     return "done";
                   },
-                  {Road::kAnswer}};
+                  {Scenario::kAnswer}};
   ExpectBad(subject, "it answered \"done\", with other requests than usual");
 }
 
@@ -152,7 +153,7 @@ TEST_F(TortureTest, NoticesABodyThatIsFramedInAnotherWay) {
                     w.caller.service.Post(w.url, "{}", lines, status);
                     return "done";
                   },
-                  {Road::kAnswer}};
+                  {Scenario::kAnswer}};
   ExpectBad(subject, "it answered \"done\", with other requests than usual");
 }
 
@@ -420,7 +421,7 @@ TEST_F(TortureTest, NoticesAnUploadThatIsCutShort) {
                     w.caller.general.Post(w.url, content, false, status);
                     return std::to_string(status);
                   },
-                  {Road::kAnswer}};
+                  {Scenario::kAnswer}};
   faults = &EveryCallFault;
   ExpectBad(subject, "read EIO 1: it answered \"200\", with other requests than usual");
   EXPECT_THAT(text, HasSubstr("read short 1: it answered \"200\", with other requests"));

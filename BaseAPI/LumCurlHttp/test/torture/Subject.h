@@ -29,7 +29,7 @@ struct Subject {
   // Calls it once, by Caller::Try, and tells the result as text.
   std::function<std::string(World&)> run;
 
-  std::vector<Road> roads = {Road::kNone};
+  std::vector<Scenario> scenarios = {Scenario::kNone};
   std::vector<StatedFailure> failures = {};
 
   // Comes before each run: what a call uses up.

@@ -15,15 +15,16 @@ using Log = StatedFailure::Log;
 constexpr char kUnknownMac[] = "02:00:00:00:00:01";
 constexpr char kReason[] = "POST failed for: ";
 
-std::vector<Road> RoadsOf(Kind kind) {
+std::vector<Scenario> ScenariosOf(Kind kind) {
   switch (kind) {
     case Kind::kSetting:
-      return {Road::kNone};
+      return {Scenario::kNone};
     case Kind::kJson:
     case Kind::kDocument:
-      return {Road::kAnswer, Road::kError, Road::kNotJson, Road::kCut, Road::kRefused};
+      return {Scenario::kAnswer, Scenario::kError, Scenario::kNotJson, Scenario::kCut,
+              Scenario::kRefused};
     default:
-      return {Road::kAnswer, Road::kError, Road::kCut, Road::kRefused};
+      return {Scenario::kAnswer, Scenario::kError, Scenario::kCut, Scenario::kRefused};
   }
 }
 
@@ -71,7 +72,7 @@ Subject SubjectOf(const Operation& operation) {
                     return WithoutReason(operation.run(
                         w.caller, downloads ? w.url + "/file" : w.url, w.Directory()));
                   },
-                  RoadsOf(operation.kind), FailuresOf(operation.kind)};
+                  ScenariosOf(operation.kind), FailuresOf(operation.kind)};
   if (operation.prepare != nullptr) {
     subject.prepare = [operation](World& w) { operation.prepare(w.caller); };
   }
@@ -81,11 +82,11 @@ Subject SubjectOf(const Operation& operation) {
 }
 
 // An operation of the catalogue in another light.
-Subject Variation(const std::string& name, const std::string& what, std::vector<Road> roads,
+Subject Variation(const std::string& name, const std::string& what, std::vector<Scenario> scenarios,
                   std::function<void(World&)> prepare) {
   Subject subject = SubjectOf(OperationNamed(name));
   subject.name += ", " + what;
-  subject.roads = std::move(roads);
+  subject.scenarios = std::move(scenarios);
   subject.prepare = std::move(prepare);
   return subject;
 }
@@ -93,19 +94,19 @@ Subject Variation(const std::string& name, const std::string& what, std::vector<
 // The same, called with a directory that is missing.
 Subject Misplaced(const std::string& name, const std::string& what) {
   const Operation& operation = OperationNamed(name);
-  Subject subject = Variation(name, what, {Road::kNone}, nullptr);
+  Subject subject = Variation(name, what, {Scenario::kNone}, nullptr);
   subject.run = [operation](World& w) { return operation.run(w.caller, w.url, w.Path("missing")); };
   return subject;
 }
 
 std::vector<Subject> Variations() {
-  const std::vector<Road> all = RoadsOf(Kind::kUpload);
-  Subject noUrl = Variation("General_Get", "no URL", {Road::kNone}, nullptr);
+  const std::vector<Scenario> all = ScenariosOf(Kind::kUpload);
+  Subject noUrl = Variation("General_Get", "no URL", {Scenario::kNone}, nullptr);
   noUrl.run = [](World& w) { return OperationNamed("General_Get").run(w.caller, "", ""); };
 
   Subject longUrl = SubjectOf(OperationNamed("GetPropertyString"));
   longUrl.name += ", URL too long";
-  longUrl.roads = {Road::kNone};
+  longUrl.scenarios = {Scenario::kNone};
   longUrl.run = [](World& w) {
     LumApolloEnv env{HostOf(w.url), std::string(5000, 'x'), "", "space"};
     const HttpResult result = w.caller.Try([&] { return w.caller.apollo.GetPropertyString(env); });
@@ -114,11 +115,11 @@ std::vector<Subject> Variations() {
   };
 
   return {
-      Variation("General_Get", "header set", RoadsOf(Kind::kJson),
+      Variation("General_Get", "header set", ScenariosOf(Kind::kJson),
                 [](World& w) {
                   w.caller.general.SetHeaders("X-Header: a value of more than fifteen characters");
                 }),
-      Variation("General_Get", "no certificates", {Road::kNone},
+      Variation("General_Get", "no certificates", {Scenario::kNone},
                 [](World& w) { w.caller.useSsl = true; }),
       noUrl,
       longUrl,
@@ -131,9 +132,9 @@ std::vector<Subject> Variations() {
                 [](World& w) { w.caller.service.SetFp(w.caller.stream.get()); }),
       Variation("UploadLog_Unsigned", "speed limit", all,
                 [](World& w) { w.caller.service.SetLimitSpeed(1 << 30); }),
-      Variation("Service_Get", "bound interface", {Road::kAnswer},
+      Variation("Service_Get", "bound interface", {Scenario::kAnswer},
                 [](World& w) { w.caller.service.SetBindInterface("lo"); }),
-      Variation("Service_Get", "bound MAC that nobody has", {Road::kAnswer},
+      Variation("Service_Get", "bound MAC that nobody has", {Scenario::kAnswer},
                 [](World& w) { w.caller.service.SetBindMac(kUnknownMac); }),
       {"GetDomain, no URL",
        [](World& w) {

@@ -109,7 +109,7 @@ class Supervisor {
     } catch (const std::exception& failure) {
       ++m_progress[trial]->bad;
       (void)std::fprintf(report, "BAD: %s, %s: %s\n", m_trials[trial].subject.name.c_str(),
-                         NameOf(m_trials[trial].road), failure.what());
+                         NameOf(m_trials[trial].scenario), failure.what());
       (void)std::fflush(report);
       return 0;
     }
@@ -159,7 +159,7 @@ class Supervisor {
     } else {
       ++progress.bad;
       (void)std::fprintf(m_report, "BAD: %s, %s, %s %zu: %s\n%s", trial.subject.name.c_str(),
-                         NameOf(trial.road), trial.faults()[progress.fault]->Name().c_str(),
+                         NameOf(trial.scenario), trial.faults()[progress.fault]->Name().c_str(),
                          progress.nth, reason.c_str(), Describe(progress.record).c_str());
     }
     ++progress.nth;

@@ -29,15 +29,16 @@ Faults Allocations() {
   return faults;
 }
 
-// With TLS, the roads that differ within the connection; a certificate is at work before them all.
-bool IsTaken(Connection connection, Road road) {
+// With TLS, the scenarios that differ within the connection; a certificate is at work before them
+// all.
+bool IsTaken(Connection connection, Scenario scenario) {
   switch (connection) {
     case Connection::kPlain:
       return true;
     case Connection::kTls:
-      return road != Road::kError && road != Road::kNotJson;
+      return scenario != Scenario::kError && scenario != Scenario::kNotJson;
     case Connection::kCertificate:
-      return road == Road::kAnswer;
+      return scenario == Scenario::kAnswer;
   }
   return false;
 }
@@ -49,17 +50,17 @@ std::vector<Trial> Trials(Connection connection, Faults (*faults)(), bool answer
     if (subject.name.find(part) == std::string::npos) {
       continue;
     }
-    for (const Road road : subject.roads) {
-      if (answerAlone ? road == Road::kAnswer : IsTaken(connection, road)) {
-        trials.push_back({subject, connection, road, faults});
+    for (const Scenario scenario : subject.scenarios) {
+      if (answerAlone ? scenario == Scenario::kAnswer : IsTaken(connection, scenario)) {
+        trials.push_back({subject, connection, scenario, faults});
       }
     }
   }
   return trials;
 }
 
-void Print(const std::string& name, const std::string& road, const Result& result) {
-  std::printf("| %s | %s | %zu | %zu | %zu | %zu | %zu | %zu |\n", name.c_str(), road.c_str(),
+void Print(const std::string& name, const std::string& scenario, const Result& result) {
+  std::printf("| %s | %s | %zu | %zu | %zu | %zu | %zu | %zu |\n", name.c_str(), scenario.c_str(),
               result.tried, result.same, result.failed, result.threw, result.excused, result.bad);
 }
 
@@ -70,7 +71,7 @@ bool Torture(const std::vector<Trial>& trials, std::size_t atOnce) {
   std::puts("|---|---|--:|--:|--:|--:|--:|--:|");
   Result sum;
   for (std::size_t i = 0; i < trials.size(); ++i) {
-    Print(trials[i].subject.name, NameOf(trials[i].road), results[i]);
+    Print(trials[i].subject.name, NameOf(trials[i].scenario), results[i]);
     sum.tried += results[i].tried;
     sum.same += results[i].same;
     sum.failed += results[i].failed;

@@ -78,7 +78,7 @@ class Ordeal {
     }
     // The clients clean libcurl up as they go; this share keeps it.
     curl_global_init(CURL_GLOBAL_ALL);
-    World world(m_trial.connection, m_trial.road);
+    World world(m_trial.connection, m_trial.scenario);
     world.caller.Initialise();
     m_usual = LearnWhatIsUsual(world);
     world.LeadToPlainServer(!m_subject.needsTls);
@@ -115,7 +115,8 @@ class Ordeal {
       usual = Observe(world);
     }
     const Observation again = Observe(world);
-    const bool reaches = m_trial.road != Road::kNone && m_trial.road != Road::kRefused;
+    const bool reaches =
+        m_trial.scenario != Scenario::kNone && m_trial.scenario != Scenario::kRefused;
     if (usual.requests.size() != (reaches ? 1 : 0)) {
       throw std::runtime_error(m_subject.name + " sent " + std::to_string(usual.requests.size()) +
                                " requests");
@@ -188,7 +189,7 @@ class Ordeal {
   }
 
   bool StrikeAtStart(Fault& fault, const std::string& url) {
-    World world(Connection::kPlain, m_trial.road);
+    World world(Connection::kPlain, m_trial.scenario);
     const Observation seen = Observe(world, &fault);
     m_usual = seen;
     m_usual.answer = "0";
@@ -228,7 +229,7 @@ class Ordeal {
     }
     ++m_progress.bad;
     (void)std::fprintf(m_report, "BAD: %s, %s, %s %zu: %s\n%s", m_subject.name.c_str(),
-                       NameOf(m_trial.road), m_faults[m_progress.fault]->Name().c_str(),
+                       NameOf(m_trial.scenario), m_faults[m_progress.fault]->Name().c_str(),
                        m_progress.nth, verdict.reason.c_str(), Describe(m_progress.record).c_str());
     (void)std::fflush(m_report);
   }

@@ -1,4 +1,4 @@
-// One operation on one road, under every fault of a kind in turn.
+// One operation on one scenario, under every fault of a kind in turn.
 
 #ifndef LUM_TEST_TORTURE_TRIAL_H
 #define LUM_TEST_TORTURE_TRIAL_H
@@ -19,7 +19,7 @@ using Faults = std::vector<std::unique_ptr<Fault>>;
 struct Trial {
   Subject subject;
   Connection connection;
-  Road road;
+  Scenario scenario;
   Faults (*faults)();  // what is to strike, each kind on its own
 };
 

@@ -61,26 +61,27 @@ int NextDescriptor() {
 
 }  // namespace
 
-const char* NameOf(Road road) {
-  switch (road) {
-    case Road::kNone:
+const char* NameOf(Scenario scenario) {
+  switch (scenario) {
+    case Scenario::kNone:
       return "-";
-    case Road::kAnswer:
+    case Scenario::kAnswer:
       return "200";
-    case Road::kError:
+    case Scenario::kError:
       return "500";
-    case Road::kNotJson:
+    case Scenario::kNotJson:
       return "200, not JSON";
-    case Road::kCut:
+    case Scenario::kCut:
       return "cut short";
-    case Road::kRefused:
+    case Scenario::kRefused:
       return "refused";
   }
   return "";
 }
 
-World::World(Connection connection, Road road)
-    : m_road(road), m_served(road != Road::kNone && road != Road::kRefused) {
+World::World(Connection connection, Scenario scenario)
+    : m_scenario(scenario),
+      m_served(scenario != Scenario::kNone && scenario != Scenario::kRefused) {
   caller.around = this;
   caller.shared = true;  // the last error is a call more, which no fault strikes
   caller.document.AddJsonValue("accessId", "an identifier of some length");
@@ -103,7 +104,7 @@ World::World(Connection connection, Road road)
     m_tlsServer = std::make_unique<WireServer>(options);
     m_tlsServer->SetHandler(answer);
   }
-  const bool refused = road == Road::kRefused;
+  const bool refused = scenario == Scenario::kRefused;
   m_plainUrl = refused ? m_refused.Url("http", "/x") : m_plainServer.Url("/x");
   m_url = !tls ? m_plainUrl : refused ? m_refused.Url("https", "/x") : m_tlsServer->Url("/x");
   url = m_url;
@@ -241,12 +242,12 @@ WireReply World::Answer(const WireRequest& request) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_requests.push_back(request.head + request.bodySha256 + " " + request.clientSubject);
   }
-  switch (m_road) {
-    case Road::kError:
+  switch (m_scenario) {
+    case Scenario::kError:
       return StatusReply(500, kDocument);
-    case Road::kNotJson:
+    case Scenario::kNotJson:
       return StatusReply(200, kText);
-    case Road::kCut:
+    case Scenario::kCut:
       return WireReply(WireHead(200, {"Content-Length: 1000"}) + kText).Close();
     default:
       return Contains(request.target, "/file") ? GeneratedReply(kDownloadBytes)

@@ -31,7 +31,7 @@ enum class Connection {
 };
 
 // What the other side does.
-enum class Road {
+enum class Scenario {
   kNone,     // nothing: no transfer
   kAnswer,   // 200 with a document
   kError,    // 500 with a document
@@ -39,7 +39,7 @@ enum class Road {
   kCut,      // 200, and the body breaks off
   kRefused,  // the connection is refused
 };
-const char* NameOf(Road road);
+const char* NameOf(Scenario scenario);
 
 // Everything that an operation is judged by.
 struct Observation {
@@ -62,7 +62,7 @@ class World : private Caller::Around {
 
  public:
   // One thread's: the one that makes it, which is the one that faults strike.
-  World(Connection connection, Road road);
+  World(Connection connection, Scenario scenario);
   ~World() override;
   World(const World&) = delete;
   World& operator=(const World&) = delete;
@@ -96,7 +96,7 @@ class World : private Caller::Around {
   WireReply Answer(const WireRequest& request);
   std::map<std::string, std::string> Files() const;
 
-  const Road m_road;
+  const Scenario m_scenario;
   const bool m_served;  // connections may come in
   Fault* m_fault = nullptr;
   std::size_t m_nth = 0;
