@@ -61,7 +61,7 @@ std::vector<StatedFailure> FailuresOf(Kind kind) {
 std::string WithoutReason(const std::string& answer) {
   const std::size_t end = answer.find(" ., code -1");
   return answer.rfind(kReason, 0) == 0 && end != std::string::npos
-             ? "the reason" + answer.substr(end + 3)
+             ? "the reason" + answer.substr(end + 2)
              : answer;
 }
 
