@@ -19,9 +19,11 @@ constexpr Excuse kExcuses[] = {
 
 const Excuse* FindExcuse(const std::string& reason, const FaultRecord& record) {
   const std::vector<Frame> frames = Describe(record.end.depth != 0 ? record.end : record.fault);
-  // Whose code it was: abort(), exit() and strdup() do what they are told.
+  // Whose code it was: abort(), exit() and strdup() do what they are told, and the thread sanitizer
+  // stands in for backtrace().
   const auto culprit = std::find_if(frames.begin(), frames.end(), [](const Frame& frame) {
-    return frame.library.rfind("lib", 0) == 0 && frame.library.rfind("libc.so", 0) != 0;
+    return frame.library.rfind("lib", 0) == 0 && frame.library.rfind("libc.so", 0) != 0 &&
+           frame.library.rfind("libtsan.so", 0) != 0;
   });
   for (const Excuse& excuse : kExcuses) {
     const std::string function = excuse.function;
