@@ -8,8 +8,8 @@ void AddHttpCommands(CLI::App& app, Options& options) {
       app, options, "get", kHttp, "GET a JSON document and print it",
       "The document of any status is printed, indented; the exit status tells 4xx and 5xx apart. "
       "An answer that is not JSON fails with 1, whatever its status: the library does not hand "
-      "that on. IPv4 only; 5 seconds; redirects are not followed. Without --ssl nothing about an "
-      "https server is verified.\n\n"
+      "that on. Host names are looked up for IPv4 alone; 5 seconds; redirects are not followed. "
+      "Without --ssl nothing about an https server is verified.\n\n"
       "Example:\n"
       "  lumcurl get --ssl --cacert ca.pem --cert me.pem --key me.key \\\n"
       "      --pass-file me.pass https://127.0.0.1:8443/echo");
@@ -23,7 +23,7 @@ void AddHttpCommands(CLI::App& app, Options& options) {
       app, options, "post", kHttp, "POST a JSON text and print the answer",
       "The body is sent byte for byte and should be JSON. A line given with -H replaces the "
       "content type as well: libcurl then announces a form. Answer and exit status are as with "
-      "get. IPv4 only; 5 seconds.\n\n"
+      "get. Host names are looked up for IPv4 alone; 5 seconds.\n\n"
       "Example:\n"
       "  echo '{\"state\": \"on\"}' | lumcurl post --data-file - http://127.0.0.1:8080/echo");
   AddUrl(post, options);
@@ -64,8 +64,9 @@ void AddHttpCommands(CLI::App& app, Options& options) {
 void AddApolloCommand(CLI::App& app, Options& options) {
   auto* apollo = AddCommand(
       app, options, "apollo", kCentre, "Print one namespace of an Apollo configuration centre",
-      "The answer is printed as it came unless --key or --env-file is given. Always https, over "
-      "IPv4 only; 5 seconds. The server is not verified: whoever stands between can answer in its "
+      "The answer is printed as it came unless --key or --env-file is given. Always https; the "
+      "host name is looked up for IPv4 alone; 5 seconds. The server is not verified: whoever "
+      "stands between can answer in its "
       "place, and a shell that reads the lines of --env-file then takes a stranger's values. In "
       "names every character that no variable may have becomes an underscore; values are quoted "
       "for a POSIX shell. Names that steer a shell, the loader or an interpreter, such as PATH, "

@@ -81,7 +81,7 @@ TEST(Help, OfApolloSaysThatTheServerIsNotVerifiedAndSpeaksIpv4) {
   const std::string help = Unwrapped(Lumcurl({"apollo", "--help"}).out);
   EXPECT_THAT(help, HasSubstr("The server is not verified"));
   EXPECT_THAT(help, HasSubstr("the server that they come from is not verified"));
-  EXPECT_THAT(help, HasSubstr("over IPv4 only"));
+  EXPECT_THAT(help, HasSubstr("looked up for IPv4 alone"));
   EXPECT_THAT(help, Not(HasSubstr("IPv6")));
 }
 
