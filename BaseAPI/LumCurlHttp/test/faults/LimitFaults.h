@@ -14,9 +14,9 @@
 
 namespace lumtest {
 
-// Seconds that an operation may take beyond its limit. How late the machine woke a thread that
-// watched meanwhile is added, so that a loaded machine does not count as a slow library.
-constexpr double kBeyondLimit = 1;
+// Seconds that an operation may take beyond its limit: hundreds of them share the machine, and what
+// the limit fails to end goes on for a minute and more.
+constexpr double kBeyondLimit = 10;
 
 // One operation, what it meets, and what it must come to.
 struct Encounter {
