@@ -120,6 +120,13 @@ class Reporter : public testing::Test {
     }
   }
 
+  void ExpectSuccessAndAllArrived(SpawnedProcess& reporter, const BackendProcess& backend) {
+    const ProcessResult result = reporter.Wait(std::chrono::seconds(90));
+    EXPECT_TRUE(result.Succeeded()) << result.Describe();
+    ASSERT_NO_FATAL_FAILURE(Note(result));
+    ExpectAllArrived(ArrivedAt(backend));
+  }
+
   lumtest::TempDir m_directory;
   int m_records = 0;
   std::vector<std::string> m_given;
@@ -273,10 +280,7 @@ TEST_F(Reporter, ATokenIsRenewedBeforeItEnds) {
   BackendProcess backend({"--port", "0", "--token-lifetime", "1", "--delay", "5"});
   auto reporter = Start(backend.Url(""), 400, {"--batch=1"});
   EXPECT_TRUE(backend.Logged(" PUT /token 200 "));
-  const ProcessResult result = reporter->Wait(std::chrono::seconds(90));
-  EXPECT_TRUE(result.Succeeded()) << result.Describe();
-  ASSERT_NO_FATAL_FAILURE(Note(result));
-  ExpectAllArrived(ArrivedAt(backend));
+  ExpectSuccessAndAllArrived(*reporter, backend);
 }
 
 TEST_F(Reporter, ATokenThatTheServiceNoLongerKnowsIsReplaced) {
@@ -284,10 +288,7 @@ TEST_F(Reporter, ATokenThatTheServiceNoLongerKnowsIsReplaced) {
   auto reporter = Start(backend.Url(""), 60, {"--batch=1"});
   ASSERT_TRUE(reporter->WaitForLine("^reported "));
   backend.Start({"--port", std::to_string(backend.Port())});  // it has forgotten its tokens
-  const ProcessResult result = reporter->Wait(std::chrono::seconds(90));
-  EXPECT_TRUE(result.Succeeded()) << result.Describe();
-  ASSERT_NO_FATAL_FAILURE(Note(result));
-  ExpectAllArrived(ArrivedAt(backend));
+  ExpectSuccessAndAllArrived(*reporter, backend);
 }
 
 TEST_F(Reporter, OneQueueHasOneReporter) {
