@@ -2,12 +2,17 @@
 
 import pathlib
 import re
+import statistics
 import subprocess
 
 DOCUMENTS = {"Get": ["parse-300"], "Post": ["parse-300"], "service-Get": ["parse-300"],
              "service-Post": ["parse-300"], "service-Put": ["parse-300", "style-300", "copy-300"],
              "fetch": [], "report": ["style-300", "copy-300"],
              "gzip-report": ["style-300", "gzip-300"]}
+
+
+def summary(values):
+    return {"median": statistics.median(values), "least": min(values), "most": max(values)}
 
 
 def rounded(value):
