@@ -52,14 +52,19 @@ std::string ListOf(const std::string& element, std::size_t size) {
   return text + "null]";
 }
 
-// A hundred members, which are more than an object finds without an index.
-std::string WideObject() {
-  std::string text = "{";
-  for (int i = 0; i < 100; ++i) {
-    text += (i == 0 ? "\"channel." : ",\"channel.") + std::to_string(i) +
-            "\":" + (i % 3 == 0 ? "\"idle\"" : std::to_string(i * 7919));
+// Objects of a hundred members, which are more than one finds without an index. No two names are
+// the same: what the process's seed makes of one object would count once for each of them.
+std::string WideObjects(std::size_t size) {
+  std::string text = "[";
+  for (int name = 0; text.size() < size;) {
+    std::string object;
+    for (int i = 0; i < 100; ++i, ++name) {
+      object += (i == 0 ? "{\"channel." : ",\"channel.") + std::to_string(name) +
+                "\":" + (i % 3 == 0 ? "\"idle\"" : std::to_string(i * 7919));
+    }
+    text += object + "},";
   }
-  return text + "}";
+  return text + "null]";
 }
 
 int Gzip(const std::string& text, std::vector<char>& out) {
@@ -125,7 +130,7 @@ int main(int argc, char** argv) {
   };
   const std::string small = ListOf(document, 1 << 10);
   const std::string largest = ListOf(document, 1 << 20);
-  const std::string wide = ListOf(WideObject(), 1 << 16);
+  const std::string wide = WideObjects(1 << 16);
 
   const std::string gzipped(compressed.data(), static_cast<std::size_t>(Gzip(styled, compressed)));
 
