@@ -5,7 +5,7 @@
 
 #include <ostream>
 
-#include "Fixture.h"
+#include "ServiceTest.h"
 
 namespace lumtest {
 namespace {

@@ -3,7 +3,7 @@
 #include <functional>
 #include <ostream>
 
-#include "Fixture.h"
+#include "ServiceTest.h"
 #include "support/Files.h"
 
 namespace lumtest {

@@ -1,6 +1,6 @@
 // JSON GET and POST with exactly the caller's header lines.
 
-#include "Fixture.h"
+#include "ServiceTest.h"
 
 namespace lumtest {
 namespace {

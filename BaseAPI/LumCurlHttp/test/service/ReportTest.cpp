@@ -8,8 +8,8 @@
 #include <ostream>
 #include <set>
 
-#include "Fixture.h"
 #include "FreedBuffer.h"
+#include "ServiceTest.h"
 
 namespace lumtest {
 namespace {

@@ -7,7 +7,7 @@
 #include <system_error>
 #include <thread>
 
-#include "Fixture.h"
+#include "ServiceTest.h"
 #include "recording/Latch.h"
 #include "support/Alloc.h"
 

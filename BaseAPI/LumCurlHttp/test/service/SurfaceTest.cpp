@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <type_traits>
 
-#include "Fixture.h"
+#include "ServiceTest.h"
 
 namespace lumtest {
 namespace {

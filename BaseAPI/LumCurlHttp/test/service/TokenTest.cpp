@@ -1,6 +1,6 @@
 // Access tokens: fetching one by POST, renewing one by PUT.
 
-#include "Fixture.h"
+#include "ServiceTest.h"
 
 namespace lumtest {
 namespace {

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "CurlEasy.h"
-#include "Fixture.h"
+#include "ServiceTest.h"
 #include "recording/Latch.h"
 
 namespace lumtest {

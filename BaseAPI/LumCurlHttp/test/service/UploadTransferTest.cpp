@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <thread>
 
-#include "Fixture.h"
+#include "ServiceTest.h"
 #include "recording/Latch.h"
 #include "support/Files.h"
 

@@ -3,8 +3,8 @@
 
 #include <new>
 
-#include "../operations/Operations.h"
-#include "Fixture.h"
+#include "../service/ServiceTest.h"
+#include "Operations.h"
 #include "recording/FailingAllocation.h"
 #include "support/Files.h"
 

@@ -1,8 +1,8 @@
 // What the unit tests of the service client share: an object over the recording double, checks that
 // hold for every log line and every operation, and the events of the engine's plain transfers.
 
-#ifndef LUM_TEST_SERVICE_FIXTURE_H
-#define LUM_TEST_SERVICE_FIXTURE_H
+#ifndef LUM_TEST_SERVICE_SERVICETEST_H
+#define LUM_TEST_SERVICE_SERVICETEST_H
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -79,4 +79,4 @@ Script Answer(long status, const std::string& body = "");
 
 }  // namespace lumtest
 
-#endif  // LUM_TEST_SERVICE_FIXTURE_H
+#endif  // LUM_TEST_SERVICE_SERVICETEST_H

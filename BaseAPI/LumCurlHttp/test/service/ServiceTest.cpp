@@ -1,6 +1,6 @@
 // The fixture of the service client's unit tests.
 
-#include "Fixture.h"
+#include "ServiceTest.h"
 
 #include <algorithm>
 #include <iterator>
