@@ -6,13 +6,11 @@
 
 #include <curl/curl.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
-#include "../../BaseAPI/LumCurlHttp/test/operations/Endings.h"
+#include "../../BaseAPI/LumCurlHttp/test/operations/RunRecorded.h"
 #include "Fuzz.h"
-#include "recording/Recorder.h"
 
 using lumtest::FuzzInput;
 using lumtest::Kind;
@@ -41,23 +39,6 @@ lumtest::Caller& CallerFor(bool tls) {
   withCertificate.useSsl = true;
   withCertificate.OfferCertificate("/ca.pem", "/client.pem", "/client.key", "pass phrase");
   return withCertificate;
-}
-
-// Fifty bytes of no document, so that a log line can tell their number from an empty one's.
-int Gzip(const std::string& /*text*/, char* target, int /*room*/) {
-  constexpr int kSize = 50;
-  std::fill_n(target, kSize, 'z');
-  return kSize;
-}
-
-std::vector<std::string> LogLines() {
-  static const char* const kLevels[] = {"", "error", "warning", "info"};
-  std::vector<std::string> lines;
-  for (const lumtest::LogLine& log : Recorder::Get().Logs()) {
-    lines.push_back(log.file.substr(log.file.rfind('/') + 1) + " " + log.function + " " +
-                    kLevels[log.level] + ": " + log.message);
-  }
-  return lines;
 }
 
 }  // namespace
@@ -92,15 +73,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   }
 
   lumtest::Caller& caller = CallerFor((flags & kTls) != 0);
-  lumtest::Outcome outcome;
-  outcome.directory = caller.MakeFiles("files");
   Recorder& recorder = Recorder::Get();
   recorder.Reset();
-  recorder.gzip = &Gzip;
-  recorder.NextPerform(script);
-  outcome.value = operation.run(caller, kUrl, outcome.directory);
-  outcome.lines = LogLines();
-  lumtest::AddFiles(operation, outcome);
+  const lumtest::Outcome outcome = lumtest::RunRecorded(caller, operation, kUrl, script);
   if (!lumtest::Fits(operation, kUrl, outcome, ending)) {
     lumtest::Require(false, lumtest::ShownBlocks(operation, kUrl, outcome, ending).c_str(),
                      __FILE__, __LINE__);

@@ -254,7 +254,7 @@ CURLcode curl_easy_perform(CURL* curl) {
   const Script script = recorder.TakeScript();
   recorder.Add("curl_easy_perform");
   Snapshot(handle->transfer);
-  if (script.reads && handle->transfer.numbers[CURLOPT_UPLOAD] == 1) {
+  if (script.reads && handle->transfer.numbers.count(CURLOPT_UPLOAD) != 0) {
     ReadUpload(handle->transfer);
   }
   if (script.during) {

@@ -19,7 +19,7 @@ TEST_P(TwoThreads, NeverOverlapOnOneObject) {
   std::atomic<int> locks{0};
   std::atomic<int> inside{0};
   std::atomic<bool> overlapped{false};
-  Script script = Reply("{}");
+  Script script = Answer(200, "{}");
   script.during = [&](const Transfer&) {
     if (++inside > 1) {
       overlapped = true;
@@ -53,7 +53,7 @@ TEST_P(TwoThreads, NeverOverlapOnOneObject) {
 
 TEST_P(TwoThreads, RunSideBySideOnTwoObjects) {
   Latch both(2);
-  Script script = Reply("{}");
+  Script script = Answer(200, "{}");
   script.during = [&both](const Transfer&) { EXPECT_TRUE(both.CountDownAndWait()); };
   recorder.NextPerform(script);
   recorder.NextPerform(script);

@@ -3,9 +3,6 @@
 #ifndef LUM_TEST_HTTP_HTTPTEST_H
 #define LUM_TEST_HTTP_HTTPTEST_H
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <ostream>
 #include <string>
 
@@ -15,30 +12,10 @@
 
 namespace lumtest {
 
-const char kHttpPath[] = "BaseAPI/LumCurlHttp/src/LumCurlHttp";
-const char kEnginePath[] = "BaseAPI/LumCurlHttp/src/LumCurlHttpPrivate";
-
 const char kUrl[] = "http://server.example/path?q=1";
 const char kCa[] = "/tls/ca.pem";
 const char kCertificate[] = "/tls/client.pem";
 const char kKey[] = "/tls/client.key";
-
-// A reply of `status` with this body.
-inline Script Reply(const std::string& body, long status = 200) {
-  Script script;
-  script.status = status;
-  script.chunks = {body};
-  return script;
-}
-
-// A transfer that libcurl gives up.
-inline Script Failure(CURLcode result, const std::string& errorText, long status = 0) {
-  Script script;
-  script.result = result;
-  script.errorText = errorText;
-  script.status = status;
-  return script;
-}
 
 inline unsigned char* Bytes(std::string& text) {
   return reinterpret_cast<unsigned char*>(&text[0]);
@@ -56,14 +33,20 @@ struct Method {
   const char* verb;  // in messages
   LumJson::Value (LumCurlHttp::*call)(const std::string&, const std::string&, bool, int&);
   HttpResult (LumCurlHttpPrivate::*engineCall)(const std::string&, const std::string&, bool);
+  Events options;  // its own, with a body of seven bytes
 };
 
 inline std::ostream& operator<<(std::ostream& out, const Method& method) {
   return out << method.name;
 }
 
-const Method kGet = {"Get", "GET", &LumCurlHttp::Get, &LumCurlHttpPrivate::Get};
-const Method kPost = {"Post", "POST", &LumCurlHttp::Post, &LumCurlHttpPrivate::Post};
+const Method kGet = {
+    "Get", "GET", &LumCurlHttp::Get, &LumCurlHttpPrivate::Get, {"CURLOPT_HTTPGET 1"}};
+const Method kPost = {"Post",
+                      "POST",
+                      &LumCurlHttp::Post,
+                      &LumCurlHttpPrivate::Post,
+                      {"CURLOPT_POST 1", "CURLOPT_POSTFIELDS pointer", "CURLOPT_POSTFIELDSIZE 7"}};
 
 class HttpTest : public RecordingTest {
  protected:
@@ -74,36 +57,16 @@ class HttpTest : public RecordingTest {
   // Certificates and a pass phrase, with no event left of their setting.
   void PrepareSsl(const std::string& passPhrase = "secret") {
     SetSsl(client, passPhrase);
-    recorder.Reset();
+    Forget();
   }
 
   LumJson::Value Call(const Method& method, const std::string& url = kUrl, bool useSsl = false,
-                      const std::string& body = "{}") {
+                      const std::string& body = "{\"a\":1}") {
     return (client.*method.call)(url, body, useSsl, responseCode);
   }
 
-  HttpResult CallEngine(const Method& method, bool useSsl = false, const std::string& body = "{}") {
-    return (Engine().*method.engineCall)(kUrl, body, useSsl);
-  }
-
-  // The one transfer that has been performed.
-  Transfer TheTransfer() const {
-    const auto transfers = recorder.Transfers();
-    EXPECT_EQ(transfers.size(), 1u);
-    return transfers.empty() ? Transfer() : transfers.front();
-  }
-
-  // The latest one.
-  Transfer LastTransfer() const {
-    const auto transfers = recorder.Transfers();
-    EXPECT_FALSE(transfers.empty());
-    return transfers.empty() ? Transfer() : transfers.back();
-  }
-
-  // The latest event.
-  std::string LastEvent() const {
-    const Events events = recorder.Events();
-    return events.empty() ? std::string() : events.back();
+  HttpResult CallEngine(const Method& method) {
+    return (Engine().*method.engineCall)(kUrl, "{\"a\":1}", false);
   }
 
   LumCurlHttp client;

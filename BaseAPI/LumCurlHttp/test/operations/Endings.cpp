@@ -65,7 +65,9 @@ const Case& CaseFor(const Operation& operation, const Ending& ending) {
   const std::string status = std::to_string(ending.status);
   LumJson::Value value;
   std::vector<std::string> heads = {"broken behind " + status, "broken"};
-  if (ending.code == 0) {
+  if (!ending.lacks.empty()) {
+    heads = {"no " + ending.lacks};
+  } else if (ending.code == 0) {
     heads = {status, "any status"};
     if (value.Parse(ending.received)) {
       heads = {status + ", a document", status, "any status, a document", "any status"};
@@ -155,7 +157,7 @@ Facts FactsOf(const std::string& url, const Outcome& outcome, const Ending& endi
           {"path", DownloadPath(outcome.directory)},
           {"status", std::to_string(ending.status)},
           {"body", body},
-          {"document", document.JsonValueToString()},
+          {"document", TextOf(document)},
           {"curl", std::to_string(ending.code)},
           {"reason", curl_easy_strerror(static_cast<CURLcode>(ending.code))},
           {"error", ErrorTextOf(outcome)},
@@ -198,9 +200,16 @@ std::string Shown(const std::string& head, const std::vector<std::string>& texts
 
 }  // namespace
 
+std::string LogText(const std::string& file, const std::string& function, int level,
+                    const std::string& message) {
+  static const char* const kLevels[] = {"", "error", "warning", "info"};
+  return file.substr(file.rfind('/') + 1) + " " + function + " " + kLevels[level] + ": " + message;
+}
+
 void AddFiles(const Operation& operation, Outcome& outcome) {
   if (operation.kind == Kind::kDownload) {
-    outcome.value += ", file \"" + ReadFile(DownloadPath(outcome.directory)) + "\"";
+    const std::string path = DownloadPath(outcome.directory);
+    outcome.value += Exists(path) ? ", file \"" + ReadFile(path) + "\"" : ", no file";
   } else if (operation.kind == Kind::kArchive) {
     bool left = false;
     for (const char* archive : {"/a.log.tar.gz", "/logs.tar.gz", "/group.tar.gz"}) {
@@ -235,7 +244,9 @@ std::string ShownBlocks(const Operation& operation, const std::string& url, cons
 std::vector<std::string> HeadsOf(const Operation& operation) {
   std::vector<std::string> heads;
   for (const Case& each : BlockOf(operation)) {
-    heads.push_back(each.head);
+    if (each.head.compare(0, 3, "no ") != 0) {
+      heads.push_back(each.head);
+    }
   }
   return heads;
 }

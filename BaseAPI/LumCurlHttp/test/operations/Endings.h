@@ -19,7 +19,7 @@ struct Outcome {
   std::string directory;  // of its files
 };
 
-// The end of a transfer, as libcurl tells it.
+// The end of a transfer, as libcurl tells it, or what keeps an operation from having one.
 struct Ending {
   static constexpr char kBlanks[] = "<blanks>";  // `received`: any number of blanks, but some
 
@@ -27,7 +27,12 @@ struct Ending {
   long status = 200;       // HTTP status; 0 where none arrived
   std::string received;    // what arrived of the body
   std::string error = "";  // POSIX regular expression of libcurl's error text
+  std::string lacks = "";  // of what there is none, so that no transfer begins
 };
+
+// A log record as Outcome has it.
+std::string LogText(const std::string& file, const std::string& function, int level,
+                    const std::string& message);
 
 // Adds what became of the operation's files to the value.
 void AddFiles(const Operation& operation, Outcome& outcome);
@@ -39,7 +44,7 @@ bool Fits(const Operation& operation, const std::string& url, const Outcome& out
 // libcurl's error text, as the lines have it.
 std::string ErrorTextOf(const Outcome& outcome);
 
-// Of the operation's block: all heads, and the one that an ending falls under.
+// Of the operation's block: the heads of transfers, and the one that an ending falls under.
 std::vector<std::string> HeadsOf(const Operation& operation);
 const std::string& HeadFor(const Operation& operation, const Ending& ending);
 

@@ -13,11 +13,7 @@ namespace {
 
 using Text = const std::string&;
 
-std::string TextOf(const LumJson::Value& value) {
-  return value.IsNull() ? "null" : value.JsonValueToString();
-}
-
-std::string TextOf(const LumJson::Value& value, int code) {
+std::string WithCode(const LumJson::Value& value, int code) {
   return TextOf(value) + ", code " + std::to_string(code);
 }
 
@@ -48,14 +44,14 @@ std::vector<Operation> MakeOperations() {
        [](Caller& c, Text url, Text) {
          int code = kNoCode;
          const auto value = c.Try([&] { return c.general.Get(url, "", c.useSsl, code); });
-         return TextOf(value, code);
+         return WithCode(value, code);
        }},
       {"General_Post", "LumCurlHttp::Post(string const&, string const&, bool, int&)", Kind::kJson,
        5, 5,
        [](Caller& c, Text url, Text) {
          int code = kNoCode;
          const auto value = c.Try([&] { return c.general.Post(url, c.body, c.useSsl, code); });
-         return TextOf(value, code);
+         return WithCode(value, code);
        }},
       {"DownloadFile", "LumCurlHttp::DownloadFile(string, string)", Kind::kDownload, 60, 60,
        [](Caller& c, Text url, Text directory) {
@@ -126,7 +122,7 @@ std::vector<Operation> MakeOperations() {
        [](Caller& c, Text url, Text) {
          int code = kNoCode;
          const auto value = c.Try([&] { return c.service.Get(url, c.lines, code); });
-         return TextOf(value, code);
+         return WithCode(value, code);
        }},
       {"Service_Post",
        "LumCurlOrvOps::Post(string const&, string const&, list<string> const&, int&)",
@@ -134,7 +130,7 @@ std::vector<Operation> MakeOperations() {
        [](Caller& c, Text url, Text) {
          int code = kNoCode;
          const auto value = c.Try([&] { return c.service.Post(url, c.body, c.lines, code); });
-         return TextOf(value, code);
+         return WithCode(value, code);
        }},
       {"UploadLog_Lines",
        "LumCurlOrvOps::UploadLog(string, string, unsigned int, list<string> const&)", Kind::kUpload,
@@ -190,7 +186,8 @@ std::vector<Operation> MakeOperations() {
        [](Caller& c, Text url, Text) {
          LumApolloEnv env{HostOf(url), "app", "", "space"};
          const HttpResult result = c.Try([&] { return c.apollo.GetPropertyString(env); });
-         return result.body + ", code " + std::to_string(result.code) + ", cluster " + env.cluster;
+         return result.body + ", code " + std::to_string(result.code) + ", cluster \"" +
+                env.cluster + "\"";
        }},
   };
 }
@@ -227,6 +224,11 @@ std::string UploadPath(const std::string& directory) {
 
 std::string DownloadPath(const std::string& directory) {
   return directory + "/download";
+}
+
+std::string TextOf(const LumJson::Value& value) {
+  const std::string text = value.IsNull() ? "null" : value.JsonValueToString();
+  return text.empty() ? "an empty text" : text;
 }
 
 std::string HostOf(const std::string& url) {

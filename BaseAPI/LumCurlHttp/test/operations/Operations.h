@@ -62,6 +62,9 @@ std::vector<Operation> OperationsWhere(const std::function<bool(const Operation&
 std::string UploadPath(const std::string& directory);
 std::string DownloadPath(const std::string& directory);
 
+// A document that an operation gave back.
+std::string TextOf(const LumJson::Value& value);
+
 // "config.example:8443" of a URL.
 std::string HostOf(const std::string& url);
 

@@ -17,15 +17,9 @@ thread_local std::vector<std::string>* t_lines = nullptr;
 
 ThreadLogs::ThreadLogs() {
   LumLogger::GetInstance().SetSink([](const LumLogger::Record& record) {
-    static const char* const kLevels[] = {"", "error", "warning", "info"};
-    const std::string directory = "BaseAPI/LumCurlHttp/src/";
-    std::string file = record.file;
-    if (file.compare(0, directory.size(), directory) == 0) {
-      file.erase(0, directory.size());
-    }
     if (t_lines != nullptr) {
-      t_lines->push_back(file + " " + record.function + " " + kLevels[record.level] + ": " +
-                         std::string(record.message, record.messageLength));
+      t_lines->push_back(LogText(record.file, record.function, record.level,
+                                 std::string(record.message, record.messageLength)));
     }
   });
 }

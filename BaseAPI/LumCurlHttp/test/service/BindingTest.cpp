@@ -1,8 +1,6 @@
 // Which host an upload pins, which interface a request leaves from, and what a MAC address is
 // turned into.
 
-#include <curl/curl.h>
-
 #include <ostream>
 
 #include "ServiceTest.h"
@@ -10,7 +8,6 @@
 namespace lumtest {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 // --- The host of a URL ---
@@ -82,8 +79,7 @@ class RefusedUrlTest : public ServiceTest, public ::testing::WithParamInterface<
 
 TEST_P(RefusedUrlTest, GivesNoHostAndIsLogged) {
   EXPECT_EQ(LumCurlOrvOps::GetDomain(GetParam()), "");
-  EXPECT_THAT(Logs(), ElementsAre(EngineLog(1, "GetDomain", "invalid url:%s", {GetParam()})));
-  EXPECT_THAT(recorder.Events(), ElementsAre("log 1 GetDomain: invalid url:" + GetParam()));
+  ExpectEvents({Log(1, "GetDomain", "invalid url:" + GetParam())});
 }
 
 INSTANTIATE_TEST_SUITE_P(Urls, RefusedUrlTest,
@@ -92,7 +88,7 @@ INSTANTIATE_TEST_SUITE_P(Urls, RefusedUrlTest,
                                            "http:\\\\h", "file:///etc/passwd", "%s%s%n"));
 
 TEST_F(ServiceTest, HostOfAUrlNeedsNoPrivateObject) {
-  DropPrivate();
+  const WithoutPrivate<LumCurlOrvOps> without(client);
   EXPECT_EQ(client.GetDomain("https://h/p"), "h");
 }
 
@@ -118,10 +114,8 @@ TEST_P(PinTest, SetsOneEntryOfHostPortAndAddress) {
   Engine().SetDomainIp(GetParam().url, handle);
 
   const std::string entry = GetParam().entry;
-  EXPECT_THAT(recorder.EventsWithout({"curl_easy"}),
-              ElementsAre("log 3 SetDomainIp: Set domain=" + entry, "curl_slist_append " + entry,
-                          "CURLOPT_RESOLVE [" + entry + "]"));
-  EXPECT_THAT(Logs(), ElementsAre(EngineLog(3, "SetDomainIp", "Set domain=%s", {entry})));
+  ExpectEvents({"curl_easy_init", Log(3, "SetDomainIp", "Set domain=" + entry),
+                "curl_slist_append " + entry, "CURLOPT_RESOLVE [" + entry + "]"});
   curl_easy_cleanup(handle);
 }
 
@@ -152,10 +146,9 @@ TEST_F(BindingTest, RefusedUrlPinsAColonAndTheAddress) {
 
   Engine().SetDomainIp("ftp://h/p", handle);
 
-  EXPECT_THAT(recorder.EventsWithout({"curl_easy"}),
-              ElementsAre("log 1 GetDomain: invalid url:ftp://h/p",
-                          "log 3 SetDomainIp: Set domain=:10.0.0.5", "curl_slist_append :10.0.0.5",
-                          "CURLOPT_RESOLVE [:10.0.0.5]"));
+  ExpectEvents({"curl_easy_init", "log 1 GetDomain: invalid url:ftp://h/p",
+                "log 3 SetDomainIp: Set domain=:10.0.0.5", "curl_slist_append :10.0.0.5",
+                "CURLOPT_RESOLVE [:10.0.0.5]"});
   curl_easy_cleanup(handle);
 }
 
@@ -163,11 +156,11 @@ TEST_F(BindingTest, NothingIsPinnedWithoutAnAddressOrAHandle) {
   CURL* handle = curl_easy_init();
 
   Engine().SetDomainIp("https://h/p", handle);
-  EXPECT_THAT(recorder.Events(), ElementsAre("curl_easy_init"));
+  ExpectEvents({"curl_easy_init"});
 
   Engine().domainIp = "10.0.0.5";
   Engine().SetDomainIp("https://h/p", nullptr);
-  EXPECT_THAT(recorder.Events(), ElementsAre("curl_easy_init"));
+  ExpectEvents({"curl_easy_init"});
 
   curl_easy_cleanup(handle);
 }
@@ -176,115 +169,82 @@ TEST_F(BindingTest, NothingIsPinnedWithoutAnAddressOrAHandle) {
 
 class InterfaceTest : public ServiceTest {
  protected:
-  // One request, of whose events those about the interface are given.
-  Events Request() {
-    Forget();
-    return Again();
-  }
-  Events Again() {
+  // One request: of the calls of those since the last look, `expected` are about the interface.
+  void RequestAndExpect(const Events& expected) {
     Engine().Get("http://h/", {});
-    return recorder.EventsWithout({"memset_s", "curl_", "CURLINFO", "CURLOPT_URL", "CURLOPT_POST",
-                                   "CURLOPT_WRITE", "CURLOPT_NOSIGNAL", "CURLOPT_ERRORBUFFER",
-                                   "CURLOPT_CONNECT", "CURLOPT_TIMEOUT", "CURLOPT_SSL"});
+    EXPECT_TRUE(SameEvents(
+        recorder.EventsWithout({"memset_s", "curl_", "CURLINFO", "CURLOPT_URL", "CURLOPT_POST",
+                                "CURLOPT_WRITE", "CURLOPT_NOSIGNAL", "CURLOPT_ERRORBUFFER",
+                                "CURLOPT_CONNECT", "CURLOPT_TIMEOUT", "CURLOPT_SSL"}),
+        expected));
+    Forget();
   }
+
+  // What shows that a MAC address is looked up, and that `name` is found.
+  static Events LookUp(const std::string& value, const std::string& name) {
+    return {"GetInterfaceName " + value,
+            Log(3, "UpdateInterfaceNameFromMac", "Update interface name=" + name)};
+  }
+
+  static Events Bound(const std::string& name) {
+    return {Log(3, "SetInterface", "Set interface=" + name), "CURLOPT_INTERFACE " + name};
+  }
+
+  // From here on the next look-up finds `name`.
+  void SetMac(const std::string& value, const std::string& name) {
+    client.SetBindMac(value);
+    Forget();
+    recorder.interfaceNames = {name};
+  }
+
+  const std::string mac = "02:00:00:00:00:01";
+  const std::string otherMac = "02:00:00:00:00:02";
 };
 
 TEST_F(InterfaceTest, NothingSetAsksForNothing) {
-  EXPECT_THAT(Request(), IsEmpty());
-}
-
-TEST_F(InterfaceTest, NameIsSetAndLogged) {
-  client.SetBindInterface("eth1");
-
-  EXPECT_THAT(Request(),
-              ElementsAre("log 3 SetInterface: Set interface=eth1", "CURLOPT_INTERFACE eth1"));
-  EXPECT_THAT(Logs(), ElementsAre(EngineLog(3, "SetInterface", "Set interface=%s", {"eth1"})));
+  RequestAndExpect({});
 }
 
 TEST_F(InterfaceTest, NameGoesBeforeAMac) {
-  client.SetBindMac("02:00:00:00:00:01");
   client.SetBindInterface("eth1");
+  SetMac(mac, "eth2");
 
-  EXPECT_THAT(Request(),
-              ElementsAre("log 3 SetInterface: Set interface=eth1", "CURLOPT_INTERFACE eth1"));
+  RequestAndExpect(Bound("eth1"));
 }
 
-TEST_F(InterfaceTest, MacOfOneInterfaceIsLookedUpOnceAndKept) {
-  client.SetBindMac("02:00:00:00:00:01");
-  Forget();
-  recorder.interfaceNames = {"eth2", "eth3"};
-
-  EXPECT_THAT(Again(),
-              ElementsAre("GetInterfaceName 02:00:00:00:00:01",
-                          "log 3 UpdateInterfaceNameFromMac: Update interface name=eth2",
-                          "log 3 SetInterface: Set interface=eth2", "CURLOPT_INTERFACE eth2"));
-  EXPECT_THAT(Logs(), ElementsAre(EngineLog(3, "UpdateInterfaceNameFromMac",
-                                            "Update interface name=%s", {"eth2"}),
-                                  EngineLog(3, "SetInterface", "Set interface=%s", {"eth2"})));
+TEST_F(InterfaceTest, MacIsLookedUpOnceAndItsNameStaysWhenTheMacChanges) {
+  SetMac(mac, "eth2");
+  RequestAndExpect(LookUp(mac, "eth2") + Bound("eth2"));
   EXPECT_EQ(Engine().bindInterface, "eth2");
-  EXPECT_THAT(Request(),
-              ElementsAre("log 3 SetInterface: Set interface=eth2", "CURLOPT_INTERFACE eth2"));
-}
 
-TEST_F(InterfaceTest, NameThatWasFoundStaysWhenTheMacChanges) {
-  client.SetBindMac("02:00:00:00:00:01");
-  Forget();
-  recorder.interfaceNames = {"eth2"};
-  Again();
-  client.SetBindMac("02:00:00:00:00:02");
-
-  EXPECT_THAT(Request(),
-              ElementsAre("log 3 SetInterface: Set interface=eth2", "CURLOPT_INTERFACE eth2"));
+  RequestAndExpect(Bound("eth2"));
+  SetMac(otherMac, "eth3");
+  RequestAndExpect(Bound("eth2"));
 }
 
 TEST_F(InterfaceTest, NewMacIsLookedUpOnceTheNameIsTakenBack) {
-  client.SetBindMac("02:00:00:00:00:01");
-  Forget();
-  recorder.interfaceNames = {"eth2"};
-  Again();
-  client.SetBindMac("02:00:00:00:00:02");
+  SetMac(mac, "eth2");
+  RequestAndExpect(LookUp(mac, "eth2") + Bound("eth2"));
   client.SetBindInterface("");
-  Forget();
-  recorder.interfaceNames = {"eth3"};
+  SetMac(otherMac, "eth3");
 
-  EXPECT_THAT(Again(),
-              ElementsAre("GetInterfaceName 02:00:00:00:00:02",
-                          "log 3 UpdateInterfaceNameFromMac: Update interface name=eth3",
-                          "log 3 SetInterface: Set interface=eth3", "CURLOPT_INTERFACE eth3"));
+  RequestAndExpect(LookUp(otherMac, "eth3") + Bound("eth3"));
 }
 
-TEST_F(InterfaceTest, MacOfNoInterfaceIsAskedForByEveryRequestAndBindsNone) {
-  client.SetBindMac("02:00:00:00:00:01");
+TEST_F(InterfaceTest, MacOfNoInterfaceIsAskedForByEveryRequestUntilItIsFound) {
+  SetMac(mac, "");
 
   for (int i = 0; i < 3; ++i) {
-    EXPECT_THAT(Request(), ElementsAre("GetInterfaceName 02:00:00:00:00:01",
-                                       "log 3 UpdateInterfaceNameFromMac: Update interface name="));
+    RequestAndExpect(LookUp(mac, ""));
     EXPECT_EQ(Engine().bindInterface, "");
-    EXPECT_EQ(recorder.Transfers().at(0).texts.count(CURLOPT_INTERFACE), 0U);
   }
-}
-
-TEST_F(InterfaceTest, MacOfAnInterfaceThatComesUpLaterIsFoundThen) {
-  client.SetBindMac("02:00:00:00:00:01");
-  Forget();
-  recorder.interfaceNames = {"", "eth2"};
-
-  Again();
-  EXPECT_EQ(Engine().bindInterface, "");
-  const Events both = Again();
-
-  EXPECT_THAT(both,
-              ElementsAre("GetInterfaceName 02:00:00:00:00:01",
-                          "log 3 UpdateInterfaceNameFromMac: Update interface name=",
-                          "GetInterfaceName 02:00:00:00:00:01",
-                          "log 3 UpdateInterfaceNameFromMac: Update interface name=eth2",
-                          "log 3 SetInterface: Set interface=eth2", "CURLOPT_INTERFACE eth2"));
-  EXPECT_EQ(Engine().bindInterface, "eth2");
+  recorder.interfaceNames = {"eth2"};
+  RequestAndExpect(LookUp(mac, "eth2") + Bound("eth2"));
 }
 
 TEST_F(InterfaceTest, LookUpReplacesTheNameEvenByNothing) {
   Engine().bindInterface = "old";
-  Engine().bindMac = "02:00:00:00:00:01";
+  Engine().bindMac = mac;
 
   Engine().UpdateInterfaceNameFromMac();
 
@@ -297,13 +257,14 @@ TEST_F(InterfaceTest, LookUpWithoutAMacDoesNothing) {
   Engine().UpdateInterfaceNameFromMac();
 
   EXPECT_EQ(Engine().bindInterface, "old");
-  EXPECT_THAT(recorder.Events(), IsEmpty());
+  ExpectEvents({});
 }
 
 TEST_F(InterfaceTest, NoRequestReadsTheBindAddress) {
   client.SetBindIp("10.1.2.3");
+  Forget();
 
-  EXPECT_THAT(Request(), IsEmpty());
+  RequestAndExpect({});
 }
 
 // --- The address of a MAC ---
@@ -332,9 +293,9 @@ TEST_F(BindIpTest, FailedLookUpIsLoggedAndKeepsTheAddress) {
     Engine().UpdateBindIpFromMac();
 
     EXPECT_EQ(Engine().bindIp, "192.168.0.1");
-    EXPECT_EQ(Logs().back(), EngineLog(1, "UpdateBindIpFromMac", "Fail to get local ip from %s",
-                                       {"02:00:00:00:00:01"}));
-    EXPECT_THAT(recorder.EventsWithout({"log"}).back(), "GetLocalIpAddress 02:00:00:00:00:01");
+    ExpectEvents({"GetLocalIpAddress 02:00:00:00:00:01",
+                  "log 1 UpdateBindIpFromMac: Fail to get local ip from 02:00:00:00:00:01"});
+    Forget();
   }
 }
 
@@ -345,11 +306,8 @@ TEST_F(BindIpTest, Ipv4GoesBeforeIpv6) {
   Engine().UpdateBindIpFromMac();
 
   EXPECT_EQ(Engine().bindIp, "10.0.0.1");
-  EXPECT_THAT(recorder.Events(),
-              ElementsAre("GetLocalIpAddress 02:00:00:00:00:01", "IsIPv4Address 10.0.0.1",
-                          "log 3 UpdateBindIpFromMac: update bindIP=10.0.0.1"));
-  EXPECT_THAT(Logs(),
-              ElementsAre(EngineLog(3, "UpdateBindIpFromMac", "update bindIP=%s", {"10.0.0.1"})));
+  ExpectEvents({"GetLocalIpAddress 02:00:00:00:00:01", "IsIPv4Address 10.0.0.1",
+                "log 3 UpdateBindIpFromMac: update bindIP=10.0.0.1"});
 }
 
 TEST_F(BindIpTest, Ipv6ServesWhereIpv4IsNotValid) {
@@ -358,18 +316,17 @@ TEST_F(BindIpTest, Ipv6ServesWhereIpv4IsNotValid) {
   Engine().UpdateBindIpFromMac();
 
   EXPECT_EQ(Engine().bindIp, "fd00::1");
-  EXPECT_THAT(recorder.Events(), ElementsAre("GetLocalIpAddress 02:00:00:00:00:01",
-                                             "IsIPv4Address 10.0.0.1", "IsIPv6Address fd00::1",
-                                             "log 3 UpdateBindIpFromMac: update bindIP=fd00::1"));
+  ExpectEvents({"GetLocalIpAddress 02:00:00:00:00:01", "IsIPv4Address 10.0.0.1",
+                "IsIPv6Address fd00::1", "log 3 UpdateBindIpFromMac: update bindIP=fd00::1"});
 }
 
 TEST_F(BindIpTest, NeitherValidIsLoggedWhereNoAddressIsStored) {
   Engine().UpdateBindIpFromMac();
 
   EXPECT_EQ(Engine().bindIp, "");
-  EXPECT_THAT(Logs(), ElementsAre(EngineLog(1, "UpdateBindIpFromMac",
-                                            "not valid ip found ipv4:%s, ipv6:%s, mac:%s",
-                                            {"10.0.0.1", "fd00::1", "02:00:00:00:00:01"})));
+  ExpectLogs(
+      {"log 1 UpdateBindIpFromMac: not valid ip found ipv4:10.0.0.1, ipv6:fd00::1, "
+       "mac:02:00:00:00:00:01"});
 }
 
 TEST_F(BindIpTest, NeitherValidKeepsAndLogsAnEarlierAddress) {
@@ -378,8 +335,7 @@ TEST_F(BindIpTest, NeitherValidKeepsAndLogsAnEarlierAddress) {
   Engine().UpdateBindIpFromMac();
 
   EXPECT_EQ(Engine().bindIp, "192.168.0.1");
-  EXPECT_THAT(Logs(), ElementsAre(EngineLog(3, "UpdateBindIpFromMac", "update bindIP=%s",
-                                            {"192.168.0.1"})));
+  ExpectLogs({"log 3 UpdateBindIpFromMac: update bindIP=192.168.0.1"});
 }
 
 }  // namespace

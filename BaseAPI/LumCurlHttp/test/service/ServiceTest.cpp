@@ -2,46 +2,16 @@
 
 #include "ServiceTest.h"
 
-#include <algorithm>
-#include <iterator>
-#include <utility>
-
 namespace lumtest {
 
 namespace {
 
-const std::string kClientPath = "BaseAPI/LumCurlHttp/src/LumCurlOrvOps";
-const std::string kEnginePath = "BaseAPI/LumCurlHttp/src/LumCurlOrvOpsPrivate";
-
-std::string Render(const std::string& file, int level, const std::string& function,
-                   const std::string& format, const Events& arguments) {
-  std::string text = file + " " + std::to_string(level) + " " + function + " " + format;
-  for (const std::string& argument : arguments) {
-    text += " <" + argument + ">";
-  }
-  return text;
-}
-
-void CheckOrigin(const LogLine& log) {
-  SCOPED_TRACE(log.message);
-  EXPECT_TRUE(log.asked) << "the logger was not asked for this very line";
-  EXPECT_EQ(log.tag, " ");
-  EXPECT_EQ(log.detail, "");
-  ASSERT_THAT(log.file, ::testing::AnyOf(kClientPath, kEnginePath));
-  const std::string statement = StatementAt(log.file, log.line);
-  static const char* const kLevels[] = {"", "kLogError", "kLogWarning", "kLogInfo"};
-  ASSERT_GE(log.level, 1);
-  ASSERT_LE(log.level, 3);
-  EXPECT_THAT(statement, ::testing::StartsWith(std::string("LUM_LOG(") + kLevels[log.level] + ","));
-  EXPECT_THAT(statement, ::testing::HasSubstr("\"" + log.format + "\""));
-}
-
-std::string RenderList(const Lines& lines) {
-  std::string text;
-  for (const std::string& line : lines) {
-    text += "[" + line + "]";
-  }
-  return text;
+// The line as it is on its way to libcurl when the transfer starts: "Name;" stands for a value that
+// is empty.
+std::string Sent(const std::string& line) {
+  const std::size_t colon = line.find(':');
+  return colon != std::string::npos && line.substr(colon) == ": " ? line.substr(0, colon) + ";"
+                                                                  : line;
 }
 
 Events Start() {
@@ -50,11 +20,13 @@ Events Start() {
 
 Events ListEvents(const Lines& lines) {
   Events events;
+  std::string list;
   for (const std::string& line : lines) {
     events.push_back("curl_slist_append " + line);
+    list += "[" + line + "]";
   }
   if (!lines.empty()) {
-    events.push_back("CURLOPT_HTTPHEADER " + RenderList(lines));
+    events.push_back("CURLOPT_HTTPHEADER " + list);
   }
   return events;
 }
@@ -68,48 +40,28 @@ Events Run() {
 }
 
 Events End(const Lines& lines) {
-  Events events;
-  if (!lines.empty()) {
-    Lines sent;
-    std::transform(lines.begin(), lines.end(), std::back_inserter(sent), Sent);
-    events.push_back("curl_slist_free_all " + RenderList(sent));
+  std::string list;
+  for (const std::string& line : lines) {
+    list += "[" + Sent(line) + "]";
   }
-  events.emplace_back("curl_easy_cleanup");
-  return events;
+  if (lines.empty()) {
+    return {"curl_easy_cleanup"};
+  }
+  return {"curl_slist_free_all " + list, "curl_easy_cleanup"};
 }
 
 }  // namespace
 
-Events operator+(Events first, const Events& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
-}
+const Added kNothing;
 
-ServiceTest::ServiceTest() {
-  recorder.Reset();
-}
-
-void ServiceTest::TearDown() {
-  for (const LogLine& log : recorder.Logs()) {
-    CheckOrigin(log);
-  }
-  EXPECT_EQ(recorder.LiveHandles(), 0);
-  EXPECT_EQ(recorder.LiveLists(), keptLists);
-  EXPECT_EQ(recorder.LiveFiles(), 0);
-}
-
-void ServiceTest::DropPrivate() {
-  delete client.d_pointer;
-  client.d_pointer = nullptr;
-}
-
-Events ServiceTest::Logs() const {
-  Events texts;
-  for (const LogLine& log : recorder.Logs()) {
-    texts.push_back(Render(log.file, log.level, log.function, log.format, log.arguments));
-  }
-  return texts;
-}
+const Added kEverything = {
+    {"log 3 SetDomainIp: Set domain=store.example:443:10.0.0.5",
+     "curl_slist_append store.example:443:10.0.0.5",
+     "CURLOPT_RESOLVE [store.example:443:10.0.0.5]"},
+    {"CURLOPT_MAX_SEND_SPEED_LARGE 1000"},
+    {"log 3 SetInterface: Set interface=eth1", "CURLOPT_INTERFACE eth1"},
+    {"CURLOPT_CAINFO /ca.pem", "CURLOPT_SSLCERT /client.pem", "CURLOPT_SSLKEY /client.key",
+     "CURLOPT_SSLKEYTYPE PEM", "CURLOPT_SSLCERTTYPE PEM", "CURLOPT_KEYPASSWD secret"}};
 
 void ServiceTest::UseCertificate(const std::string& passPhrase) {
   std::string bytes = passPhrase;
@@ -118,23 +70,15 @@ void ServiceTest::UseCertificate(const std::string& passPhrase) {
   Forget();
 }
 
-std::string ClientLog(int level, const std::string& function, const std::string& format,
-                      const Events& arguments) {
-  return Render(kClientPath, level, function, format, arguments);
+void ServiceTest::UseEverything() {
+  UseCertificate();
+  client.SetBindInterface("eth1");
+  client.SetDomainIp("10.0.0.5");
+  client.SetLimitSpeed(1000);
+  Forget();
 }
 
-std::string EngineLog(int level, const std::string& function, const std::string& format,
-                      const Events& arguments) {
-  return Render(kEnginePath, level, function, format, arguments);
-}
-
-std::string Sent(const std::string& line) {
-  const std::size_t colon = line.find(':');
-  return colon != std::string::npos && line.substr(colon) == ": " ? line.substr(0, colon) + ";"
-                                                                  : line;
-}
-
-Events GetEvents(const std::string& url, const Lines& lines) {
+Events GetEvents(const std::string& url, const Lines& lines, const Added& added) {
   return Start() + ListEvents(lines) + Events{"CURLOPT_URL " + url,
                                               "CURLOPT_POST 0",
                                               "CURLOPT_WRITEFUNCTION function",
@@ -143,10 +87,11 @@ Events GetEvents(const std::string& url, const Lines& lines) {
                                               "CURLOPT_ERRORBUFFER 4096 zero bytes",
                                               "CURLOPT_CONNECTTIMEOUT 4",
                                               "CURLOPT_TIMEOUT 4"} +
-         Verification() + Run() + End(lines);
+         added.interface + Verification() + added.certificate + Run() + End(lines);
 }
 
-Events PutEvents(const std::string& url, std::size_t length, const Lines& lines) {
+Events PutEvents(const std::string& url, std::size_t length, const Lines& lines,
+                 const Added& added) {
   return Start() + ListEvents(lines) +
          Events{"CURLOPT_URL " + url,
                 "CURLOPT_CUSTOMREQUEST PUT",
@@ -157,11 +102,11 @@ Events PutEvents(const std::string& url, std::size_t length, const Lines& lines)
                 "CURLOPT_ERRORBUFFER 4096 zero bytes",
                 "CURLOPT_CONNECTTIMEOUT 4",
                 "CURLOPT_TIMEOUT 4"} +
-         Verification() + Run() + End(lines);
+         Verification() + added.certificate + added.interface + Run() + End(lines);
 }
 
 Events PostEvents(const std::string& url, std::size_t length, const Lines& lines,
-                  const std::string& timeout) {
+                  const std::string& timeout, const Added& added) {
   return Start() + ListEvents(lines) +
          Events{"CURLOPT_URL " + url,
                 "CURLOPT_POST 1",
@@ -173,12 +118,12 @@ Events PostEvents(const std::string& url, std::size_t length, const Lines& lines
                 "CURLOPT_ERRORBUFFER 4096 zero bytes",
                 "CURLOPT_CONNECTTIMEOUT 4",
                 "CURLOPT_TIMEOUT " + timeout} +
-         Verification() + Run() + End(lines);
+         added.interface + Verification() + added.certificate + Run() + End(lines);
 }
 
 Events UploadEvents(const std::string& url, const std::string& path, std::size_t size,
-                    const Lines& lines, const std::string& timeout) {
-  return Start() +
+                    const Lines& lines, const std::string& timeout, const Added& added) {
+  return Start() + added.pin +
          Events{"LumRealPath " + path + " " + std::to_string(path.size()), "fopen " + path + " rb",
                 "fseek 0 from the end", "ftell", "fseek 0 from the start"} +
          ListEvents(lines) +
@@ -191,31 +136,13 @@ Events UploadEvents(const std::string& url, const std::string& path, std::size_t
                 "CURLOPT_ERRORBUFFER 4096 zero bytes",
                 "CURLOPT_CONNECTTIMEOUT 10",
                 "CURLOPT_TIMEOUT " + timeout} +
-         Verification() + Run() + Events{"fclose"} + End(lines);
+         added.cap + added.interface + Verification() + added.certificate + Run() +
+         Events{"fclose"} + End(lines);
 }
 
 Events Failing(Events events, const std::string& log) {
   events.insert(events.end() - 1, log);
   return events;
-}
-
-Script Broken(CURLcode result, long status, const std::string& errorText,
-              const std::vector<std::string>& chunks) {
-  Script script;
-  script.result = result;
-  script.status = status;
-  script.errorText = errorText;
-  script.chunks = chunks;
-  return script;
-}
-
-Script Answer(long status, const std::string& body) {
-  Script script;
-  script.status = status;
-  if (!body.empty()) {
-    script.chunks = {body};
-  }
-  return script;
 }
 
 }  // namespace lumtest

@@ -1,0 +1,96 @@
+// What holds for every operation alike, or for every one of LumCurlOrvOps.
+
+#include "LumCurlOrvOpsPrivate.h"
+#include "Operations.h"
+#include "recording/Latch.h"
+#include "recording/RecordingTest.h"
+
+namespace lumtest {
+namespace {
+
+const std::string kUrl = "https://backend.example/a";
+
+class ServiceOperationTest : public RecordingTest, public ::testing::WithParamInterface<Operation> {
+ protected:
+  ServiceOperationTest() { Forget(); }
+
+  std::string Run(const std::string& directory) {
+    return GetParam().run(caller, kUrl, caller.MakeFiles(directory));
+  }
+
+  Caller caller;
+};
+
+// All but those of LumCurlHttp, whose requests come one after the other (see ../http), its
+// download, and LumApollo's.
+INSTANTIATE_TEST_SUITE_P(Operations, ServiceOperationTest,
+                         ::testing::ValuesIn(OperationsWhere([](const Operation& each) {
+                           return each.kind == Kind::kDocument || each.kind == Kind::kReport ||
+                                  each.Uploads();
+                         })),
+                         [](const auto& instance) { return instance.param.name; });
+
+TEST_P(ServiceOperationTest, UsesTheSettingsOfItsObject) {
+  caller.OfferCertificate("/ca.pem", "/client.pem", "/client.key", "secret");
+  for (LumCurlOrvOps* each : {&caller.service, &caller.signedService}) {
+    each->SetBindInterface("eth1");
+    each->SetSwiftIp("10.0.0.5");
+    each->SetLimitSpeed(1000);
+  }
+
+  Run("files");
+
+  const Transfer transfer = TheTransfer();
+  const std::size_t uploads = GetParam().Uploads() ? 1 : 0;
+  EXPECT_EQ(transfer.texts.at(CURLOPT_INTERFACE), "eth1");
+  EXPECT_EQ(transfer.texts.at(CURLOPT_KEYPASSWD), "secret");
+  EXPECT_EQ(transfer.numbers.count(CURLOPT_MAX_SEND_SPEED_LARGE), uploads);
+  EXPECT_EQ(transfer.resolve, Events(uploads, "backend.example:443:10.0.0.5"));
+  keptLists = static_cast<int>(uploads);
+}
+
+TEST_P(ServiceOperationTest, LeavesTheStreamOfTheCallerToTheNextUpload) {
+  FILE* stream = fmemopen(const_cast<char*>("stream"), 6, "r");
+  for (LumCurlOrvOps* each : {&caller.service, &caller.signedService}) {
+    each->SetFp(stream);
+  }
+
+  Run("files");
+
+  const bool uploads = GetParam().Uploads();
+  EXPECT_EQ(TheTransfer().uploaded, uploads ? "stream" : "");
+  int holders = 0;
+  for (LumCurlOrvOps* each : {&caller.service, &caller.signedService}) {
+    holders += each->d_pointer->uploadFp == stream ? 1 : 0;
+  }
+  EXPECT_EQ(holders, uploads ? 1 : 2);
+  CloseOwn(stream);
+}
+
+class SideBySideTest : public ServiceOperationTest {};
+
+INSTANTIATE_TEST_SUITE_P(Operations, SideBySideTest,
+                         ::testing::ValuesIn(OperationsWhere([](const Operation& each) {
+                           return each.kind != Kind::kJson;
+                         })),
+                         [](const auto& instance) { return instance.param.name; });
+
+TEST_P(SideBySideTest, RunsBesideAnotherOfTheSameObject) {
+  Latch both(2);
+  Script script = Answer(200, "{}");
+  script.during = [&both](const Transfer&) { EXPECT_TRUE(both.CountDownAndWait()); };
+  recorder.NextPerform(script);
+  recorder.NextPerform(script);
+  caller.shared = true;
+  caller.MakeFiles("one");
+  caller.MakeFiles("other");
+
+  RunBoth(
+      both, [this] { Run("one"); }, [this] { Run("other"); });
+
+  EXPECT_EQ(recorder.Transfers().size(), 2U);
+  keptLists = GetParam().NeedsTls() ? 2 : 0;
+}
+
+}  // namespace
+}  // namespace lumtest
