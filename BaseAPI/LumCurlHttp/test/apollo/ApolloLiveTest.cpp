@@ -4,8 +4,6 @@
 #include <HttpResult.h>
 #include <LumApollo.h>
 
-#include <thread>
-
 #include "../http/LiveTest.h"
 
 namespace lumtest {
@@ -19,7 +17,7 @@ const char kAnswer[] =
     "{\"appId\":\"app\",\"cluster\":\"default\",\"namespaceName\":\"space\","
     "\"configurations\":{\"timeout\":\"200\"},\"releaseKey\":\"1\"}\r\n ";
 
-class ApolloLive : public LiveTest {
+class ApolloLiveTest : public LiveTest {
  protected:
   static std::string Host(const WireServer& server, const std::string& name = "127.0.0.1") {
     return name + ":" + std::to_string(server.Port());
@@ -50,7 +48,7 @@ class ApolloLive : public LiveTest {
   LumApolloEnv env{"", "app", "", "space"};
 };
 
-TEST_F(ApolloLive, SendsTheseBytesAndHandsTheDocumentBackUnchanged) {
+TEST_F(ApolloLiveTest, SendsTheseBytesAndHandsTheDocumentBackUnchanged) {
   WireServer server(TlsOptions());
   server.Script(JsonReply(kAnswer));
   const HttpResult result = Read(Host(server));
@@ -70,7 +68,7 @@ TEST_F(ApolloLive, SendsTheseBytesAndHandsTheDocumentBackUnchanged) {
   EXPECT_THAT(log.Messages(), IsEmpty());
 }
 
-TEST_F(ApolloLive, FieldsGoIntoTheUrlAsTheyStand) {
+TEST_F(ApolloLiveTest, FieldsGoIntoTheUrlAsTheyStand) {
   WireServer server(TlsOptions());
   server.Script(JsonReply(kAnswer));
   env = {"", "a%20p", "c%s%n", "n?ip=%d&x=1"};
@@ -78,7 +76,7 @@ TEST_F(ApolloLive, FieldsGoIntoTheUrlAsTheyStand) {
   EXPECT_EQ(server.Request(0).target, "/configs/a%20p/c%s%n/n?ip=%d&x=1");
 }
 
-TEST_F(ApolloLive, LibcurlEncodesBytesBeyondAsciiInThePathAlone) {
+TEST_F(ApolloLiveTest, LibcurlEncodesBytesBeyondAsciiInThePathAlone) {
   WireServer server(TlsOptions());
   server.SetHandler([](const WireRequest&) { return JsonReply(kAnswer); });
   env = {"", "\xC3\xBC", "c", "n?q=\xC3\xBC"};
@@ -89,14 +87,14 @@ TEST_F(ApolloLive, LibcurlEncodesBytesBeyondAsciiInThePathAlone) {
   EXPECT_EQ(server.Request(1).target, "/configs/n");
 }
 
-TEST_F(ApolloLive, AHostNameWithAPortIsConnectedTo) {
+TEST_F(ApolloLiveTest, AHostNameWithAPortIsConnectedTo) {
   WireServer server(TlsOptions());
   server.Script(JsonReply(kAnswer));
   EXPECT_EQ(Read(Host(server, "localhost")).code, 200);
   EXPECT_EQ(server.Request(0).Header("Host"), Host(server, "localhost"));
 }
 
-TEST_F(ApolloLive, AUrlOf4095BytesIsSentWhole) {
+TEST_F(ApolloLiveTest, AUrlOf4095BytesIsSentWhole) {
   WireServer server(TlsOptions());
   server.Script(JsonReply(kAnswer));
   const std::string start = "https://" + Host(server) + "/configs/app/default/";
@@ -105,7 +103,7 @@ TEST_F(ApolloLive, AUrlOf4095BytesIsSentWhole) {
   EXPECT_EQ(server.Request(0).target, "/configs/app/default/" + env.namespaceName);
 }
 
-TEST_F(ApolloLive, AUrlOf4096BytesIsNotSent) {
+TEST_F(ApolloLiveTest, AUrlOf4096BytesIsNotSent) {
   WireServer server(TlsOptions());
   const std::string start = "https://" + Host(server) + "/configs/app/default/";
   env.namespaceName = std::string(4096 - start.size(), 'n');
@@ -116,69 +114,9 @@ TEST_F(ApolloLive, AUrlOf4096BytesIsNotSent) {
   EXPECT_EQ(server.Connections().size(), 0u);
 }
 
-TEST_F(ApolloLive, AnyStatusComesBackWithItsBody) {
-  WireServer server(TlsOptions());
-  for (const int status : {200, 302, 401, 404, 500, 503}) {
-    server.Script(StatusReply(status, "body of " + std::to_string(status)));
-    const HttpResult result = Read(Host(server));
-    EXPECT_EQ(result.code, status);
-    EXPECT_EQ(result.body, "body of " + std::to_string(status));
-  }
-  server.Script(StatusReply(304));
-  const HttpResult result = Read(Host(server));
-  EXPECT_EQ(result.code, 304);
-  EXPECT_EQ(result.body, "");
-  EXPECT_THAT(log.Messages(), IsEmpty());
-}
-
-TEST_F(ApolloLive, WhatIsNoJsonComesBackAsItCame) {
-  WireServer server(TlsOptions());
-  const std::string body("<html>\0\xff", 8);
-  server.Script(StatusReply(200, body, {"Content-Type: text/html"}));
-  const HttpResult result = Read(Host(server));
-  EXPECT_EQ(result.code, 200);
-  EXPECT_EQ(result.body, body);
-}
-
-TEST_F(ApolloLive, FollowsNoRedirect) {
-  WireServer server(TlsOptions());
-  server.Script(RedirectReply(server.Url("/there")));
-  EXPECT_EQ(Read(Host(server)).code, 302);
-  EXPECT_EQ(server.RequestCount(), 1u);
-}
-
-TEST_F(ApolloLive, NoServerCertificateIsVerified) {
-  const TlsMaterial& tls = Tls();
-  for (const auto& [certificate, key] :
-       {std::pair(tls.untrustedServerCertificate, tls.untrustedServerKey),
-        std::pair(tls.expiredServerCertificate, tls.expiredServerKey),
-        std::pair(tls.wrongHostServerCertificate, tls.wrongHostServerKey)}) {
-    WireServer server(TlsOptions(certificate, key));
-    server.Script(JsonReply(kAnswer));
-    EXPECT_EQ(Read(Host(server)).code, 200) << certificate;
-  }
-}
-
 // --- Failures
 
-TEST_F(ApolloLive, AServerThatIsDownIsAFailure) {
-  const RefusedPort port;
-  ExpectFailure("127.0.0.1:" + std::to_string(port.Port()), 7, CurlRefused("127.0.0.1"));
-}
-
-TEST_F(ApolloLive, AServerThatClosesInMidBodyIsAFailure) {
-  WireServer server(TlsOptions());
-  server.Script(WireReply(WireHead(200, {"Content-Length: 100"}) + "{\"half").Close());
-  ExpectFailure(Host(server), 18, CurlBytesMissing(94));
-}
-
-TEST_F(ApolloLive, AServerThatSpeaksNoTlsIsAFailure) {
-  WireServer server;
-  server.Script(WireReply().At(WireStart::kAccept).Send(WireAnswer(200, "{}")).Close());
-  ExpectFailure(Host(server), 35, ".*");
-}
-
-TEST_F(ApolloLive, AServerThatRequiresACertificateRefuses) {
+TEST_F(ApolloLiveTest, AServerThatRequiresACertificateRefuses) {
   WireOptions options = TlsOptions(WireTls::ClientCertificate::kRequired);
   options.tls->maxVersion = 0x0303;  // TLS 1.2, whose handshake itself fails
   WireServer server(options);
@@ -186,7 +124,7 @@ TEST_F(ApolloLive, AServerThatRequiresACertificateRefuses) {
 }
 
 // The address is of the other family: libcurl gives up before it tries, and says no more.
-TEST_F(ApolloLive, AnIPv6AddressIsNotConnectedTo) {
+TEST_F(ApolloLiveTest, AnIPv6AddressIsNotConnectedTo) {
   WireOptions options = TlsOptions();
   options.address = "::1";
   WireServer server(options);
@@ -199,29 +137,8 @@ TEST_F(ApolloLive, AnIPv6AddressIsNotConnectedTo) {
   EXPECT_EQ(server.Connections().size(), 0u);
 }
 
-TEST_F(ApolloLive, AHostThatIsNoneIsAFailure) {
+TEST_F(ApolloLiveTest, AHostThatIsNoneIsAFailure) {
   ExpectFailure("bad host", 3, ".*");
-}
-
-// --- Threads
-
-TEST_F(ApolloLive, CallsOnOneObjectRunSideBySide) {
-  WireServer server(TlsOptions());
-  for (int i = 0; i < 2; ++i) {
-    server.Script(WireReply()
-                      .Call([&server] { EXPECT_TRUE(server.WaitForRequests(2)); })
-                      .Send(WireAnswer(200, kAnswer)));
-  }
-  LumApolloEnv envs[] = {{Host(server), "one", "", "space"}, {Host(server), "two", "", "space"}};
-  HttpResult results[2];
-  std::thread first([&] { results[0] = apollo.GetPropertyString(envs[0]); });
-  std::thread second([&] { results[1] = apollo.GetPropertyString(envs[1]); });
-  first.join();
-  second.join();
-  for (const HttpResult& result : results) {
-    EXPECT_EQ(result.code, 200);
-    EXPECT_EQ(result.body, kAnswer);
-  }
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 
 namespace lumtest {
 
-class HttpLive : public LiveTest {
+class HttpLiveTest : public LiveTest {
  protected:
   LumJson::Value Get(const std::string& url, bool useSsl = false) {
     return Quietly([&] { return client.Get(url, "", useSsl, code); });

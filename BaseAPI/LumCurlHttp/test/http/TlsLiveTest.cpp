@@ -1,5 +1,5 @@
-// Get and Post over TLS: what is verified, which certificate is offered, and the pass phrase that
-// serves one request.
+// Get and Post over TLS: which certificate is offered, and the pass phrase that serves one request.
+// What is verified is TlsFaultTest.cpp's (../faults).
 
 #include "HttpLiveTest.h"
 
@@ -10,7 +10,7 @@ using ::testing::ElementsAre;
 using ::testing::MatchesRegex;
 
 const char kClient[] = "CN=Lum test client,O=Lum";
-class TlsLive : public HttpLive {
+class HttpTlsLiveTest : public HttpLiveTest {
  protected:
   void SetSsl(const std::string& key, std::string passPhrase,
               const std::string& ca = Tls().caCertificate,
@@ -32,7 +32,7 @@ class TlsLive : public HttpLive {
 
 // --- The key's pass phrase
 
-TEST_F(TlsLive, APassPhraseServesOneGetAndMustBeSetAgainForTheNext) {
+TEST_F(HttpTlsLiveTest, APassPhraseServesOneGetAndMustBeSetAgainForTheNext) {
   WireServer server(TlsOptions(WireTls::ClientCertificate::kRequired));
   Answer(server);
   SetSsl(Tls().clientEncryptedKey, kPassPhrase);
@@ -49,7 +49,7 @@ TEST_F(TlsLive, APassPhraseServesOneGetAndMustBeSetAgainForTheNext) {
   EXPECT_EQ(server.RequestCount(), 2u);
 }
 
-TEST_F(TlsLive, APassPhraseServesOnePostAndMustBeSetAgainForTheNext) {
+TEST_F(HttpTlsLiveTest, APassPhraseServesOnePostAndMustBeSetAgainForTheNext) {
   WireServer server(TlsOptions(WireTls::ClientCertificate::kRequired));
   Answer(server);
   SetSsl(Tls().clientEncryptedKey, kPassPhrase);
@@ -68,7 +68,7 @@ TEST_F(TlsLive, APassPhraseServesOnePostAndMustBeSetAgainForTheNext) {
   EXPECT_EQ(code, 200);
 }
 
-TEST_F(TlsLive, AFailedRequestUsesThePassPhraseUpToo) {
+TEST_F(HttpTlsLiveTest, AFailedRequestUsesThePassPhraseUpToo) {
   const RefusedPort port;
   SetSsl(Tls().clientEncryptedKey, kPassPhrase);
   ExpectGetFails(port.Url("https"), Failed("GET", 7, ".*"), true);
@@ -76,7 +76,7 @@ TEST_F(TlsLive, AFailedRequestUsesThePassPhraseUpToo) {
   ExpectGetFails(server.Url(), Failed("GET", CurlBadKey(), ".*"), true);
 }
 
-TEST_F(TlsLive, ARequestWithoutTlsLeavesThePassPhrase) {
+TEST_F(HttpTlsLiveTest, ARequestWithoutTlsLeavesThePassPhrase) {
   WireServer plain;
   Answer(plain);
   WireServer server(TlsOptions(WireTls::ClientCertificate::kRequired));
@@ -86,14 +86,14 @@ TEST_F(TlsLive, ARequestWithoutTlsLeavesThePassPhrase) {
   ExpectGetWorks(server);
 }
 
-TEST_F(TlsLive, AKeyInTheTraditionalFormWorksToo) {
+TEST_F(HttpTlsLiveTest, AKeyInTheTraditionalFormWorksToo) {
   WireServer server(TlsOptions(WireTls::ClientCertificate::kRequired));
   Answer(server);
   SetSsl(Tls().clientTraditionalKey, kPassPhrase);
   ExpectGetWorks(server);
 }
 
-TEST_F(TlsLive, AKeyThatIsNotEncryptedServesAnyNumberOfRequests) {
+TEST_F(HttpTlsLiveTest, AKeyThatIsNotEncryptedServesAnyNumberOfRequests) {
   WireServer server(TlsOptions(WireTls::ClientCertificate::kRequired));
   Answer(server);
   client.SetSslInfo(Tls().caCertificate, Tls().clientCertificate, Tls().clientKey, nullptr, 0);
@@ -102,7 +102,7 @@ TEST_F(TlsLive, AKeyThatIsNotEncryptedServesAnyNumberOfRequests) {
   }
 }
 
-TEST_F(TlsLive, AWrongPassPhraseIsAFailure) {
+TEST_F(HttpTlsLiveTest, AWrongPassPhraseIsAFailure) {
   WireServer server(TlsOptions());
   SetSsl(Tls().clientEncryptedKey, "wrong");
   ExpectGetFails(server.Url(), Failed("GET", CurlBadKey(), "unable to set private key file: .*"),
@@ -111,7 +111,7 @@ TEST_F(TlsLive, AWrongPassPhraseIsAFailure) {
 }
 
 // A longer pass phrase that no request has used leaves its tail behind a shorter one.
-TEST_F(TlsLive, AShorterPassPhraseBehindALongerOneIsWrong) {
+TEST_F(HttpTlsLiveTest, AShorterPassPhraseBehindALongerOneIsWrong) {
   WireServer server(TlsOptions());
   SetSsl(Tls().clientEncryptedKey, std::string(kPassPhrase) + " and more");
   SetSsl(Tls().clientEncryptedKey, kPassPhrase);
@@ -120,31 +120,31 @@ TEST_F(TlsLive, AShorterPassPhraseBehindALongerOneIsWrong) {
 
 // --- Files that are not what they should be
 
-TEST_F(TlsLive, AMissingKeyFileIsAFailure) {
+TEST_F(HttpTlsLiveTest, AMissingKeyFileIsAFailure) {
   WireServer server(TlsOptions());
   SetSsl("/nonexistent/client.key", kPassPhrase);
   ExpectGetFails(server.Url(), Failed("GET", CurlBadKey(), ".*/nonexistent/client.key.*"), true);
 }
 
-TEST_F(TlsLive, AMissingCertificateFileIsAFailure) {
+TEST_F(HttpTlsLiveTest, AMissingCertificateFileIsAFailure) {
   WireServer server(TlsOptions());
   SetSsl(Tls().clientKey, "", Tls().caCertificate, "/nonexistent/client.pem");
   ExpectGetFails(server.Url(), Failed("GET", 58, ".*/nonexistent/client.pem.*"), true);
 }
 
-TEST_F(TlsLive, AMissingCaFileIsAFailure) {
+TEST_F(HttpTlsLiveTest, AMissingCaFileIsAFailure) {
   WireServer server(TlsOptions());
   SetSsl(Tls().clientKey, "", "/nonexistent/ca.pem");
   ExpectGetFails(server.Url(), Failed("GET", 77, ".*/nonexistent/ca.pem.*"), true);
 }
 
-TEST_F(TlsLive, AKeyThatIsNotTheCertificatesIsAFailure) {
+TEST_F(HttpTlsLiveTest, AKeyThatIsNotTheCertificatesIsAFailure) {
   WireServer server(TlsOptions());
   SetSsl(Tls().untrustedClientKey, "");
   ExpectGetFails(server.Url(), Failed("GET", CurlBadKey(), ".*"), true);
 }
 
-TEST_F(TlsLive, WithoutItsFilesTheRequestIsNotAttempted) {
+TEST_F(HttpTlsLiveTest, WithoutItsFilesTheRequestIsNotAttempted) {
   WireServer server(TlsOptions());
   client.SetSslInfo(Tls().caCertificate, "", "", nullptr, 0);
   log.Clear();
@@ -155,47 +155,9 @@ TEST_F(TlsLive, WithoutItsFilesTheRequestIsNotAttempted) {
   EXPECT_EQ(server.Connections().size(), 0u);
 }
 
-// --- What is verified
+// --- Without TLS files
 
-TEST_F(TlsLive, AServerOfAnotherCaIsRefused) {
-  WireServer server(TlsOptions(Tls().untrustedServerCertificate, Tls().untrustedServerKey));
-  SetSsl(Tls().clientKey, "");
-  ExpectGetFails(server.Url(), Failed("GET", 60, CurlBadCertificate(".*")), true);
-  EXPECT_EQ(server.RequestCount(), 0u);
-}
-
-TEST_F(TlsLive, AnExpiredServerCertificateIsRefused) {
-  WireServer server(TlsOptions(Tls().expiredServerCertificate, Tls().expiredServerKey));
-  SetSsl(Tls().clientKey, "");
-  ExpectGetFails(server.Url(), Failed("GET", 60, CurlBadCertificate("certificate has expired")),
-                 true);
-}
-
-TEST_F(TlsLive, AServerCertificateForAnotherHostIsAccepted) {
-  WireServer server(TlsOptions(Tls().wrongHostServerCertificate, Tls().wrongHostServerKey));
-  Answer(server);
-  SetSsl(Tls().clientKey, "");
-  ExpectGetWorks(server);
-}
-
-TEST_F(TlsLive, WithoutTlsFilesEveryServerIsAccepted) {
-  const TlsMaterial& tls = Tls();
-  SetSsl(tls.clientKey, "");
-  for (const auto& [certificate, key] :
-       {std::pair(tls.serverCertificate, tls.serverKey),
-        std::pair(tls.untrustedServerCertificate, tls.untrustedServerKey),
-        std::pair(tls.expiredServerCertificate, tls.expiredServerKey),
-        std::pair(tls.wrongHostServerCertificate, tls.wrongHostServerKey)}) {
-    WireServer server(TlsOptions(certificate, key));
-    server.Script(JsonReply("{}")).Script(JsonReply("{}"));
-    Get(server.Url());
-    EXPECT_EQ(code, 200) << certificate;
-    Post(server.Url(), "{}");
-    EXPECT_EQ(code, 200) << certificate;
-  }
-}
-
-TEST_F(TlsLive, WithoutTlsFilesNoCertificateIsOffered) {
+TEST_F(HttpTlsLiveTest, WithoutTlsFilesNoCertificateIsOffered) {
   WireServer server(TlsOptions(WireTls::ClientCertificate::kOptional));
   Answer(server);
   SetSsl(Tls().clientKey, "");
@@ -204,7 +166,7 @@ TEST_F(TlsLive, WithoutTlsFilesNoCertificateIsOffered) {
   EXPECT_EQ(server.Request(0).clientSubject, "");
 }
 
-TEST_F(TlsLive, WithoutACertificateAServerThatRequiresOneRefuses) {
+TEST_F(HttpTlsLiveTest, WithoutACertificateAServerThatRequiresOneRefuses) {
   WireOptions options = TlsOptions(WireTls::ClientCertificate::kRequired);
   options.tls->maxVersion = 0x0303;  // TLS 1.2, whose handshake itself fails
   WireServer server(options);
@@ -212,22 +174,7 @@ TEST_F(TlsLive, WithoutACertificateAServerThatRequiresOneRefuses) {
   EXPECT_EQ(server.RequestCount(), 0u);
 }
 
-// --- TLS that goes wrong
-
-TEST_F(TlsLive, AServerThatSpeaksNoTlsIsAFailure) {
-  WireServer server;
-  server.Script(WireReply().At(WireStart::kAccept).Send("HTTP/1.1 200 OK\r\n\r\n").Close());
-  const std::string url = "https://127.0.0.1:" + std::to_string(server.Port()) + "/";
-  ExpectGetFails(url, Failed("GET", 35, ".*"));
-}
-
-TEST_F(TlsLive, ATlsServerThatClosesInMidBodyIsAFailure) {
-  WireServer server(TlsOptions());
-  server.Script(WireReply(WireHead(200, {"Content-Length: 10"}) + "{}").Close());
-  ExpectGetFails(server.Url(), Failed("GET", 18, CurlBytesMissing(8)));
-}
-
-TEST_F(TlsLive, TlsFilesDoNotTurnHttpIntoHttps) {
+TEST_F(HttpTlsLiveTest, TlsFilesDoNotTurnHttpIntoHttps) {
   WireServer server;
   Answer(server);
   SetSsl(Tls().clientEncryptedKey, kPassPhrase);

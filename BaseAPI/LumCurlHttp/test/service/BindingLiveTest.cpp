@@ -1,8 +1,6 @@
 // Where requests leave from and arrive at: pinned hosts, interfaces by name and by MAC.
 
-#include <gmock/gmock.h>
-
-#include "LiveFixture.h"
+#include "ServiceLiveTest.h"
 #include "support/NetNamespace.h"
 
 namespace lumtest {
@@ -11,7 +9,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-class BindingLiveTest : public LiveTest {
+class BindingLiveTest : public ServiceLiveTest {
  protected:
   std::string Url() const { return server.Url("/bucket/x.zip"); }
 

@@ -1,16 +1,10 @@
 // Reports, tokens, JSON requests and the address query over real sockets: the bytes that a server
 // sees, and what its answers come to.
 
-#include <gmock/gmock.h>
-
-#include <thread>
-#include <vector>
-
-#include "LiveFixture.h"
+#include "ServiceLiveTest.h"
 #include "support/Process.h"
 #include "support/ProcessState.h"
 #include "wire/Digest.h"
-#include "wire/Ports.h"
 
 namespace lumtest {
 namespace {
@@ -35,7 +29,7 @@ std::string Gunzip(const std::string& body) {
   return result.out;
 }
 
-class RequestLiveTest : public LiveTest {};
+class RequestLiveTest : public ServiceLiveTest {};
 
 // --- The bytes of each request ---
 
@@ -211,66 +205,6 @@ TEST_F(RequestLiveTest, LinesWithoutAValueAreSent) {
 
 // --- Answers ---
 
-TEST_F(RequestLiveTest, RefusedReportLeavesTheAnswerAsLastError) {
-  server.Script(StatusReply(401, R"({"error": "expired"})"));
-  server.Script(StatusReply(200));
-  server.Script(StatusReply(503, "busy"));
-
-  EXPECT_EQ(client.ReportData(server.Url(), Json(kDocument), "t", ""), -10000);
-  EXPECT_EQ(client.GetLastErrorBody(), R"({"error": "expired"})");
-  EXPECT_EQ(client.ReportData(server.Url(), Json(kDocument), "t", ""), 0);
-  EXPECT_EQ(client.GetLastErrorBody(), R"({"error": "expired"})");
-  EXPECT_EQ(client.ReportDataWithGzip(server.Url(), Json(kDocument), "t"), -10000);
-  EXPECT_EQ(client.GetLastErrorBody(), "busy");
-}
-
-TEST_F(RequestLiveTest, RefusedConnectionIsStatusZeroWithLibcurlsText) {
-  const RefusedPort refused;
-  int status = -7;
-
-  EXPECT_TRUE(client.Get(refused.Url(), {}, status).IsNull());
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(client.ReportData(refused.Url(), Json(kDocument), "t", ""), -10000);
-
-  EXPECT_THAT(client.GetLastErrorBody(), StartsWith("POST failed for: "));
-  EXPECT_THAT(client.GetLastErrorBody(), ::testing::EndsWith(" ."));
-  EXPECT_THAT(client.GetLastErrorBody(), HasSubstr(std::to_string(refused.Port())));
-  EXPECT_THAT(log.Messages(1).at(0),
-              StartsWith("GET failed for " + CurlError(7) + ", resOps: 7, code: 0, errorBuf: "));
-}
-
-TEST_F(RequestLiveTest, InterimAnswerWithoutAnotherIsItsStatus) {
-  int status = -7;
-  server.Script(WireReply(WireContinue()).Drop());
-  server.Script(WireReply(WireContinue()).Drop());
-
-  EXPECT_TRUE(client.Get(server.Url(), {}, status).IsNull());
-  EXPECT_EQ(status, 100);
-  EXPECT_TRUE(client.Post(server.Url(), "{}", {}, status).IsNull());
-  EXPECT_EQ(status, 100);
-}
-
-TEST_F(RequestLiveTest, ReportWhoseAnswerBreaksOffAfterItsStatusCountsAsDone) {
-  server.Script(WireReply(WireHead(200, {"Content-Length: 100"}) + "only this").Close());
-  server.Script(WireReply(WireHead(200, {"Content-Length: 100"}) + "only this").Reset());
-
-  EXPECT_EQ(client.ReportData(server.Url(), Json(kDocument), "t", ""), 0);
-  EXPECT_EQ(client.ReportDataWithGzip(server.Url(), Json(kDocument), "t"), 0);
-
-  EXPECT_EQ(client.GetLastErrorBody(), "");
-  EXPECT_EQ(log.Count(1), 2U) << log.Text();
-}
-
-TEST_F(RequestLiveTest, RedirectIsNotFollowed) {
-  server.Script(RedirectReply(server.Url("/elsewhere"), 307));
-  int status = 0;
-
-  EXPECT_TRUE(client.Post(server.Url(), "b", {}, status).IsNull());
-
-  EXPECT_EQ(status, 307);
-  EXPECT_EQ(server.RequestCount(), 1U);
-}
-
 TEST_F(RequestLiveTest, ProxyOfTheEnvironmentIsGoneThrough) {
   server.SetHandler(Always(200, "1"));
   int status = 0;
@@ -418,51 +352,6 @@ TEST_F(RequestLiveTest, UrlsThatAreNoneFailWithAStatusOfZero) {
     EXPECT_EQ(client.ReportData(url, Json(kDocument), "t", ""), -10000) << url;
   }
   EXPECT_EQ(log.Count(1), 28U);
-}
-
-TEST_F(RequestLiveTest, ServersThatSpeakNoHttpAreFailures) {
-  for (const std::string& bytes :
-       {std::string("garbage\r\n\r\n"), std::string("HTTP/1.1 abc\r\n\r\n"), std::string("\0\0", 2),
-        std::string("HTTP/1.1 200"), std::string()}) {
-    server.Script(WireReply(bytes).Close());
-    EXPECT_EQ(client.ReportData(server.Url(), Json(kDocument), "t", ""), -10000) << bytes;
-  }
-  EXPECT_GE(log.Count(1), 10U);
-}
-
-TEST_F(RequestLiveTest, OneObjectServesManyThreads) {
-  server.SetHandler(Always(200, "1"));
-  client.SetBindInterface("lo");
-  const std::string path = directory.Write("f", "data");
-  constexpr int kThreads = 6;
-  constexpr int kRounds = 5;
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      const std::string token = "t" + std::to_string(t);
-      for (int i = 0; i < kRounds; ++i) {
-        int status = 0;
-        EXPECT_EQ(client.ReportData(server.Url("/" + token), Json(kDocument), token, ""), 0);
-        EXPECT_EQ(client.ReportDataWithGzip(server.Url("/" + token), Json(kDocument), token), 0);
-        EXPECT_EQ(client.Get(server.Url("/" + token), {"X-Auth-Token: " + token}, status)
-                      .JsonValueToString(),
-                  "1");
-        EXPECT_EQ(client.UploadLog(server.Url("/" + token), path, 30, {"X-Auth-Token: " + token}),
-                  0);
-        client.UpdateLastError(token);
-        EXPECT_EQ(client.GetLastErrorBody().substr(0, 1), "t");
-      }
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
-
-  ASSERT_EQ(server.RequestCount(), 4U * kThreads * kRounds);
-  for (const WireRequest& request : server.Requests()) {
-    EXPECT_EQ("/" + request.Header("X-Auth-Token"), request.target);
-  }
-  expectedOutput = std::string(kThreads * kRounds, '1');
 }
 
 TEST_F(RequestLiveTest, ManyRequestsLeaveNoDescriptorBehind) {

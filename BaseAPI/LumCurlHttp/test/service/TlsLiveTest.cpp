@@ -1,9 +1,6 @@
-// Client certificates, and servers whose certificates would not stand any verification.
+// Client certificates.
 
-#include <gmock/gmock.h>
-
-#include "LiveFixture.h"
-#include "tls/TlsMaterial.h"
+#include "ServiceLiveTest.h"
 
 namespace lumtest {
 namespace {
@@ -11,38 +8,15 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-constexpr char kPassPhrase[] = "correct horse battery staple";
 constexpr char kSubject[] = "CN=Lum test client,O=Lum";
 
-// Made once for all tests of this file.
-const TlsMaterial& Material() {
-  static const TempDir directory;
-  static const TlsMaterial material = lumtools::MakeTlsMaterial(directory.Path(), kPassPhrase);
-  return material;
-}
-
-WireOptions Serving(const std::string& certificate, const std::string& key,
-                    WireTls::ClientCertificate client) {
-  WireTls tls;
-  tls.certificate = certificate;
-  tls.key = key;
-  tls.clientCertificate = client;
-  tls.clientCa = Material().caCertificate;
-  WireOptions options;
-  options.tls = tls;
-  return options;
-}
-
 // A server that lets in only who has a good certificate.
-class ClientCertificateTest : public LiveTest {
+class ClientCertificateTest : public ServiceLiveTest {
  protected:
-  ClientCertificateTest()
-      : LiveTest(Serving(Material().serverCertificate, Material().serverKey,
-                         WireTls::ClientCertificate::kRequired)) {}
+  ClientCertificateTest() : ServiceLiveTest(TlsOptions(WireTls::ClientCertificate::kRequired)) {}
 
   void Offer(const std::string& key, const std::string& passPhrase) {
-    OfferCertificate(client, Material().caCertificate, Material().clientCertificate, key,
-                     passPhrase);
+    OfferCertificate(Tls().caCertificate, Tls().clientCertificate, key, passPhrase);
   }
 
   int Report() { return client.ReportData(server.Url(), Json("{}"), "t", ""); }
@@ -53,7 +27,7 @@ class ClientCertificateTest : public LiveTest {
 TEST_F(ClientCertificateTest, EncryptedKeyServesEveryRequestAfterOneSetting) {
   server.SetHandler(Always(200, "1"));
   expectedOutput = "111";
-  Offer(Material().clientEncryptedKey, kPassPhrase);
+  Offer(Tls().clientEncryptedKey, kPassPhrase);
   int status = 0;
   const LumJson::Value document = Json(R"({"accessId": "a document of some length"})");
 
@@ -77,11 +51,11 @@ TEST_F(ClientCertificateTest, EncryptedKeyServesEveryRequestAfterOneSetting) {
 TEST_F(ClientCertificateTest, TraditionalAndPlainKeysServeToo) {
   server.SetHandler(Always(200));
 
-  Offer(Material().clientTraditionalKey, kPassPhrase);
+  Offer(Tls().clientTraditionalKey, kPassPhrase);
   EXPECT_EQ(Report(), 0);
-  Offer(Material().clientKey, "");
+  Offer(Tls().clientKey, "");
   EXPECT_EQ(Report(), 0);
-  Offer(Material().clientKey, "a phrase that nobody asks for");
+  Offer(Tls().clientKey, "a phrase that nobody asks for");
   EXPECT_EQ(Report(), 0);
 }
 
@@ -93,7 +67,7 @@ TEST_F(ClientCertificateTest, WithoutACertificateTheServerRefuses) {
 
 TEST_F(ClientCertificateTest, WrongOrMissingPassPhraseFailsWithoutAskingAnybody) {
   for (const char* passPhrase : {"wrong", ""}) {
-    Offer(Material().clientEncryptedKey, passPhrase);
+    Offer(Tls().clientEncryptedKey, passPhrase);
     EXPECT_EQ(Report(), -10000) << passPhrase;
     EXPECT_THAT(log.Messages(1).at(0), HasSubstr("resOps: 58")) << log.Text();
     log.Clear();
@@ -104,16 +78,16 @@ TEST_F(ClientCertificateTest, WrongOrMissingPassPhraseFailsWithoutAskingAnybody)
 TEST_F(ClientCertificateTest, ShorterPassPhraseKeepsTheTailOfALongerOneUnlessTerminated) {
   server.SetHandler(Always(200));
   const std::string phrase = kPassPhrase;
-  Offer(Material().clientEncryptedKey, phrase + " and more");
-  Offer(Material().clientEncryptedKey, phrase);
+  Offer(Tls().clientEncryptedKey, phrase + " and more");
+  Offer(Tls().clientEncryptedKey, phrase);
   EXPECT_EQ(Report(), -10000);
 
-  Offer(Material().clientEncryptedKey, phrase + '\0');
+  Offer(Tls().clientEncryptedKey, phrase + '\0');
   EXPECT_EQ(Report(), 0);
 }
 
 TEST_F(ClientCertificateTest, FilesThatAreNotThereFailTheRequest) {
-  OfferCertificate(client, Material().caCertificate, "/no/such.pem", "/no/such.key", kPassPhrase);
+  OfferCertificate(Tls().caCertificate, "/no/such.pem", "/no/such.key", kPassPhrase);
 
   EXPECT_EQ(Report(), -10000);
 
@@ -122,89 +96,36 @@ TEST_F(ClientCertificateTest, FilesThatAreNotThereFailTheRequest) {
 }
 
 TEST_F(ClientCertificateTest, ExpiredAndUntrustedClientsAreRefusedByTheServer) {
-  OfferCertificate(client, Material().caCertificate, Material().expiredClientCertificate,
-                   Material().expiredClientKey, "");
+  OfferCertificate(Tls().caCertificate, Tls().expiredClientCertificate, Tls().expiredClientKey, "");
   EXPECT_EQ(Report(), -10000);
-  OfferCertificate(client, Material().caCertificate, Material().untrustedClientCertificate,
-                   Material().untrustedClientKey, "");
+  OfferCertificate(Tls().caCertificate, Tls().untrustedClientCertificate, Tls().untrustedClientKey,
+                   "");
   EXPECT_EQ(Report(), -10000);
   EXPECT_EQ(server.RequestCount(), 0U);
 }
 
 TEST_F(ClientCertificateTest, RefusedPassPhraseLeavesTheCertificateOff) {
-  client.SetSslInfo(Material().caCertificate, Material().clientCertificate, Material().clientKey,
-                    nullptr, 0);
+  client.SetSslInfo(Tls().caCertificate, Tls().clientCertificate, Tls().clientKey, nullptr, 0);
 
   EXPECT_EQ(Report(), -10000);
   EXPECT_TRUE(log.Has(1, "invalid certPaas"));
   EXPECT_EQ(server.RequestCount(), 0U);
 }
 
-// --- Nothing about a server is verified ---
+// Nothing about a server is verified: no CA is looked for.
+TEST_F(ClientCertificateTest, CaFileThatIsNotThereDoesNotMatter) {
+  server.SetHandler(Always(200, "1"));
+  expectedOutput = "1";
+  OfferCertificate("/no/such/ca.pem", Tls().clientCertificate, Tls().clientKey, "");
 
-struct BadServer {
-  const char* name;
-  std::string TlsMaterial::*certificate;
-  std::string TlsMaterial::*key;
-};
-
-void PrintTo(const BadServer& bad, std::ostream* out) {
-  *out << bad.name;
+  EXPECT_EQ(Report(), 0);
+  EXPECT_EQ(client.RefreshToken(server.Url(), Json("{}"), "t").JsonValueToString(), "1");
+  EXPECT_EQ(client.UploadLog(server.Url(), path), 0);
 }
-
-class UnverifiedServerTest : public LiveTest, public ::testing::WithParamInterface<BadServer> {
- protected:
-  UnverifiedServerTest()
-      : LiveTest(Serving(Material().*GetParam().certificate, Material().*GetParam().key,
-                         WireTls::ClientCertificate::kOptional)) {
-    server.SetHandler(Always(200, "1"));
-  }
-
-  void ExpectAllAccepted() {
-    int status = 0;
-    EXPECT_EQ(client.Get(server.Url(), {}, status).JsonValueToString(), "1") << log.Text();
-    EXPECT_EQ(client.RefreshToken(server.Url(), Json("{}"), "t").JsonValueToString(), "1");
-    EXPECT_EQ(client.ReportData(server.Url(), Json("{}"), "t", ""), 0);
-    EXPECT_EQ(client.ReportDataWithGzip(server.Url(), Json(R"({"a": "some document"})"), "t"), 0);
-    EXPECT_EQ(client.UploadLog(server.Url(), path), 0);
-    expectedOutput += "1";
-  }
-
-  const std::string path = directory.Write("f", "data");
-};
-
-TEST_P(UnverifiedServerTest, IsAcceptedWithoutACertificateOfOurOwn) {
-  ExpectAllAccepted();
-  EXPECT_EQ(server.Request(0).clientSubject, "");
-}
-
-TEST_P(UnverifiedServerTest, IsAcceptedWithOne) {
-  OfferCertificate(client, Material().caCertificate, Material().clientCertificate,
-                   Material().clientEncryptedKey, kPassPhrase);
-  ExpectAllAccepted();
-  EXPECT_EQ(server.Request(0).clientSubject, kSubject);
-}
-
-TEST_P(UnverifiedServerTest, IsAcceptedWithACaFileThatIsNotThere) {
-  OfferCertificate(client, "/no/such/ca.pem", Material().clientCertificate, Material().clientKey,
-                   "");
-  ExpectAllAccepted();
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Servers, UnverifiedServerTest,
-    ::testing::Values(BadServer{"Good", &TlsMaterial::serverCertificate, &TlsMaterial::serverKey},
-                      BadServer{"Expired", &TlsMaterial::expiredServerCertificate,
-                                &TlsMaterial::expiredServerKey},
-                      BadServer{"WrongHost", &TlsMaterial::wrongHostServerCertificate,
-                                &TlsMaterial::wrongHostServerKey},
-                      BadServer{"Untrusted", &TlsMaterial::untrustedServerCertificate,
-                                &TlsMaterial::untrustedServerKey}),
-    [](const ::testing::TestParamInfo<BadServer>& instance) { return instance.param.name; });
 
 TEST_F(ClientCertificateTest, PinnedUploadAsksForTheUrlsHost) {
   server.SetHandler(Always(200));
-  Offer(Material().clientEncryptedKey, kPassPhrase);
+  Offer(Tls().clientEncryptedKey, kPassPhrase);
   client.SetDomainIp("127.0.0.1");
 
   EXPECT_EQ(client.UploadLog(server.UrlWithHost("store.example", "/x"), path), 0);

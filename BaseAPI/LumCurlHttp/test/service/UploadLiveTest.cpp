@@ -2,18 +2,15 @@
 // that do not behave.
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <thread>
 
-#include "LiveFixture.h"
+#include "ServiceLiveTest.h"
 #include "support/ProcessState.h"
-#include "wire/CurlText.h"
 #include "wire/Digest.h"
-#include "wire/Ports.h"
 
 namespace lumtest {
 namespace {
@@ -23,10 +20,8 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-class UploadLiveTest : public LiveTest {
+class UploadLiveTest : public ServiceLiveTest {
  protected:
-  using LiveTest::LiveTest;
-
   std::string Url() const { return server.Url("/bucket/x.zip"); }
 
   const std::string path = directory.Write("x.zip", "the archive");
@@ -315,15 +310,6 @@ TEST_F(UploadLiveTest, LongErrorTextGoesToStandardOutputWhole) {
   EXPECT_EQ(client.UploadLog(Url(), path), -10000);
 
   EXPECT_THAT(log.Messages(), ElementsAre("UploadLog failed, code=500, body="));
-}
-
-TEST_F(UploadLiveTest, RefusedConnectionIsAFailure) {
-  const RefusedPort refused;
-
-  EXPECT_EQ(client.UploadLog(refused.Url(), path), -10000);
-
-  EXPECT_THAT(log.Messages(1).at(0), StartsWith("PUT failed for " + CurlError(7)));
-  EXPECT_EQ(log.Records(1).at(0).function, "Upload");
 }
 
 TEST_F(UploadLiveTest, FailedUploadsLeaveNoDescriptorBehind) {

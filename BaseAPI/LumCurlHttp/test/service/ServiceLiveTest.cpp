@@ -1,6 +1,6 @@
 // The fixture of the service client's live tests.
 
-#include "LiveFixture.h"
+#include "ServiceLiveTest.h"
 
 #include <utility>
 
@@ -12,24 +12,23 @@ LumJson::Value Json(const std::string& text) {
   return value;
 }
 
-void OfferCertificate(LumCurlOrvOps& client, const std::string& ca, const std::string& certificate,
-                      const std::string& key, const std::string& passPhrase) {
-  std::string bytes = passPhrase;
-  client.SetSslInfo(ca, certificate, key, reinterpret_cast<unsigned char*>(bytes.data()),
-                    static_cast<int>(bytes.size()));
-}
-
-LiveTest::LiveTest(WireOptions options)
+ServiceLiveTest::ServiceLiveTest(WireOptions options)
     : ownServer(std::make_unique<WireServer>(std::move(options))), server(*ownServer) {
   client.CurlGlobalInit();
 }
 
-void LiveTest::TearDown() {
+void ServiceLiveTest::TearDown() {
   EXPECT_EQ(m_output.Stop(), expectedOutput) << "standard output is for the replies of uploads";
 }
 
-std::string LiveTest::Head(const std::string& method, const std::string& target, const Lines& lines,
-                           std::optional<std::size_t> length) const {
+void ServiceLiveTest::OfferCertificate(const std::string& ca, const std::string& certificate,
+                                       const std::string& key, std::string passPhrase) {
+  client.SetSslInfo(ca, certificate, key, reinterpret_cast<unsigned char*>(passPhrase.data()),
+                    static_cast<int>(passPhrase.size()));
+}
+
+std::string ServiceLiveTest::Head(const std::string& method, const std::string& target,
+                                  const Lines& lines, std::optional<std::size_t> length) const {
   std::string head = method + " " + target +
                      " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.Port()) +
                      "\r\nAccept: */*\r\n";

@@ -1,24 +1,18 @@
 // What the live tests of the service client share: the real library and libcurl over a wire server,
 // with everything watched that the library may write.
 
-#ifndef LUM_TEST_SERVICE_LIVEFIXTURE_H
-#define LUM_TEST_SERVICE_LIVEFIXTURE_H
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#ifndef LUM_TEST_SERVICE_SERVICELIVETEST_H
+#define LUM_TEST_SERVICE_SERVICELIVETEST_H
 
 #include <cstddef>
+#include <functional>
 #include <list>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "../http/LiveTest.h"
 #include "LumCurlOrvOps.h"
-#include "log/LogCapture.h"
-#include "support/CaptureFd.h"
-#include "support/Files.h"
-#include "wire/CurlText.h"
-#include "wire/WireServer.h"
 
 namespace lumtest {
 
@@ -27,26 +21,22 @@ using Lines = std::list<std::string>;
 // A document from its text.
 LumJson::Value Json(const std::string& text);
 
-// A pass phrase as SetSslInfo takes it, its terminating zero not counted.
-void OfferCertificate(LumCurlOrvOps& client, const std::string& ca, const std::string& certificate,
-                      const std::string& key, const std::string& passPhrase);
-
 // One client and one server. Standard output is caught from the start; when a test ends, it must
 // hold `expectedOutput` and nothing else.
-class LiveTest : public ::testing::Test {
+class ServiceLiveTest : public LiveTest {
  protected:
-  explicit LiveTest(WireOptions options = {});
+  explicit ServiceLiveTest(WireOptions options = {});
   void TearDown() override;
+
+  // A pass phrase as SetSslInfo takes it, its terminating zero not counted.
+  void OfferCertificate(const std::string& ca, const std::string& certificate,
+                        const std::string& key, std::string passPhrase);
 
   // The raw head of a request as it must have come in: libcurl's own lines first, then `lines`,
   // then the length of the body where there is one.
   std::string Head(const std::string& method, const std::string& target, const Lines& lines,
                    std::optional<std::size_t> length = std::nullopt) const;
 
-  // Ends the watch over standard output; gives what came.
-  std::string StopOutput() { return m_output.Stop(); }
-
-  LogCapture log;
   TempDir directory;
   LumCurlOrvOps client;
   std::string expectedOutput;
@@ -62,4 +52,4 @@ std::function<WireReply(const WireRequest&)> Always(int status, const std::strin
 
 }  // namespace lumtest
 
-#endif  // LUM_TEST_SERVICE_LIVEFIXTURE_H
+#endif  // LUM_TEST_SERVICE_SERVICELIVETEST_H
