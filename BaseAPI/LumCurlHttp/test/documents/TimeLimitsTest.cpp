@@ -1,37 +1,52 @@
 // The table of time limits in docs/operations.md is what the operations set.
 
-#include <gmock/gmock.h>
-
-#include <functional>
 #include <map>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "HttpResult.h"
-#include "LumApollo.h"
-#include "LumCurlHttp.h"
-#include "LumCurlOrvOps.h"
+#include "../operations/Operations.h"
 #include "recording/RecordingTest.h"
-#include "support/Files.h"
 
 namespace lumtest {
 namespace {
 
-constexpr unsigned int kCallersLimit = 77;
-const char kUrl[] = "https://server.example/";
-
-using Calls = std::vector<std::function<void()>>;
-
-struct Row {
-  std::string connect;
-  std::string whole;
+// The page's rows by their first column, each with the catalogue's names of its operations.
+const std::map<std::string, std::vector<std::string>> kRows = {
+    {"`LumCurlHttp::Get`, `Post`", {"General_Get", "General_Post"}},
+    {"`LumCurlHttp::DownloadFile`", {"DownloadFile"}},
+    {"`LumCurlOrvOps::Get`, `GetLogAddress`", {"Service_Get", "GetLogAddress"}},
+    {"`LumCurlOrvOps::Post`, `GetToken`", {"Service_Post", "GetToken"}},
+    {"`LumCurlOrvOps::RefreshToken`", {"RefreshToken"}},
+    {"`LumCurlOrvOps::ReportData`", {"ReportData"}},
+    {"`LumCurlOrvOps::ReportData` with `timeout`", {"ReportData_Limit"}},
+    {"`LumCurlOrvOps::ReportDataWithGzip`, every form",
+     {"ReportDataWithGzip", "ReportDataWithGzip_Identifier", "ReportDataWithGzip_Number",
+      "ReportDataWithGzip_Topic"}},
+    {"`LumCurlOrvOps::UploadLog` and `UploadVideoFile` with `timeoutSeconds`",
+     {"UploadLog_Lines", "UploadLog_Limit", "UploadVideoFile"}},
+    {"`LumCurlOrvOps::UploadLog(url, filePath)`, and the upload of the three compress-and-upload "
+     "operations",
+     {"UploadLog_Unsigned", "UploadLog_Signed", "UploadLogFileGorupForCompress",
+      "UploadLogDirPathForCompress", "UploadLogFileForCompress"}},
+    {"`LumApollo::GetPropertyString`", {"GetPropertyString"}},
 };
 
-// The rows of the page's table by their first column. A limit that is no number is the caller's.
-std::map<std::string, Row> RowsOfThePage() {
+struct Limits {
+  double connect;
+  double whole;
+};
+
+// Seconds; a limit that is no number is the caller's.
+double Seconds(const std::string& limit) {
+  return limit.front() == '`' ? kGivenLimit : std::stod(limit);
+}
+
+// The rows of the page's table by their first column.
+std::map<std::string, Limits> RowsOfThePage() {
   std::istringstream page(ReadFile(LUM_SOURCE_DIR "/docs/operations.md"));
-  std::map<std::string, Row> rows;
+  std::map<std::string, Limits> rows;
   bool inside = false;
   for (std::string line; std::getline(page, line);) {
     if (line.compare(0, 3, "## ") == 0) {
@@ -45,82 +60,42 @@ std::map<std::string, Row> RowsOfThePage() {
         cells.back().erase(cells.back().find_last_not_of(' ') + 1);
       }
       EXPECT_EQ(cells.size(), 3U) << line;
-      cells.resize(3);
-      EXPECT_TRUE(rows.emplace(cells[0], Row{cells[1], cells[2]}).second) << line;
+      cells.resize(3, "0");
+      EXPECT_TRUE(rows.insert({cells[0], {Seconds(cells[1]), Seconds(cells[2])}}).second) << line;
     }
   }
   return rows;
 }
 
-long long Number(const std::string& limit) {
-  return limit.front() == '`' ? kCallersLimit : std::stoll(limit);
-}
+using TimeLimitsTest = RecordingTest;
 
-class TimeLimitsTest : public RecordingTest {
- protected:
-  LumCurlHttp general;
-  LumCurlOrvOps service;
-  LumApollo apollo;
-  LumApolloEnv env{"server.example", "app", "", "space"};
-  LumJson::Value document;
-  TempDir directory;
-  const std::string path = directory.Write("log", "content");
-  const std::string archive = directory.Write("log.tar.gz", "packed");
-  int status = 0;
-
-  // Every form of every operation that sends a request.
-  const std::map<std::string, Calls> operations{
-      {"`LumCurlHttp::Get`, `Post`",
-       {[this] { general.Get(kUrl, "", false, status); },
-        [this] { general.Post(kUrl, "", false, status); }}},
-      {"`LumCurlHttp::DownloadFile`",
-       {[this] { general.DownloadFile(kUrl, directory.Path("download")); }}},
-      {"`LumCurlOrvOps::Get`, `GetLogAddress`",
-       {[this] { service.Get(kUrl, {}, status); },
-        [this] { service.GetLogAddress(kUrl, "", "", ""); }}},
-      {"`LumCurlOrvOps::Post`, `GetToken`",
-       {[this] { service.Post(kUrl, "", {}, status); },
-        [this] { service.GetToken(kUrl, document); }}},
-      {"`LumCurlOrvOps::RefreshToken`", {[this] { service.RefreshToken(kUrl, document, ""); }}},
-      {"`LumCurlOrvOps::ReportData`", {[this] { service.ReportData(kUrl, document, "", ""); }}},
-      {"`LumCurlOrvOps::ReportData` with `timeout`",
-       {[this] { service.ReportData(kUrl, document, "", kCallersLimit, ""); }}},
-      {"`LumCurlOrvOps::ReportDataWithGzip`, every form",
-       {[this] { service.ReportDataWithGzip(kUrl, document, ""); },
-        [this] { service.ReportDataWithGzip(kUrl, document, "", kCallersLimit); },
-        [this] { service.ReportDataWithGzip(kUrl, document, "", std::string("id")); },
-        [this] { service.ReportDataWithGzip(kUrl, document, "", "id", "topic"); }}},
-      {"`LumCurlOrvOps::UploadLog` and `UploadVideoFile` with `timeoutSeconds`",
-       {[this] { service.UploadLog(kUrl, path, kCallersLimit, {}); },
-        [this] { service.UploadLog(kUrl, path, kCallersLimit); },
-        [this] { service.UploadVideoFile(kUrl, path, kCallersLimit); }}},
-      {"`LumCurlOrvOps::UploadLog(url, filePath)`, and the upload of the three "
-       "compress-and-upload operations",
-       {[this] { service.UploadLog(kUrl, path); },
-        [this] { service.UploadLogFileForCompress(kUrl, path); },
-        [this] { service.UploadLogDirPathForCompress(kUrl, path); },
-        [this] { service.UploadLogFileGorupForCompress(kUrl, "file", path); }}},
-      {"`LumApollo::GetPropertyString`", {[this] { apollo.GetPropertyString(env); }}}};
-};
-
+// So they stand in the catalogue, too, by which the suites of faults wait.
 TEST_F(TimeLimitsTest, ThoseOfTheOperationsPageAreSet) {
-  document["sensor"] = "a document of some length";
-  std::map<std::string, Row> rows = RowsOfThePage();
-  for (const auto& [name, calls] : operations) {
+  std::map<std::string, Limits> rows = RowsOfThePage();
+  std::set<std::string> tried;
+  Caller caller;
+  for (const auto& [name, operations] : kRows) {
     SCOPED_TRACE(name);
     const auto row = rows.find(name);
     ASSERT_NE(row, rows.end()) << "not on the page";
-    for (const auto& call : calls) {
-      recorder.Reset();
-      call();
-      const std::vector<Transfer> transfers = recorder.Transfers();
-      ASSERT_EQ(transfers.size(), 1U);
-      EXPECT_EQ(transfers[0].numbers.at(CURLOPT_CONNECTTIMEOUT), Number(row->second.connect));
-      EXPECT_EQ(transfers[0].numbers.at(CURLOPT_TIMEOUT), Number(row->second.whole));
+    const Limits limits = row->second;
+    for (const std::string& each : operations) {
+      SCOPED_TRACE(each);
+      const Operation& operation = OperationNamed(each);
+      EXPECT_TRUE(tried.insert(each).second);
+      Forget();
+      operation.run(caller, "https://server.example/", caller.MakeFiles("files"));
+      const Transfer transfer = TheTransfer();
+      EXPECT_EQ(static_cast<double>(transfer.numbers.at(CURLOPT_CONNECTTIMEOUT)), limits.connect);
+      EXPECT_EQ(static_cast<double>(transfer.numbers.at(CURLOPT_TIMEOUT)), limits.whole);
+      EXPECT_EQ(operation.connectLimit, limits.connect);
+      EXPECT_EQ(operation.limit, limits.whole);
     }
     rows.erase(row);
   }
   EXPECT_THAT(rows, ::testing::IsEmpty()) << "rows that no operation stands for";
+  EXPECT_EQ(tried.size(), Operations().size()) << "operations that no row stands for";
+  Forget();
 }
 
 }  // namespace
