@@ -10,9 +10,9 @@ namespace {
 
 const std::string kUrl = "https://backend.example/a";
 
-class ServiceOperationTest : public RecordingTest, public ::testing::WithParamInterface<Operation> {
+class OperationTest : public RecordingTest, public ::testing::WithParamInterface<Operation> {
  protected:
-  ServiceOperationTest() { Forget(); }
+  OperationTest() { Forget(); }
 
   std::string Run(const std::string& directory) {
     return GetParam().run(caller, kUrl, caller.MakeFiles(directory));
@@ -21,8 +21,8 @@ class ServiceOperationTest : public RecordingTest, public ::testing::WithParamIn
   Caller caller;
 };
 
-// All but those of LumCurlHttp, whose requests come one after the other (see ../http), its
-// download, and LumApollo's.
+class ServiceOperationTest : public OperationTest {};
+
 INSTANTIATE_TEST_SUITE_P(Operations, ServiceOperationTest,
                          ::testing::ValuesIn(OperationsWhere([](const Operation& each) {
                            return each.kind == Kind::kDocument || each.kind == Kind::kReport ||
@@ -67,7 +67,8 @@ TEST_P(ServiceOperationTest, LeavesTheStreamOfTheCallerToTheNextUpload) {
   CloseOwn(stream);
 }
 
-class SideBySideTest : public ServiceOperationTest {};
+// All but the requests of LumCurlHttp, which come one after the other (../http).
+class SideBySideTest : public OperationTest {};
 
 INSTANTIATE_TEST_SUITE_P(Operations, SideBySideTest,
                          ::testing::ValuesIn(OperationsWhere([](const Operation& each) {

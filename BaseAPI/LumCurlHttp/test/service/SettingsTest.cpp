@@ -1,8 +1,6 @@
 // The client object: its life, its settings with what each logs, and the last error.
 
-#include <cerrno>
 #include <climits>
-#include <cstring>
 #include <ostream>
 #include <system_error>
 #include <thread>
@@ -17,17 +15,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class SettingsTest : public ServiceTest {
- protected:
-  void SetSsl(const char* ca, const char* certificate, const char* key, std::string passPhrase) {
-    client.SetSslInfo(ca, certificate, key, reinterpret_cast<unsigned char*>(passPhrase.data()),
-                      static_cast<int>(passPhrase.size()));
-  }
-
-  std::string PassPhrase(std::size_t length) const {
-    return std::string(reinterpret_cast<const char*>(client.d_pointer->keyPassword), length);
-  }
-};
+class SettingsTest : public ServiceTest {};
 
 // --- Life ---
 
@@ -49,7 +37,7 @@ TEST_F(SettingsTest, NewEngineHoldsItsInitialValues) {
         &engine.bindInterface, &engine.securityToken}) {
     EXPECT_EQ(*text, "");
   }
-  EXPECT_EQ(PassPhrase(2048), std::string(2048, '\0'));
+  EXPECT_THAT(engine.keyPassword, ::testing::Each(0));
   EXPECT_FALSE(engine.sslInfoSet);
   EXPECT_EQ(engine.limitSpeed, 0xFFFFFFFF);
   EXPECT_EQ(engine.connectTimeout, 4);
@@ -329,128 +317,6 @@ TEST_F(SettingsTest, WithoutAPrivateObjectTheGuardedSettersDoNothing) {
   client.SetFp(stderr);
 
   ExpectEvents({});
-}
-
-// --- The client certificate ---
-
-TEST_F(SettingsTest, SslInfoStoresThreePathsAndThePassPhrase) {
-  SetSsl("/ca", "/certificate", "/key", "secret");
-
-  EXPECT_EQ(Engine().caInfoPath, "/ca");
-  EXPECT_EQ(Engine().sslCertPath, "/certificate");
-  EXPECT_EQ(Engine().sslKeyPath, "/key");
-  EXPECT_EQ(PassPhrase(7), std::string("secret\0", 7));
-  EXPECT_TRUE(Engine().sslInfoSet);
-  ExpectEvents({"memcpy_s 6 6"});
-}
-
-TEST_F(SettingsTest, SslInfoWithoutAPassPhraseStoresThePathsAndStaysOff) {
-  std::string pathsWhenLogged;
-  recorder.onLog = [&](const LogLine&) {
-    pathsWhenLogged = Engine().caInfoPath + Engine().sslCertPath + Engine().sslKeyPath;
-  };
-
-  client.SetSslInfo("/ca", "/certificate", "/key", nullptr, 6);
-
-  EXPECT_EQ(pathsWhenLogged, "/ca/certificate/key");
-  EXPECT_FALSE(Engine().sslInfoSet);
-  EXPECT_EQ(PassPhrase(2048), std::string(2048, '\0'));
-  ExpectEvents({"log 1 SetSslInfo: invalid certPaas"});
-}
-
-TEST_F(SettingsTest, RefusedPassPhraseLeavesTheCertificateOnIfItWas) {
-  SetSsl("/ca", "/certificate", "/key", "secret");
-
-  client.SetSslInfo("/ca2", "/certificate2", "/key2", nullptr, 0);
-  EXPECT_TRUE(Engine().sslInfoSet);
-  unsigned char other[] = "other";
-  client.SetSslInfo("/ca3", "/certificate3", "/key3", other, 2049);
-
-  EXPECT_TRUE(Engine().sslInfoSet);
-  EXPECT_EQ(Engine().caInfoPath, "/ca3");
-  EXPECT_EQ(Engine().sslCertPath, "/certificate3");
-  EXPECT_EQ(Engine().sslKeyPath, "/key3");
-  EXPECT_EQ(PassPhrase(7), std::string("secret\0", 7));
-}
-
-TEST_F(SettingsTest, PassPhraseBehindALongerOneKeepsItsTail) {
-  SetSsl("a", "b", "c", "longest");
-  SetSsl("a", "b", "c", "abc");
-  EXPECT_EQ(PassPhrase(8), std::string("abcgest\0", 8));
-
-  SetSsl("a", "b", "c", std::string("xy\0", 3));
-  EXPECT_EQ(PassPhrase(8), std::string("xy\0gest\0", 8));
-}
-
-TEST_F(SettingsTest, PassPhraseOfNoBytesTurnsTheCertificateOn) {
-  unsigned char unread[] = "unread";
-
-  client.SetSslInfo("a", "b", "c", unread, 0);
-
-  EXPECT_TRUE(Engine().sslInfoSet);
-  EXPECT_EQ(PassPhrase(2048), std::string(2048, '\0'));
-  EXPECT_THAT(Logs(), IsEmpty());
-}
-
-TEST_F(SettingsTest, PassPhraseMayFillItsBufferToTheLastByte) {
-  SetSsl("a", "b", "c", std::string(2048, 'p'));
-
-  EXPECT_TRUE(Engine().sslInfoSet);
-  EXPECT_EQ(PassPhrase(2048), std::string(2048, 'p'));
-  ExpectEvents({"memcpy_s 2048 2048"});
-}
-
-TEST_F(SettingsTest, PassPhraseBeyondItsBufferIsRefusedUntouched) {
-  const std::string tooLong(70000, 'q');
-  for (const int length : {2049, 70000, INT_MAX}) {
-    Forget();
-    std::string bytes = tooLong;
-
-    client.SetSslInfo("/ca", "/certificate", "/key", reinterpret_cast<unsigned char*>(bytes.data()),
-                      length);
-
-    EXPECT_FALSE(Engine().sslInfoSet) << length;
-    EXPECT_EQ(Engine().caInfoPath, "/ca");
-    EXPECT_EQ(PassPhrase(2048), std::string(2048, '\0'));
-    ExpectEvents({"log 1 SetSslInfo: falied to strcpy_s"});
-  }
-  EXPECT_EQ(Engine().limitSpeed, 0xFFFFFFFF) << "what lies behind the buffer";
-}
-
-// The length, widened, is a size that no copy takes; what the copy then says is positive.
-TEST_F(SettingsTest, PassPhraseOfANegativeLengthLeavesTheBufferAndTurnsTheCertificateOn) {
-  for (const int length : {-1, -2048, INT_MIN}) {
-    Forget();
-    Engine().sslInfoSet = false;
-    unsigned char unread[] = "unread";
-
-    client.SetSslInfo("/ca", "/certificate", "/key", unread, length);
-
-    EXPECT_TRUE(Engine().sslInfoSet) << length;
-    EXPECT_EQ(Engine().caInfoPath, "/ca");
-    EXPECT_EQ(PassPhrase(2048), std::string(2048, '\0'));
-    const std::string widened = std::to_string(static_cast<std::size_t>(length));
-    ExpectEvents({"memcpy_s " + widened + " " + widened});
-  }
-}
-
-TEST_F(SettingsTest, NegativeResultOfTheCopyIsAFailure) {
-  recorder.SetMemcpyResult(-1);
-
-  SetSsl("/ca", "/certificate", "/key", "secret");
-
-  EXPECT_FALSE(Engine().sslInfoSet);
-  EXPECT_EQ(Engine().sslKeyPath, "/key");
-  ExpectEvents({"memcpy_s 6 6", "log 1 SetSslInfo: falied to strcpy_s"});
-}
-
-TEST_F(SettingsTest, PositiveResultOfTheCopyCountsAsDone) {
-  recorder.SetMemcpyResult(EINVAL);
-
-  SetSsl("/ca", "/certificate", "/key", "secret");
-
-  EXPECT_TRUE(Engine().sslInfoSet);
-  EXPECT_THAT(Logs(), IsEmpty());
 }
 
 // --- The last error ---
