@@ -18,8 +18,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "../BaseAPI/LumJson/bench/Documents.h"
 #include "Rounds.h"
+#include "json/Documents.h"
 
 namespace {
 

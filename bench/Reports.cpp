@@ -17,9 +17,9 @@
 #include <string>
 #include <vector>
 
-#include "../BaseAPI/LumJson/bench/Documents.h"
 #include "Bare.h"
 #include "Rounds.h"
+#include "json/Documents.h"
 
 namespace {
 

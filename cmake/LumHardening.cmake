@@ -1,5 +1,5 @@
-# What makes a fault harder to use, for every library and program. script/check-hardening tells
-# whether it has reached the files.
+# What makes a fault harder to use, for every library and program. testing/hardening/check-hardening
+# tells whether it has reached the files.
 
 include(CheckPIESupported)
 check_pie_supported()  # position-independent programs: CMAKE_POSITION_INDEPENDENT_CODE

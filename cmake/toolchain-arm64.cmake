@@ -1,4 +1,4 @@
-# 64-bit ARM with Debian's cross compiler, against the sysroot of script/arm64-sysroot; programs run
+# 64-bit ARM with Debian's cross compiler, against the sysroot of cmake/arm64-sysroot; programs run
 # under qemu's user emulation.
 
 set(CMAKE_SYSTEM_NAME Linux)

@@ -19,7 +19,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "../test/operations/RunOperation.h"
+#include "../BaseAPI/LumCurlHttp/test/operations/RunOperation.h"
 #include "support/Files.h"
 #include "support/ProcessState.h"
 #include "tls/TlsMaterial.h"
