@@ -1,7 +1,7 @@
 // Measures what the operations page states about memory: the peak of each operation above what the
 // process held before, and what is kept for good.
 //
-//   measure URL ROOT
+//   LumBenchMemory URL ROOT
 //
 // URL is the address of a lumbackend that asks for no token and whose --root is ROOT.
 
@@ -86,7 +86,7 @@ void PrintKept(const char* name, const std::function<void()>& operation) {
 
 int main(int argc, char** argv) {
   if (argc != 3) {
-    std::fprintf(stderr, "usage: measure URL ROOT\n");
+    std::fprintf(stderr, "usage: LumBenchMemory URL ROOT\n");
     return 2;
   }
   const std::string url = argv[1];
