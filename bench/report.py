@@ -5,6 +5,7 @@ import re
 import statistics
 import subprocess
 
+# What a request does with documents besides.
 DOCUMENTS = {"Get": ["parse-300"], "Post": ["parse-300"], "service-Get": ["parse-300"],
              "service-Post": ["parse-300"], "service-Put": ["parse-300", "style-300", "copy-300"],
              "fetch": [], "report": ["style-300", "copy-300"],
@@ -65,7 +66,7 @@ def index(entries, section):
 def net(costs, operation, what):
     """What an operation takes without its documents."""
     return costs[operation]["library"][what] - sum(
-        costs[part]["library"][what] for part in DOCUMENTS[operation])
+        costs[part]["library"][what] for part in DOCUMENTS.get(operation, []))
 
 
 def cost_of_requests(results):

@@ -89,10 +89,22 @@ def nginx(directory, count, configure):
 
 
 @contextlib.contextmanager
+def discarding(build, *delay):
+    """LumBenchServer, which runs as long as its standard input is open: its port."""
+    server = start([build / "bin/LumBenchServer", *delay], stdin=subprocess.PIPE,
+                   stdout=subprocess.PIPE)
+    try:
+        yield int(server.stdout.readline())
+    finally:
+        server.stdin.close()
+        server.wait()
+
+
+@contextlib.contextmanager
 def lumbackend(build, root, *options):
     """The back end without tokens: its URLs by scheme, and its process."""
-    server = start([build / "bin/lumbackend", "--root", root, "--port", 0, "--tls-port", 0, "--open",
-                    *options], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+    server = start([build / "bin/lumbackend", "--root", root, "--port", 0, "--tls-port", 0,
+                    "--open", *options], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
     try:
         places = dict(server.stdout.readline().split() for _ in range(2))
         yield {scheme: f"{scheme}://{place}" for scheme, place in places.items()}, server
