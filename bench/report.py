@@ -53,10 +53,6 @@ def figure(value):
     return f"{value:.3g}" if value >= 1 else f"{value:.2f}"
 
 
-def verdict(good):
-    return "yes" if good else "no"
-
-
 def index(entries, section):
     """The entries of a benchmark program's section by case, candidate, threads and bytes."""
     return {(e["case"], e["candidate"], e["threads"], int(e["bytes"])): e
@@ -76,16 +72,14 @@ def cost_of_requests(results):
         bare = costs[operation]["libcurl"]
         curlpp = costs[operation].get("curlpp")
         instructions = net(costs, operation, "instructions")
-        ratio = instructions / bare["instructions"]
         more = net(costs, operation, "allocations") - bare["allocations"]
         rows.append([operation.replace("-", " "), f"{bare['instructions']:,}",
-                     f"{instructions:,.0f}", f"{ratio:.4f}", verdict(ratio <= 1.02),
+                     f"{instructions:,.0f}", f"{instructions / bare['instructions']:.4f}",
                      f"{bare['allocations']:g}", f"+{more:g}",
                      f"+{curlpp['allocations'] - bare['allocations']:g}" if curlpp else "",
-                     verdict(more <= 10),
                      f"{curlpp['instructions'] / bare['instructions']:.3f}" if curlpp else ""])
-    return table(["operation", "libcurl", "library", "ratio", "<= 1.02", "allocations", "library",
-                  "curlpp", "<= +10", "curlpp's ratio"], rows)
+    return table(["operation", "libcurl", "library", "ratio", "allocations", "library", "curlpp",
+                  "curlpp's ratio"], rows)
 
 
 def documents(results):
@@ -108,8 +102,8 @@ def requests(results):
         cpu = entry["over libcurl"]["cpu"]["median"]
         rows.append([case, threads, f"{1 / entry['wall']['median']:,.0f}",
                      f"{1 / bare['wall']['median']:,.0f}", f"{ratio:.3f}",
-                     verdict(0.97 <= ratio), f"{cpu:.3f}"])
-    return table(["request", "threads", "library, 1/s", "libcurl, 1/s", "ratio", ">= 0.97",
+                     f"{cpu:.3f}"])
+    return table(["request", "threads", "library, 1/s", "libcurl, 1/s", "ratio",
                   "processor time, ratio"], rows)
 
 
@@ -142,7 +136,7 @@ def costs(results):
 def json(results):
     found = {name: value["median"] for name, value in results["json"].items()}
     text = []
-    for what, peer, goals in (("read", "RapidEvents", (4, 1.3)), ("write", "RapidPretty", (3, 1.3))):
+    for what, peer in (("read", "RapidEvents"), ("write", "RapidPretty")):
         rows = []
         for name, ours in sorted(found.items(), key=lambda item: (
                 item[0].split("/")[2], int(item[0].split("/")[3]))):
@@ -155,16 +149,13 @@ def json(results):
 
             others = [of("nlohmann"), of(peer)]
             row = [f"{shape}, {size(int(count))}", f"{ours:,.0f}", f"{others[0]:,.0f}",
-                   f"{ours / others[0]:.1f}", verdict(ours / others[0] >= goals[0]),
-                   f"{others[1]:,.0f}", f"{ours / others[1]:.2f}",
-                   verdict(ours / others[1] >= goals[1])]
+                   f"{ours / others[0]:.1f}", f"{others[1]:,.0f}", f"{ours / others[1]:.2f}"]
             if what == "read":
                 row.append(f"{ours / of('RapidEventsExact'):.2f}")
             row.append(f"{ours / of('jsoncpp'):.0f}")
             rows.append(row)
         head = [{"read": "parse", "write": "ToStyledString"}[what], "LumJson, MB/s",
-                "nlohmann, MB/s", "ratio", f">= {goals[0]}", "RapidJSON, MB/s", "ratio",
-                f">= {goals[1]}"]
+                "nlohmann, MB/s", "ratio", "RapidJSON, MB/s", "ratio"]
         head += (["over exact RapidJSON"] if what == "read" else []) + ["over jsoncpp"]
         text.append(table(head, rows))
     return "\n\n".join(text)
@@ -182,16 +173,13 @@ def reports(results):
 
         ours = found["report", "library", 1, count]
         ratio = ours["over nlohmann, zlib 6, libcurl"]["cpu"]["median"]
-        goal = 0.7 if count <= 1024 else 1 / 6 if count >= 65536 else None
         rows.append([size(count), figure(cpu("library")), figure(cpu("nlohmann, zlib 6, libcurl")),
-                     f"{ratio:.3f}",
-                     "" if goal is None else f"{verdict(ratio <= goal)} ({goal:.3f})",
-                     figure(cpu("nlohmann, zlib 1, libcurl")),
+                     f"{ratio:.3f}", figure(cpu("nlohmann, zlib 1, libcurl")),
                      figure(cpu("nlohmann compact, zlib 6, libcurl")),
                      figure(cpu("library, plain")),
                      f"{sizes['gzip', count] / sizes['styled', count] * 100:.0f} %",
                      f"{sizes['zlib 6', count] / sizes['styled', count] * 100:.0f} %"])
-    return table(["report", "library, us", "nlohmann, zlib 6, us", "ratio", "goal", "zlib 1, us",
+    return table(["report", "library, us", "nlohmann, zlib 6, us", "ratio", "zlib 1, us",
                   "zlib 6, compact, us", "library, plain, us", "gzip left", "zlib 6 left"], rows)
 
 
@@ -214,14 +202,13 @@ def archives(results):
         wall = ours["wall"]["median"] / tar["wall"]["median"]
         cpu = ours["cpu"]["median"] / tar["cpu"]["median"]
         rows.append([title, f"{ours['wall']['median']:.2f}", f"{tar['wall']['median']:.2f}",
-                     f"1/{1 / wall:.1f}", verdict(wall <= 0.1), f"{ours['cpu']['median']:.2f}",
-                     f"{tar['cpu']['median']:.2f}", f"1/{1 / cpu:.1f}", verdict(cpu <= 0.1),
+                     f"1/{1 / wall:.1f}", f"{ours['cpu']['median']:.2f}",
+                     f"{tar['cpu']['median']:.2f}", f"1/{1 / cpu:.1f}",
                      f"{pigz['wall']['median']:.2f}", f"{pigz['cpu']['median']:.2f}",
-                     f"{ours['peak'] / 1024:.1f} MiB", verdict(ours["peak"] <= 16 * 1024),
+                     f"{ours['peak'] / 1024:.1f} MiB",
                      f"{ours['size'] / tar['size'] * 100 - 100:+.0f} %"])
-    return table(["archive", "library, s", "tar czf, s", "ratio", "<= 1/10", "CPU, s",
-                  "tar czf, CPU s", "ratio", "<= 1/10", "tar, pigz, s", "CPU, s", "peak",
-                  "<= 16", "size over tar's"], rows)
+    return table(["archive", "library, s", "tar czf, s", "ratio", "CPU, s", "tar czf, CPU s",
+                  "ratio", "tar, pigz, s", "CPU, s", "peak", "size over tar's"], rows)
 
 
 def compress_and_upload(results):
@@ -230,28 +217,28 @@ def compress_and_upload(results):
         ours, theirs = found["library, with upload"], found["tar czf, curl -T"]
         ratio = ours["wall"]["median"] / theirs["wall"]["median"]
         rows.append([title, f"{ours['wall']['median']:.2f}", f"{theirs['wall']['median']:.2f}",
-                     f"1/{1 / ratio:.1f}", verdict(ratio <= 0.2), f"{ours['peak'] / 1024:.1f} MiB"])
-    return table(["compress and upload", "library, s", "tar czf, curl -T, s", "ratio", "<= 1/5",
+                     f"1/{1 / ratio:.1f}", f"{ours['peak'] / 1024:.1f} MiB"])
+    return table(["compress and upload", "library, s", "tar czf, curl -T, s", "ratio",
                   "peak"], rows)
 
 
 def transfers(results):
     found = results["transfers"]
     rows = []
-    pairs = [("UploadLog", "curl -T", 1.05)]
+    pairs = [("UploadLog", "curl -T")]
     for place in ("disk", "memory"):
-        pairs += [(f"DownloadFile to {place}", f"curl -o to {place}", 1.0),
-                  (f"DownloadFile to {place}", f"libcurl with its options to {place}", 1.0)]
-    for who, peer, goal in pairs:
+        pairs += [(f"DownloadFile to {place}", f"curl -o to {place}"),
+                  (f"DownloadFile to {place}", f"libcurl with its options to {place}")]
+    for who, peer in pairs:
         ours, theirs = found[who], found[peer]
         ratio = ours["cpu"]["median"] / theirs["cpu"]["median"]
         more = (ours["peak"] - found[f"{who}, 1 KiB"]["peak"]) / 1024
         rows.append([f"{who} over {peer.split(' to ')[0]}", f"{ours['cpu']['median']:.3f}",
                      f"{theirs['cpu']['median']:.3f}", f"{ratio:.2f}",
-                     f"{verdict(ratio <= goal)} ({goal:.2f})", f"{ours['wall']['median']:.2f}",
-                     f"{theirs['wall']['median']:.2f}", f"{more:+.2f} MiB", verdict(more <= 1)])
-    return table(["1 GiB", "CPU, s", "curl, CPU s", "ratio", "goal", "wall, s", "curl, wall s",
-                  "memory over 1 KiB's", "<= 1 MiB"], rows)
+                     f"{ours['wall']['median']:.2f}", f"{theirs['wall']['median']:.2f}",
+                     f"{more:+.2f} MiB"])
+    return table(["1 GiB", "CPU, s", "curl, CPU s", "ratio", "wall, s", "curl, wall s",
+                  "memory over 1 KiB's"], rows)
 
 
 def growth_lines(results):
