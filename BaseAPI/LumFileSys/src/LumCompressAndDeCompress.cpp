@@ -34,8 +34,7 @@ std::string BaseName(const std::string& path) {
   if (last == std::string::npos) {
     return ".";  // the root
   }
-  const std::size_t slash = path.rfind('/', last);
-  const std::size_t first = slash == std::string::npos ? 0 : slash + 1;
+  const std::size_t first = path.rfind('/', last) + 1;  // 0 where there is no slash: npos + 1
   std::string name = path.substr(first, last - first + 1);
   if (name == "." || name == "..") {
     const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr),
