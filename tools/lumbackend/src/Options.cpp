@@ -11,6 +11,7 @@
 #include <sstream>
 #include <utility>
 
+#include "OptionTexts.h"
 #include "Paths.h"
 
 namespace {
@@ -103,102 +104,38 @@ std::unique_ptr<CLI::App> MakeParser(Options& options, std::size_t width) {
   app->footer(ListOfPaths() + "\n" + kExample);
   app->formatter(std::make_shared<WrappedHelp>(width));
 
-  const auto serve = "Serve";
-  app->add_option("--root", options.root,
-                  "Directory with files/, objects/, configs/ and lumbackend.db; made when missing")
-      ->type_name("DIR")
-      ->required()
-      ->group(serve);
-  app->add_option("--port", options.port,
-                  "Serve HTTP on this port; 0: the kernel chooses (the default without --tls-port)")
-      ->type_name("N")
-      ->check(CLI::Range(0, 65535))
-      ->group(serve);
-  app->add_option("--tls-port", options.tlsPort, "Serve HTTPS on this port; 0: the kernel chooses")
-      ->type_name("N")
-      ->check(CLI::Range(0, 65535))
-      ->group(serve);
-  app->add_option("--bind", options.bind, "Address to listen on")
-      ->type_name("ADDR")
-      ->check(CheckAddress)
-      ->capture_default_str()
-      ->group(serve);
-  app->add_option("--max-body", options.maxBody,
-                  "Refuse longer request bodies, unpacked size included, with 413 (default: 64 MiB "
-                  "for JSON, no limit for objects); suffixes like 10MB are understood")
-      ->type_name("BYTES")
+  app->add_option("--root", options.root)->required();
+  app->add_option("--port", options.port)->check(CLI::Range(0, 65535));
+  app->add_option("--tls-port", options.tlsPort)->check(CLI::Range(0, 65535));
+  app->add_option("--bind", options.bind)->check(CheckAddress);
+  app->add_option("--max-body", options.maxBody)
       ->check(CheckUnsigned)
-      ->transform(CLI::AsSizeValue(false))
-      ->group(serve);
+      ->transform(CLI::AsSizeValue(false));
+  app->add_option("--keep", options.keep)->check(CheckUnsigned);
 
-  app->add_option("--keep", options.keep,
-                  "Exchanges, and reports, that are kept; older ones give way")
-      ->type_name("N")
+  app->add_option("--tls-dir", options.tlsDir);
+  auto* cert = app->add_option("--cert", options.cert);
+  cert->needs(app->add_option("--key", options.key)->needs(cert));
+  app->add_option("--client-ca", options.clientCa);
+
+  app->add_option("--token-lifetime", options.tokenLifetime)->check(CLI::Range(0, 1'000'000'000));
+  app->add_flag("--open", options.open);
+  app->add_option("--host", options.hosts)->allow_extra_args(false);
+  app->add_option("--sign-key-file", options.signKeyFile);
+
+  app->add_option("--fail-rate", options.failRate)->check(CheckShare);
+  app->add_option("--seed", options.seed)->check(CheckUnsigned);
+  app->add_option("--status", options.status)->check(CLI::Range(200, 599));
+  app->add_option("--delay", options.delay)->check(CLI::Range(0u, kLongestDelay));
+  app->add_option("--cut-after", options.cutAfter)
       ->check(CheckUnsigned)
-      ->capture_default_str()
-      ->group(serve);
+      ->transform(CLI::AsSizeValue(false));
 
-  const auto tls = "TLS";
-  app->add_option("--tls-dir", options.tlsDir,
-                  "Where self-made TLS material is kept for server and clients (default: ROOT/tls)")
-      ->type_name("DIR")
-      ->group(tls);
-  auto* cert = app->add_option("--cert", options.cert, "Own server certificate chain, PEM")
-                   ->type_name("FILE")
-                   ->group(tls);
-  auto* key = app->add_option("--key", options.key, "Its private key, PEM, not encrypted")
-                  ->type_name("FILE")
-                  ->group(tls);
-  cert->needs(key);
-  key->needs(cert);
-  app->add_option("--client-ca", options.clientCa,
-                  "Require client certificates that these authorities have signed, PEM")
-      ->type_name("FILE")
-      ->group(tls);
-
-  const auto access = "Access";
-  app->add_option("--token-lifetime", options.tokenLifetime, "How long a token is valid")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0, 1'000'000'000))
-      ->capture_default_str()
-      ->group(access);
-  app->add_flag("--open", options.open, "Ask for no token")->group(access);
-  app->add_option("--host", options.hosts,
-                  "Answer to this name, too, in Host and Origin; numeric addresses and localhost "
-                  "need no leave. May be given again")
-      ->type_name("NAME")
-      ->allow_extra_args(false)
-      ->group(access);
-  app->add_option(
-         "--sign-key-file", options.signKeyFile,
-         "Check Date and Authorization of uploads against the key in this file: \"LUM \" and "
-         "the base64 of the HMAC-SHA1 of method, date and path, one a line")
-      ->type_name("FILE")
-      ->group(access);
-
-  const auto faults = "Misbehave on purpose (the page at / and what it asks for excepted)";
-  app->add_option("--fail-rate", options.failRate, "Share of the requests answered 503, 0 to 1")
-      ->type_name("P")
-      ->check(CheckShare)
-      ->group(faults);
-  app->add_option("--seed", options.seed, "Seed of the sequence that says which requests fail")
-      ->type_name("N")
-      ->check(CheckUnsigned)
-      ->capture_default_str()
-      ->group(faults);
-  app->add_option("--status", options.status, "Answer every request with this status, do nothing")
-      ->type_name("N")
-      ->check(CLI::Range(200, 599))
-      ->group(faults);
-  app->add_option("--delay", options.delay, "Wait this long before every answer")
-      ->type_name("MS")
-      ->check(CLI::Range(0u, kLongestDelay))
-      ->group(faults);
-  app->add_option("--cut-after", options.cutAfter,
-                  "Close the connection after this many bytes of an answer, its head included")
-      ->type_name("BYTES")
-      ->check(CheckUnsigned)
-      ->transform(CLI::AsSizeValue(false))
-      ->group(faults);
+  for (const OptionText& option : kOptionTexts) {
+    app->get_option(option.name)
+        ->type_name(option.value)
+        ->group(option.group)
+        ->description(option.text);
+  }
   return app;
 }

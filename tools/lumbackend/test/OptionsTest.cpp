@@ -8,6 +8,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "OptionTexts.h"
 #include "Paths.h"
 #include "Store.h"
 #include "support/Files.h"
@@ -130,6 +131,10 @@ TEST(Options, TheManPageKnowsEveryOptionPathAndTable) {
   const std::string page = lumtest::ReadFile(LUM_MAN_PAGE);
   for (const CLI::Option* option : parser->get_options()) {
     EXPECT_THAT(page, HasSubstr("\\fB\\-\\-" + Troff(option->get_lnames()[0])));
+  }
+  for (const OptionText& option : kOptionTexts) {
+    EXPECT_EQ(parser->get_option(option.name)->get_description(), option.text);
+    EXPECT_THAT(page, HasSubstr("\n" + Troff(option.text) + ".\n"));
   }
   for (const Path& path : kPaths) {
     EXPECT_THAT(page, HasSubstr(std::string("\\fB") + path.method + " " + Troff(path.path)));
