@@ -8,8 +8,9 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/algorithm/string/predicate.hpp>
+#include <boost/algorithm/string/replace.hpp>
 #include <boost/asio/ip/address.hpp>
-#include <cctype>
 #include <ctime>
 #include <stdexcept>
 
@@ -35,11 +36,7 @@ std::string TimeText(std::chrono::system_clock::time_point time) {
 
 // For the access log: never empty, and without anything that could look like another column.
 std::string Column(const std::string& text) {
-  std::string column = Printable(text);
-  for (std::size_t blank = 0; (blank = column.find(' ', blank)) != std::string::npos;) {
-    column.replace(blank, 1, "\\x20");
-  }
-  return column.empty() ? "-" : column;
+  return text.empty() ? "-" : boost::algorithm::replace_all_copy(Printable(text), " ", "\\x20");
 }
 
 // Locks the directory for as long as the descriptor is open, which a killed process leaves to
@@ -82,12 +79,10 @@ std::string Masked(const std::string& query) {
   for (std::size_t start = 0; start < query.size();) {
     const std::size_t end = std::min(query.find('&', start), query.size());
     const std::string pair = query.substr(start, end - start);
-    std::string key = pair.substr(0, pair.find('='));
-    std::transform(key.begin(), key.end(), key.begin(),
-                   [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+    const std::string key = pair.substr(0, pair.find('='));
     const bool secret = key.size() < pair.size() &&
                         std::any_of(kSecrets.begin(), kSecrets.end(), [&](const char* word) {
-                          return key.find(word) != std::string::npos;
+                          return boost::algorithm::icontains(key, word);
                         });
     masked += (start == 0 ? "" : "&") + (secret ? pair.substr(0, key.size()) + "=***" : pair);
     start = end + 1;

@@ -1,14 +1,21 @@
 // Reading, unpacking and parsing of JSON bodies.
 #include "Body.h"
 
+#include <zlib.h>
+
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <limits>
+#include <memory>
+#include <new>
 #include <utility>
 
-#include "Gunzip.h"
 #include "Text.h"
 
 namespace {
+
+constexpr int kGzipOnly = 16 + MAX_WBITS;  // no zlib format, no raw deflate
 
 // A document costs its text twice, while it is unpacked or written, and its values.
 constexpr std::uint64_t kCostOfByte = 2;
@@ -76,57 +83,79 @@ class Shape {
 // The text of a document while it comes in, within its bounds.
 class Text {
  public:
-  Text(std::uint64_t limit, std::string tooLong)
+  // Packed data has no shape to look at.
+  Text(std::uint64_t limit, std::string tooLong, bool packed = false)
       : m_limit(limit),
         m_tooLong(std::move(tooLong)),
+        m_packed(packed),
         // A limit that was asked for is within the budget.
         m_share(std::max(kCommonBudget, (kCostOfByte + 1) * limit)) {}
 
-  // False: the document is refused.
-  bool Add(std::string_view piece) {
+  // The refusal of what is no part of the document any more.
+  std::optional<Reply> Add(std::string_view piece) {
     if (piece.size() > m_limit - m_text.size()) {
-      m_refusal = Problem(413, m_tooLong);
-    } else if (const char* problem = m_looked ? m_shape.Add(piece) : nullptr) {
-      m_refusal = Problem(413, std::string("the document is ") + problem);
-    } else if (!m_share.Grow(kCostOfByte * (m_text.size() + piece.size()) +
-                             kCostOfValue * m_shape.Values())) {
-      m_refusal = Problem(413, "too much is being read at once");
-      m_refusal->headers = {{"Retry-After", "1"}};
-    } else {
-      m_text.append(piece);
+      return TooLong();
     }
-    return !m_refusal;
+    if (const char* problem = m_packed ? nullptr : m_shape.Add(piece)) {
+      return Problem(413, std::string("the document is ") + problem);
+    }
+    if (!m_share.Grow(kCostOfByte * (m_text.size() + piece.size()) +
+                      kCostOfValue * m_shape.Values())) {
+      Reply later = Problem(413, "too much is being read at once");
+      later.headers = {{"Retry-After", "1"}};
+      return later;
+    }
+    m_text.append(piece);
+    return std::nullopt;
   }
 
-  // Packed data has no shape.
-  void IsPacked() { m_looked = false; }
-
+  Reply TooLong() const { return Problem(413, m_tooLong); }
   const std::string& Bytes() const { return m_text; }
-  const std::optional<Reply>& Refusal() const { return m_refusal; }
 
  private:
   const std::uint64_t m_limit;
   const std::string m_tooLong;
-  bool m_looked = true;
+  const bool m_packed;
   std::string m_text;
   Shape m_shape;
   Share m_share;
-  std::optional<Reply> m_refusal;
 };
 
-// Adds what the gzip data in `packed` holds to `plain`.
+// Adds what the gzip members (RFC 1952) in `packed` hold, one after another, to `plain`.
 std::optional<Reply> Unpack(const std::string& packed, Text& plain) {
-  switch (Gunzip(packed, [&](std::string_view piece) { return plain.Add(piece); })) {
-    case GunzipResult::kDone:
-      return std::nullopt;
-    case GunzipResult::kRefused:
-      return plain.Refusal();
-    case GunzipResult::kCut:
-      return Problem(400, "the gzip body ends too early");
-    case GunzipResult::kBad:
-      break;
+  z_stream stream = {};
+  if (inflateInit2(&stream, kGzipOnly) != Z_OK) {
+    throw std::bad_alloc();
   }
-  return Problem(400, "the body is no gzip data, or damaged");
+  const std::unique_ptr<z_stream, decltype(&inflateEnd)> end(&stream, &inflateEnd);
+  std::array<char, 16384> piece = {};
+  std::size_t given = 0;
+  for (int result = Z_OK; result != Z_STREAM_END || stream.avail_in > 0 || given < packed.size();) {
+    if (result == Z_STREAM_END) {
+      inflateReset(&stream);
+    }
+    if (stream.avail_in == 0) {
+      // avail_in is 32 bits wide, a body need not be.
+      const std::size_t count =
+          std::min<std::size_t>(packed.size() - given, std::numeric_limits<uInt>::max());
+      if (count == 0) {
+        return Problem(400, "the gzip body ends too early");
+      }
+      stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(packed.data() + given));
+      stream.avail_in = static_cast<uInt>(count);
+      given += count;
+    }
+    stream.next_out = reinterpret_cast<Bytef*>(piece.data());
+    stream.avail_out = static_cast<uInt>(piece.size());
+    result = inflate(&stream, Z_NO_FLUSH);
+    if (result != Z_OK && result != Z_STREAM_END && result != Z_BUF_ERROR) {
+      return Problem(400, "the body is no gzip data, or damaged");
+    }
+    if (auto refusal = plain.Add({piece.data(), piece.size() - stream.avail_out})) {
+      return refusal;
+    }
+  }
+  return std::nullopt;
 }
 
 void Keep(const std::string& text, Document& document) {
@@ -134,60 +163,55 @@ void Keep(const std::string& text, Document& document) {
   document.size = text.size();
 }
 
-std::optional<Reply> Parse(const Call& call, std::uint64_t limit, const Text& received,
-                           Document& document) {
-  const std::string bytes = std::to_string(limit) + " bytes";
-  Text plain(limit, "the gzip body unpacks to more than " + bytes);
+Task<std::optional<Reply>> Read(const Call& call, BodySource& body, std::uint64_t limit,
+                                Document& document) {
   const bool packed = call.IsPacked();
+  const std::string* encoding = call.Header("Content-Encoding");
+  if (encoding != nullptr && !packed && !SameName(*encoding, "identity")) {
+    co_return Problem(415, "Content-Encoding '" + *encoding + "' is not understood, 'gzip' is");
+  }
+  const std::string bytes = std::to_string(limit) + " bytes";
+  Text received(limit, "the body is longer than " + bytes, packed);
+  if (call.contentLength.value_or(0) > limit) {
+    co_return received.TooLong();
+  }
+  std::optional<Reply> refusal;
+  for (bool more = true; more && !refusal;) {
+    const std::string_view piece = co_await body.Next();
+    more = !piece.empty();
+    refusal = received.Add(piece);
+  }
+  const std::string& text = received.Bytes();
+  Keep(text, document);
+  if (refusal) {
+    co_return refusal;
+  }
+  if (!body.IsWhole()) {
+    co_return Problem(400,
+                      "the body ends after " + std::to_string(text.size()) + " bytes, too early");
+  }
+  if (text.empty()) {
+    co_return Problem(400, "the body is empty, a JSON document is expected");
+  }
+  Text plain(limit, "the gzip body unpacks to more than " + bytes);
   if (packed) {
-    auto refusal = Unpack(received.Bytes(), plain);
+    refusal = Unpack(text, plain);
     if (!plain.Bytes().empty()) {
       Keep(plain.Bytes(), document);
     }
-    if (refusal) {
-      return refusal;
-    }
   }
-  if (!document.value.Parse(packed ? plain.Bytes() : received.Bytes())) {
-    return Problem(400,
-                   packed ? "the unpacked body is no valid JSON" : "the body is no valid JSON");
+  if (!refusal && !document.value.Parse(packed ? plain.Bytes() : text)) {
+    co_return Problem(400,
+                      packed ? "the unpacked body is no valid JSON" : "the body is no valid JSON");
   }
-  return std::nullopt;
+  co_return refusal;
 }
 
 }  // namespace
 
 Task<Document> ReadJson(const Call& call, BodySource& body, std::uint64_t limit) {
   Document document;
-  const std::string* encoding = call.Header("Content-Encoding");
-  if (encoding != nullptr && !call.IsPacked() && !SameName(*encoding, "identity")) {
-    document.refusal =
-        Problem(415, "Content-Encoding '" + *encoding + "' is not understood, 'gzip' is");
-    co_return document;
-  }
-  Text received(limit, "the body is longer than " + std::to_string(limit) + " bytes");
-  if (call.IsPacked()) {
-    received.IsPacked();
-  }
-  if (call.contentLength.value_or(0) > limit) {
-    document.refusal = Problem(413, "the body is longer than " + std::to_string(limit) + " bytes");
-    co_return document;
-  }
-  for (std::string_view piece = co_await body.Next(); !piece.empty() && received.Add(piece);) {
-    piece = co_await body.Next();
-  }
-  const std::string& text = received.Bytes();
-  Keep(text, document);
-  if (received.Refusal()) {
-    document.refusal = received.Refusal();
-  } else if (!body.IsWhole()) {
-    document.refusal =
-        Problem(400, "the body ends after " + std::to_string(text.size()) + " bytes, too early");
-  } else if (text.empty()) {
-    document.refusal = Problem(400, "the body is empty, a JSON document is expected");
-  } else {
-    document.refusal = Parse(call, limit, received, document);
-  }
+  document.refusal = co_await Read(call, body, limit, document);
   if (document.refusal) {
     document.refusal->note.body = document.kept;
     document.refusal->note.size = document.size;

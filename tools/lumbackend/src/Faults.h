@@ -13,7 +13,12 @@ class Faults {
   // `rate` from 0, nothing fails, to 1, everything does.
   Faults(double rate, std::uint64_t seed) : m_rate(rate), m_engine(seed) {}
 
-  bool NextFails();
+  bool NextFails() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    // 53 bits fill a double from 0 up to, but without, 1. The distributions of <random> may differ
+    // from one standard library to the next, the engine may not.
+    return static_cast<double>(m_engine() >> 11) * 0x1p-53 < m_rate;
+  }
 
  private:
   const double m_rate;

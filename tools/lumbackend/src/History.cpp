@@ -67,7 +67,7 @@ std::string Expression(const Filter& filter) {
 }  // namespace
 
 History::Rows History::Find(const Filter& filter, std::int64_t after, std::int64_t before,
-                            std::size_t limit, bool fromOldest) {
+                            std::int64_t limit, bool fromOldest) {
   const std::string expression = Expression(filter);
   const std::string order = fromOldest ? "ASC" : "DESC";
   const std::string which =
@@ -75,33 +75,18 @@ History::Rows History::Find(const Filter& filter, std::int64_t after, std::int64
           ? "id > ?2 AND id < ?3"
           : "id IN (SELECT rowid FROM search WHERE search MATCH ?1 AND rowid > ?2 AND rowid < ?3 "
             "ORDER BY rowid " +
-                order + " LIMIT ?4)";
+                order + " LIMIT ?4 + 1)";
+  const std::string found = "SELECT id, json_object(" + std::string(kRow) +
+                            ") AS row FROM exchange WHERE " + which + " ORDER BY id " + order;
   const std::lock_guard<std::mutex> lock(m_mutex);
-  Query query(m_database, "SELECT id, json_object(" + std::string(kRow) + ") FROM exchange WHERE " +
-                              which + " ORDER BY id " + order + " LIMIT ?4");
-  query.With(
-      {expression, std::max(after, filter.since), before, static_cast<std::int64_t>(limit + 1)});
-  Rows rows;
-  std::vector<std::string> found;
-  while (query.Next()) {
-    if (rows.count == limit) {
-      rows.more = true;
-      break;
-    }
-    const std::int64_t id = query.Number(0);
-    rows.oldest = rows.count == 0 ? id : std::min(rows.oldest, id);
-    rows.newest = std::max(rows.newest, id);
-    found.emplace_back(query.Text(1));
-    ++rows.count;
-  }
-  if (fromOldest) {
-    std::reverse(found.begin(), found.end());
-  }
-  for (const std::string& row : found) {
-    rows.json += (rows.json.empty() ? "[" : ",") + row;
-  }
-  rows.json += found.empty() ? "[]" : "]";
-  return rows;
+  Query query(m_database, "WITH found AS (" + found +
+                              " LIMIT ?4 + 1), page AS (SELECT * FROM found " + "ORDER BY id " +
+                              order + " LIMIT ?4) " +
+                              "SELECT json_group_array(json(row)), max(id), min(id), "
+                              "(SELECT count(*) FROM found) > ?4 "
+                              "FROM (SELECT * FROM page ORDER BY id DESC)");
+  query.With({expression, std::max(after, filter.since), before, limit}).Next();
+  return {std::string(query.Text(0)), query.Number(1), query.Number(2), query.Number(3) != 0};
 }
 
 std::pair<std::int64_t, bool> History::Count(const Filter& filter) {

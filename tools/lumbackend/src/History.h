@@ -36,10 +36,9 @@ class History {
     std::string json;
     std::int64_t newest = 0;  // number of the first one
     std::int64_t oldest = 0;  // of the last one
-    std::size_t count = 0;
     bool more = false;
   };
-  Rows Find(const Filter& filter, std::int64_t after, std::int64_t before, std::size_t limit,
+  Rows Find(const Filter& filter, std::int64_t after, std::int64_t before, std::int64_t limit,
             bool fromOldest = false);
 
   // How many pass the filter. Second: false when there are more.

@@ -5,9 +5,7 @@
 #include <chrono>
 #include <optional>
 
-#include "Page.h"
 #include "Paths.h"
-#include "Stream.h"
 #include "Text.h"
 
 namespace {
@@ -87,8 +85,8 @@ Reply Monitor::Exchanges(const Call& call) {
   const auto value = [&](const char* key) { return call.QueryValue(key).value_or(""); };
   const Filter filter{value("text"),   value("kind"),  value("status"),
                       value("device"), value("topic"), *since};
-  const History::Rows rows = m_history.Find(
-      filter, *after, *before, static_cast<std::size_t>(*limit), value("order") == "oldest");
+  const History::Rows rows =
+      m_history.Find(filter, *after, *before, *limit, value("order") == "oldest");
   const auto [total, isExact] = m_history.Count(filter);
   return Json("{\"rows\":" + rows.json + ",\"more\":" + (rows.more ? "true" : "false") +
               ",\"total\":" + std::to_string(total) + ",\"totalIsExact\":" +

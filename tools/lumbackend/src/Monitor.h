@@ -35,4 +35,13 @@ class Monitor {
   const std::string m_run;  // names this run of the back end
 };
 
+// GET /: the page, embedded at build time, with headers that let it load and run nothing but
+// itself.
+Reply PageReply();
+
+// GET /stream: server-sent events without an end. Each tells of the newest exchanges, of how many
+// there was no room for, and the totals. A reader that comes back says in Last-Event-ID, or else in
+// "after" of the query, what it has seen. Both objects must outlive the answer.
+Reply StreamReply(const Call& call, const Store& store, History& history);
+
 #endif  // LUM_BACKEND_MONITOR_H

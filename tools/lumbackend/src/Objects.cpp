@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <boost/algorithm/string/join.hpp>
 #include <cerrno>
 #include <ctime>
 #include <filesystem>
@@ -75,14 +76,6 @@ Reply CannotStore(int error) {
     default:
       return Problem(500, reason);
   }
-}
-
-std::string Joined(const std::vector<std::string>& names) {
-  std::string path = names[0];
-  for (std::size_t i = 1; i < names.size(); ++i) {
-    path += "/" + names[i];
-  }
-  return path;
 }
 
 // A file on its way out.
@@ -184,7 +177,7 @@ Reply SendFile(const RootDir& root, const Call& call) {
   reply.length = opened.size;
   reply.stream = std::make_shared<FileContent>(std::move(opened));
   reply.note.kind = "download";
-  reply.note.object = Joined(names);
+  reply.note.object = boost::algorithm::join(names, "/");
   reply.headers = {{"X-Content-Type-Options", "nosniff"}};
   return reply;
 }
@@ -246,7 +239,7 @@ Task<Reply> Objects::Put(const Call& call, BodySource& body) const {
   answer["bytes"] = bytes;
   Reply reply = JsonReply(answer);
   reply.note.kind = "upload";
-  reply.note.object = Joined(names);
+  reply.note.object = boost::algorithm::join(names, "/");
   co_return reply;
 }
 

@@ -1,11 +1,11 @@
 // Serving the embedded page.
-#include "Page.h"
 
 #include <openssl/evp.h>
 
 #include <array>
 #include <cstddef>
 
+#include "Monitor.h"
 #include "Text.h"
 
 // Written at build time from page.html.

@@ -1,12 +1,11 @@
 // A reader of .properties files: natural lines are joined to logical ones, these are split.
 #include "Properties.h"
 
-#include <openssl/asn1.h>
+#include <LumJson.h>
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 #include <map>
+#include <string_view>
 
 #include "Text.h"
 
@@ -77,77 +76,28 @@ class LogicalLines {
   std::size_t m_first = 0;
 };
 
-void AppendUtf8(std::string& text, unsigned long code) {
-  std::array<unsigned char, 4> bytes = {};
-  const int size = UTF8_putc(bytes.data(), static_cast<int>(bytes.size()), code);
-  text.append(bytes.begin(), bytes.begin() + size);
-}
-
-// The four hex digits at `at`, or -1.
-int CodeUnit(const std::string& text, std::size_t at) {
-  unsigned unit = 0;
-  const char* begin = text.data() + at;
-  const bool four =
-      at + 4 <= text.size() && std::from_chars(begin, begin + 4, unit, 16).ptr == begin + 4;
-  return four ? static_cast<int>(unit) : -1;
-}
-
-// Decodes the \uXXXX whose digits begin at `at`, with its second half where it is the first of a
-// surrogate pair, and moves `at` past it. False for anything else.
-bool Unicode(const std::string& text, std::size_t& at, std::string& decoded) {
-  const int unit = CodeUnit(text, at);
-  if (unit < 0 || (unit >= 0xDC00 && unit <= 0xDFFF)) {
-    return false;
-  }
-  at += 4;
-  if (unit < 0xD800 || unit > 0xDBFF) {
-    AppendUtf8(decoded, static_cast<unsigned long>(unit));
-    return true;
-  }
-  const int low = text.compare(at, 2, "\\u") == 0 ? CodeUnit(text, at + 2) : -1;
-  if (low < 0xDC00 || low > 0xDFFF) {
-    return false;
-  }
-  at += 6;
-  AppendUtf8(decoded, static_cast<unsigned long>(0x10000 + ((unit - 0xD800) << 10) + low - 0xDC00));
-  return true;
-}
-
+// Undoes escapes. What these files and JSON have in common, \uXXXX with its surrogate pairs among
+// it, is left to the reader of JSON.
 bool Unescape(const std::string& text, std::string& plain) {
-  plain.clear();
-  for (std::size_t i = 0; i < text.size();) {
-    const char character = text[i++];
-    if (character != '\\') {
-      plain += character;
-      continue;
-    }
-    if (i == text.size()) {
+  std::string json;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool escaped = text[i] == '\\';
+    if (escaped && ++i == text.size()) {
       break;  // a backslash at the end of the file stands for nothing
     }
-    const char escaped = text[i++];
-    switch (escaped) {
-      case 't':
-        plain += '\t';
-        break;
-      case 'n':
-        plain += '\n';
-        break;
-      case 'r':
-        plain += '\r';
-        break;
-      case 'f':
-        plain += '\f';
-        break;
-      case 'u':
-        if (!Unicode(text, i, plain)) {
-          return false;
-        }
-        break;
-      default:
-        plain += escaped;
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if (escaped && std::string_view("tnrfu").find(text[i]) != std::string_view::npos) {
+      json += {'\\', text[i]};
+    } else if (byte < ' ' || byte == '"' || byte == '\\') {
+      json += "\\u00" + ToHex(&byte, 1);
+    } else {
+      json += text[i];
     }
   }
-  return true;
+  LumJson::Value value;
+  const bool good = value.Parse('"' + json + '"');
+  plain = value.AsString();
+  return good;
 }
 
 // Where the key ends and where the value starts.

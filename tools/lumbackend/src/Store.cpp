@@ -34,39 +34,27 @@ CREATE TABLE tally (
   PRIMARY KEY (kind, class, device, topic)) WITHOUT ROWID;
 CREATE VIRTUAL TABLE search USING fts5(words, content='', detail=none,
   prefix='1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16');
+CREATE VIEW words AS SELECT id,
+  char(57344) || 'k' || kind || ' ' || char(57344) || 's' || (status / 100) || ' ' ||
+  char(57344) || 'd' || hex(device) || ' ' || char(57344) || 't' || hex(topic) || ' ' ||
+  path || ' ' || query || ' ' || device || ' ' || topic || ' ' || object || ' ' || refusal || ' ' ||
+  CASE WHEN report > 0
+    THEN ifnull((SELECT substr(document, 1, 65536) FROM report WHERE id = exchange.report), '')
+    WHEN typeof(body) = 'text' THEN body ELSE '' END AS words FROM exchange;
 CREATE TRIGGER exchange_added AFTER INSERT ON exchange BEGIN
   INSERT INTO tally VALUES (new.kind, new.status / 100, new.device, new.topic, 1)
     ON CONFLICT DO UPDATE SET n = n + 1;
-  INSERT INTO search (rowid, words) VALUES (new.id, {words of new});
+  INSERT INTO search (rowid, words) SELECT id, words FROM words WHERE id = new.id;
 END;
 CREATE TRIGGER exchange_removed BEFORE DELETE ON exchange BEGIN
   UPDATE tally SET n = n - 1 WHERE kind = old.kind AND class = old.status / 100
     AND device = old.device AND topic = old.topic;
   DELETE FROM tally WHERE kind = old.kind AND class = old.status / 100
     AND device = old.device AND topic = old.topic AND n = 0;
-  INSERT INTO search (search, rowid, words) VALUES ('delete', old.id, {words of old});
+  INSERT INTO search (search, rowid, words)
+    SELECT 'delete', id, words FROM words WHERE id = old.id;
 END;
 )";
-
-constexpr char kWords[] = R"(
-  char(57344) || 'k' || ROW.kind || ' ' || char(57344) || 's' || (ROW.status / 100) || ' ' ||
-  char(57344) || 'd' || hex(ROW.device) || ' ' || char(57344) || 't' || hex(ROW.topic) || ' ' ||
-  ROW.path || ' ' || ROW.query || ' ' || ROW.device || ' ' || ROW.topic || ' ' || ROW.object ||
-  ' ' || ROW.refusal || ' ' || CASE WHEN ROW.report > 0
-    THEN ifnull((SELECT substr(document, 1, 65536) FROM report WHERE id = ROW.report), '')
-    WHEN typeof(ROW.body) = 'text' THEN ROW.body ELSE '' END)";
-
-std::string Replaced(std::string text, const std::string& what, const std::string& by) {
-  for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size()) {
-    text.replace(at, what.size(), by);
-  }
-  return text;
-}
-
-std::string Indexes() {
-  const std::string added = Replaced(kIndexes, "{words of new}", Replaced(kWords, "ROW", "new"));
-  return Replaced(added, "{words of old}", Replaced(kWords, "ROW", "old"));
-}
 
 // Reports of a root whose reports were lines of a file.
 void TakeOver(const Database& database, const std::string& file) {
@@ -87,7 +75,7 @@ Database Open(const std::string& root) try {
   version.With({});
   if (!made) {
     const std::string old = root + "/reports.jsonl";
-    database.Run("BEGIN IMMEDIATE;" + Store::Tables() + Indexes());
+    database.Run("BEGIN IMMEDIATE;" + Store::Tables() + kIndexes);
     TakeOver(database, old);
     database.Run("PRAGMA user_version = 1; COMMIT;");
     // Whoever still looks for it there is to see that it has an end.
@@ -132,17 +120,9 @@ Store::~Store() {
 }
 
 Task<Store::Written> Store::AddReport(std::string document) {
-  auto cells = std::make_shared<std::vector<Cell>>();
-  cells->emplace_back(std::move(document));
-  return Submit([this, cells] { m_addReport.Run(*cells); });
-}
-
-Task<Store::Written> Store::AddExchange(std::vector<Cell> columns) {
-  auto cells = std::make_shared<std::vector<Cell>>(std::move(columns));
-  return Submit([this, cells] {
-    m_addExchange.Run(*cells);
-    m_last = m_database.LastId();
-  });
+  std::vector<Cell> cells;
+  cells.emplace_back(std::move(document));
+  return Submit(m_addReport, std::move(cells));
 }
 
 void Store::Drain() {
@@ -150,9 +130,9 @@ void Store::Drain() {
   m_changed.wait(lock, [this] { return m_queue.empty() && !m_busy; });
 }
 
-Task<Store::Written> Store::Submit(std::function<void()> write) {
+Task<Store::Written> Store::Submit(Query& query, std::vector<Cell> cells) {
   return asio::async_initiate<const asio::use_awaitable_t<>, void(Written)>(
-      [this](auto handler, std::function<void()> job) {
+      [this, &query](auto handler, std::vector<Cell> row) {
         auto shared = std::make_shared<decltype(handler)>(std::move(handler));
         const auto done = [shared](const Written& written) {
           asio::post(asio::get_associated_executor(*shared),
@@ -161,10 +141,10 @@ Task<Store::Written> Store::Submit(std::function<void()> write) {
         // Where no strand holds it back, the task may go on, and free what this function has
         // captured, as soon as the lock is gone.
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_queue.push_back({std::move(job), done});
+        m_queue.push_back({query, std::move(row), done});
         m_changed.notify_all();
       },
-      asio::use_awaitable, std::move(write));
+      asio::use_awaitable, std::move(cells));
 }
 
 // The thread that writes.
@@ -202,8 +182,11 @@ void Store::Commit(const std::vector<Job>& batch, std::size_t first, std::size_t
   try {
     m_database.Run("BEGIN IMMEDIATE");
     for (std::size_t i = first; i < last; ++i) {
-      batch[i].write();
+      batch[i].query.Run(batch[i].cells);
       results[i] = {m_database.LastId(), ""};
+      if (&batch[i].query == &m_addExchange) {
+        m_last = results[i].id;
+      }
     }
     m_database.Run("COMMIT");
     return;

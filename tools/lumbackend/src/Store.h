@@ -15,8 +15,7 @@
 #include "Message.h"
 
 // Writes on a thread of its own: what has come in while it wrote goes into one transaction. Safe
-// for several threads at once. The tables stand in tables.sql; the
-// man page shows them.
+// for several threads at once. The tables stand in tables.sql; the man page shows them.
 class Store {
  public:
   // What became of a row: its number, or why it was not written.
@@ -35,7 +34,9 @@ class Store {
 
   // Both return when the transaction has ended. `columns` are those of `exchange` from `time` on.
   Task<Written> AddReport(std::string document);
-  Task<Written> AddExchange(std::vector<Cell> columns);
+  Task<Written> AddExchange(std::vector<Cell> columns) {
+    return Submit(m_addExchange, std::move(columns));
+  }
 
   // Number of the newest exchange.
   std::int64_t Last() const { return m_last; }
@@ -50,11 +51,12 @@ class Store {
 
  private:
   struct Job {
-    std::function<void()> write;
+    Query& query;
+    std::vector<Cell> cells;
     std::function<void(const Written&)> done;
   };
 
-  Task<Written> Submit(std::function<void()> write);
+  Task<Written> Submit(Query& query, std::vector<Cell> cells);
   void Work();
   void Commit(const std::vector<Job>& batch, std::size_t first, std::size_t last,
               std::vector<Written>& results);

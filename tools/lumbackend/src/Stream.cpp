@@ -1,6 +1,4 @@
 // Server-sent events.
-#include "Stream.h"
-
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/this_coro.hpp>
 #include <boost/asio/use_awaitable.hpp>
@@ -9,13 +7,15 @@
 #include <chrono>
 #include <cstdlib>
 
+#include "Monitor.h"
+
 namespace {
 
 using std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kPace(250);  // between two events
 constexpr std::chrono::seconds kSignOfLife(15);  // after so long without one
-constexpr std::size_t kMostRows = 100;           // of one event
+constexpr std::int64_t kMostRows = 100;          // of one event
 
 class Stream final : public BodySink {
  public:

@@ -2,6 +2,7 @@
 #include "BackendProcess.h"
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -12,9 +13,10 @@ BackendProcess::BackendProcess(const std::vector<std::string>& options) {
   Start(options);
 }
 
-void BackendProcess::Start(const std::vector<std::string>& options) {
+void BackendProcess::Start(const std::vector<std::string>& options, const std::string& limits) {
   m_process.reset();
-  std::vector<std::string> command{LUM_BACKEND, "--root", m_root.Path()};
+  std::vector<std::string> command{"/bin/sh",   "-c",     limits + "; exec \"$0\" \"$@\"",
+                                   LUM_BACKEND, "--root", m_root.Path()};
   command.insert(command.end(), options.begin(), options.end());
   m_process = std::make_unique<SpawnedProcess>(command);
   const auto given = [&](const char* option) {
@@ -34,6 +36,11 @@ void BackendProcess::Start(const std::vector<std::string>& options) {
   if (given("--tls-port")) {
     m_tlsPort = port("https");
   }
+}
+
+void BackendProcess::Kill() {
+  m_process->Signal(SIGKILL);
+  m_process->Wait();
 }
 
 std::string BackendProcess::Url(const std::string& path) const {

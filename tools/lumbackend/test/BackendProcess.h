@@ -21,8 +21,12 @@ class BackendProcess {
   // std::runtime_error when the program ends instead.
   explicit BackendProcess(const std::vector<std::string>& options = {"--port", "0"});
 
-  // Starts the program again on the same root; it is stopped first where it still runs.
-  void Start(const std::vector<std::string>& options);
+  // Starts the program again on the same root; it is stopped first where it still runs. `limits` is
+  // what the shell does before.
+  void Start(const std::vector<std::string>& options, const std::string& limits = "true");
+
+  // As kill -9 does.
+  void Kill();
 
   std::uint16_t Port() const { return m_port; }        // of HTTP, or 0
   std::uint16_t TlsPort() const { return m_tlsPort; }  // of HTTPS, or 0

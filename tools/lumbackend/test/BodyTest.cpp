@@ -6,7 +6,6 @@
 #include <functional>
 
 #include "Fakes.h"
-#include "Gunzip.h"
 
 namespace {
 
@@ -173,43 +172,32 @@ TEST(Body, KeepsTheBeginningUnpacked) {
   EXPECT_EQ(Read(FakeBody("no JSON")).kept, "no JSON");
 }
 
-// All that there is in `packed`, as long as it is not longer than `limit`.
-GunzipResult Unpack(const std::string& packed, std::size_t limit, std::string& plain) {
-  plain.clear();
-  return Gunzip(packed, [&](std::string_view piece) {
-    plain.append(piece);
-    return plain.size() <= limit;
-  });
+const std::vector<std::string> kPacked = {"Content-Encoding: gzip"};
+
+TEST(Body, UnpacksEveryMember) {
+  const std::string packed = Gzip("[1,") + Gzip("") + Gzip("2]");
+  EXPECT_EQ(Read(FakeBody(packed), kPacked, 100).document.JsonValueToString(), "[1,2]");
+  EXPECT_EQ(Read(FakeBody(Gzip("[1,") + Gzip(std::string(100, ' '))), kPacked, 100).error,
+            "the gzip body unpacks to more than 100 bytes");
 }
 
-TEST(Gunzip, UnpacksEveryMember) {
-  std::string plain;
-  EXPECT_EQ(Unpack(Gzip("one") + Gzip("") + Gzip("two"), 6, plain), GunzipResult::kDone);
-  EXPECT_EQ(plain, "onetwo");
-  EXPECT_EQ(Unpack(Gzip("one") + Gzip("two"), 5, plain), GunzipResult::kRefused);
-}
-
-TEST(Gunzip, TellsWhatIsWrong) {
-  const std::string packed = Gzip("some text that is to be damaged in every byte");
-  std::string plain;
-  for (std::size_t size = 0; size < packed.size(); ++size) {
-    EXPECT_EQ(Unpack(packed.substr(0, size), 1000, plain), GunzipResult::kCut) << size;
+TEST(Body, TellsWhatIsWrongWithGzip) {
+  const std::string packed = Gzip("\"some text that is to be damaged in every byte\"");
+  for (std::size_t size = 1; size < packed.size(); ++size) {
+    EXPECT_EQ(Read(FakeBody(packed.substr(0, size)), kPacked).error, "the gzip body ends too early")
+        << size;
   }
-  EXPECT_EQ(Unpack(packed + "xx", 1000, plain), GunzipResult::kBad);
-  EXPECT_EQ(Unpack(packed + std::string(20, '\0'), 1000, plain), GunzipResult::kBad);
   std::string damaged = packed;
   damaged[damaged.size() - 6] ^= 1;  // of the check sum
-  EXPECT_EQ(Unpack(damaged, 1000, plain), GunzipResult::kBad);
-}
-
-TEST(Gunzip, TakesNoOtherFormat) {
   uLongf size = 100;
   std::string zlib(size, '\0');
   ASSERT_EQ(compress(reinterpret_cast<Bytef*>(zlib.data()), &size,
                      reinterpret_cast<const Bytef*>("text"), 4),
             Z_OK);
-  std::string plain;
-  EXPECT_EQ(Unpack(zlib.substr(0, size), 1000, plain), GunzipResult::kBad);
+  for (const std::string& bad :
+       {packed + "xx", packed + std::string(20, '\0'), damaged, zlib.substr(0, size)}) {
+    EXPECT_EQ(Read(FakeBody(bad), kPacked).error, "the body is no gzip data, or damaged");
+  }
 }
 
 }  // namespace

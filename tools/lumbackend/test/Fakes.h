@@ -2,8 +2,6 @@
 #ifndef LUM_BACKEND_TEST_FAKES_H
 #define LUM_BACKEND_TEST_FAKES_H
 
-#include <zlib.h>
-
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/system_executor.hpp>
 #include <boost/asio/use_future.hpp>
@@ -14,6 +12,7 @@
 
 #include <LumJson.h>
 
+#include "Gzip.h"
 #include "Message.h"
 #include "RequestParser.h"
 
@@ -67,26 +66,6 @@ inline Call MakeCall(const std::string& method, const std::string& target,
   }
   call.authority = "127.0.0.1:8080";
   return call;
-}
-
-// One gzip member.
-inline std::string Gzip(const std::string& text) {
-  z_stream stream = {};
-  if (deflateInit2(&stream, 9, Z_DEFLATED, 16 + MAX_WBITS, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
-    throw std::runtime_error("deflateInit2");
-  }
-  std::string packed(deflateBound(&stream, static_cast<uLong>(text.size())), '\0');
-  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
-  stream.avail_in = static_cast<uInt>(text.size());
-  stream.next_out = reinterpret_cast<Bytef*>(packed.data());
-  stream.avail_out = static_cast<uInt>(packed.size());
-  const int result = deflate(&stream, Z_FINISH);
-  packed.resize(packed.size() - stream.avail_out);
-  deflateEnd(&stream);
-  if (result != Z_STREAM_END) {
-    throw std::runtime_error("deflate");
-  }
-  return packed;
 }
 
 // The member "error" of a refusal, or the whole body where there is none.

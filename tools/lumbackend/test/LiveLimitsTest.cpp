@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/resource.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <atomic>
@@ -14,6 +13,7 @@
 #include <thread>
 
 #include "BackendProcess.h"
+#include "Gzip.h"
 #include "wire/WireClient.h"
 
 namespace {
@@ -21,56 +21,12 @@ namespace {
 using lumtest::BackendProcess;
 using lumtest::Curl;
 using lumtest::FilesBelow;
-using lumtest::SpawnedProcess;
 using lumtest::TempDir;
 using lumtest::WireClient;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-// A lumbackend on a root that lives longer than it.
-class Served {
- public:
-  explicit Served(const std::string& root, const std::string& limits = "true")
-      : m_process({"/bin/sh", "-c", limits + "; exec \"$0\" \"$@\"", LUM_BACKEND, "--root", root,
-                   "--open"}) {
-    std::vector<std::string> groups;
-    if (!m_process.WaitForLine("^http 127.0.0.1:([0-9]+)$", &groups)) {
-      throw std::runtime_error(m_process.Stop().Describe());
-    }
-    m_port = static_cast<std::uint16_t>(std::stoi(groups[1]));
-  }
-
-  std::uint16_t Port() const { return m_port; }
-  std::string Url(const std::string& path) const {
-    return "http://127.0.0.1:" + std::to_string(m_port) + path;
-  }
-  void Kill() {
-    m_process.Signal(SIGKILL);
-    m_process.Wait();
-  }
-
- private:
-  SpawnedProcess m_process;
-  std::uint16_t m_port = 0;
-};
-
-std::string Gzip(const std::string& piece, std::size_t size) {
-  z_stream stream = {};
-  EXPECT_EQ(deflateInit2(&stream, 9, Z_DEFLATED, 16 + MAX_WBITS, 8, Z_DEFAULT_STRATEGY), Z_OK);
-  std::string text = "[";
-  while (text.size() < size) {
-    text += piece;
-  }
-  std::string packed(deflateBound(&stream, static_cast<uLong>(text.size())), '\0');
-  stream.next_in = reinterpret_cast<Bytef*>(text.data());
-  stream.avail_in = static_cast<uInt>(text.size());
-  stream.next_out = reinterpret_cast<Bytef*>(packed.data());
-  stream.avail_out = static_cast<uInt>(packed.size());
-  EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
-  packed.resize(stream.total_out);
-  deflateEnd(&stream);
-  return packed;
-}
+const std::vector<std::string> kOpen{"--open"};
 
 std::uint64_t ResidentMemoryOf(pid_t pid) {
   std::ifstream file("/proc/" + std::to_string(pid) + "/statm");
@@ -136,7 +92,11 @@ TEST(LiveLimits, BombsAreRefusedWithinABudget) {
   const TempDir temp;
   std::vector<std::thread> threads;
   for (const char* piece : {"0,", "[],", "[", "{\"\":0},"}) {
-    const std::string bomb = temp.Write(piece, Gzip(piece, 64 << 20));
+    std::string text = "[";
+    while (text.size() < 64 << 20) {
+      text += piece;
+    }
+    const std::string bomb = temp.Write(piece, lumtest::Gzip(text));
     ASSERT_LT(lumtest::FileSize(bomb), 512u * 1024);
     for (int i = 0; i < 4; ++i) {
       threads.emplace_back([&backend, bomb] {
@@ -156,29 +116,26 @@ TEST(LiveLimits, BombsAreRefusedWithinABudget) {
 }
 
 TEST(LiveLimits, AnUploadThatIsKilledLeavesNothingUnderItsName) {
-  const TempDir root;
-  {
-    Served first(root.Path());
-    WireClient client("127.0.0.1", first.Port());
-    client.Send(
-        "PUT /objects/dir/a HTTP/1.1\r\nExpect: 100-continue\r\n"
-        "Content-Length: 9000000\r\n\r\n");
-    client.ReadUntil("Continue\r\n\r\n");
-    client.Send(std::string(1'000'000, 'x'));
-    while (FilesBelow(root.Path("objects")).empty()) {
-      std::this_thread::yield();
-    }
-    first.Kill();
-    ASSERT_THAT(FilesBelow(root.Path("objects")),
-                testing::Contains(testing::StartsWith(".upload-")));
+  BackendProcess backend(kOpen);
+  const TempDir& root = backend.Root();
+  WireClient client("127.0.0.1", backend.Port());
+  client.Send(
+      "PUT /objects/dir/a HTTP/1.1\r\nExpect: 100-continue\r\n"
+      "Content-Length: 9000000\r\n\r\n");
+  client.ReadUntil("Continue\r\n\r\n");
+  client.Send(std::string(1'000'000, 'x'));
+  while (FilesBelow(root.Path("objects")).empty()) {
+    std::this_thread::yield();
   }
-  Served second(root.Path());
+  backend.Kill();
+  ASSERT_THAT(FilesBelow(root.Path("objects")), testing::Contains(testing::StartsWith(".upload-")));
+  backend.Start(kOpen);
   EXPECT_THAT(FilesBelow(root.Path("objects")), IsEmpty());
   const lumtest::ProcessResult third =
       lumtest::RunCommand({LUM_BACKEND, "--root", root.Path(), "--port", "0"});
   EXPECT_EQ(third.exitStatus, 1);
   EXPECT_THAT(third.err, HasSubstr("'" + root.Path() + "' is in use by another lumbackend"));
-  EXPECT_EQ(Curl({second.Url("/echo")}).status, 200);
+  EXPECT_EQ(Curl({backend.Url("/echo")}).status, 200);
 }
 
 // Whether SQLite finds the database in order.
@@ -196,14 +153,13 @@ bool IsSound(const std::string& path) {
 }
 
 TEST(LiveLimits, EveryReportThatWasAnsweredOutlivesAHundredKills) {
-  const TempDir root;
+  BackendProcess backend(kOpen);
   std::set<std::string> answered;
   std::mt19937 random(7);
   for (int round = 0; round < 100; ++round) {
-    Served run(root.Path());
     std::atomic<int> count{0};
     std::thread client([&] {
-      WireClient wire("127.0.0.1", run.Port());
+      WireClient wire("127.0.0.1", backend.Port());
       for (int i = 0;; ++i) {
         const std::string text = std::to_string(round * 100'000 + i);
         if (!wire.Send("POST /report?status=204 HTTP/1.1\r\nContent-Length: " +
@@ -219,12 +175,12 @@ TEST(LiveLimits, EveryReportThatWasAnsweredOutlivesAHundredKills) {
     while (count < enough) {
       std::this_thread::yield();
     }
-    run.Kill();
+    backend.Kill();
     client.join();
-    ASSERT_TRUE(IsSound(root.Path("lumbackend.db")));
+    ASSERT_TRUE(IsSound(backend.Root().Path("lumbackend.db")));
+    backend.Start(kOpen);
   }
-  Served last(root.Path());
-  std::istringstream lines(Curl({last.Url("/reports")}).body);
+  std::istringstream lines(Curl({backend.Url("/reports")}).body);
   std::set<std::string> kept;
   for (std::string line; std::getline(lines, line);) {
     kept.insert(line);
@@ -234,8 +190,8 @@ TEST(LiveLimits, EveryReportThatWasAnsweredOutlivesAHundredKills) {
 }
 
 TEST(LiveLimits, WithoutDescriptorsConnectionsWait) {
-  const TempDir root;
-  Served run(root.Path(), "ulimit -n 210");
+  BackendProcess run(kOpen);
+  run.Start(kOpen, "ulimit -n 210");
   std::vector<std::unique_ptr<WireClient>> clients;
   for (int i = 0; i < 150; ++i) {
     clients.push_back(std::make_unique<WireClient>("127.0.0.1", run.Port()));
@@ -251,13 +207,13 @@ TEST(LiveLimits, WithoutDescriptorsConnectionsWait) {
 }
 
 TEST(LiveLimits, AFullDiskIsSaidAndForgotten) {
-  const TempDir root;
-  Served run(root.Path(), "ulimit -f 2000");  // of 512 bytes: 1 MB
+  BackendProcess run(kOpen);
+  run.Start(kOpen, "ulimit -f 2000");  // of 512 bytes: 1 MB
   const TempDir temp;
   const std::string large = temp.Write("large", "\"" + std::string(2'000'000, 'x') + "\"");
   EXPECT_EQ(Curl({"-T", large, run.Url("/objects/a")}).status, 507);
   EXPECT_EQ(Curl({"-d", "@" + large, run.Url("/report")}).status, 507);
-  EXPECT_THAT(FilesBelow(root.Path("objects")), IsEmpty());
+  EXPECT_THAT(FilesBelow(run.Root().Path("objects")), IsEmpty());
   EXPECT_EQ(Curl({"-d", "1", run.Url("/report")}).status, 200);
   EXPECT_EQ(Curl({run.Url("/reports")}).body, "1\n");
 }

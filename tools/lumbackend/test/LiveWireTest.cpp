@@ -17,7 +17,6 @@ using lumtest::CurlAnswer;
 using lumtest::FilesBelow;
 using lumtest::ProcessResult;
 using lumtest::RunCommand;
-using lumtest::SpawnedProcess;
 using lumtest::TempDir;
 using lumtest::WireClient;
 using testing::ElementsAre;
@@ -453,13 +452,11 @@ TEST(LiveEnd, HelpAndVersionGoToStandardOutput) {
 }
 
 TEST(LiveEnd, ReportsOutliveTheProgram) {
-  const TempDir root;
+  BackendProcess backend({"--open"});
   for (int i = 1; i <= 2; ++i) {
-    SpawnedProcess backend({LUM_BACKEND, "--root", root.Path(), "--open"});
-    std::vector<std::string> groups;
-    ASSERT_TRUE(backend.WaitForLine("^(http) (.*)$", &groups));
-    EXPECT_EQ(Curl({"-d", "1", "http://" + groups[2] + "/report"}).Json()["stored"].AsInt64(), i);
-    EXPECT_EQ(backend.Stop().exitStatus, 0);
+    EXPECT_EQ(Curl({"-d", "1", backend.Url("/report")}).Json()["stored"].AsInt64(), i);
+    EXPECT_EQ(backend.Process().Stop().exitStatus, 0);
+    backend.Start({"--open"});
   }
 }
 

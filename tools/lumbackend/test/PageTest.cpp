@@ -1,5 +1,5 @@
 // The embedded page.
-#include "Page.h"
+#include "Monitor.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
