@@ -2,10 +2,10 @@
 
 #include "HelpFormatter.h"
 
+#include <sstream>
 #include <utility>
 
 #include "Options.h"
-#include "Text.h"
 
 namespace {
 
@@ -24,6 +24,56 @@ std::string Row(const std::string& name, const std::string& description) {
 }
 
 }  // namespace
+
+std::string Wrap(const std::string& text, std::size_t width, std::size_t indent) {
+  std::string out;
+  std::istringstream lines(text);
+  std::string line;
+  bool first = true;
+  while (std::getline(lines, line)) {
+    if (!first) {
+      out += '\n';
+    }
+    if (!line.empty() && line.front() == ' ') {
+      out += line;
+      first = false;
+      continue;
+    }
+    if (!first && !line.empty()) {
+      out.append(indent, ' ');
+    }
+    std::size_t column = indent;
+    std::istringstream words(line);
+    std::string word;
+    while (words >> word) {
+      if (column > indent && column + 1 + word.size() > width) {
+        out += '\n';
+        out.append(indent, ' ');
+        column = indent;
+      } else if (column > indent) {
+        out += ' ';
+        ++column;
+      }
+      out += word;
+      column += word.size();
+    }
+    first = false;
+  }
+  return out;
+}
+
+Footer SplitFooter(const std::string& footer) {
+  static constexpr char kMark[] = "Example:\n";
+  const std::size_t mark = footer.rfind(kMark);
+  if (mark == std::string::npos) {
+    return {footer, ""};
+  }
+  Footer parts{footer.substr(0, mark), footer.substr(mark + sizeof(kMark) - 1)};
+  while (!parts.notes.empty() && parts.notes.back() == '\n') {
+    parts.notes.pop_back();
+  }
+  return parts;
+}
 
 std::string ValueName(const CLI::Option* option) {
   if (option->get_items_expected_max() == 0) {

@@ -26,4 +26,15 @@ std::string OptionSynopsis(const CLI::Option* option);
 // "lumcurl get [OPTIONS] URL".
 std::string CommandSynopsis(const CLI::App* command);
 
+// `text` in lines of at most `width` columns, each after the first indented; lines that begin with
+// a blank stand as they are.
+std::string Wrap(const std::string& text, std::size_t width, std::size_t indent);
+
+// The part of a command's footer before its example, and the example's lines.
+struct Footer {
+  std::string notes;
+  std::string example;
+};
+Footer SplitFooter(const std::string& footer);
+
 #endif  // LUM_LUMCURL_HELP_FORMATTER_H

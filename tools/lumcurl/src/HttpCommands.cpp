@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
@@ -36,13 +35,7 @@ void ConfigureSsl(LumCurlHttp& client, const Options& options, Console& console)
     throw Failure(Exit::kUsage, "--ssl asks for TLS, but '" + options.url +
                                     "' does not begin with https://; nothing was sent");
   }
-  RequireReadable("--cacert", options.caCert);
-  RequireReadable("--cert", options.cert);
-  RequireReadable("--key", options.key);
-  std::string pass = ReadKeyPass(options, console);
-  client.SetSslInfo(options.caCert, options.cert, options.key,
-                    reinterpret_cast<unsigned char*>(pass.data()), static_cast<int>(pass.size()));
-  explicit_bzero(pass.data(), pass.size());
+  SetCertificate(client, options, console);
 }
 
 // get, and post when there is a body.

@@ -3,6 +3,14 @@
 #include "OptionChecks.h"
 #include "OptionGroups.h"
 
+namespace {
+
+constexpr char kOneHeader[] =
+    "The one header line to send in place of 'Content-Type: application/json' and "
+    "'charsets: utf-8', or @FILE to read it from a file";
+
+}  // namespace
+
 void AddHttpCommands(CLI::App& app, Options& options) {
   auto* get = AddCommand(
       app, options, "get", kHttp, "GET a JSON document and print it",
@@ -14,9 +22,7 @@ void AddHttpCommands(CLI::App& app, Options& options) {
       "  lumcurl get --ssl --cacert ca.pem --cert me.pem --key me.key \\\n"
       "      --pass-file me.pass https://127.0.0.1:8443/echo");
   AddUrl(get, options);
-  AddHeader(get, options,
-            "The one header line to send in place of 'Content-Type: application/json' and "
-            "'charsets: utf-8', or @FILE to read it from a file");
+  AddHeader(get, options, kOneHeader);
   AddSsl(get, options);
 
   auto* post = AddCommand(
@@ -28,9 +34,7 @@ void AddHttpCommands(CLI::App& app, Options& options) {
       "  echo '{\"state\": \"on\"}' | lumcurl post --data-file - http://127.0.0.1:8080/echo");
   AddUrl(post, options);
   AddBody(post, options, "The body");
-  AddHeader(post, options,
-            "The one header line to send in place of 'Content-Type: application/json' and "
-            "'charsets: utf-8', or @FILE to read it from a file");
+  AddHeader(post, options, kOneHeader);
   AddSsl(post, options);
 
   auto* download = AddCommand(
@@ -43,9 +47,7 @@ void AddHttpCommands(CLI::App& app, Options& options) {
       "Example:\n"
       "  lumcurl download http://127.0.0.1:8080/files/map.bin /tmp/map.bin");
   AddUrl(download, options);
-  download->add_option("PATH", options.path, "File to write; what it held is replaced")
-      ->type_name("")
-      ->required();
+  AddOperand(download, "PATH", options.path, "File to write; what it held is replaced");
   // Known from the other commands: better a reason than "not expected".
   for (const char* name : {"--ssl", "--cacert", "--cert", "--key", "--pass-file", "-H,--header"}) {
     download
@@ -74,32 +76,23 @@ void AddApolloCommand(CLI::App& app, Options& options) {
       "Example:\n"
       "  lumcurl apollo --env-file --prefix ROBOT_ \\\n"
       "      127.0.0.1:8443 robot application > robot.env");
-  apollo
-      ->add_option("SERVER", options.server,
-                   "HOST or HOST:PORT; a name that has an IPv4 address, or such an address")
-      ->type_name("")
-      ->required()
+  AddOperand(apollo, "SERVER", options.server,
+             "HOST or HOST:PORT; a name that has an IPv4 address, or such an address")
       ->check(CheckServer);
-  apollo->add_option("APP", options.appId, "Id of the application")
-      ->type_name("")
-      ->required()
+  AddOperand(apollo, "APP", options.appId, "Id of the application")->check(CheckPathPart);
+  AddOperand(apollo, "NAMESPACE", options.namespaceName, "Namespace to print")
       ->check(CheckPathPart);
-  apollo->add_option("NAMESPACE", options.namespaceName, "Namespace to print")
-      ->type_name("")
-      ->required()
+  AddValue(apollo, "--cluster", options.cluster, "NAME", "Cluster (default: default)")
       ->check(CheckPathPart);
-  apollo->add_option("--cluster", options.cluster, "Cluster (default: default)")
-      ->type_name("NAME")
-      ->check(CheckPathPart);
-  auto* key = apollo->add_option("--key", options.property, "Print the value of this property")
-                  ->type_name("NAME");
+  auto* key =
+      AddValue(apollo, "--key", options.property, "NAME", "Print the value of this property");
   auto* envFile = apollo
                       ->add_flag("--env-file", options.envFile,
                                  "Print the properties as lines NAME='value' for a shell to read; "
                                  "the server that they come from is not verified")
                       ->excludes(key);
-  apollo->add_option("--prefix", options.prefix, "Put this in front of each name of --env-file")
-      ->type_name("TEXT")
+  AddValue(apollo, "--prefix", options.prefix, "TEXT",
+           "Put this in front of each name of --env-file")
       ->check(CheckVariablePrefix)
       ->needs(envFile);
 }

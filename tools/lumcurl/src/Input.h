@@ -4,6 +4,7 @@
 #ifndef LUM_LUMCURL_INPUT_H
 #define LUM_LUMCURL_INPUT_H
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -48,5 +49,18 @@ std::string WriteProblem(const std::string& path);
 
 // Throws Failure kFile when an option names a file that cannot be read; "" is passed over.
 void RequireReadable(const std::string& option, const std::string& path);
+
+// Hands the client certificate, and what belongs to it, to a client of the library. Throws Failure
+// for files that cannot be read and pass phrases that cannot be used.
+template <typename Client>
+void SetCertificate(Client& client, const Options& options, Console& console) {
+  RequireReadable("--cacert", options.caCert);
+  RequireReadable("--cert", options.cert);
+  RequireReadable("--key", options.key);
+  std::string pass = ReadKeyPass(options, console);
+  client.SetSslInfo(options.caCert, options.cert, options.key,
+                    reinterpret_cast<unsigned char*>(pass.data()), static_cast<int>(pass.size()));
+  explicit_bzero(pass.data(), pass.size());
+}
 
 #endif  // LUM_LUMCURL_INPUT_H

@@ -19,120 +19,100 @@ CLI::App* AddCommand(CLI::App& app, Options& options, const char* name, const ch
                     "Show the head of the request as far as the library sets it, secrets hidden, "
                     "the status, and what the library logs");
   command->add_flag("-q,--quiet", options.quiet, "No progress and no warnings; errors are printed");
-  command
-      ->add_option(
-          "--color", options.colour,
-          "Colours in JSON and in messages: auto (on a terminal, unless NO_COLOR is set or "
-          "TERM is dumb), always or never")
-      ->type_name(kColourValue)
+  AddValue(
+      command, "--color", options.colour, kColourValue,
+      "Colours in JSON and in messages: auto (on a terminal, unless NO_COLOR is set or TERM is "
+      "dumb), always or never")
       ->check(CLI::IsMember(Colours()));
   return command;
 }
 
 void AddUrl(CLI::App* command, Options& options) {
-  command->add_option("URL", options.url, "http:// or https:// URL, sent as given")
-      ->type_name("")
-      ->required()
+  AddOperand(command, "URL", options.url, "http:// or https:// URL, sent as given")
       ->check(CheckUrl);
 }
 
 CLI::Option* AddHeader(CLI::App* command, Options& options, const std::string& help) {
-  return command->add_option("-H,--header", options.headers, help)
-      ->type_name("LINE")
-      ->allow_extra_args(false);
+  return AddValue(command, "-H,--header", options.headers, "LINE", help)->allow_extra_args(false);
 }
 
 void AddBody(CLI::App* command, Options& options, const std::string& what) {
-  auto* data =
-      command->add_option("-d,--data", options.data, what + ", as it stands")->type_name("TEXT");
-  command->add_option("--data-file", options.dataFile, what + " from a file; - is standard input")
-      ->type_name("FILE")
+  auto* data = AddValue(command, "-d,--data", options.data, "TEXT", what + ", as it stands");
+  AddValue(command, "--data-file", options.dataFile, "FILE",
+           what + " from a file; - is standard input")
       ->excludes(data);
 }
 
 void AddRequestDocument(CLI::App* command, Options& options) {
-  command
-      ->add_option("--data-file", options.dataFile,
-                   "The request, a JSON document, from a file; - is standard input")
-      ->type_name("FILE")
+  AddValue(command, "--data-file", options.dataFile, "FILE",
+           "The request, a JSON document, from a file; - is standard input")
       ->required();
 }
 
 void AddToken(CLI::App* command, Options& options) {
-  command
-      ->add_option("--token-file", options.tokenFile,
-                   std::string("File that holds the access token; without it ") + kTokenVariable +
-                       " in the environment")
-      ->type_name("FILE");
+  AddValue(command, "--token-file", options.tokenFile, "FILE",
+           std::string("File that holds the access token; without it ") + kTokenVariable +
+               " in the environment");
 }
+
+namespace {
+
+struct Certificate {
+  CLI::Option* caCert;
+  CLI::Option* cert;
+  CLI::Option* key;
+};
+
+// A client certificate and what belongs to it; `caHelp` says what the authorities are for.
+Certificate AddCertificate(CLI::App* command, Options& options, const char* caHelp) {
+  auto* caCert = AddValue(command, "--cacert", options.caCert, "FILE", caHelp);
+  auto* cert = AddValue(command, "--cert", options.cert, "FILE", "Client certificate, PEM");
+  auto* key = AddValue(command, "--key", options.key, "FILE", "Its private key, PEM");
+  auto* pass = AddValue(command, "--pass-file", options.passFile, "FILE",
+                        std::string("File that holds the key's pass phrase; without it ") +
+                            kKeyPassVariable + " in the environment");
+  pass->needs(key);
+  for (auto* option : {caCert, cert, key, pass}) {
+    option->group(kTlsOptions);
+  }
+  return {caCert, cert, key};
+}
+
+}  // namespace
 
 void AddSsl(CLI::App* command, Options& options) {
   auto* ssl = command->add_flag("--ssl", options.ssl,
                                 "Verify the server's certificate and offer one to it; needs "
                                 "--cacert, --cert and --key");
-  auto* caCert = command
-                     ->add_option("--cacert", options.caCert,
-                                  "PEM file of the authorities that the server's certificate must "
-                                  "chain to; its host name is not compared")
-                     ->type_name("FILE")
-                     ->needs(ssl);
-  auto* cert = command->add_option("--cert", options.cert, "Client certificate, PEM")
-                   ->type_name("FILE")
-                   ->needs(ssl);
-  auto* key = command->add_option("--key", options.key, "Its private key, PEM")
-                  ->type_name("FILE")
-                  ->needs(ssl);
-  ssl->needs(caCert)->needs(cert)->needs(key);
-  auto* pass = command
-                   ->add_option("--pass-file", options.passFile,
-                                std::string("File that holds the key's pass phrase; without it ") +
-                                    kKeyPassVariable + " in the environment")
-                   ->type_name("FILE")
-                   ->needs(key);
-  for (auto* option : {ssl, caCert, cert, key, pass}) {
-    option->group(kTlsOptions);
+  ssl->group(kTlsOptions);
+  const Certificate files = AddCertificate(
+      command, options,
+      "PEM file of the authorities that the server's certificate must chain to; its host name is "
+      "not compared");
+  for (auto* option : {files.caCert, files.cert, files.key}) {
+    option->needs(ssl);
+    ssl->needs(option);
   }
 }
 
 void AddServiceSettings(CLI::App* command, Options& options) {
-  auto* cert =
-      command->add_option("--cert", options.cert, "Client certificate, PEM")->type_name("FILE");
-  auto* key = command->add_option("--key", options.key, "Its private key, PEM")
-                  ->type_name("FILE")
-                  ->needs(cert);
-  cert->needs(key);
-  auto* caCert = command
-                     ->add_option("--cacert", options.caCert,
-                                  "PEM file of authorities, handed on with the certificate; the "
-                                  "server is not verified against it")
-                     ->type_name("FILE")
-                     ->needs(cert);
-  auto* pass = command
-                   ->add_option("--pass-file", options.passFile,
-                                std::string("File that holds the key's pass phrase; without it ") +
-                                    kKeyPassVariable + " in the environment")
-                   ->type_name("FILE")
-                   ->needs(key);
-  for (auto* option : {caCert, cert, key, pass}) {
-    option->group(kTlsOptions);
-  }
-  auto* interfaceName = command
-                            ->add_option("--interface", options.interfaceName,
-                                         "Network interface to leave from, by name")
-                            ->type_name("NAME")
-                            ->check(CheckPathPart)
-                            ->group(kRouteOptions);
-  command
-      ->add_option("--mac", options.mac,
-                   "The same by MAC address; one that no interface has binds to none")
-      ->type_name("MAC")
+  const Certificate files = AddCertificate(
+      command, options,
+      "PEM file of authorities, handed on with the certificate; the server is not verified against "
+      "it");
+  files.cert->needs(files.key);
+  files.key->needs(files.cert);
+  files.caCert->needs(files.cert);
+  auto* name = AddValue(command, "--interface", options.interfaceName, "NAME",
+                        "Network interface to leave from, by name");
+  name->check(CheckPathPart)->group(kRouteOptions);
+  AddValue(command, "--mac", options.mac, "MAC",
+           "The same by MAC address; one that no interface has binds to none")
       ->check(CheckMac)
-      ->excludes(interfaceName)
+      ->excludes(name)
       ->group(kRouteOptions);
 }
 
 void AddTimeout(CLI::App* command, Options& options, const std::string& help) {
-  command->add_option("--timeout", options.timeout, help)
-      ->type_name("SECONDS")
-      ->check(CheckSeconds);
+  AddValue(command, "--timeout", options.timeout, "SECONDS", help)->check(CheckSeconds);
 }

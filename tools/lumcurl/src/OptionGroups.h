@@ -25,6 +25,19 @@ constexpr char kUnverified[] = "Nothing about an https server is ever verified. 
 CLI::App* AddCommand(CLI::App& app, Options& options, const char* name, const char* group,
                      const char* about, const std::string& footer);
 
+// An option that takes a value, which help calls `value`.
+template <typename T>
+CLI::Option* AddValue(CLI::App* command, const char* name, T& target, const char* value,
+                      const std::string& help) {
+  return command->add_option(name, target, help)->type_name(value);
+}
+
+// An operand, which must be given.
+template <typename T>
+CLI::Option* AddOperand(CLI::App* command, const char* name, T& target, const std::string& help) {
+  return command->add_option(name, target, help)->type_name("")->required();
+}
+
 void AddUrl(CLI::App* command, Options& options);
 CLI::Option* AddHeader(CLI::App* command, Options& options, const std::string& help);
 void AddBody(CLI::App* command, Options& options, const std::string& what);

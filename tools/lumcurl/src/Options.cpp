@@ -2,12 +2,9 @@
 
 #include "Options.h"
 
-#include <curl/curl.h>
-
 #include <algorithm>
 
 #include "HelpFormatter.h"
-#include "ManPage.h"
 #include "OptionGroups.h"
 
 namespace {
@@ -23,13 +20,8 @@ std::unique_ptr<CLI::App> MakeParser(Options& options) {
   app->formatter(std::make_shared<HelpFormatter>());
   app->get_formatter()->label("Positionals", "Operands");
   app->set_help_flag("-h,--help", "Print this help and exit");
-  app->set_version_flag(
-      "--version",
-      [] {
-        return std::string("lumcurl " LUM_VERSION "\nlibLumCurlHttp " LUM_VERSION "\n") +
-               curl_version();
-      },
-      "Print the versions of the tool, the library and libcurl, and exit");
+  app->set_version_flag("--version", "",
+                        "Print the versions of the tool, the library and libcurl, and exit");
   app->require_subcommand(1);
   app->footer(
       "Secrets (pass phrases, tokens, keys, signatures) come from files or the environment. Each "
@@ -49,15 +41,8 @@ std::unique_ptr<CLI::App> MakeParser(Options& options) {
       "~/.config/fish/completions/lumcurl.fish for fish. The packages install all three.\n\n"
       "Example:\n"
       "  lumcurl completion fish > ~/.config/fish/completions/lumcurl.fish");
-  completion->add_option("SHELL", options.shell, "The shell: bash, zsh or fish")
-      ->type_name("")
-      ->required()
+  AddOperand(completion, "SHELL", options.shell, "The shell: bash, zsh or fish")
       ->check(CLI::IsMember(Shells()));
-
-  // Hidden: the build makes the man page with it.
-  CLI::App* table = app.get();
-  app->add_flag_callback("--help-man", [table] { throw CLI::CallForVersion(ManPage(*table), 0); })
-      ->group("");
   return app;
 }
 

@@ -2,19 +2,11 @@
 
 #include "ServiceClient.h"
 
-#include <cstring>
-
 #include "Input.h"
 
 void Configure(LumCurlOrvOps& client, const Options& options, Console& console) {
   if (!options.cert.empty()) {
-    RequireReadable("--cacert", options.caCert);
-    RequireReadable("--cert", options.cert);
-    RequireReadable("--key", options.key);
-    std::string pass = ReadKeyPass(options, console);
-    client.SetSslInfo(options.caCert, options.cert, options.key,
-                      reinterpret_cast<unsigned char*>(pass.data()), static_cast<int>(pass.size()));
-    explicit_bzero(pass.data(), pass.size());
+    SetCertificate(client, options, console);
   }
   if (!options.interfaceName.empty()) {
     client.SetBindInterface(options.interfaceName);

@@ -41,11 +41,9 @@ void AddServiceCommands(CLI::App& app, Options& options) {
   AddToken(report, options);
   auto* gzip = report->add_flag("--gzip", options.gzip,
                                 "Compress the report; its time limit is then 4 seconds");
-  report
-      ->add_option("--topic", options.topic, "Add this text to the document, as member topic_name")
-      ->type_name("NAME");
-  report->add_option("--access-id", options.accessId, "Sender of a compressed report")
-      ->type_name("ID")
+  AddValue(report, "--topic", options.topic, "NAME",
+           "Add this text to the document, as member topic_name");
+  AddValue(report, "--access-id", options.accessId, "ID", "Sender of a compressed report")
       ->check(CheckLine)
       ->needs(gzip);
   AddTimeout(report, options, "Time limit of an uncompressed report; 0: none (default: 5)");
@@ -61,16 +59,12 @@ void AddServiceCommands(CLI::App& app, Options& options) {
           "\n\nExample:\n"
           "  lumcurl log-address --access-id robot-7 --file-name today.tar.gz \\\n"
           "      --token-file token http://127.0.0.1:8080/log-address");
-  address->add_option("URL", options.url, "http:// or https:// URL without a query")
-      ->type_name("")
-      ->required()
+  AddOperand(address, "URL", options.url, "http:// or https:// URL without a query")
       ->check(CheckUrlWithoutQuery);
-  address->add_option("--access-id", options.accessId, "Whose log it is")
-      ->type_name("ID")
+  AddValue(address, "--access-id", options.accessId, "ID", "Whose log it is")
       ->required()
       ->check(CheckQueryValue);
-  address->add_option("--file-name", options.fileName, "Name of the log file")
-      ->type_name("NAME")
+  AddValue(address, "--file-name", options.fileName, "NAME", "Name of the log file")
       ->required()
       ->check(CheckQueryValue);
   AddToken(address, options);

@@ -53,15 +53,4 @@ std::string HumanBytes(double bytes);
 // "59 s", "2 min 5 s", "1 h 3 min".
 std::string HumanTime(double seconds);
 
-// `text` in lines of at most `width` columns, each after the first indented; lines that begin with
-// a blank stand as they are.
-std::string Wrap(const std::string& text, std::size_t width, std::size_t indent);
-
-// The part of a command's footer before its example, and the example's lines.
-struct Footer {
-  std::string notes;
-  std::string example;
-};
-Footer SplitFooter(const std::string& footer);
-
 #endif  // LUM_LUMCURL_TEXT_H

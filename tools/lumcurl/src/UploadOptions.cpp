@@ -14,45 +14,29 @@ constexpr char kReplyNote[] =
 // Those, and the settings that uploads alone read.
 void AddUploadSettings(CLI::App* command, Options& options) {
   AddServiceSettings(command, options);
-  command
-      ->add_option("--pin-ip", options.pinIp,
-                   "Connect to this address in place of what the URL's host resolves to")
-      ->type_name("ADDR")
+  AddValue(command, "--pin-ip", options.pinIp, "ADDR",
+           "Connect to this address in place of what the URL's host resolves to")
       ->check(CheckAddress)
       ->group(kRouteOptions);
-  command
-      ->add_option("--limit-rate", options.limitRate,
-                   "Highest speed in bytes per second; 500K and 2M count in steps of 1024")
-      ->type_name("RATE")
+  AddValue(command, "--limit-rate", options.limitRate, "RATE",
+           "Highest speed in bytes per second; 500K and 2M count in steps of 1024")
       ->transform(CLI::Validator(&ToBytesPerSecond, ""))
       ->group(kRouteOptions);
 }
 
 // How a signed upload gets its Authorization and Date. Returns the options that ask for it.
 std::vector<CLI::Option*> AddSignature(CLI::App* command, Options& options) {
-  auto* date = command
-                   ->add_option("--date", options.date,
-                                "The Date value to send and sign (default with --sign-key-file: "
-                                "now)")
-                   ->type_name("DATE")
-                   ->check(CheckLine);
-  auto* sign = command
-                   ->add_option("--sign-key-file", options.signKeyFile,
-                                "Sign the upload with the key in this file: Authorization is "
-                                "\"LUM \" and the base64 of the HMAC-SHA1 of method, date and "
-                                "path, one a line")
-                   ->type_name("FILE");
-  auto* ready = command
-                    ->add_option("--authorisation-file", options.authorisationFile,
-                                 "File that holds a ready-made Authorization value; needs --date")
-                    ->type_name("FILE")
-                    ->needs(date)
-                    ->excludes(sign);
-  auto* token = command
-                    ->add_option("--security-token-file", options.securityTokenFile,
-                                 "File that holds the x-zun-security-token value of a signed "
-                                 "upload")
-                    ->type_name("FILE");
+  auto* date = AddValue(command, "--date", options.date, "DATE",
+                        "The Date value to send and sign (default with --sign-key-file: now)");
+  date->check(CheckLine);
+  auto* sign = AddValue(command, "--sign-key-file", options.signKeyFile, "FILE",
+                        "Sign the upload with the key in this file: Authorization is \"LUM \" and "
+                        "the base64 of the HMAC-SHA1 of method, date and path, one a line");
+  auto* ready = AddValue(command, "--authorisation-file", options.authorisationFile, "FILE",
+                         "File that holds a ready-made Authorization value; needs --date");
+  ready->needs(date)->excludes(sign);
+  auto* token = AddValue(command, "--security-token-file", options.securityTokenFile, "FILE",
+                         "File that holds the x-zun-security-token value of a signed upload");
   for (auto* option : {date, sign, ready, token}) {
     option->group(kSigningOptions);
   }
@@ -63,7 +47,7 @@ CLI::App* AddUpload(CLI::App& app, Options& options, const char* name, const cha
                     const char* operand, const char* operandHelp, const std::string& footer) {
   CLI::App* command = AddCommand(app, options, name, kUploads, about, footer);
   AddUrl(command, options);
-  command->add_option(operand, options.path, operandHelp)->type_name("")->required();
+  AddOperand(command, operand, options.path, operandHelp);
   return command;
 }
 
@@ -141,14 +125,9 @@ void AddUploadCommands(CLI::App& app, Options& options) {
           "\n\nExample:\n"
           "  lumcurl upload-group http://127.0.0.1:8080/objects/g.tar.gz a.log b.log");
   AddUrl(group, options);
-  group->add_option("FILE", options.files, "Files to pack; they stay")
-      ->type_name("")
-      ->required()
-      ->check(CheckLine);
-  group
-      ->add_option("--archive", options.archive,
-                   "Make the archive as BASE.tar.gz (default: in a directory for temporary files)")
-      ->type_name("BASE");
+  AddOperand(group, "FILE", options.files, "Files to pack; they stay")->check(CheckLine);
+  AddValue(group, "--archive", options.archive, "BASE",
+           "Make the archive as BASE.tar.gz (default: in a directory for temporary files)");
   AddOverwrite(group, options);
   AddSignature(group, options);
   AddUploadSettings(group, options);

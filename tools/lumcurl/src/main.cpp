@@ -1,5 +1,6 @@
 // lumcurl: options, signals, and the command in between.
 
+#include <curl/curl.h>
 #include <fcntl.h>
 #include <unistd.h>
 #include <CLI/CLI.hpp>
@@ -111,8 +112,9 @@ Exit Main(int argc, char** argv) {
   } catch (const CLI::CallForHelp&) {
     plain.Data(parser->help());
     return Exit::kDone;
-  } catch (const CLI::CallForVersion& version) {
-    plain.Data(std::string(version.what()) + "\n");
+  } catch (const CLI::CallForVersion&) {
+    plain.Data(std::string("lumcurl " LUM_VERSION "\nlibLumCurlHttp " LUM_VERSION "\n") +
+               curl_version() + "\n");
     return Exit::kDone;
   } catch (const CLI::ExtrasError& error) {
     const std::string text = error.what();

@@ -33,7 +33,6 @@ TEST(Help, ListsEveryCommand) {
   for (const std::string& command : Commands()) {
     EXPECT_THAT(result.out, HasSubstr("\n  " + command + " ")) << command;
   }
-  EXPECT_THAT(result.out, Not(HasSubstr("--help-man")));
 }
 
 TEST(Help, OfEachCommandEndsInAnExample) {

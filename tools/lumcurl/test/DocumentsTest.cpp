@@ -49,7 +49,7 @@ std::set<std::string> Commands() {
 // What the man page looks like to a reader, without bold and underline.
 ProcessResult Rendered() {
   ProcessOptions options;
-  options.input = Lumcurl({"--help-man"}).out;
+  options.input = RunCommand({LUM_DOCUMENT_LUMCURL, "man"}).out;
   options.environment = {"GROFF_NO_SGR=1"};
   return RunCommand({"groff", "-man", "-ww", "-Tascii", "-P-c", "-P-b", "-P-u", "-rLL=200n"},
                     options);

@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+#include "HelpFormatter.h"
+
 namespace {
 
 using testing::ElementsAre;

@@ -1,13 +1,12 @@
-// The man page of lumcurl in troff; groff_man(7) has the macros.
-
-#include "ManPage.h"
+// document-lumcurl man|bash|zsh|fish: prints lumcurl's man page, or one of its completions, out of
+// the option table. Runs where lumcurl is built, which lumcurl for another machine cannot.
 
 #include <CLI/CLI.hpp>
-#include <sstream>
+#include <iostream>
 
+#include "Completion.h"
 #include "HelpFormatter.h"
 #include "Options.h"
-#include "Text.h"
 
 namespace {
 
@@ -98,10 +97,8 @@ void Describe(std::ostream& out, const CLI::App* command) {
   out << ".PP\nExample:\n.PP\n.nf\n" << Escaped(footer.example) << "\n.fi\n";
 }
 
-}  // namespace
-
-std::string ManPage(const CLI::App& app) {
-  std::ostringstream out;
+// In troff; groff_man(7) has the macros.
+void ManPage(std::ostream& out, const CLI::App& app) {
   out << ".TH LUMCURL 1 \"\" \"lumcurl " LUM_VERSION "\" \"User Commands\"\n"
       << ".SH NAME\nlumcurl \\- requests, downloads and uploads over libLumCurlHttp\n"
       << ".SH SYNOPSIS\n.B lumcurl\n.I COMMAND\n[\\fIOPTIONS\\fR] ...\n.br\n"
@@ -125,5 +122,17 @@ std::string ManPage(const CLI::App& app) {
     Entry(out, entry.name, entry.text);
   }
   out << ".SH SEE ALSO\n.BR curl (1),\n.BR lumbackend (1)\n";
-  return out.str();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string what = argc == 2 ? argv[1] : "";
+  Options options;
+  const auto table = MakeParser(options);
+  if (what == "man") {
+    ManPage(std::cout, *table);
+  } else {
+    std::cout << Completion(what, *table);
+  }
 }
