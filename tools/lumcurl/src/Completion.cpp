@@ -3,6 +3,7 @@
 #include "Completion.h"
 
 #include <CLI/CLI.hpp>
+#include <map>
 #include <sstream>
 #include <vector>
 
@@ -110,33 +111,14 @@ std::string BashGenerate(const std::string& what) {
 // What bash offers for one command line up to the command's name, or behind the command.
 struct BashWords {
   Names options;
-  Names withFile;
-  Names withDirectory;
-  Names withChoice;
-  Names withText;  // nothing can be guessed
+  std::map<Value, Names> taking;  // options by what stands behind them
 };
 
 BashWords BashWordsOf(const CLI::App& app) {
   BashWords words;
   for (const CLI::Option* option : OptionsOf(app)) {
-    const Names names = NamesOf(option);
-    Append(words.options, names);
-    switch (ValueOf(option)) {
-      case Value::kFile:
-        Append(words.withFile, names);
-        break;
-      case Value::kDirectory:
-        Append(words.withDirectory, names);
-        break;
-      case Value::kChoice:
-        Append(words.withChoice, names);
-        break;
-      case Value::kText:
-        Append(words.withText, names);
-        break;
-      case Value::kNone:
-        break;
-    }
+    Append(words.options, NamesOf(option));
+    Append(words.taking[ValueOf(option)], NamesOf(option));
   }
   for (const CLI::Option* operand : OperandsOf(app)) {
     if (ValueOf(operand) == Value::kChoice) {
@@ -162,13 +144,13 @@ std::string BashCompletion(const CLI::App& app) {
          "    '') words='"
       << Join(names, " ") << " " << Join(BashWordsOf(app).options, " ") << "' ;;\n";
   for (const CLI::App* command : CommandsOf(app)) {
-    const BashWords words = BashWordsOf(*command);
+    BashWords words = BashWordsOf(*command);
     out << "    " << command->get_name() << ")\n"
         << "      case $previous in\n";
-    BashCase(out, words.withFile, BashGenerate("-f"));
-    BashCase(out, words.withDirectory, BashGenerate("-d"));
-    BashCase(out, words.withChoice, BashGenerate("-W '" + Join(Colours(), " ") + "'"));
-    BashCase(out, words.withText, ":");
+    BashCase(out, words.taking[Value::kFile], BashGenerate("-f"));
+    BashCase(out, words.taking[Value::kDirectory], BashGenerate("-d"));
+    BashCase(out, words.taking[Value::kChoice], BashGenerate("-W '" + Join(Colours(), " ") + "'"));
+    BashCase(out, words.taking[Value::kText], ":");  // nothing can be guessed
     out << "      esac\n"
         << "      words='" << Join(words.options, " ") << "' ;;\n";
   }
