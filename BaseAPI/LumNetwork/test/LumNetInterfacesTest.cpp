@@ -261,7 +261,9 @@ TEST(LumNetInterfaces, IPv6BeyondTheLinkCountsAsAnAddressToo) {
 
 TEST(LumNetInterfaces, SharedMacGoesToTheOneThatIsUp) {
   InterfaceTable table;
-  table.Link("eth0", 0, kMac).Link("bond0", IFF_UP, kMac).IPv4("eth0", "10.0.0.5");
+  table.Link("eth0", IFF_BROADCAST | IFF_MULTICAST, kMac)
+      .Link("bond0", IFF_UP, kMac)
+      .IPv4("eth0", "10.0.0.5");
   EXPECT_EQ(LumNet::GetInterfaceName(kMacText), "bond0");
   EXPECT_EQ(Addresses(kMacText), kNothing);
 }
@@ -288,6 +290,7 @@ TEST(LumNetInterfaces, LabelledAddressBelongsToItsInterface) {
       .Link("eth01", IFF_UP, kOtherMac)
       .IPv4("eth01", "10.0.1.5")
       .IPv4("eth01:1", "10.0.1.6")
+      .IPv4("eth0~1", "10.0.1.7")  // a colon alone begins a label
       .IPv4("eth0:1", "10.0.0.6");
   EXPECT_EQ(Addresses(kMacText), (Found{0, "10.0.0.6", ""}));
   EXPECT_EQ(LumNet::GetInterfaceName(kMacText), "eth0");
@@ -349,6 +352,13 @@ TEST(LumNetInterfaces, HardwareAddressOfAnotherLengthIsNoMac) {
     EXPECT_EQ(LumNet::GetInterfaceName("02:ab:cd:ef:01:00"), "") << length;
     EXPECT_EQ(Addresses("02:ab:cd:ef:01:00"), kNothing) << length;
   }
+}
+
+TEST(LumNetInterfaces, IPv6AddressIsNoMacWhateverItsBytes) {
+  InterfaceTable table;
+  // Read as a hardware address: six bytes, and these the MAC's.
+  table.IPv6("eth1", "2001:d06:2ab:cdef:1::").Link("eth0", IFF_UP, kMac);
+  EXPECT_EQ(LumNet::GetInterfaceName(kMacText), "eth0");
 }
 
 TEST(LumNetInterfaces, UnknownMacAndEmptyList) {
