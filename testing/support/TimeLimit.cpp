@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr unsigned kSeconds = 30;  // ample for one test on a machine that is busy
+constexpr unsigned kSeconds = 90;  // ample for one test on a machine that is busy
 
 std::string g_message;
 int g_standardError = -1;  // the program's own, wherever a test leads descriptor 2 to
