@@ -175,8 +175,7 @@ struct LumLogger::State {
       } catch (...) {  // the record is dropped
       }
       t_runsSink = false;
-    } catch (...) {
-      return;
+    } catch (...) {  // the record is dropped
     }
   }
 

@@ -604,13 +604,17 @@ struct Waiting {
   std::uint64_t blockedAfter = 0;
 };
 
-Waiting LogIntoAFullPipe(int pipeFlags) {
+// Logs a line that has `excess` bytes more than the pipe holds.
+Waiting LogIntoAFullPipe(int pipeFlags, std::size_t excess = 1 << 20) {
   Waiting seen;
   int ends[2];
   EXPECT_EQ(pipe2(ends, pipeFlags), 0);
   Redirect redirect(ends[1]);
   close(ends[1]);
-  const std::string text(1 << 20, 'w');
+  const int capacity = fcntl(ends[0], F_GETPIPE_SZ);
+  std::string line = "file:7 Function info ";
+  const std::string text(static_cast<std::size_t>(capacity) + excess - line.size() - 1, 'w');
+  line += text + '\n';
   std::atomic<pid_t> writer{0};
   std::thread thread([&] {
     sigset_t others;
@@ -625,13 +629,12 @@ Waiting LogIntoAFullPipe(int pipeFlags) {
   const auto isFull = [&] {
     int held = 0;
     ioctl(ends[0], FIONREAD, &held);
-    return held == fcntl(ends[0], F_GETPIPE_SZ);
+    return held == capacity;
   };
   seen.sleeps =
       Await([&] { return writer != 0 && isFull() && StatusOf(writer, "State")[0] == 'S'; });
   seen.blockedMeanwhile = BlockedSignals(writer);
   fcntl(ends[0], F_SETFL, 0);
-  const std::string line = "file:7 Function info " + text + "\n";
   std::string received(line.size(), '\0');
   for (std::size_t at = 0; at < received.size();) {
     const ssize_t got = read(ends[0], &received[at], received.size() - at);
@@ -653,6 +656,10 @@ TEST_F(LumLoggerTest, SigpipeAloneIsBlockedAndOnlyWhileALineIsWritten) {
 
 TEST_F(LumLoggerTest, DescriptorThatDoesNotBlockIsWaitedForAsleep) {
   EXPECT_TRUE(LogIntoAFullPipe(O_NONBLOCK).sleeps);
+}
+
+TEST_F(LumLoggerTest, WriteThatLeavesOneByteIsGoneOnWith) {
+  EXPECT_TRUE(LogIntoAFullPipe(O_NONBLOCK, 1).sleeps);
 }
 
 std::atomic<int> interruptions{0};
