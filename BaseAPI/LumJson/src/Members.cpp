@@ -31,6 +31,12 @@ std::uint64_t FoldProduct(std::uint64_t a, std::uint64_t b) {
   return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
 }
 
+// Spreads what one product leaves together: with some seeds it maps names that are alike to places
+// that are.
+std::uint64_t Spread(std::uint64_t hash) {
+  return FoldProduct(hash, 0x9E3779B97F4A7C15U);
+}
+
 // Differs in each process, so that nobody can prepare a document whose names all collide.
 struct HashSeed {
   std::uint64_t low;
@@ -77,7 +83,7 @@ class Name {
 
   std::uint64_t Hash() const {
     if (m_isShort) {
-      return FoldProduct(m_low ^ kSeed.low, m_high ^ kSeed.high);
+      return Spread(FoldProduct(m_low ^ kSeed.low, m_high ^ kSeed.high));
     }
     std::uint64_t hash = kSeed.low ^ m_bytes.size();
     std::string_view rest = m_bytes;
@@ -87,7 +93,7 @@ class Name {
     }
     std::uint64_t tail = 0;
     std::memcpy(&tail, rest.data(), rest.size());
-    return FoldProduct(hash ^ tail, kSeed.high);
+    return Spread(FoldProduct(hash ^ tail, kSeed.high));
   }
 
  private:

@@ -378,7 +378,7 @@ void CheckSearch(const Value& value) {
     crowd = growth.index[i] == nullptr ? 0 : crowd + 1;
     passed += crowd;
   }
-  ASSERT_LE(passed, 8 * places);
+  ASSERT_LE(passed, 4 * places);
 }
 
 using NameForm = std::pair<const char*, const char*>;
