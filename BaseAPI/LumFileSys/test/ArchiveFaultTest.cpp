@@ -69,6 +69,7 @@ ssize_t __real_read(int fd, void* data, std::size_t size);
 dirent* __real_readdir(DIR* stream);
 ssize_t __real_readlinkat(int directory, const char* name, char* target, std::size_t size);
 int __real_renameat(int from, const char* name, int to, const char* newName);
+int __real_unlinkat(int directory, const char* name, int flags);
 ssize_t __real_write(int fd, const void* data, std::size_t size);
 }
 
@@ -597,7 +598,7 @@ TEST_F(LumArchiveFault, MemoryRunsOutAtAnyPoint) {
 
 TEST_F(LumArchiveFault, EveryCallOfTheTarWriterMayFail) {
   constexpr int kOfOpening = 5;  // of which only a lack of memory can be the reason
-  for (const int error : {EDOM, 0, -1}) {
+  for (const int error : {EPERM, 0, -1}) {
     int calls = 0;
     for (int failing = 1;; ++failing) {
       calls = 0;
@@ -1008,7 +1009,7 @@ INSTANTIATE_TEST_SUITE_P(FileSystems, LumArchiveKill,
 // ---- Files that change while they are packed ----
 
 TEST_F(LumArchiveFault, FileThatShrinksIsFilledUpWithZeroBytes) {
-  for (const off_t size : {300000, 262144, 0}) {
+  for (const off_t size : {899999, 300000, 262144, 0}) {
     m_log.clear();
     m_dir.Write("d/big", Noise(900000));
     int reads = 0;
@@ -1079,6 +1080,21 @@ TEST_F(LumArchiveFault, FileThatGrowsIsPackedToTheSizeItHad) {
                     "first " +
                         std::to_string(size) + " bytes");
   }
+}
+
+// Where a file ends with a block, there is room for no more.
+TEST_F(LumArchiveFault, OneByteBehindTheEndIsAskedFor) {
+  off_t furthest = 0;
+  m_hooks.read = [&](int fd, void* data, std::size_t size) {
+    const off_t end = lseek(fd, 0, SEEK_CUR) + static_cast<off_t>(size);
+    struct stat status;
+    EXPECT_EQ(__real_fstat(fd, &status), 0);
+    furthest = std::max(furthest, end - status.st_size);
+    return __real_read(fd, data, size);
+  };
+  EXPECT_EQ(Pack(), 0);
+  EXPECT_EQ(furthest, 1);
+  ExpectWholeArchive();
 }
 
 TEST_F(LumArchiveFault, FileThatVanishesAfterItWasListedIsPassedOver) {
@@ -1251,6 +1267,7 @@ TEST_F(LumArchiveFault, DescriptorZeroIsOneLikeTheOthers) {
           }
           const int fd = __real_openat(directory, name, flags, mode);
           EXPECT_TRUE(!isZeroth || fd == STDIN_FILENO);
+          errno = EEXIST;  // of an earlier call
           return fd;
         };
         EXPECT_EQ(Pack(), 0);
@@ -1458,6 +1475,11 @@ ssize_t __wrap_readlinkat(int directory, const char* name, char* target, std::si
 
 int __wrap_renameat(int from, const char* name, int to, const char* newName) {
   return Call(&Hooks::renameat, __real_renameat, from, name, to, newName);
+}
+
+int __wrap_unlinkat(int directory, const char* name, int flags) {
+  EXPECT_STRNE(name, "");  // there is something to remove
+  return __real_unlinkat(directory, name, flags);
 }
 
 ssize_t __wrap_write(int fd, const void* data, std::size_t size) {
