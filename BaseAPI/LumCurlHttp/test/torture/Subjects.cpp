@@ -50,9 +50,9 @@ std::vector<StatedFailure> FailuresOf(Kind kind) {
       // goes.
       return {{"-10000"}, {"0", "upload file failed"}, {"0", "PUT failed for", Log::kError, true}};
     case Kind::kApollo:
-      return {{"the reason, code -1, cluster default"},
-              {", code -1, cluster "},
-              {", code -1, cluster default"}};
+      return {{R"(the reason, code -1, cluster "default")"},
+              {R"(, code -1, cluster "")"},
+              {R"(, code -1, cluster "default")"}};
   }
   return {};
 }
@@ -110,8 +110,8 @@ std::vector<Subject> Variations() {
   longUrl.run = [](World& w) {
     LumApolloEnv env{HostOf(w.url), std::string(5000, 'x'), "", "space"};
     const HttpResult result = w.caller.Try([&] { return w.caller.apollo.GetPropertyString(env); });
-    return WithoutReason(result.body + ", code " + std::to_string(result.code) + ", cluster " +
-                         env.cluster);
+    return WithoutReason(result.body + ", code " + std::to_string(result.code) + ", cluster \"" +
+                         env.cluster + '"');
   };
 
   return {

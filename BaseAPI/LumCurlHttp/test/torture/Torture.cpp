@@ -1,16 +1,18 @@
 // LumTorture: every public operation under every fault in turn, and the table of what came of it.
 //
-//   LumTorture http|answer|https|certificate [PART-OF-A-NAME]
-//   LumTorture calls|tls-calls               [PART-OF-A-NAME]
+//   LumTorture http|answer|https|refused|certificate [PART-OF-A-NAME]
+//   LumTorture calls|tls-calls                       [PART-OF-A-NAME]
 //
-// The first four fail each allocation: over plain HTTP, the same where the server answers 200
-// alone, over TLS, and over TLS with a client certificate and its encrypted key. The other two fail
-// each file and socket call with each of its usual errors: over plain HTTP, and over TLS.
+// The first five fail each allocation: over plain HTTP, the same where the server answers 200
+// alone, over TLS, the same where nobody listens, and over TLS with a client certificate and its
+// encrypted key. The other two fail each file and socket call with each of its usual errors: over
+// plain HTTP, and over TLS.
 // PART-OF-A-NAME chooses among the operations.
 
 #include <algorithm>
 #include <cstdio>
 #include <map>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -43,15 +45,15 @@ bool IsTaken(Connection connection, Scenario scenario) {
   return false;
 }
 
-std::vector<Trial> Trials(Connection connection, Faults (*faults)(), bool answerAlone,
-                          const std::string& part) {
+std::vector<Trial> Trials(Connection connection, Faults (*faults)(),
+                          std::optional<Scenario> scenarioAlone, const std::string& part) {
   std::vector<Trial> trials;
   for (const Subject& subject : Subjects(connection)) {
     if (subject.name.find(part) == std::string::npos) {
       continue;
     }
     for (const Scenario scenario : subject.scenarios) {
-      if (answerAlone ? scenario == Scenario::kAnswer : IsTaken(connection, scenario)) {
+      if (scenarioAlone ? scenario == *scenarioAlone : IsTaken(connection, scenario)) {
         trials.push_back({subject, connection, scenario, faults});
       }
     }
@@ -93,11 +95,13 @@ int main(int argc, char** argv) {
   struct Kind {
     Connection connection;
     lumtest::Faults (*faults)();
+    std::optional<lumtest::Scenario> scenarioAlone = std::nullopt;
   };
   const std::map<std::string, Kind> kKinds = {
       {"http", {Connection::kPlain, lumtest::Allocations}},
-      {"answer", {Connection::kPlain, lumtest::Allocations}},
+      {"answer", {Connection::kPlain, lumtest::Allocations, lumtest::Scenario::kAnswer}},
       {"https", {Connection::kTls, lumtest::Allocations}},
+      {"refused", {Connection::kTls, lumtest::Allocations, lumtest::Scenario::kRefused}},
       {"certificate", {Connection::kCertificate, lumtest::Allocations}},
 #ifdef LUM_TORTURE_CALLS
       {"calls", {Connection::kPlain, lumtest::EveryCallFault}},
@@ -106,14 +110,15 @@ int main(int argc, char** argv) {
   };
   const auto kind = kKinds.find(what);
   if (kind == kKinds.end()) {
-    std::fputs("usage: LumTorture http|answer|https|certificate|calls|tls-calls [PART-OF-A-NAME]\n",
-               stderr);
+    std::fputs(
+        "usage: LumTorture http|answer|https|refused|certificate|calls|tls-calls "
+        "[PART-OF-A-NAME]\n",
+        stderr);
     return 2;
   }
-  const auto [connection, faults] = kind->second;
+  const auto [connection, faults, scenarioAlone] = kind->second;
   const std::size_t cores = std::max(1U, std::thread::hardware_concurrency());
   // An upload whose file cannot be read waits for its time limit.
   const std::size_t atOnce = faults == lumtest::Allocations ? cores : 12 * cores;
-  return lumtest::Torture(lumtest::Trials(connection, faults, what == "answer", part), atOnce) ? 0
-                                                                                               : 1;
+  return lumtest::Torture(lumtest::Trials(connection, faults, scenarioAlone, part), atOnce) ? 0 : 1;
 }
