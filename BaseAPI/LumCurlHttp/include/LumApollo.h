@@ -8,8 +8,8 @@
 struct HttpResult;  // the answer; include "HttpResult.h" to read it
 class LumApolloPrivate;
 
-// The query. Its fields become parts of a URL without percent-encoding: "/", "?", "#", "%" and ".."
-// keep their meaning.
+// The query. Its fields become parts of a URL as they are: "/", "?", "#", "%" and ".." keep their
+// meaning. libcurl percent-encodes bytes beyond ASCII in the path, not in the query.
 struct LumApolloEnv {
   std::string configServer;   // host name or IPv4 address; ":port" unless it is 443
   std::string appId;          // the application's id
@@ -20,7 +20,8 @@ struct LumApolloEnv {
 // Thread safety: calls may run in parallel, on one object or several, each with its own
 // LumApolloEnv.
 //
-// libcurl uses the proxies that the environment names (docs/operations.md).
+// libcurl uses the proxies that http_proxy, https_proxy, all_proxy and no_proxy name in the
+// environment. A slow name look-up can exceed the time limit (docs/operations.md for both).
 //
 // Exceptions: std::bad_alloc when memory runs out; nothing else.
 class __attribute__((visibility("default"))) LumApollo {

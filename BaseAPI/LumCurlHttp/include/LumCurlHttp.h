@@ -11,8 +11,9 @@
 class LumCurlHttpPrivate;
 
 // Every request is one blocking transfer on the caller's thread, over a new connection. Nothing is
-// retried, redirects are not followed. libcurl uses the proxies that the environment names. A slow
-// name look-up can exceed the time limits (docs/operations.md for both).
+// retried, redirects are not followed. libcurl uses the proxies that http_proxy, https_proxy,
+// all_proxy and no_proxy name in the environment. A slow name look-up can exceed the time limits
+// (docs/operations.md for both).
 //
 // Thread safety: Get and Post may be called from any thread; an object runs one of them at a time,
 // the others wait. DownloadFile does not wait. No setter may run while another thread uses the same

@@ -15,8 +15,8 @@ class LumCurlOrvOpsPrivate;
 
 // Every request is one blocking transfer on the caller's thread, over a new connection. Nothing is
 // retried, redirects are not followed. No https server is ever verified, with or without
-// SetSslInfo. libcurl uses the proxies that the environment names. A slow name look-up can exceed
-// the time limits (docs/operations.md for both).
+// SetSslInfo. libcurl uses the proxies that http_proxy, https_proxy, all_proxy and no_proxy name in
+// the environment. A slow name look-up can exceed the time limits (docs/operations.md for both).
 //
 // A header list holds complete lines, "Name: value" (RFC 9110 section 5), sent unchanged in list
 // order; they must not contain line breaks. "Name: " and "Name;" are sent as "Name:". "Name:"
