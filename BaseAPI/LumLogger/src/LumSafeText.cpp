@@ -88,6 +88,10 @@ std::size_t LumSafeLength(const char* text, std::size_t size, const char* allowe
   const std::string_view exceptions(allowed);
   std::size_t at = 0;
   while (at < size) {
+    if (bytes[at] >= ' ' && bytes[at] <= '~') {  // nearly all text is; the tables say the same
+      ++at;
+      continue;
+    }
     const std::size_t length = CharacterLength(bytes + at, size - at);
     const bool fit = length > 0 && (IsFit(CodePoint(bytes + at, length)) ||
                                     exceptions.find(text[at]) != std::string_view::npos);
