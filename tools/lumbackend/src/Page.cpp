@@ -8,7 +8,7 @@
 #include "Monitor.h"
 #include "Text.h"
 
-// Written at build time from page.html.
+// Written at build time from the files of page/.
 extern const char kPageHtml[];
 extern const std::size_t kPageHtmlSize;
 

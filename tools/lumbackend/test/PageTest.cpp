@@ -11,8 +11,11 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-TEST(Page, IsTheFileByteForByte) {
-  EXPECT_EQ(PageReply().body, lumtest::ReadFile(LUM_PAGE_HTML));
+TEST(Page, HoldsItsFilesByteForByte) {
+  for (const char* file : {"page.css", "text.js", "list.js", "exchange.js", "controls.js"}) {
+    EXPECT_THAT(PageReply().body,
+                HasSubstr("\n" + lumtest::ReadFile(std::string(LUM_PAGE_FILES) + file)));
+  }
 }
 
 TEST(Page, IsSmall) {
