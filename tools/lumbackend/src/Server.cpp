@@ -29,6 +29,8 @@ constexpr std::size_t kSpareDescriptors = 100;    // for files, the database and
 constexpr unsigned kFewestThreads = 4;            // one that waits for a disk does not hold up all
 constexpr std::chrono::milliseconds kBreath(50);  // until a full server looks again
 constexpr std::chrono::seconds kLastWords(4);     // for connections, when the back end ends
+static_assert(kLastWords < std::chrono::seconds(5),
+              "a signal ends the back end within five seconds");
 
 // Raises the limit on descriptors as far as it goes.
 std::size_t MostConnections() {

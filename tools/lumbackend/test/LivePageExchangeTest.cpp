@@ -1,4 +1,5 @@
 // One exchange on the page, and the commands that repeat it.
+#include <LumSafeText.h>
 #include <gmock/gmock.h>
 
 #include <cstdlib>
@@ -92,13 +93,22 @@ TEST_F(OneExchange, ShowsABodyPrettyAndRaw) {
   EXPECT_THAT(Block("Body"), HasSubstr("\n    1,\n"));
 }
 
-TEST_F(OneExchange, SpellsOutWhatABodyHoldsBesidesText) {
+TEST_F(OneExchange, ShowsABodyByTheRuleOfTheLog) {
+  // The first and the last of each range that is spelled out, and what lies beside them; bytes that
+  // are no UTF-8, too long forms, surrogates.
+  const std::string body =
+      "no JSON \x01\x1f \x7f \xc2\x80 \xc2\x9f\xc2\xa0 \xd8\x9b\xd8\x9c\xd8\x9d "
+      "\xe2\x80\x8d\xe2\x80\x8e\xe2\x80\x8f\xe2\x80\x90 "
+      "\xe2\x80\xa7\xe2\x80\xa8\xe2\x80\xae\xe2\x80\xaf "
+      "\xe2\x81\xa5\xe2\x81\xa6\xe2\x81\xa9\xe2\x81\xaa \xff \x85 \xc0\x80 \xed\xa0\x80 "
+      "\xf4\x90\x80\x80 "
+      "\xf0\x9f\x98\x80 \xe2\x82 \x1b[31m Gr\xc3\xbc\xc3\x9f\x65\t\n" +
+      std::string(1, '\0');
   BackendProcess backend(kOpen);
   const TempDir temp;
-  Curl({"--data-binary", "@" + temp.Write("body", "no JSON \xFF\xE2\x80\xAE\x1B[31m Grüße\n"),
-        backend.Url("/report")});
+  Curl({"--data-binary", "@" + temp.Write("body", body), backend.Url("/report")});
   Show(backend, 1);
-  EXPECT_EQ(Block("Body"), "no JSON \\xff\\xe2\\x80\\xae\\x1b[31m Grüße\n");
+  EXPECT_EQ(Block("Body"), LumSafeText(body, "\n\t"));
 }
 
 TEST_F(OneExchange, FetchesALargeBodyOnlyWhenAskedTo) {

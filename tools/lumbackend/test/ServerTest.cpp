@@ -49,6 +49,14 @@ class ServerTest : public testing::Test {
   std::thread m_thread;
 };
 
+// Tests are less patient than this.
+TEST(Patience, GivesAHeadTenSecondsAndABodyThirtyForEach30KiB) {
+  const Patience patience;
+  EXPECT_EQ(patience.head, std::chrono::seconds(10));
+  EXPECT_EQ(patience.body, std::chrono::seconds(30));
+  EXPECT_EQ(patience.bodyBytes, 30u * 1024);
+}
+
 TEST_F(ServerTest, AHeadThatDoesNotEndIsGivenUp) {
   Patience patience;
   patience.head = std::chrono::milliseconds(200);
