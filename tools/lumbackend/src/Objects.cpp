@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "Signature.h"
+#include "SignatureCheck.h"
 #include "Text.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <cstddef>
 
 #include "Monitor.h"
-#include "Text.h"
+#include "Signature.h"
 
 // Written at build time from the files of page/.
 extern const char kPageHtml[];

@@ -31,13 +31,6 @@ std::string ToHex(const unsigned char* data, std::size_t size) {
   return text;
 }
 
-std::string ToBase64(const unsigned char* data, std::size_t size) {
-  std::string text(4 * ((size + 2) / 3) + 1, '\0');  // OpenSSL adds a zero byte
-  EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), data, static_cast<int>(size));
-  text.pop_back();
-  return text;
-}
-
 std::string RandomHex(std::size_t size) {
   std::string bytes(size, '\0');
   auto* data = reinterpret_cast<unsigned char*>(bytes.data());

@@ -10,9 +10,6 @@
 // Two lower-case hex digits for each byte.
 std::string ToHex(const unsigned char* data, std::size_t size);
 
-// A signature or digest as heads carry it.
-std::string ToBase64(const unsigned char* data, std::size_t size);
-
 // `size` bytes that nobody can guess, in hex. Throws std::runtime_error.
 std::string RandomHex(std::size_t size);
 

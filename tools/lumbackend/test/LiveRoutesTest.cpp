@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "BackendProcess.h"
+#include "Signature.h"
 
 namespace {
 
@@ -34,12 +35,6 @@ std::string Output(const std::vector<std::string>& command, const std::string& i
   const lumtest::ProcessResult result = RunCommand(command, options);
   EXPECT_TRUE(result.Succeeded()) << result.Describe();
   return result.out;
-}
-
-std::string HttpDate(std::time_t time) {
-  char text[64];
-  std::strftime(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", std::gmtime(&time));
-  return text;
 }
 
 TEST(LiveRoutes, PrintsThePortsInUse) {

@@ -156,10 +156,9 @@ TEST_F(ObjectsTest, AsksForSignaturesWhenThereIsAKey) {
   char date[64];
   std::strftime(date, sizeof date, "%a, %d %b %Y %H:%M:%S GMT", std::gmtime(&now));
   FakeBody body("content");
-  const Call call =
-      MakeCall("PUT", "/objects/a",
-               {std::string("Date: ") + date,
-                "Authorization: " + SignatureFor("secret", "PUT", date, "/objects/a")});
+  const Call call = MakeCall("PUT", "/objects/a",
+                             {std::string("Date: ") + date,
+                              "Authorization: " + Signature("secret", "PUT", date, "/objects/a")});
   EXPECT_EQ(Await(strict.Put(call, body)).status, 200);
 }
 

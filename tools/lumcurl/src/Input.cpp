@@ -7,13 +7,16 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <optional>
 #include <sstream>
+#include <utility>
 
 #include "Failure.h"
+#include "FileDescriptor.h"
 #include "Text.h"
 
 namespace {
@@ -23,51 +26,24 @@ constexpr std::size_t kLongestSecret = 1 << 20;
 
 constexpr std::size_t kLongestKeyPass = 2048;  // the library's own limit
 
-// A descriptor that closes itself.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : m_fd(fd) {}
-  ~Descriptor() {
-    if (m_fd > STDERR_FILENO) {
-      close(m_fd);
-    }
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int Get() const { return m_fd; }
-
- private:
-  int m_fd;
-};
-
 Failure CannotRead(const std::string& name) {
   return {Exit::kFile, "cannot read " + name + ": " + std::strerror(errno)};
 }
 
-// Everything in `path`, at most `limit` bytes and one.
-std::string ReadAll(const std::string& path, std::size_t limit) {
+// Everything in `path`, which may hold `limit` bytes.
+std::string ReadFile(const std::string& path, std::size_t limit) {
   const bool standard = path == "-";
-  const Descriptor file(standard ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  const std::string name = standard ? "standard input" : Quoted(path);
-  if (file.Get() < 0) {
-    throw CannotRead(name);
+  const FileDescriptor file(standard ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                                     : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  std::optional<std::string> text = file ? ReadAll(file.Get(), limit) : std::nullopt;
+  if (!text && errno == EFBIG) {
+    throw Failure(Exit::kUsage,
+                  Quoted(path) + " is longer than " + std::to_string(limit) + " bytes");
   }
-  std::string text;
-  std::array<char, 65536> buffer;
-  while (text.size() <= limit) {
-    const ssize_t count = read(file.Get(), buffer.data(), buffer.size());
-    if (count < 0 && errno == EINTR) {
-      continue;
-    }
-    if (count < 0) {
-      throw CannotRead(name);
-    }
-    if (count == 0) {
-      break;
-    }
-    text.append(buffer.data(), static_cast<std::size_t>(count));
+  if (!text) {
+    throw CannotRead(standard ? "standard input" : Quoted(path));
   }
-  return text;
+  return *std::move(text);
 }
 
 void WarnIfOthersCanRead(const std::string& what, const std::string& path, Console& console) {
@@ -139,7 +115,7 @@ std::string ReadBody(const Options& options, Console& console) {
                   "nothing to send: give -d TEXT or --data-file FILE (- is standard "
                   "input)");
   }
-  std::string text = ReadAll(options.dataFile, std::string().max_size() - 1);
+  std::string text = ReadFile(options.dataFile, std::string::npos);
   WarnIfOthersCanRead("the body", options.dataFile, console);
   return text;
 }
@@ -170,7 +146,7 @@ std::vector<std::string> ReadHeaders(const Options& options, Console& console) {
     }
     const std::string path = given.substr(1);
     const std::size_t before = lines.size();
-    std::istringstream text(ReadAll(path, kLongestSecret));
+    std::istringstream text(ReadFile(path, kLongestSecret));
     for (std::string line; std::getline(text, line);) {
       if (!line.empty() && line.back() == '\r') {
         line.pop_back();
@@ -199,11 +175,11 @@ std::vector<std::string> ReadHeaders(const Options& options, Console& console) {
 }
 
 std::string ReadStart(const std::string& path, std::size_t limit) {
-  try {
-    return ReadAll(path, limit).substr(0, limit);
-  } catch (const Failure&) {
-    return {};
-  }
+  std::string text(limit, '\0');
+  std::ifstream file(path, std::ios::binary);
+  file.read(text.data(), static_cast<std::streamsize>(limit));
+  text.resize(static_cast<std::size_t>(file.gcount()));
+  return text;
 }
 
 std::string ReadSecret(const std::string& what, const std::string& file, const char* variable,
@@ -211,10 +187,7 @@ std::string ReadSecret(const std::string& what, const std::string& file, const c
   std::string secret;
   std::string where = file;
   if (!file.empty()) {
-    secret = ReadAll(file, kLongestSecret);
-    if (secret.size() > kLongestSecret) {
-      throw Failure(Exit::kUsage, what + " in " + file + " is longer than 1 MiB");
-    }
+    secret = ReadFile(file, kLongestSecret);
     WarnIfOthersCanRead(what, file, console);
     RemoveLineBreak(secret);
   } else if (const char* value = variable == nullptr ? nullptr : std::getenv(variable)) {
@@ -272,7 +245,7 @@ std::string ReadProblem(const std::string& path) {
   if (!S_ISREG(status.st_mode)) {
     return Quoted(path) + " is no regular file; copy what it gives into one";
   }
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   return file.Get() < 0 ? "cannot read " + Quoted(path) + ": " + std::strerror(errno)
                         : std::string();
 }

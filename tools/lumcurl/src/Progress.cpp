@@ -10,23 +10,13 @@
 #include <cmath>
 #include <utility>
 
+#include "FileDescriptor.h"
 #include "Interrupt.h"
 #include "Text.h"
 
 namespace {
 
 constexpr std::chrono::milliseconds kInterval{200};
-
-void WriteAll(int fd, const std::string& text) {
-  std::size_t written = 0;
-  while (written < text.size()) {
-    const ssize_t count = write(fd, text.data() + written, text.size() - written);
-    if (count < 0 && errno != EINTR) {
-      return;  // the terminal is gone
-    }
-    written += count > 0 ? static_cast<std::size_t>(count) : 0;
-  }
-}
 
 }  // namespace
 
@@ -133,6 +123,9 @@ EscapedStdout::~EscapedStdout() {
 
 void EscapedStdout::Run() const {
   TerminalEscaper escaper;
+  const auto show = [this](const std::string& text) {
+    (void)WriteAll(m_terminal, text.data(), text.size());  // fails when the terminal is gone
+  };
   std::array<char, 4096> buffer;
   char last = '\n';
   for (;;) {
@@ -144,8 +137,8 @@ void EscapedStdout::Run() const {
       break;
     }
     const auto size = static_cast<std::size_t>(count);
-    WriteAll(m_terminal, escaper.Feed(buffer.data(), size));
+    show(escaper.Feed(buffer.data(), size));
     last = buffer[size - 1];
   }
-  WriteAll(m_terminal, escaper.Flush() + (last == '\n' ? "" : "\n"));
+  show(escaper.Flush() + (last == '\n' ? "" : "\n"));
 }

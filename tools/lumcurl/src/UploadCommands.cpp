@@ -18,9 +18,10 @@
 #include "Input.h"
 #include "Interrupt.h"
 #include "Progress.h"
+#include "RequestPath.h"
 #include "Sending.h"
 #include "ServiceClient.h"
-#include "Signing.h"
+#include "Signature.h"
 #include "Text.h"
 
 namespace {

@@ -128,8 +128,8 @@ TEST_F(InputTest, NamesASecretFileThatIsMissingOrEndless) {
       FailureOf([&] { ReadSecret("it", m_directory.Path("none"), nullptr, m_console); });
   EXPECT_EQ(missing, Exit::kFile);
   EXPECT_THAT(text, HasSubstr(m_directory.Path("none")));
-  EXPECT_EQ(FailureOf([&] { ReadSecret("it", "/dev/zero", nullptr, m_console); }).first,
-            Exit::kUsage);
+  EXPECT_EQ(FailureOf([&] { ReadSecret("it", "/dev/zero", nullptr, m_console); }),
+            std::make_pair(Exit::kUsage, std::string("'/dev/zero' is longer than 1048576 bytes")));
 }
 
 TEST_F(InputTest, AcceptsKeyPassPhrasesOfUpTo2048Bytes) {
@@ -162,6 +162,9 @@ TEST_F(InputTest, RefusesWhatIsNoHeaderLine) {
   EXPECT_EQ(FailureOf([&] { ReadHeaders(options, m_console); }).first, Exit::kUsage);
   options.headers = {"@" + m_directory.Path("none")};
   EXPECT_EQ(FailureOf([&] { ReadHeaders(options, m_console); }).first, Exit::kFile);
+  options.headers = {"@" + m_directory.Write("long", "A: 1\n" + std::string(1 << 20, '\n'))};
+  EXPECT_THAT(FailureOf([&] { ReadHeaders(options, m_console); }).second,
+              HasSubstr("is longer than 1048576 bytes"));
 }
 
 TEST_F(InputTest, KeepsTheValueOfARefusedLineOutOfTheMessage) {

@@ -1,6 +1,6 @@
 // A file descriptor that closes itself.
-#ifndef LUM_BACKEND_FILE_DESCRIPTOR_H
-#define LUM_BACKEND_FILE_DESCRIPTOR_H
+#ifndef LUM_COMMON_FILE_DESCRIPTOR_H
+#define LUM_COMMON_FILE_DESCRIPTOR_H
 
 #include <unistd.h>
 
@@ -41,4 +41,4 @@ bool WriteAll(int fd, const char* data, std::size_t size);
 // (EFBIG).
 std::optional<std::string> ReadAll(int fd, std::size_t limit);
 
-#endif  // LUM_BACKEND_FILE_DESCRIPTOR_H
+#endif  // LUM_COMMON_FILE_DESCRIPTOR_H
