@@ -35,7 +35,7 @@ struct Candidate {
   const char* operation;
   const char* whose;
   std::function<bool()> run;  // false: not the reply that was expected
-  int repetitions;
+  int repetitions = kRequests;
 };
 
 // What the server answers; the requests carry it as well.
@@ -136,109 +136,91 @@ int main(int argc, char** argv) {
 
   int status = 0;
   const Candidate candidates[] = {
-      {"Get", "libcurl", [&] { return lumbench::BareGet(url.c_str()).status == 200; }, kRequests},
+      {"Get", "libcurl", [&] { return lumbench::BareGet(url.c_str()).status == 200; }},
       {"Get", "library",
        [&] {
          general.Get(url, "", false, status);
          return status == 200;
-       },
-       kRequests},
+       }},
       {"Get", "curlpp",
        [&] {
          std::string body;
          return lumbench::CurlppGet(url, jsonHeaders, body) == 200;
-       },
-       kRequests},
-      {"Post", "libcurl", [&] { return lumbench::BarePost(url.c_str(), document).status == 200; },
-       kRequests},
+       }},
+      {"Post", "libcurl", [&] { return lumbench::BarePost(url.c_str(), document).status == 200; }},
       {"Post", "library",
        [&] {
          general.Post(url, document, false, status);
          return status == 200;
-       },
-       kRequests},
+       }},
       {"Post", "curlpp",
        [&] {
          std::string body;
          return lumbench::CurlppPost(url, document, jsonHeaders, body) == 200;
-       },
-       kRequests},
+       }},
       {"service-Get", "libcurl",
-       [&] { return lumbench::BareServiceGet(url.c_str(), lines).status == 200; }, kRequests},
+       [&] { return lumbench::BareServiceGet(url.c_str(), lines).status == 200; }},
       {"service-Get", "library",
        [&] {
          service.Get(url, headers, status);
          return status == 200;
-       },
-       kRequests},
+       }},
       {"service-Get", "curlpp",
        [&] {
          std::string body;
          return lumbench::CurlppGet(url, headers, body) == 200;
-       },
-       kRequests},
+       }},
       {"service-Post", "libcurl",
        [&] {
          return lumbench::BareServicePost(url.c_str(), document.c_str(), document.size(), lines)
                     .status == 200;
-       },
-       kRequests},
+       }},
       {"service-Post", "library",
        [&] {
          service.Post(url, document, headers, status);
          return status == 200;
-       },
-       kRequests},
+       }},
       {"service-Post", "curlpp",
        [&] {
          std::string body;
          return lumbench::CurlppPost(url, document, headers, body) == 200;
-       },
-       kRequests},
+       }},
       // A token is the object of the library's one PUT: it builds the header lines by itself, and
       // serialises the document that it is given a copy of.
       {"service-Put", "libcurl",
-       [&] { return lumbench::BareServicePut(url.c_str(), styled, lines).status == 200; },
-       kRequests},
+       [&] { return lumbench::BareServicePut(url.c_str(), styled, lines).status == 200; }},
       {"service-Put", "library",
        [&] {
          LumJson::Value answer = service.RefreshToken(url, request, token);
          return answer["state"].JsonValueToString() == "driving";
-       },
-       kRequests},
+       }},
       {"service-Put", "curlpp",
        [&] {
          std::string body;
          return lumbench::CurlppPut(url, styled, headers, body) == 200;
-       },
-       kRequests},
-      {"fetch", "libcurl", [&] { return lumbench::BareFetch(fetchUrl.c_str()).status == 200; },
-       kRequests},
-      {"fetch", "library", [&] { return apollo.GetPropertyString(env).code == 200; }, kRequests},
+       }},
+      {"fetch", "libcurl", [&] { return lumbench::BareFetch(fetchUrl.c_str()).status == 200; }},
+      {"fetch", "library", [&] { return apollo.GetPropertyString(env).code == 200; }},
       {"fetch", "curlpp",
        [&] {
          std::string body;
          return lumbench::CurlppGet(fetchUrl, jsonHeaders, body) == 200;
-       },
-       kRequests},
+       }},
       {"report", "libcurl",
        [&] {
          return lumbench::BareServicePost(url.c_str(), styled.c_str(), styled.size(), lines)
                     .status == 200;
-       },
-       kRequests},
-      {"report", "library", [&] { return service.ReportData(url, request, token, "") == 0; },
-       kRequests},
+       }},
+      {"report", "library", [&] { return service.ReportData(url, request, token, "") == 0; }},
       {"gzip-report", "libcurl",
        [&] {
          return lumbench::BareServicePost(url.c_str(), gzipped.data(), gzipped.size(), gzipLines)
                     .status == 200;
-       },
-       kRequests},
+       }},
       {"gzip-report", "library",
-       [&] { return service.ReportDataWithGzip(url, request, token, "a-1") == 0; }, kRequests},
-      {"report-1K", "libcurl", bareReportOf(small), kRequests},
-      {"report-1K", "library", reportOf(small), kRequests},
+       [&] { return service.ReportDataWithGzip(url, request, token, "a-1") == 0; }},
+      {"report-1K", "libcurl", bareReportOf(small)},
+      {"report-1K", "library", reportOf(small)},
       {"report-64K", "libcurl", bareReportOf(large), 1},
       {"report-64K", "library", reportOf(large), 1},
       {"report-1M", "libcurl", bareReportOf(largest), 1},
@@ -250,16 +232,14 @@ int main(int argc, char** argv) {
        [&] {
          LumJson::Value value;
          return value.Parse(document);
-       },
-       kRequests},
+       }},
       {"copy-300", "library",
        [&] {
          const LumJson::Value copy = request;
          return true;
-       },
-       kRequests},
-      {"style-300", "library", [&] { return request.ToStyledString() == styled; }, kRequests},
-      {"gzip-300", "library", [&] { return Gzip(styled, compressed) > 0; }, kRequests},
+       }},
+      {"style-300", "library", [&] { return request.ToStyledString() == styled; }},
+      {"gzip-300", "library", [&] { return Gzip(styled, compressed) > 0; }},
       {"parse-64K", "library",
        [&] {
          LumJson::Value value;
