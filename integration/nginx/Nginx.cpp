@@ -85,7 +85,7 @@ bool Nginx::Start() {
   WriteFile(m_directory.Path("nginx.conf"), Configuration());
   m_process.reset(new SpawnedProcess(
       {"nginx", "-p", m_directory.Path(), "-c", m_directory.Path("nginx.conf"), "-e", "stderr"}));
-  return m_process->WaitForPort("127.0.0.1", m_port) && m_process->Running();
+  return m_process->WaitForLine("start worker process [0-9]");  // it listens by then
 }
 
 std::string Nginx::Configuration() const {
@@ -95,7 +95,7 @@ std::string Nginx::Configuration() const {
 daemon off;
 worker_processes 1;
 pid @PREFIX@/pid;
-error_log stderr warn;
+error_log stderr notice;
 events {}
 http {
   log_format fields escape=none '$request_method $request_uri '

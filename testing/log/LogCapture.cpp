@@ -3,7 +3,6 @@
 #include "log/LogCapture.h"
 
 #include <algorithm>
-#include <condition_variable>
 #include <mutex>
 #include <sstream>
 
@@ -11,7 +10,6 @@ namespace lumtest {
 
 struct LogCapture::State {
   mutable std::mutex mutex;
-  mutable std::condition_variable changed;
   std::vector<LogRecord> records;
 };
 
@@ -32,7 +30,6 @@ LogCapture::LogCapture(int level) : m_state(std::make_shared<State>()) {
                    std::string(record.message, record.messageLength)};
     const std::lock_guard<std::mutex> lock(state->mutex);
     state->records.push_back(std::move(copy));
-    state->changed.notify_all();
   });
   logger.SetLevel(level);
 }
@@ -49,18 +46,10 @@ std::vector<LogRecord> LogCapture::Records() const {
 }
 
 std::vector<LogRecord> LogCapture::Records(int level) const {
-  return Select([level](const LogRecord& record) { return record.level == level; });
-}
-
-std::vector<LogRecord> LogCapture::Select(
-    const std::function<bool(const LogRecord&)>& wanted) const {
-  std::vector<LogRecord> selected;
-  for (LogRecord& record : Records()) {
-    if (wanted(record)) {
-      selected.push_back(std::move(record));
-    }
-  }
-  return selected;
+  std::vector<LogRecord> records = Records();
+  const auto other = [level](const LogRecord& record) { return record.level != level; };
+  records.erase(std::remove_if(records.begin(), records.end(), other), records.end());
+  return records;
 }
 
 std::vector<std::string> LogCapture::Messages() const {
@@ -102,12 +91,6 @@ bool LogCapture::HasPart(int level, const std::string& part) const {
 LogRecord LogCapture::Last() const {
   const std::lock_guard<std::mutex> lock(m_state->mutex);
   return m_state->records.empty() ? LogRecord() : m_state->records.back();
-}
-
-bool LogCapture::WaitForCount(std::size_t count, std::chrono::milliseconds deadline) const {
-  std::unique_lock<std::mutex> lock(m_state->mutex);
-  return m_state->changed.wait_for(lock, deadline,
-                                   [&] { return m_state->records.size() >= count; });
 }
 
 void LogCapture::Clear() {

@@ -5,9 +5,7 @@
 
 #include <LumLogger.h>
 
-#include <chrono>
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -46,9 +44,8 @@ class LogCapture {
   // Everything caught so far, in order.
   std::vector<LogRecord> Records() const;
 
-  // The records of one level, and those that `wanted` is true for.
+  // The records of one level.
   std::vector<LogRecord> Records(int level) const;
-  std::vector<LogRecord> Select(const std::function<bool(const LogRecord&)>& wanted) const;
 
   // The messages alone, of all levels or of one.
   std::vector<std::string> Messages() const;
@@ -63,10 +60,6 @@ class LogCapture {
 
   // The last record; one with empty fields when there is none.
   LogRecord Last() const;
-
-  // Waits until `count` records have come in; false when `deadline` has passed first.
-  bool WaitForCount(std::size_t count,
-                    std::chrono::milliseconds deadline = std::chrono::seconds(30)) const;
 
   // Forgets what has been caught.
   void Clear();

@@ -34,15 +34,6 @@ std::size_t LiveNews();
 // The blocks that this thread has allocated in any way less those that it has freed.
 long LiveBlocksOfThisThread();
 
-// FailNextNew for the length of a scope.
-class FailNewInScope {
- public:
-  explicit FailNewInScope(std::size_t count) { FailNextNew(count); }
-  ~FailNewInScope() { FailNextNew(0); }
-  FailNewInScope(const FailNewInScope&) = delete;
-  FailNewInScope& operator=(const FailNewInScope&) = delete;
-};
-
 }  // namespace lumtest
 
 #endif  // LUM_TESTING_SUPPORT_ALLOC_H

@@ -2,13 +2,10 @@
 
 #include "support/Process.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <regex.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,8 +25,6 @@
 namespace lumtest {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 // The ends of three pipes that the test keeps, and the child.
 struct Child {
@@ -335,11 +330,6 @@ pid_t SpawnedProcess::Pid() const {
   return m_state->child.pid;
 }
 
-bool SpawnedProcess::Running() {
-  const std::lock_guard<std::mutex> lock(m_state->mutex);
-  return !m_state->status;
-}
-
 bool SpawnedProcess::WaitForLine(const std::string& regex, std::vector<std::string>* groups,
                                  std::chrono::milliseconds deadline) {
   const Regex wanted(regex);
@@ -364,37 +354,6 @@ bool SpawnedProcess::WaitForLine(const std::string& regex, std::vector<std::stri
     return seen || m_state->status;
   });
   return seen;
-}
-
-bool SpawnedProcess::WaitForPort(const std::string& address, std::uint16_t port,
-                                 std::chrono::milliseconds deadline) {
-  sockaddr_in v4 = {};
-  sockaddr_in6 v6 = {};
-  const bool isV4 = inet_pton(AF_INET, address.c_str(), &v4.sin_addr) == 1;
-  if (!isV4 && inet_pton(AF_INET6, address.c_str(), &v6.sin6_addr) != 1) {
-    throw std::runtime_error("not an IP address: " + address);
-  }
-  v4.sin_family = AF_INET;
-  v4.sin_port = htons(port);
-  v6.sin6_family = AF_INET6;
-  v6.sin6_port = htons(port);
-  const Clock::time_point end = Clock::now() + deadline;
-  // Nobody announces that a port is there: it has to be tried.
-  constexpr std::chrono::milliseconds kBetweenTries{10};
-  do {
-    const int socket = ::socket(isV4 ? AF_INET : AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const bool accepted = socket >= 0 && connect(socket,
-                                                 isV4 ? reinterpret_cast<const sockaddr*>(&v4)
-                                                      : reinterpret_cast<const sockaddr*>(&v6),
-                                                 isV4 ? sizeof v4 : sizeof v6) == 0;
-    if (socket >= 0) {
-      close(socket);
-    }
-    if (accepted) {
-      return true;
-    }
-  } while (!m_state->WaitForEnd(kBetweenTries) && Clock::now() < end);
-  return false;
 }
 
 std::string SpawnedProcess::Out() const {

@@ -6,7 +6,6 @@
 #include <sys/types.h>
 
 #include <chrono>
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -56,18 +55,12 @@ class SpawnedProcess {
   SpawnedProcess& operator=(const SpawnedProcess&) = delete;
 
   pid_t Pid() const;
-  bool Running();
-
-  // --- Readiness. False when the program has ended or `deadline` has passed first.
 
   // Waits for a line on standard output or standard error in which `regex` (POSIX, extended) is
-  // found. `groups`, unless null, gets the whole match and then the groups: "port=([0-9]+)" gives
-  // the number as (*groups)[1]. Throws std::runtime_error when `regex` is none.
+  // found; false when the program has ended or `deadline` has passed first. `groups`, unless null,
+  // gets the whole match and then the groups: "port=([0-9]+)" gives the number as (*groups)[1].
+  // Throws std::runtime_error when `regex` is none.
   bool WaitForLine(const std::string& regex, std::vector<std::string>* groups = nullptr,
-                   std::chrono::milliseconds deadline = std::chrono::seconds(30));
-
-  // Waits until a connection to a TCP port is accepted.
-  bool WaitForPort(const std::string& address, std::uint16_t port,
                    std::chrono::milliseconds deadline = std::chrono::seconds(30));
 
   // --- What it wrote so far. All of it once it has ended.

@@ -13,8 +13,6 @@
 
 #include "support/Files.h"
 #include "support/ProcessState.h"
-#include "wire/Ports.h"
-#include "wire/WireServer.h"
 
 namespace lumtest {
 namespace {
@@ -123,8 +121,6 @@ TEST(SpawnedProcess, StopsWaitingWhenTheProgramEnds) {
   SpawnedProcess process(Shell("printf 'no line end'; exit 3"));
   EXPECT_FALSE(process.WaitForLine("never"));
   EXPECT_TRUE(process.WaitForLine("end$"));
-  EXPECT_FALSE(process.Running());
-  EXPECT_FALSE(process.WaitForPort("127.0.0.1", 1));
   EXPECT_EQ(process.Wait().exitStatus, 3);
   process.Signal(SIGKILL);  // reaches nobody
   EXPECT_EQ(process.Stop().exitStatus, 3);
@@ -134,7 +130,6 @@ TEST(SpawnedProcess, StopsPolitelyAndThenNot) {
   SpawnedProcess polite(
       Shell("trap 'echo bye; exit 0' TERM; echo ready; while :; do sleep 0.01; done"));
   ASSERT_TRUE(polite.WaitForLine("ready"));
-  EXPECT_TRUE(polite.Running());
   const ProcessResult result = polite.Stop();
   EXPECT_EQ(result.exitStatus, 0);
   EXPECT_EQ(result.out, "ready\nbye\n");
@@ -154,19 +149,6 @@ TEST(SpawnedProcess, EndsWithItsObject) {
     EXPECT_EQ(kill(pid, 0), 0);
   }
   EXPECT_EQ(kill(pid, 0), -1);
-}
-
-TEST(SpawnedProcess, WaitsForAPort) {
-  SpawnedProcess process({"sleep", "1000"});
-  const RefusedPort refused;
-  EXPECT_FALSE(process.WaitForPort("127.0.0.1", refused.Port(), std::chrono::milliseconds(30)));
-  for (const char* address : {"127.0.0.1", "::1"}) {
-    WireOptions options;
-    options.address = address;
-    const WireServer server(options);
-    EXPECT_TRUE(process.WaitForPort(address, server.Port()));
-  }
-  EXPECT_THROW(process.WaitForPort("localhost", 1), std::runtime_error);
 }
 
 }  // namespace
