@@ -217,10 +217,6 @@ WireReply JsonReply(const std::string& json, int status) {
   return StatusReply(status, json, {"Content-Type: application/json"});
 }
 
-WireReply RedirectReply(const std::string& location, int status) {
-  return StatusReply(status, "", {"Location: " + location});
-}
-
 WireReply ChunkedReply(const std::vector<std::string>& chunks, int status) {
   WireReply reply(WireHead(status, {"Transfer-Encoding: chunked"}));
   for (const std::string& chunk : chunks) {

@@ -199,9 +199,6 @@ WireReply StatusReply(int status, const std::string& body = "",
 // `json` with its content type.
 WireReply JsonReply(const std::string& json, int status = 200);
 
-// A redirect to `location`.
-WireReply RedirectReply(const std::string& location, int status = 302);
-
 // A chunked answer of these chunks.
 WireReply ChunkedReply(const std::vector<std::string>& chunks, int status = 200);
 

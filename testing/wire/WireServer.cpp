@@ -278,11 +278,6 @@ void WireServer::SetHandler(std::function<WireReply(const WireRequest&)> handler
   m_state->handlerStart = start;
 }
 
-std::size_t WireServer::ScriptsLeft() const {
-  const std::lock_guard<std::mutex> lock(m_state->mutex);
-  return m_state->scripts.size();
-}
-
 std::vector<WireRequest> WireServer::Requests() const {
   const std::lock_guard<std::mutex> lock(m_state->mutex);
   std::vector<WireRequest> all;

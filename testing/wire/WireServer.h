@@ -95,9 +95,6 @@ class WireServer {
   void SetHandler(std::function<WireReply(const WireRequest&)> handler,
                   WireStart start = WireStart::kBody);
 
-  // Scripts not taken yet. A test that ends with some left did not do what it meant to.
-  std::size_t ScriptsLeft() const;
-
   // --- What came in, as of now.
 
   std::vector<WireRequest> Requests() const;

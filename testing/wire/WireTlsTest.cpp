@@ -23,45 +23,33 @@ using Client = WireTls::ClientCertificate;
 
 const char kGet[] = "GET / HTTP/1.1\r\n\r\n";
 
-class WireTlsTest : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    s_directory = new TempDir;
-    s_made = new TlsMaterial(lumtools::MakeTlsMaterial(s_directory->Path(), "pass phrase"));
-  }
-  static void TearDownTestSuite() {
-    delete s_made;
-    delete s_directory;
-  }
+const TlsMaterial& Made() {
+  static const TempDir directory;
+  static const TlsMaterial made = lumtools::MakeTlsMaterial(directory.Path(), "pass phrase");
+  return made;
+}
 
-  static WireOptions Options(Client clientCertificate = Client::kNone, int maxVersion = 0) {
-    WireOptions options;
-    options.tls = MakeWireTls(*s_made, clientCertificate);
-    options.tls->maxVersion = maxVersion;
-    return options;
-  }
+WireOptions Options(Client clientCertificate = Client::kNone, int maxVersion = 0) {
+  WireOptions options;
+  options.tls = MakeWireTls(Made(), clientCertificate);
+  options.tls->maxVersion = maxVersion;
+  return options;
+}
 
-  static WireClientTls Trusting() {
-    WireClientTls tls;
-    tls.ca = s_made->caCertificate;
-    return tls;
-  }
+WireClientTls Trusting() {
+  WireClientTls tls;
+  tls.ca = Made().caCertificate;
+  return tls;
+}
 
-  static WireClientTls WithCertificate() {
-    WireClientTls tls = Trusting();
-    tls.certificate = s_made->clientCertificate;
-    tls.key = s_made->clientKey;
-    return tls;
-  }
+WireClientTls WithCertificate() {
+  WireClientTls tls = Trusting();
+  tls.certificate = Made().clientCertificate;
+  tls.key = Made().clientKey;
+  return tls;
+}
 
-  static TempDir* s_directory;
-  static TlsMaterial* s_made;
-};
-
-TempDir* WireTlsTest::s_directory = nullptr;
-TlsMaterial* WireTlsTest::s_made = nullptr;
-
-TEST_F(WireTlsTest, TellsWhoCameAndHow) {
+TEST(WireTls, TellsWhoCameAndHow) {
   WireServer server(Options(Client::kOptional));
   EXPECT_THAT(server.Url("/x"), StartsWith("https://127.0.0.1:"));
   server.Script(StatusReply(200, "a").Close()).Script(StatusReply(200, "b").Close());
@@ -93,14 +81,14 @@ TEST_F(WireTlsTest, TellsWhoCameAndHow) {
   }
 }
 
-TEST_F(WireTlsTest, RefusesClientsWithoutAGoodCertificate) {
+TEST(WireTls, RefusesClientsWithoutAGoodCertificate) {
   WireServer server(Options(Client::kRequired, TLS1_2_VERSION));
   WireClientTls untrusted = Trusting();
-  untrusted.certificate = s_made->untrustedClientCertificate;
-  untrusted.key = s_made->untrustedClientKey;
+  untrusted.certificate = Made().untrustedClientCertificate;
+  untrusted.key = Made().untrustedClientKey;
   WireClientTls expired = Trusting();
-  expired.certificate = s_made->expiredClientCertificate;
-  expired.key = s_made->expiredClientKey;
+  expired.certificate = Made().expiredClientCertificate;
+  expired.key = Made().expiredClientKey;
   std::size_t connections = 0;
   for (const WireClientTls& tls : {Trusting(), untrusted, expired}) {
     WireClient client("127.0.0.1", server.Port());
@@ -123,7 +111,7 @@ TEST_F(WireTlsTest, RefusesClientsWithoutAGoodCertificate) {
   EXPECT_EQ(server.Connections().back().tlsVersion, "TLSv1.2");
 }
 
-TEST_F(WireTlsTest, ToldByAlertAfterTheHandshakeWithTls13) {
+TEST(WireTls, ToldByAlertAfterTheHandshakeWithTls13) {
   WireServer server(Options(Client::kRequired));
   WireClient client("127.0.0.1", server.Port());
   client.StartTls(Trusting());
@@ -132,10 +120,10 @@ TEST_F(WireTlsTest, ToldByAlertAfterTheHandshakeWithTls13) {
   EXPECT_THAT(client.TlsError(), HasSubstr("certificate required"));
 }
 
-TEST_F(WireTlsTest, ShowsTheCertificateItIsGiven) {
+TEST(WireTls, ShowsTheCertificateItIsGiven) {
   WireOptions options = Options();
-  options.tls->certificate = s_made->untrustedServerCertificate;
-  options.tls->key = s_made->untrustedServerKey;
+  options.tls->certificate = Made().untrustedServerCertificate;
+  options.tls->key = Made().untrustedServerKey;
   WireServer server(options);
   WireClient client("127.0.0.1", server.Port());
   WireClientTls tls = Trusting();
@@ -149,9 +137,9 @@ TEST_F(WireTlsTest, ShowsTheCertificateItIsGiven) {
   EXPECT_EQ(server.Connections()[0].serverName, "name.example");
 }
 
-TEST_F(WireTlsTest, RefusesMaterialThatDoesNotFit) {
+TEST(WireTls, RefusesMaterialThatDoesNotFit) {
   WireOptions options = Options();
-  options.tls->key = s_made->clientKey;
+  options.tls->key = Made().clientKey;
   EXPECT_THROW(WireServer{options}, std::runtime_error);
   options = Options();
   options.tls->certificate = "/nowhere.pem";
@@ -166,7 +154,7 @@ TEST_F(WireTlsTest, RefusesMaterialThatDoesNotFit) {
   EXPECT_THROW(WireServer{options}, std::runtime_error);
 }
 
-TEST_F(WireTlsTest, MovesLargeBodiesBothWays) {
+TEST(WireTls, MovesLargeBodiesBothWays) {
   WireServer server(Options());
   server.Script(GeneratedReply(3000001).Close());
   WireClient client("127.0.0.1", server.Port());
@@ -178,7 +166,7 @@ TEST_F(WireTlsTest, MovesLargeBodiesBothWays) {
   EXPECT_EQ(server.Request(0).bodySha256, GeneratedSha256(4000000));
 }
 
-TEST_F(WireTlsTest, StopsAtAByteOfTheRequest) {
+TEST(WireTls, StopsAtAByteOfTheRequest) {
   WireServer server(Options());
   server.Script(WireReply().AtBytes(5).Send("early").Close());
   WireClient client("127.0.0.1", server.Port());
@@ -190,7 +178,7 @@ TEST_F(WireTlsTest, StopsAtAByteOfTheRequest) {
   EXPECT_EQ(server.Connections()[0].bytesReceived, 5u);
 }
 
-TEST_F(WireTlsTest, EndsInEveryWay) {
+TEST(WireTls, EndsInEveryWay) {
   WireServer server(Options());
   const std::string begun = "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc";
   server.Script(WireReply(begun).Close());
@@ -213,7 +201,7 @@ TEST_F(WireTlsTest, EndsInEveryWay) {
   }
 }
 
-TEST_F(WireTlsTest, HalfClosesAndGoesOnReading) {
+TEST(WireTls, HalfClosesAndGoesOnReading) {
   WireServer server(Options());
   server.Script(StatusReply(200, "ok").At(WireStart::kHead).HalfClose().ReadBody());
   WireClient client("127.0.0.1", server.Port());
@@ -226,7 +214,7 @@ TEST_F(WireTlsTest, HalfClosesAndGoesOnReading) {
   EXPECT_EQ(server.Request(0).body, "abc");
 }
 
-TEST_F(WireTlsTest, RunsConnectionScriptsBeforeAndAfterTheHandshake) {
+TEST(WireTls, RunsConnectionScriptsBeforeAndAfterTheHandshake) {
   WireServer server(Options());
   WireGate gate;
   server.Script(WireReply().At(WireStart::kAccept).Drop());
@@ -241,7 +229,7 @@ TEST_F(WireTlsTest, RunsConnectionScriptsBeforeAndAfterTheHandshake) {
   EXPECT_EQ(client.ReadAll(), "early");
 }
 
-TEST_F(WireTlsTest, StopsInTheMidstOfHandshakesAndTransfers) {
+TEST(WireTls, StopsInTheMidstOfHandshakesAndTransfers) {
   WireServer server(Options());
   WireClient silent("127.0.0.1", server.Port());
   server.Script(WireReply().Forever("for ever"));
