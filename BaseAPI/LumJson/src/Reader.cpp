@@ -199,7 +199,7 @@ std::string ShortenExponents(std::string_view document) {
     if (byte == '"' && !escaped) {
       inText = !inText;
     }
-    escaped = inText && byte == '\\' && !escaped;
+    escaped = byte == '\\' && !escaped;
     if (inText || (byte != 'e' && byte != 'E')) {
       continue;
     }

@@ -59,8 +59,9 @@ std::size_t BytesBefore(std::uint64_t low, std::uint64_t high) {
 }
 
 // The length of the well-formed UTF-8 sequence at `bytes`, or 0 and in `skip` the length of the
-// maximal subpart of an ill-formed one (The Unicode Standard, 3.9, table 3-7).
-std::size_t SequenceLength(const unsigned char* bytes, std::size_t size, std::size_t& skip) {
+// maximal subpart of an ill-formed one (The Unicode Standard, 3.9, table 3-7). Behind a text stands
+// no continuation byte, so that its end needs no look.
+std::size_t SequenceLength(const unsigned char* bytes, std::size_t& skip) {
   const unsigned char lead = bytes[0];
   skip = 1;
   if (lead < 0xC2 || lead > 0xF4) {
@@ -86,7 +87,7 @@ std::size_t SequenceLength(const unsigned char* bytes, std::size_t size, std::si
       break;
   }
   for (; skip < length; ++skip) {
-    if (skip == size || bytes[skip] < low || bytes[skip] > high) {
+    if (bytes[skip] < low || bytes[skip] > high) {
       return 0;
     }
     low = 0x80;
@@ -402,19 +403,18 @@ class Writer {
       }
       // A text ends in zeros, which are marked: nothing is read beyond its end.
       if (marks != 0 && from < end) {
-        from += Special(from, static_cast<std::size_t>(end - from));
+        from += Special(from);
       }
     }
     MakeRoom();
   }
 
   // Writes the character at `from`, which is not plain ASCII. Returns how many bytes it took.
-  std::size_t Special(const char* from, std::size_t size) {
+  std::size_t Special(const char* from) {
     const auto lead = static_cast<unsigned char>(*from);
     if (lead >= 0x80) {
       std::size_t skip = 0;
-      const std::size_t length =
-          SequenceLength(reinterpret_cast<const unsigned char*>(from), size, skip);
+      const std::size_t length = SequenceLength(reinterpret_cast<const unsigned char*>(from), skip);
       if (length == 0) {
         Literal("\xEF\xBF\xBD");  // U+FFFD
         return skip;

@@ -342,9 +342,11 @@ TEST(MemoryTest, AScalarIsWrittenWithoutAllocation) {
 }
 
 TEST(MemoryTest, SixteenLevelsAreOpenInOneAllocation) {
-  Value value;
-  ASSERT_TRUE(value.Parse("[[[[[[[[[[[[[[[[1]]]]]]]]]]]]]]]]"));
-  EXPECT_EQ(2, AllocationsOf([&value] { value.ToStyledString(); }));
+  for (const auto& [levels, expected] : {std::pair(16, 2L), std::pair(17, 3L)}) {
+    Value value;
+    ASSERT_TRUE(value.Parse(std::string(levels, '[') + '1' + std::string(levels, ']')));
+    EXPECT_EQ(expected, AllocationsOf([&value] { value.ToStyledString(); })) << levels;
+  }
 }
 
 TEST(MemoryTest, ALargeDocumentIsWrittenWithFewAllocations) {

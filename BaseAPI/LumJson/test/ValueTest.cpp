@@ -329,6 +329,8 @@ TEST(EqualityTest, DifferentKindsDiffer) {
       EXPECT_EQ(&a != &b, a != b) << a << b;
     }
   }
+  EXPECT_NE(Value(), Value(0.0));
+  EXPECT_NE(Value(true), Value(1.0));
 }
 
 TEST(EqualityTest, NumbersAreComparedByWhatTheyStandFor) {
@@ -340,6 +342,7 @@ TEST(EqualityTest, NumbersAreComparedByWhatTheyStandFor) {
   EXPECT_EQ(Value(std::uint64_t{1} << 63), Value(0x1p63));
   EXPECT_NE(Value(1), Value(1.5));
   EXPECT_NE(Value(-1), Value(kMaxUint64));
+  EXPECT_NE(Value(0), Value(std::uint64_t{1} << 63));  // which has the bits of -0.0
   // Doubles that integers would be rounded to are not equal to them.
   EXPECT_NE(Value(9007199254740993), Value(9007199254740992.0));
   EXPECT_NE(Value(kMaxInt64), Value(0x1p63));
@@ -361,6 +364,9 @@ TEST(EqualityTest, ArraysElementByElement) {
   EXPECT_NE(read("[[[1]]]"), read("[[[2]]]"));
   EXPECT_NE(read("[[]]"), read("[{}]"));
   EXPECT_NE(read("[]"), read("[null]"));
+  Value shortened = read("[1,2]");
+  EXPECT_TRUE(shortened.RemoveAt(1));
+  EXPECT_NE(read("[1,null]"), shortened);
 }
 
 TEST(EqualityTest, ObjectsByNameInAnyOrder) {
