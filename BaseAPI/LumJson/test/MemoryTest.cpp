@@ -385,4 +385,19 @@ TEST(MemoryTest, ADocumentWhoseSizeIsGuessedWrongIsNotGivenRoomForTheGuess) {
   EXPECT_LE(text.capacity(), 10 * text.size());
 }
 
+// Wherever the memory for the long text ends.
+TEST(MemoryTest, AListBehindALongTextIsGuessedByItsOwnBeginning) {
+  Value numbers;
+  for (int i = 0; i < 100000; ++i) {
+    numbers.Append(123456);
+  }
+  for (std::size_t size = 1000000; size < 2200000; size += 100000) {
+    Value value;
+    value.Append(std::string(size, 'x'));
+    value.Append(numbers);
+    const std::string text = value.ToStyledString();
+    EXPECT_LE(text.capacity(), text.size() / 100 * 215) << size;
+  }
+}
+
 }  // namespace
