@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -123,6 +124,15 @@ std::uint64_t FileSize(const std::string& path) {
 
 unsigned FileMode(const std::string& path) {
   return Status(path).st_mode & 07777u;
+}
+
+std::vector<std::string> FilesBelow(const std::string& directory) {
+  std::vector<std::string> files;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
+    files.push_back(entry.path().string().substr(directory.size() + 1));
+  }
+  std::sort(files.begin(), files.end());
+  return files;
 }
 
 }  // namespace lumtest

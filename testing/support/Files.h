@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace lumtest {
 
@@ -53,6 +54,9 @@ bool Exists(const std::string& path);
 // The size in bytes, and the permission bits. They throw std::runtime_error naming the file.
 std::uint64_t FileSize(const std::string& path);
 unsigned FileMode(const std::string& path);
+
+// Everything below a directory, relative to it, hidden files included, sorted.
+std::vector<std::string> FilesBelow(const std::string& directory);
 
 }  // namespace lumtest
 

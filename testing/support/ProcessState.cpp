@@ -1,9 +1,8 @@
-// Reads /proc/self.
+// Reads /proc.
 
 #include "support/ProcessState.h"
 
 #include <dirent.h>
-#include <unistd.h>
 
 #include <climits>
 #include <fstream>
@@ -14,26 +13,27 @@ namespace lumtest {
 
 namespace {
 
-// The number behind "name:" in /proc/self/status.
-std::size_t StatusNumber(const std::string& name) {
-  std::ifstream status("/proc/self/status");
+// The kibibytes behind "name:" in a process's status, as bytes.
+std::size_t StatusBytes(pid_t process, const std::string& name) {
+  const std::string path = "/proc/" + std::to_string(process) + "/status";
+  std::ifstream status(path);
   std::string line;
   while (std::getline(status, line)) {
     if (line.compare(0, name.size() + 1, name + ":") == 0) {
-      return std::stoul(line.substr(name.size() + 1));
+      return std::stoul(line.substr(name.size() + 1)) * 1024;
     }
   }
-  throw std::runtime_error("no " + name + " in /proc/self/status");
+  throw std::runtime_error("no " + name + " in " + path);
 }
 
 }  // namespace
 
-std::size_t ResidentBytes() {
-  return StatusNumber("VmRSS") * 1024;
+std::size_t ResidentBytes(pid_t process) {
+  return StatusBytes(process, "VmRSS");
 }
 
-std::size_t PeakResidentBytes() {
-  return StatusNumber("VmHWM") * 1024;
+std::size_t PeakResidentBytes(pid_t process) {
+  return StatusBytes(process, "VmHWM");
 }
 
 bool ResetPeakResident() {
@@ -63,10 +63,6 @@ std::vector<std::string> DescribeDescriptors() {
 
 std::size_t OpenDescriptors() {
   return DescribeDescriptors().size();
-}
-
-std::size_t ThreadCount() {
-  return StatusNumber("Threads");
 }
 
 }  // namespace lumtest

@@ -1,7 +1,9 @@
-// What the running process holds: memory and descriptors.
+// What a process holds: memory and descriptors.
 
 #ifndef LUM_TESTING_SUPPORT_PROCESSSTATE_H
 #define LUM_TESTING_SUPPORT_PROCESSSTATE_H
+
+#include <unistd.h>
 
 #include <cstddef>
 #include <string>
@@ -10,20 +12,17 @@
 namespace lumtest {
 
 // Bytes of memory resident now (VmRSS), and the most there ever were (VmHWM).
-std::size_t ResidentBytes();
-std::size_t PeakResidentBytes();
+std::size_t ResidentBytes(pid_t process = getpid());
+std::size_t PeakResidentBytes(pid_t process = getpid());
 
-// Makes the peak what is resident now, so that the next peak is that of what follows. False where
-// the kernel does not allow it.
+// Of this process: makes the peak what is resident now, so that the next peak is that of what
+// follows. False where the kernel does not allow it.
 bool ResetPeakResident();
 
-// How many descriptors are open, and what each one is ("7 socket:[123]"), for failure messages. The
-// wire server's own connections count too: wait for WaitIdle() before comparing.
+// How many descriptors this process has open, and what each one is ("7 socket:[123]"), for failure
+// messages. The wire server's own connections count too: wait for WaitIdle() before comparing.
 std::size_t OpenDescriptors();
 std::vector<std::string> DescribeDescriptors();
-
-// How many threads the process has.
-std::size_t ThreadCount();
 
 }  // namespace lumtest
 

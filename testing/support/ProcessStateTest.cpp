@@ -1,4 +1,4 @@
-// Counts of memory, descriptors and threads.
+// Counts of memory and descriptors.
 
 #include "support/ProcessState.h"
 
@@ -9,8 +9,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <future>
-#include <thread>
 
 namespace lumtest {
 namespace {
@@ -42,21 +40,6 @@ TEST(ProcessState, CountsDescriptors) {
   EXPECT_NE(std::find(all.begin(), all.end(), std::to_string(file) + " /dev/null"), all.end());
   close(file);
   EXPECT_EQ(OpenDescriptors(), before);
-}
-
-TEST(ProcessState, CountsThreads) {
-  std::promise<void> release;
-  const std::shared_future<void> released = release.get_future().share();
-  const auto wait = [released] { released.wait(); };
-  // A sanitizer may start a thread of its own beside the first one.
-  std::thread first(wait);
-  const std::size_t before = ThreadCount();
-  EXPECT_GE(before, 2u);
-  std::thread second(wait);
-  EXPECT_EQ(ThreadCount(), before + 1);
-  release.set_value();
-  first.join();
-  second.join();
 }
 
 }  // namespace

@@ -3,8 +3,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
 namespace lumtest {
@@ -74,25 +72,6 @@ CurlAnswer Curl(const std::vector<std::string>& arguments) {
     answer.status = std::stoi(result.out.substr(end + 1));
   }
   return answer;
-}
-
-std::uint64_t PeakMemoryOf(pid_t pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/status");
-  for (std::string line; std::getline(file, line);) {
-    if (line.compare(0, 6, "VmHWM:") == 0) {
-      return std::stoull(line.substr(6)) * 1024;
-    }
-  }
-  throw std::runtime_error("no VmHWM");
-}
-
-std::vector<std::string> FilesBelow(const std::string& directory) {
-  std::vector<std::string> files;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
-    files.push_back(entry.path().string().substr(directory.size() + 1));
-  }
-  std::sort(files.begin(), files.end());
-  return files;
 }
 
 }  // namespace lumtest

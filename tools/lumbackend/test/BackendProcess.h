@@ -61,11 +61,8 @@ struct CurlAnswer {
 // Runs curl with `arguments`. Proxies and configuration files of the machine take no part.
 CurlAnswer Curl(const std::vector<std::string>& arguments);
 
-// The most memory that a process has held, in bytes.
-std::uint64_t PeakMemoryOf(pid_t pid);
-
-// What it may hold besides where a sanitizer keeps freed memory for a while, and notes on all of
-// it.
+// What a process may hold besides where a sanitizer keeps freed memory for a while, and notes on
+// all of it.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define LUM_TEST_SANITIZED
 #elif defined(__has_feature)
@@ -78,9 +75,6 @@ constexpr std::uint64_t kSanitizersShare = std::uint64_t{2} << 30;
 #else
 constexpr std::uint64_t kSanitizersShare = 0;
 #endif
-
-// Everything below a directory, relative to it, hidden files included, sorted.
-std::vector<std::string> FilesBelow(const std::string& directory);
 
 }  // namespace lumtest
 

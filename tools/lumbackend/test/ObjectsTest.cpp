@@ -8,7 +8,6 @@
 
 #include <csignal>
 #include <ctime>
-#include <filesystem>
 #include <thread>
 
 #include "Fakes.h"
@@ -31,16 +30,8 @@ class ObjectsTest : public testing::Test {
     return Await(m_objects.Put(MakeCall("PUT", target), body));
   }
 
-  // Everything in the store, hidden files included.
-  std::vector<std::string> Stored() const {
-    std::vector<std::string> names;
-    const std::string top = m_temp.Path("objects");
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(top)) {
-      names.push_back(entry.path().string().substr(top.size() + 1));
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-  }
+  // Everything in the store.
+  std::vector<std::string> Stored() const { return lumtest::FilesBelow(m_temp.Path("objects")); }
 
   lumtest::TempDir m_temp;
   const RootDir m_root{m_temp.Path()};
