@@ -24,9 +24,7 @@ class Apollo : public testing::Test {
   Apollo() {
     const TlsMaterial material = lumtools::MakeTlsMaterial(m_directory.Path("tls"), "pass");
     WireOptions options;
-    options.tls.emplace();
-    options.tls->certificate = material.serverCertificate;
-    options.tls->key = material.serverKey;
+    options.tls = MakeWireTls(material);
     m_server.emplace(options);
   }
 

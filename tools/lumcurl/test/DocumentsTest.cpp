@@ -3,9 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <regex>
-#include <set>
-#include <sstream>
+#include <algorithm>
 
 #include "Lumcurl.h"
 #include "support/Files.h"
@@ -19,31 +17,9 @@ using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::Not;
 
-// The commands, or the long options of one, as --help lists them.
-std::set<std::string> Listed(const Words& arguments, const std::string& regex) {
-  const std::string help = Lumcurl(arguments).out;
-  std::set<std::string> names;
-  const std::regex pattern(regex);
-  for (std::sregex_iterator match(help.begin(), help.end(), pattern), end; match != end; ++match) {
-    names.insert((*match)[1]);
-  }
-  return names;
-}
-
-std::set<std::string> Commands() {
-  const std::string page = Lumcurl({"--help"}).out;
-  const std::size_t begin = page.find("\nHTTP:\n");
-  std::set<std::string> names;
-  const std::regex pattern("\n  ([a-z][a-z-]+) ");
-  for (std::sregex_iterator
-           match(page.begin() + static_cast<std::ptrdiff_t>(begin), page.end(), pattern),
-       end;
-       match != end; ++match) {
-    if ((*match)[1] != "lumcurl") {
-      names.insert((*match)[1]);
-    }
-  }
-  return names;
+// The long options of a command, as its --help lists them.
+Words OptionsOf(const std::string& command) {
+  return Matches(Lumcurl({command, "--help"}).out, "\n  (?:-[a-zA-Z],)?(--[a-z][a-z-]+)");
 }
 
 // What the man page looks like to a reader, without bold and underline.
@@ -67,10 +43,9 @@ TEST(ManPage, IsCleanTroff) {
 
 TEST(ManPage, HoldsEveryCommandAndOption) {
   const std::string page = Rendered().out;
-  ASSERT_EQ(Commands().size(), 16u);
   for (const std::string& command : Commands()) {
     EXPECT_THAT(page, HasSubstr("lumcurl " + command + " [OPTIONS]"));
-    for (const std::string& option : Listed({command, "--help"}, "(--[a-z][a-z-]+)")) {
+    for (const std::string& option : OptionsOf(command)) {
       EXPECT_THAT(page, HasSubstr(option)) << command;
     }
   }
@@ -87,12 +62,33 @@ TEST(ManPage, ExplainsExitStatusesAndVariables) {
   }
 }
 
-class BashCompletion : public testing::Test {
+// A directory with the completion for a shell in it.
+class Completion : public testing::Test {
  protected:
-  BashCompletion() { m_directory.Write("script", Lumcurl({"completion", "bash"}).out); }
+  explicit Completion(const char* shell) {
+    m_directory.Write("script", Lumcurl({"completion", shell}).out);
+  }
+
+  // The lines that a shell prints there.
+  Words Printed(const Words& argv) const {
+    ProcessOptions options;
+    options.directory = m_directory.Path();
+    options.environment = {"HOME=" + m_directory.Path(), "XDG_CONFIG_HOME=", "XDG_DATA_HOME="};
+    const ProcessResult result = RunCommand(argv, options);
+    EXPECT_TRUE(result.Succeeded()) << result.Describe();
+    EXPECT_THAT(result.err, IsEmpty());
+    return LinesOf(result.out);
+  }
+
+  TempDir m_directory;
+};
+
+class BashCompletion : public Completion {
+ protected:
+  BashCompletion() : Completion("bash") {}
 
   // The words offered behind `line`, whose last word is being typed.
-  std::vector<std::string> Offered(const Words& line) {
+  Words Offered(const Words& line) const {
     const std::string script =
         "source ./script\n"
         "COMP_WORDS=(" +
@@ -103,20 +99,8 @@ class BashCompletion : public testing::Test {
         "\n"
         "_lumcurl\n"
         "printf '%s\\n' \"${COMPREPLY[@]}\"\n";
-    ProcessOptions options;
-    options.directory = m_directory.Path();
-    const ProcessResult result = RunCommand({"bash", "--norc", "-u", "-e", "-c", script}, options);
-    EXPECT_TRUE(result.Succeeded()) << result.Describe();
-    EXPECT_THAT(result.err, IsEmpty());
-    std::vector<std::string> words;
-    std::istringstream lines(result.out);
-    for (std::string word; std::getline(lines, word);) {
-      words.push_back(word);
-    }
-    return words;
+    return Printed({"bash", "--norc", "-u", "-e", "-c", script});
   }
-
-  TempDir m_directory;
 };
 
 TEST_F(BashCompletion, OffersTheCommands) {
@@ -126,9 +110,7 @@ TEST_F(BashCompletion, OffersTheCommands) {
 
 TEST_F(BashCompletion, OffersEachCommandsOwnOptions) {
   for (const std::string& command : Commands()) {
-    EXPECT_THAT(Offered({"lumcurl", command, "--"}),
-                IsSupersetOf(Listed({command, "--help"}, "\n  (?:-[a-zA-Z],)?(--[a-z][a-z-]+)")))
-        << command;
+    EXPECT_THAT(Offered({"lumcurl", command, "--"}), IsSupersetOf(OptionsOf(command))) << command;
   }
   EXPECT_THAT(Offered({"lumcurl", "get", "--"}), Not(Contains("--gzip")));
 }
@@ -152,28 +134,19 @@ TEST_F(BashCompletion, IsInstalledForLumcurl) {
   EXPECT_THAT(Lumcurl({"completion", "bash"}).out, HasSubstr("-F _lumcurl lumcurl\n"));
 }
 
-class FishCompletion : public testing::Test {
+class FishCompletion : public Completion {
  protected:
-  FishCompletion() { m_directory.Write("script", Lumcurl({"completion", "fish"}).out); }
+  FishCompletion() : Completion("fish") {}
 
   // The words offered behind `line`, without their descriptions.
-  std::vector<std::string> Offered(const std::string& line) {
-    ProcessOptions options;
-    options.directory = m_directory.Path();
-    options.environment = {"HOME=" + m_directory.Path(), "XDG_CONFIG_HOME=", "XDG_DATA_HOME="};
-    const ProcessResult result = RunCommand(
-        {"fish", "--no-config", "-c", "source ./script; complete -C '" + line + "'"}, options);
-    EXPECT_TRUE(result.Succeeded()) << result.Describe();
-    EXPECT_THAT(result.err, IsEmpty());
-    std::vector<std::string> words;
-    std::istringstream lines(result.out);
-    for (std::string word; std::getline(lines, word);) {
-      words.push_back(word.substr(0, word.find('\t')));
+  Words Offered(const std::string& line) const {
+    Words words =
+        Printed({"fish", "--no-config", "-c", "source ./script; complete -C '" + line + "'"});
+    for (std::string& word : words) {
+      word.erase(std::min(word.find('\t'), word.size()));
     }
     return words;
   }
-
-  TempDir m_directory;
 };
 
 TEST_F(FishCompletion, OffersTheCommands) {
@@ -183,9 +156,7 @@ TEST_F(FishCompletion, OffersTheCommands) {
 
 TEST_F(FishCompletion, OffersEachCommandsOwnOptions) {
   for (const std::string& command : Commands()) {
-    EXPECT_THAT(Offered("lumcurl " + command + " --"),
-                IsSupersetOf(Listed({command, "--help"}, "\n  (?:-[a-zA-Z],)?(--[a-z][a-z-]+)")))
-        << command;
+    EXPECT_THAT(Offered("lumcurl " + command + " --"), IsSupersetOf(OptionsOf(command))) << command;
   }
   EXPECT_THAT(Offered("lumcurl get --"), Not(Contains("--gzip")));
 }
@@ -237,8 +208,7 @@ TEST_F(ZshCompletion, HoldsEachCommandsOwnOptions) {
     const std::size_t begin = m_script.find("        " + command + ")\n");
     ASSERT_NE(begin, std::string::npos) << command;
     const std::string part = m_script.substr(begin, m_script.find("return ;;", begin) - begin);
-    for (const std::string& option :
-         Listed({command, "--help"}, "\n  (?:-[a-zA-Z],)?(--[a-z][a-z-]+)")) {
+    for (const std::string& option : OptionsOf(command)) {
       EXPECT_THAT(part, testing::ContainsRegex("'" + option + "=?'")) << command;
     }
   }

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include "Lumcurl.h"
 #include "support/Files.h"
 #include "wire/Ports.h"
@@ -13,7 +15,6 @@ namespace {
 
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::StartsWith;
 
 // A command with what stands before and behind its URL. "@file", "@dir" and "@json" are things that
 // exist. `statusVisible`: the library hands the status back, or its log does.
@@ -63,7 +64,9 @@ class EveryCommand : public testing::TestWithParam<Command> {
     m_directory.Write("dir/member", "content of the member\n");
   }
 
+  // Runs the command; the archive that a failed one has kept is out of its way.
   ProcessResult Run(const std::string& url, Words more = {}) {
+    std::remove(m_directory.Path("dir.tar.gz").c_str());
     Words arguments = GetParam().before;
     arguments.insert(arguments.end(), more.begin(), more.end());
     arguments.push_back(url);
@@ -94,16 +97,13 @@ TEST_P(EveryCommand, EndsWith0WhenDone) {
   EXPECT_THAT(result.err, IsEmpty());
 }
 
-TEST_P(EveryCommand, EndsWith4ForA4xx) {
+TEST_P(EveryCommand, EndsWithTheClassOfTheStatus) {
   WireServer server;
-  server.Script(JsonReply("{}", 404));
-  ExpectFailure(Run(server.Url("/p")), server.Url("/p"), GetParam().statusVisible ? 4 : 1);
-}
-
-TEST_P(EveryCommand, EndsWith5ForA5xx) {
-  WireServer server;
-  server.Script(JsonReply("{}", 503));
-  ExpectFailure(Run(server.Url("/p")), server.Url("/p"), GetParam().statusVisible ? 5 : 1);
+  for (const auto& [status, exitStatus] : {std::pair{404, 4}, {503, 5}}) {
+    server.Script(JsonReply("{}", status));
+    ExpectFailure(Run(server.Url("/p")), server.Url("/p"),
+                  GetParam().statusVisible ? exitStatus : 1);
+  }
 }
 
 TEST_P(EveryCommand, EndsWith6ForARefusedPort) {
@@ -111,22 +111,13 @@ TEST_P(EveryCommand, EndsWith6ForARefusedPort) {
   ExpectFailure(Run(port.Url("http", "/p")), port.Url("http", "/p"), 6);
 }
 
-TEST_P(EveryCommand, EndsWith6ForAServerThatClosesEarly) {
+TEST_P(EveryCommand, EndsWith6ForAnAnswerThatIsNone) {
   WireServer server;
-  server.Script(WireReply().Close());
-  ExpectFailure(Run(server.Url("/p")), server.Url("/p"), 6);
-}
-
-TEST_P(EveryCommand, EndsWith6ForAReset) {
-  WireServer server;
-  server.Script(WireReply().Reset());
-  ExpectFailure(Run(server.Url("/p")), server.Url("/p"), 6);
-}
-
-TEST_P(EveryCommand, EndsWith6ForGarbage) {
-  WireServer server;
-  server.Script(WireReply("SSH-2.0-garbage\r\n\r\n").Close());
-  ExpectFailure(Run(server.Url("/p")), server.Url("/p"), 6);
+  for (const WireReply& reply :
+       {WireReply().Close(), WireReply().Reset(), WireReply("SSH-2.0-garbage\r\n\r\n").Close()}) {
+    server.Script(reply);
+    ExpectFailure(Run(server.Url("/p")), server.Url("/p"), 6);
+  }
 }
 
 TEST_P(EveryCommand, EndsWith6ForAHostThatHasNoAddress) {
@@ -139,7 +130,9 @@ TEST_P(EveryCommand, EndsWith8WhereNoTlsIs) {
   WireServer server;
   server.Script(NoTls());
   const std::string url = "https://127.0.0.1:" + std::to_string(server.Port()) + "/p";
-  ExpectFailure(Run(url), url, 8);
+  const ProcessResult result = Run(url);
+  ExpectFailure(result, url, 8);
+  EXPECT_THAT(result.err, HasSubstr("speaks TLS"));
 }
 
 TEST_P(EveryCommand, LeavesNoArchive) {

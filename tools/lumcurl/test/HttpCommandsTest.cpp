@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <optional>
 
@@ -17,20 +16,34 @@
 namespace lumtest {
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-TEST(Get, PrintsTheDocument) {
-  WireServer server;
-  server.Script(JsonReply(R"({"b":[1,2],"a":null})"));
-  const ProcessResult result = Lumcurl({"get", server.Url("/status?x=1")});
+class Http : public testing::Test {
+ protected:
+  // lumcurl's `words`, asking a server that plays `reply`.
+  ProcessResult Run(const WireReply& reply, const Words& words) {
+    m_server.Script(reply);
+    return Lumcurl(words);
+  }
+
+  WireServer m_server;
+  TempDir m_directory;
+};
+
+using Get = Http;
+using Post = Http;
+using Download = Http;
+
+TEST_F(Get, PrintsTheDocument) {
+  const ProcessResult result =
+      Run(JsonReply(R"({"b":[1,2],"a":null})"), {"get", m_server.Url("/status?x=1")});
   EXPECT_EQ(result.exitStatus, 0);
   EXPECT_EQ(result.out, "{\n    \"b\": [\n        1,\n        2\n    ],\n    \"a\": null\n}\n");
   EXPECT_THAT(result.err, IsEmpty());
-  const WireRequest request = server.Request(0);
+  const WireRequest request = m_server.Request(0);
   EXPECT_EQ(request.method, "GET");
   EXPECT_EQ(request.target, "/status?x=1");
   EXPECT_EQ(request.Header("User-Agent"), "QVcurlHttp/0.1.2");
@@ -38,63 +51,52 @@ TEST(Get, PrintsTheDocument) {
   EXPECT_EQ(request.Header("charsets"), "utf-8");
 }
 
-TEST(Get, SendsOneHeaderLineInPlaceOfTheUsualOnes) {
-  WireServer server;
-  server.Script(JsonReply("1"));
-  EXPECT_EQ(Lumcurl({"get", "-H", "X-Own: a b", server.Url()}).exitStatus, 0);
-  EXPECT_EQ(server.Request(0).Header("X-Own"), "a b");
-  EXPECT_FALSE(server.Request(0).HasHeader("Content-Type"));
+TEST_F(Get, SendsOneHeaderLineInPlaceOfTheUsualOnes) {
+  Run(JsonReply("1"), {"get", "-H", "X-Own: a b", m_server.Url()});
+  EXPECT_EQ(m_server.Request(0).Header("X-Own"), "a b");
+  EXPECT_FALSE(m_server.Request(0).HasHeader("Content-Type"));
 }
 
-TEST(Get, PrintsTheDocumentOfAnErrorToo) {
-  WireServer server;
-  server.Script(JsonReply(R"({"error":"gone"})", 404));
-  const ProcessResult result = Lumcurl({"get", server.Url("/p")});
+TEST_F(Get, PrintsTheDocumentOfAnErrorToo) {
+  const ProcessResult result =
+      Run(JsonReply(R"({"error":"gone"})", 404), {"get", m_server.Url("/p")});
   EXPECT_EQ(result.exitStatus, 4);
   EXPECT_EQ(result.out, "{\n    \"error\": \"gone\"\n}\n");
-  EXPECT_THAT(result.err, HasSubstr("get " + server.Url("/p") + ": the server answered 404"));
+  EXPECT_THAT(result.err, HasSubstr("get " + m_server.Url("/p") + ": the server answered 404"));
 }
 
-TEST(Get, DoesNotFollowRedirects) {
-  WireServer server;
-  server.Script(JsonReply("{}", 302));
-  const ProcessResult result = Lumcurl({"get", server.Url()});
+TEST_F(Get, DoesNotFollowRedirects) {
+  const ProcessResult result = Run(JsonReply("{}", 302), {"get", m_server.Url()});
   EXPECT_EQ(result.exitStatus, 1);
   EXPECT_THAT(result.err, HasSubstr("redirects are not followed"));
 }
 
-TEST(Get, ShowsWhatIsNotJson) {
-  WireServer server;
-  server.Script(StatusReply(200, "<html>\x1b[31mhello</html>"));
-  const ProcessResult result = Lumcurl({"get", server.Url()});
+TEST_F(Get, ShowsWhatIsNotJson) {
+  const ProcessResult result =
+      Run(StatusReply(200, "<html>\x1b[31mhello</html>"), {"get", m_server.Url()});
   EXPECT_EQ(result.exitStatus, 1);
   EXPECT_THAT(result.out, IsEmpty());
-  EXPECT_THAT(result.err, HasSubstr(server.Url() + ": the answer is not JSON"));
+  EXPECT_THAT(result.err, HasSubstr(m_server.Url() + ": the answer is not JSON"));
   EXPECT_THAT(result.err, HasSubstr("the reply: <html>\\x1b[31mhello</html>"));
 }
 
-TEST(Get, TakesAnEmptyAnswerForNoJson) {
-  WireServer server;
-  server.Script(StatusReply(204));
-  EXPECT_EQ(Lumcurl({"get", server.Url()}).exitStatus, 1);
+TEST_F(Get, TakesAnEmptyAnswerForNoJson) {
+  EXPECT_EQ(Run(StatusReply(204), {"get", m_server.Url()}).exitStatus, 1);
 }
 
-TEST(Get, FailsWhereOutputCannotBeWritten) {
-  WireServer server;
-  server.Script(JsonReply("{}"));
+TEST_F(Get, FailsWhereOutputCannotBeWritten) {
+  m_server.Script(JsonReply("{}"));
   const ProcessResult result =
-      RunCommand({"sh", "-c", ShellWords(LumcurlCommand({"get", server.Url()})) + " > /dev/full"},
+      RunCommand({"sh", "-c", ShellWords(LumcurlCommand({"get", m_server.Url()})) + " > /dev/full"},
                  LumcurlOptions());
   EXPECT_EQ(result.exitStatus, 9);
   EXPECT_THAT(result.err, HasSubstr("standard output"));
 }
 
-TEST(Get, ShowsTheExchangeWhenVerbose) {
-  WireServer server;
-  server.Script(JsonReply("{}"));
-  const ProcessResult result = Lumcurl({"get", "-v", server.Url("/p")});
+TEST_F(Get, ShowsTheExchangeWhenVerbose) {
+  const ProcessResult result = Run(JsonReply("{}"), {"get", "-v", m_server.Url("/p")});
   EXPECT_EQ(result.out, "{}\n");
-  EXPECT_EQ(result.err, "lumcurl: > GET " + server.Url("/p") +
+  EXPECT_EQ(result.err, "lumcurl: > GET " + m_server.Url("/p") +
                             "\n"
                             "lumcurl: > User-Agent: QVcurlHttp/0.1.2\n"
                             "lumcurl: > Content-Type: application/json\n"
@@ -102,67 +104,54 @@ TEST(Get, ShowsTheExchangeWhenVerbose) {
                             "lumcurl: < 200\n");
 }
 
-TEST(Post, ShowsTheContentTypeThatLibcurlAddsWhenVerbose) {
-  WireServer server;
-  server.SetHandler([](const WireRequest&) { return JsonReply("{}"); });
-  const std::string added =
-      "> Content-Type: application/x-www-form-urlencoded (added by libcurl)\n";
-  for (const char* command : {"post", "service-post"}) {
-    const Words words = {command, "-v", "-d", "{}", "-H", "A: b", server.Url()};
-    EXPECT_THAT(Lumcurl(words).err, HasSubstr(added)) << command;
-    EXPECT_EQ(server.Requests().back().Header("Content-Type"), "application/x-www-form-urlencoded");
-    const Words own = {command, "-v", "-d", "{}", "-H", "content-type: text/plain", server.Url()};
-    EXPECT_THAT(Lumcurl(own).err, Not(HasSubstr("added by"))) << command;
-  }
-  EXPECT_THAT(Lumcurl({"get", "-v", server.Url()}).err, Not(HasSubstr("added by")));
-}
-
-TEST(Get, EndsTheStartOfALongReplyInDots) {
-  WireServer server;
-  server.Script(StatusReply(200, std::string(5000, 'x')));
-  EXPECT_THAT(Lumcurl({"get", server.Url()}).err,
+TEST_F(Get, EndsTheStartOfALongReplyInDots) {
+  EXPECT_THAT(Run(StatusReply(200, std::string(5000, 'x')), {"get", m_server.Url()}).err,
               HasSubstr("the reply: " + std::string(1000, 'x') + "...\n"));
 }
 
-TEST(Get, WaitsFiveSecondsAtMost) {
-  WireServer server;
-  server.Script(WireReply().Stall());
-  const ProcessResult result = Lumcurl({"get", server.Url()});
+TEST_F(Get, WaitsFiveSecondsAtMost) {
+  const ProcessResult result = Run(WireReply().Stall(), {"get", m_server.Url()});
   EXPECT_EQ(result.exitStatus, 7);
   EXPECT_THAT(result.err, HasSubstr("the limit is 5 s"));
 }
 
-TEST(Post, SendsTheBodyByteForByte) {
-  WireServer server;
-  TempDir directory;
-  const std::string body = "{ \"a\" :1 }\n";
-  server.Script(JsonReply("1")).Script(JsonReply("2")).Script(JsonReply("3"));
-  EXPECT_EQ(Lumcurl({"post", "-d", body, server.Url()}).out, "1\n");
-  EXPECT_EQ(Lumcurl({"post", "--data-file", directory.Write("f", body), server.Url()}).out, "2\n");
-  ProcessOptions options;
-  options.input = body;
-  EXPECT_EQ(Lumcurl({"post", "--data-file", "-", server.Url()}, options).out, "3\n");
-  for (const WireRequest& request : server.Requests()) {
-    EXPECT_EQ(request.method, "POST");
-    EXPECT_EQ(request.body, body);
-    EXPECT_EQ(request.Header("Content-Type"), "application/json");
+TEST_F(Post, ShowsTheContentTypeThatLibcurlAddsWhenVerbose) {
+  m_server.SetHandler([](const WireRequest&) { return JsonReply("{}"); });
+  const std::string url = m_server.Url();
+  const std::string added =
+      "> Content-Type: application/x-www-form-urlencoded (added by libcurl)\n";
+  for (const char* command : {"post", "service-post"}) {
+    const Words words = {command, "-v", "-d", "{}", "-H", "A: b", url};
+    EXPECT_THAT(Lumcurl(words).err, HasSubstr(added)) << command;
+    EXPECT_EQ(m_server.Requests().back().Header("Content-Type"),
+              "application/x-www-form-urlencoded");
+    const Words own = {command, "-v", "-d", "{}", "-H", "content-type: text/plain", url};
+    EXPECT_THAT(Lumcurl(own).err, Not(HasSubstr("added by"))) << command;
   }
+  EXPECT_THAT(Lumcurl({"get", "-v", url}).err, Not(HasSubstr("added by")));
 }
 
-TEST(Post, SendsAnEmptyBodyAndZeroBytes) {
-  WireServer server;
-  TempDir directory;
-  server.Script(JsonReply("1")).Script(JsonReply("2"));
-  EXPECT_EQ(Lumcurl({"post", "-d", "", server.Url()}).exitStatus, 0);
-  const std::string body("a\0b", 3);
-  EXPECT_EQ(Lumcurl({"post", "--data-file", directory.Write("f", body), server.Url()}).exitStatus,
-            0);
-  EXPECT_EQ(server.Request(0).body, "");
-  EXPECT_EQ(server.Request(1).body, body);
+TEST_F(Post, SendsTheBodyByteForByte) {
+  for (const std::string& body : {std::string("{ \"a\" :1 }\n"), std::string("a\0b", 3)}) {
+    const std::string file = m_directory.Write("f", body);
+    EXPECT_EQ(Run(JsonReply("1"), {"post", "--data-file", file, m_server.Url()}).out, "1\n");
+    EXPECT_EQ(m_server.Requests().back().method, "POST");
+    EXPECT_EQ(m_server.Requests().back().body, body);
+    EXPECT_EQ(m_server.Requests().back().Header("Content-Type"), "application/json");
+  }
+  for (const std::string& body : {std::string("{ \"a\" :1 }\n"), std::string()}) {
+    EXPECT_EQ(Run(JsonReply("2"), {"post", "-d", body, m_server.Url()}).out, "2\n");
+    EXPECT_EQ(m_server.Requests().back().body, body);
+  }
+  ProcessOptions options;
+  options.input = " [1]\n";
+  m_server.Script(JsonReply("3"));
+  EXPECT_EQ(Lumcurl({"post", "--data-file", "-", m_server.Url()}, options).out, "3\n");
+  EXPECT_EQ(m_server.Requests().back().body, options.input);
 }
 
-TEST(Post, NamesABodyThatCannotBeRead) {
-  const ProcessResult result = Lumcurl({"post", "--data-file", "/none/f", "http://127.0.0.1:9/"});
+TEST_F(Post, NamesABodyThatCannotBeRead) {
+  const ProcessResult result = Lumcurl({"post", "--data-file", "/none/f", m_server.Url()});
   EXPECT_EQ(result.exitStatus, 9);
   EXPECT_THAT(result.err, HasSubstr("cannot read '/none/f': No such file"));
 }
@@ -170,19 +159,14 @@ TEST(Post, NamesABodyThatCannotBeRead) {
 class Tls : public testing::Test {
  protected:
   Tls() : m_material(lumtools::MakeTlsMaterial(m_directory.Path("tls"), "open sesame")) {
-    m_options.tls.emplace();
-    m_options.tls->certificate = m_material.serverCertificate;
-    m_options.tls->key = m_material.serverKey;
-    m_options.tls->clientCertificate = WireTls::ClientCertificate::kRequired;
-    m_options.tls->clientCa = m_material.caCertificate;
+    m_options.tls = MakeWireTls(m_material, WireTls::ClientCertificate::kRequired);
   }
 
   Words Arguments(const std::string& caCert, const std::string& key, const std::string& pass) {
     Words words = {"get",   "--ssl", "--cacert",     caCert, "--cert", m_material.clientCertificate,
                    "--key", key,     m_server->Url()};
     if (!pass.empty()) {
-      const std::string file = m_directory.Write("pass", pass + "\n");
-      EXPECT_EQ(RunCommand({"chmod", "600", file}).exitStatus, 0);
+      const std::string file = m_directory.Secret("pass", pass + "\n");
       words.insert(words.begin() + 1, {"--pass-file", file});
     }
     return words;
@@ -193,7 +177,7 @@ class Tls : public testing::Test {
     m_server->SetHandler([](const WireRequest&) { return JsonReply("{}"); });
   }
 
-  TempDir m_directory;
+  SecretDir m_directory;
   TlsMaterial m_material;
   WireOptions m_options;
   std::optional<WireServer> m_server;
@@ -254,127 +238,79 @@ TEST_F(Tls, SaysSoWhenTheServerWantsACertificate) {
   EXPECT_THAT(result.err, HasSubstr("client certificate"));
 }
 
-TEST_F(Tls, SaysSoWhenThePortSpeaksNoTls) {
-  WireServer plain;
-  plain.Script(NoTls());
+TEST_F(Download, WritesTheFile) {
+  const std::string path = m_directory.Write("file", std::string(100, 'x'));
   const ProcessResult result =
-      Lumcurl({"get", "https://127.0.0.1:" + std::to_string(plain.Port()) + "/"});
-  EXPECT_EQ(result.exitStatus, 8);
-  EXPECT_THAT(result.err, HasSubstr("speaks TLS"));
-}
-
-TEST(Download, WritesTheFile) {
-  WireServer server;
-  TempDir directory;
-  const std::string path = directory.Write("file", std::string(100, 'x'));
-  server.Script(GeneratedReply(3'000'000));
-  const ProcessResult result = Lumcurl({"download", server.Url("/f"), path});
+      Run(GeneratedReply(3'000'000), {"download", m_server.Url("/f"), path});
   EXPECT_EQ(result.exitStatus, 0);
   EXPECT_THAT(result.out, IsEmpty());
   EXPECT_THAT(result.err, IsEmpty());
   EXPECT_EQ(Sha256OfFile(path), GeneratedSha256(3'000'000));
 }
 
-TEST(Download, SavesAnErrorPage) {
-  WireServer server;
-  TempDir directory;
-  server.Script(StatusReply(404, "no such page"));
-  EXPECT_EQ(Lumcurl({"download", server.Url(), directory.Path("f")}).exitStatus, 0);
-  EXPECT_EQ(ReadFile(directory.Path("f")), "no such page");
+TEST_F(Download, NamesWhatItCannotWriteTo) {
+  const std::string fifo = m_directory.Path("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const std::pair<std::string, std::string> kCases[] = {
+      {"", "the name of the file to write is empty"},
+      {"-", "a download goes into a file"},
+      {fifo, "'" + fifo + "' is a pipe or a device"},
+      {"/dev/stdout", "'/dev/stdout' is a pipe or a device"},
+      {m_directory.Path("none/f"), "its directory '" + m_directory.Path("none") + "'"},
+      {"/tmp/" + std::string(5000, 'x'), "File name too long"},
+      {"/proc/lumcurl-test",
+       "cannot write '/proc/lumcurl-test'"},  // not even root makes files there
+  };
+  for (const auto& [path, message] : kCases) {
+    const ProcessResult result = Lumcurl({"download", "-q", m_server.Url(), path});
+    EXPECT_EQ(result.exitStatus, 9) << result.Describe();
+    EXPECT_THAT(result.err, StartsWith("lumcurl: download"));
+    EXPECT_THAT(result.err, HasSubstr(message));
+  }
+  EXPECT_EQ(m_server.Connections().size(), 0u);
 }
 
-TEST(Download, NamesADirectoryThatIsTheTarget) {
-  TempDir directory;
-  const ProcessResult result = Lumcurl({"download", "http://127.0.0.1:9/", directory.Path()});
-  EXPECT_EQ(result.exitStatus, 9);
-  EXPECT_THAT(result.err, HasSubstr("'" + directory.Path() + "' is a directory"));
-}
-
-TEST(Download, NamesADirectoryThatIsMissing) {
-  TempDir directory;
-  const ProcessResult result =
-      Lumcurl({"download", "-q", "http://127.0.0.1:9/", directory.Path("none/f")});
-  EXPECT_EQ(result.exitStatus, 9);
-  EXPECT_THAT(result.err, HasSubstr("its directory '" + directory.Path("none") + "'"));
-}
-
-TEST(Download, NamesAFileThatCannotBeMade) {
-  // Not even root makes files there.
-  const ProcessResult result = Lumcurl({"download", "http://127.0.0.1:9/", "/proc/lumcurl-test"});
-  EXPECT_EQ(result.exitStatus, 9);
-  EXPECT_THAT(result.err, HasSubstr("/proc/lumcurl-test"));
-}
-
-TEST(Download, NamesAnEmptyPathAndOneThatIsTooLong) {
-  EXPECT_EQ(Lumcurl({"download", "http://127.0.0.1:9/", ""}).exitStatus, 9);
-  const ProcessResult result =
-      Lumcurl({"download", "http://127.0.0.1:9/", "/tmp/" + std::string(5000, 'x')});
-  EXPECT_EQ(result.exitStatus, 9);
-  EXPECT_THAT(result.err, HasSubstr("File name too long"));
-}
-
-TEST(Download, NamesAFileThatCannotGrow) {
-  WireServer server;
-  TempDir directory;
-  const std::string path = directory.Path("f");
-  server.Script(GeneratedReply(1'000'000));
+TEST_F(Download, NamesAFileThatCannotGrow) {
+  const std::string path = m_directory.Path("f");
+  m_server.Script(GeneratedReply(1'000'000));
   const ProcessResult result =
       RunCommand({"sh", "-c",
                   "trap '' XFSZ; ulimit -f 1; exec " +
-                      ShellWords(LumcurlCommand({"download", server.Url(), path}))},
+                      ShellWords(LumcurlCommand({"download", m_server.Url(), path}))},
                  LumcurlOptions());
   EXPECT_EQ(result.exitStatus, 9) << result.Describe();
   EXPECT_THAT(result.err, HasSubstr("cannot write '" + path + "'"));
   EXPECT_THAT(result.err, HasSubstr("disk is not full"));
 }
 
-TEST(Download, RefusesPipesDevicesAndStandardOutput) {
-  WireServer server;
-  TempDir directory;
-  const std::string fifo = directory.Path("fifo");
-  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  for (const std::string& path : {fifo, std::string("/dev/null"), std::string("/dev/full"),
-                                  std::string("/dev/stdout"), std::string("-")}) {
-    const ProcessResult result = Lumcurl({"download", server.Url(), path});
-    EXPECT_EQ(result.exitStatus, 9) << result.Describe();
-    EXPECT_THAT(
-        result.err,
-        StartsWith(path == "-" ? "lumcurl: download: a download goes into a file"
-                               : "lumcurl: download: '" + path + "' is a pipe or a device"));
-  }
-  EXPECT_EQ(server.Connections().size(), 0u);
-}
-
-TEST(Download, WarnsOfWhatLooksLikeAnErrorPage) {
-  WireServer server;
-  TempDir directory;
-  const std::string path = directory.Path("f");
-  server.Script(StatusReply(404, "<html><h1>404 Not Found</h1></html>"))
-      .Script(StatusReply(404, R"({"error":"no such file"})"))
-      .Script(StatusReply(200, "content"));
-  for (int i = 0; i < 2; ++i) {
-    const ProcessResult result = Lumcurl({"download", server.Url("/f"), path});
+TEST_F(Download, SavesAnErrorPageAndWarnsOfWhatLooksLikeOne) {
+  const std::string path = m_directory.Path("f");
+  for (const std::string page :
+       {"<html><h1>404 Not Found</h1></html>", R"({"error":"no such file"})"}) {
+    const ProcessResult result =
+        Run(StatusReply(404, page), {"download", m_server.Url("/f"), path});
     EXPECT_EQ(result.exitStatus, 0) << result.Describe();
     EXPECT_THAT(result.err,
                 HasSubstr("warning: what is in '" + path + "' looks like an error page"));
+    EXPECT_EQ(ReadFile(path), page);
   }
-  EXPECT_THAT(Lumcurl({"download", server.Url("/f"), path}).err, IsEmpty());
+  EXPECT_THAT(Run(StatusReply(200, "content"), {"download", m_server.Url("/f"), path}).err,
+              IsEmpty());
 }
 
-TEST(Download, KeepsWhatArrivedBeforeTheServerClosed) {
-  WireServer server;
-  TempDir directory;
-  server.Script(WireReply(WireHead(200, {"Content-Length: 100"}) + "first part").Close());
-  const ProcessResult result = Lumcurl({"download", server.Url(), directory.Path("f")});
+TEST_F(Download, KeepsWhatArrivedBeforeTheServerClosed) {
+  const std::string path = m_directory.Path("f");
+  const ProcessResult result =
+      Run(WireReply(WireHead(200, {"Content-Length: 100"}) + "first part").Close(),
+          {"download", m_server.Url(), path});
   EXPECT_EQ(result.exitStatus, 6);
-  EXPECT_THAT(result.err, HasSubstr("what had arrived is in '" + directory.Path("f") + "'"));
-  EXPECT_EQ(ReadFile(directory.Path("f")), "first part");
+  EXPECT_THAT(result.err, HasSubstr("what had arrived is in '" + path + "'"));
+  EXPECT_EQ(ReadFile(path), "first part");
 }
 
-TEST(Download, NamesARefusedPort) {
-  RefusedPort port;
-  TempDir directory;
-  const ProcessResult result = Lumcurl({"download", port.Url(), directory.Path("f")});
+TEST_F(Download, NamesARefusedPort) {
+  const RefusedPort port;
+  const ProcessResult result = Lumcurl({"download", port.Url(), m_directory.Path("f")});
   EXPECT_EQ(result.exitStatus, 6);
   EXPECT_THAT(result.err, StartsWith("lumcurl: download " + port.Url() + ": "));
   EXPECT_THAT(result.err, HasSubstr("check host and port"));

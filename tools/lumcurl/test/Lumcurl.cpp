@@ -4,6 +4,7 @@
 #include <pty.h>
 #include <signal.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,8 +12,9 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <regex>
+#include <sstream>
 #include <stdexcept>
-#include <utility>
 
 namespace lumtest {
 
@@ -151,6 +153,46 @@ std::string ShellWords(const Words& argv) {
     text += (text.empty() ? "'" : " '") + word + "'";  // no word of these tests holds a quote
   }
   return text;
+}
+
+Words LinesOf(const std::string& text) {
+  Words lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+Words MembersOf(const std::string& archive) {
+  ProcessOptions options;
+  options.input = archive;
+  return LinesOf(RunCommand({"tar", "-tzf", "-"}, options).out);
+}
+
+Words Matches(const std::string& text, const std::string& regex) {
+  const std::regex pattern(regex);
+  Words found;
+  for (std::sregex_iterator match(text.begin(), text.end(), pattern), end; match != end; ++match) {
+    found.push_back((*match)[1]);
+  }
+  return found;
+}
+
+const Words& Commands() {
+  static const Words commands = [] {
+    const std::string help = Lumcurl({"--help"}).out;
+    const std::size_t first = help.find("\nHTTP:\n");
+    return Matches(help.substr(first, help.find("\nExit status:\n") - first),
+                   "\n  ([a-z][a-z-]+) ");
+  }();
+  return commands;
+}
+
+std::string SecretDir::Secret(const std::string& name, const std::string& content) const {
+  const std::string path = Write(name, content);
+  chmod(path.c_str(), S_IRUSR | S_IWUSR);
+  return path;
 }
 
 }  // namespace lumtest

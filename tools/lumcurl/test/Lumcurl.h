@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "support/Files.h"
 #include "support/Process.h"
 #include "wire/WireReply.h"
 
@@ -88,6 +89,25 @@ WireReply NoTls();
 
 // "'a' 'b'" for a shell.
 std::string ShellWords(const Words& argv);
+
+// The lines of a text, without their ends.
+Words LinesOf(const std::string& text);
+
+// The names that GNU tar finds in an archive.
+Words MembersOf(const std::string& archive);
+
+// What the first group of `regex` finds in a text, one time after the other.
+Words Matches(const std::string& text, const std::string& regex);
+
+// lumcurl's commands, as --help lists them.
+const Words& Commands();
+
+// A directory for files that their owner alone may read.
+class SecretDir : public TempDir {
+ public:
+  // Writes one and returns its path.
+  std::string Secret(const std::string& name, const std::string& content) const;
+};
 
 }  // namespace lumtest
 

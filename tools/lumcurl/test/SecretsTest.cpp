@@ -2,10 +2,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "Lumcurl.h"
-#include "support/Files.h"
 #include "wire/WireServer.h"
 
 namespace lumtest {
@@ -22,12 +20,6 @@ class Secrets : public testing::Test {
     m_server.SetHandler([](const WireRequest& request) { return StatusReply(403, request.Raw()); });
   }
 
-  std::string Secret(const std::string& name, const std::string& content) {
-    const std::string path = m_directory.Write(name, content);
-    chmod(path.c_str(), 0600);
-    return path;
-  }
-
   // What -v shows on standard error, after checking that the secret was sent.
   std::string Shown(const Words& arguments, const std::string& secret) {
     Words all = arguments;
@@ -39,17 +31,18 @@ class Secrets : public testing::Test {
     return result.err;
   }
 
-  TempDir m_directory;
+  SecretDir m_directory;
   std::string m_file;
   WireServer m_server;
 };
 
 TEST_F(Secrets, TokenIsHidden) {
-  const std::string token = Secret("token", "t0ken-value\n");
-  for (const Words& command : {Words{"report", "-d", "{\"a\":1}"},
-                               Words{"report", "-d", "{\"a\":\"0123456789\"}", "--gzip"},
-                               Words{"refresh-token", "--data-file", Secret("json", "{}")},
-                               Words{"log-address", "--access-id", "a", "--file-name", "f"}}) {
+  const std::string token = m_directory.Secret("token", "t0ken-value\n");
+  for (const Words& command :
+       {Words{"report", "-d", "{\"a\":1}"},
+        Words{"report", "-d", "{\"a\":\"0123456789\"}", "--gzip"},
+        Words{"refresh-token", "--data-file", m_directory.Secret("json", "{}")},
+        Words{"log-address", "--access-id", "a", "--file-name", "f"}}) {
     Words arguments = command;
     arguments.insert(arguments.end(), {"--token-file", token, m_server.Url()});
     EXPECT_THAT(Shown(arguments, "t0ken-value"), HasSubstr("> X-Auth-Token: ***\n"));
@@ -57,13 +50,14 @@ TEST_F(Secrets, TokenIsHidden) {
 }
 
 TEST_F(Secrets, RequestDocumentIsHidden) {
-  const std::string request = Secret("json", R"({"user":"alice","password":"hunter22"})");
+  const std::string request =
+      m_directory.Secret("json", R"({"user":"alice","password":"hunter22"})");
   const std::string shown = Shown({"token", "--data-file", request, m_server.Url()}, "hunter22");
   EXPECT_THAT(shown, HasSubstr("request=(the request document)"));
 }
 
 TEST_F(Secrets, HeaderValuesAreHidden) {
-  const std::string lines = Secret("lines", "Authorization: Bearer b3arer-value\n");
+  const std::string lines = m_directory.Secret("lines", "Authorization: Bearer b3arer-value\n");
   for (const char* command : {"get", "service-get"}) {
     EXPECT_THAT(Shown({command, "-H", "@" + lines, m_server.Url()}, "b3arer-value"),
                 HasSubstr("> Authorization: ***\n"));
@@ -73,14 +67,16 @@ TEST_F(Secrets, HeaderValuesAreHidden) {
 }
 
 TEST_F(Secrets, SignatureIsHidden) {
-  EXPECT_THAT(Shown({"upload-log", "--sign-key-file", Secret("key", "secret-key"), "--date",
-                     "Sun, 06 Nov 1994 08:49:37 GMT", m_server.Url("/objects/a.zip"), m_file},
-                    "oRhQvr3t9sm7LOKNNEhnLFYqUi8="),
-              AllOf(HasSubstr("> Authorization: ***\n"), HasSubstr("> Date: Sun, 06 Nov 1994"),
-                    Not(HasSubstr("secret-key"))));
   EXPECT_THAT(
-      Shown({"upload-log", "--authorisation-file", Secret("auth", "AWS id:s1gnature"), "--date",
-             "today", "--security-token-file", Secret("sec", "sec-t0ken"), m_server.Url(), m_file},
+      Shown({"upload-log", "--sign-key-file", m_directory.Secret("key", "secret-key"), "--date",
+             "Sun, 06 Nov 1994 08:49:37 GMT", m_server.Url("/objects/a.zip"), m_file},
+            "oRhQvr3t9sm7LOKNNEhnLFYqUi8="),
+      AllOf(HasSubstr("> Authorization: ***\n"), HasSubstr("> Date: Sun, 06 Nov 1994"),
+            Not(HasSubstr("secret-key"))));
+  EXPECT_THAT(
+      Shown({"upload-log", "--authorisation-file", m_directory.Secret("auth", "AWS id:s1gnature"),
+             "--date", "today", "--security-token-file", m_directory.Secret("sec", "sec-t0ken"),
+             m_server.Url(), m_file},
             "s1gnature"),
       AllOf(HasSubstr("> x-zun-security-token: ***\n"), Not(HasSubstr("sec-t0ken"))));
 }
@@ -116,17 +112,6 @@ TEST_F(Secrets, NoOptionTakesOne) {
       EXPECT_THAT(help, Not(HasSubstr(name))) << command;
     }
   }
-}
-
-TEST_F(Secrets, AFileThatOthersCanReadIsWarnedOf) {
-  const std::string path = m_directory.Write("token", "t0ken-value");
-  chmod(path.c_str(), 0644);
-  const Words arguments = {"report", "--token-file", path, "-d", "{}", m_server.Url()};
-  EXPECT_THAT(Lumcurl(arguments).err,
-              HasSubstr("warning: other users can read the token in " + path));
-  Words quiet = arguments;
-  quiet.insert(quiet.begin() + 1, "-q");
-  EXPECT_THAT(Lumcurl(quiet).err, Not(HasSubstr("warning")));
 }
 
 }  // namespace

@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <sstream>
-
 #include "Lumcurl.h"
 #include "support/Files.h"
 #include "wire/Digest.h"
@@ -25,15 +23,9 @@ using testing::UnorderedElementsAre;
 
 class Upload : public testing::Test {
  protected:
-  Upload() : m_file(m_directory.Write("a.log", "content of a\n")) {
-    m_key = Secret("key", "secret-key\n");
-  }
-
-  std::string Secret(const std::string& name, const std::string& content) {
-    const std::string path = m_directory.Write(name, content);
-    chmod(path.c_str(), 0600);
-    return path;
-  }
+  Upload()
+      : m_file(m_directory.Write("a.log", "content of a\n")),
+        m_key(m_directory.Secret("key", "secret-key\n")) {}
 
   WireRequest Sent(const Words& arguments, int exitStatus = 0) {
     m_result = Lumcurl(arguments);
@@ -53,21 +45,7 @@ class Upload : public testing::Test {
     return lines;
   }
 
-  // The names that GNU tar finds in an archive.
-  Words Members(const std::string& archive) {
-    ProcessOptions options;
-    options.input = archive;
-    const ProcessResult result = RunCommand({"tar", "-tzf", "-"}, options);
-    EXPECT_TRUE(result.Succeeded()) << result.Describe();
-    Words names;
-    std::istringstream lines(result.out);
-    for (std::string line; std::getline(lines, line);) {
-      names.push_back(line);
-    }
-    return names;
-  }
-
-  TempDir m_directory;
+  SecretDir m_directory;
   std::string m_file;
   std::string m_key;
   WireServer m_server;
@@ -124,23 +102,23 @@ TEST_F(Upload, LogIsSignedWithTodaysDate) {
 TEST_F(Upload, LogTakesAReadyMadeSignature) {
   m_server.Script(StatusReply(200));
   EXPECT_THAT(
-      OwnLines(Sent({"upload-log", "--authorisation-file", Secret("auth", "AWS a:b\n"), "--date",
-                     "today", "--security-token-file", Secret("sec", "sec-token\n"), m_server.Url(),
-                     m_file})),
+      OwnLines(Sent({"upload-log", "--authorisation-file", m_directory.Secret("auth", "AWS a:b\n"),
+                     "--date", "today", "--security-token-file",
+                     m_directory.Secret("sec", "sec-token\n"), m_server.Url(), m_file})),
       ElementsAre("Authorization: AWS a:b", "Date: today", "x-zun-security-token: sec-token"));
 }
 
 TEST_F(Upload, RefusesSignaturesWithLineBreaksAndEmptyOnes) {
   for (const std::string& content : {std::string("a\nb: c"), std::string()}) {
     const ProcessResult result =
-        Lumcurl({"upload-log", "--authorisation-file", Secret("auth", content), "--date", "today",
-                 m_server.Url(), m_file});
+        Lumcurl({"upload-log", "--authorisation-file", m_directory.Secret("auth", content),
+                 "--date", "today", m_server.Url(), m_file});
     EXPECT_EQ(result.exitStatus, 2) << result.Describe();
   }
-  EXPECT_EQ(
-      Lumcurl({"upload-log", "--sign-key-file", Secret("empty", "\n"), m_server.Url(), m_file})
-          .exitStatus,
-      2);
+  EXPECT_EQ(Lumcurl({"upload-log", "--sign-key-file", m_directory.Secret("empty", "\n"),
+                     m_server.Url(), m_file})
+                .exitStatus,
+            2);
   EXPECT_EQ(m_server.Connections().size(), 0u);
 }
 
@@ -252,7 +230,7 @@ TEST_F(Upload, PinsTheHostToAnAddress) {
 TEST_F(Upload, FilePacksBesideTheFile) {
   m_server.Script(StatusReply(200));
   const WireRequest request = Sent({"upload-file", m_server.Url(), m_file});
-  EXPECT_THAT(Members(request.body), ElementsAre("a.log"));
+  EXPECT_THAT(MembersOf(request.body), ElementsAre("a.log"));
   EXPECT_THAT(OwnLines(request), ElementsAre("Content-Type: application/zip"));
   EXPECT_TRUE(Exists(m_file));
   EXPECT_FALSE(Exists(m_file + ".tar.gz"));
@@ -280,7 +258,7 @@ TEST_F(Upload, DirectoryKeepsItsArchiveWhenTheUploadFails) {
   EXPECT_THAT(m_result.err, AllOf(HasSubstr("the archive is kept"), HasSubstr("upload-log"),
                                   HasSubstr(directory + ".tar.gz")));
   const WireRequest request = Sent({"upload-dir", "--overwrite", m_server.Url(), directory});
-  EXPECT_THAT(Members(request.body), UnorderedElementsAre("logs/", "logs/b.log"));
+  EXPECT_THAT(MembersOf(request.body), UnorderedElementsAre("logs/", "logs/b.log"));
   EXPECT_FALSE(Exists(directory + ".tar.gz"));
 }
 
@@ -288,7 +266,7 @@ TEST_F(Upload, DirectoryWithASlashIsPackedToo) {
   const std::string directory = m_directory.MakeDir("logs");
   WriteFile(directory + "/b.log", "b");
   m_server.Script(StatusReply(200));
-  EXPECT_THAT(Members(Sent({"upload-dir", m_server.Url(), directory + "/"}).body),
+  EXPECT_THAT(MembersOf(Sent({"upload-dir", m_server.Url(), directory + "/"}).body),
               UnorderedElementsAre("logs/", "logs/b.log"));
   EXPECT_FALSE(Exists(directory + "/.tar.gz"));
 }
@@ -305,7 +283,7 @@ TEST_F(Upload, DoesNotReplaceAFileThatHasTheArchivesName) {
 // A file of procfs is of size 0 and gives more: to the library it grows while it is packed.
 TEST_F(Upload, WarnsOfAFileThatGrowsWhileItIsPacked) {
   m_server.Script(StatusReply(200));
-  EXPECT_THAT(Members(Sent({"upload-group", m_server.Url(), "/proc/version"}).body),
+  EXPECT_THAT(MembersOf(Sent({"upload-group", m_server.Url(), "/proc/version"}).body),
               ElementsAre("version"));
   EXPECT_EQ(m_result.err,
             "lumcurl: warning: version has grown and is packed to its first 0 bytes\n");
@@ -320,7 +298,7 @@ TEST_F(Upload, GroupPacksSeveralFiles) {
   m_server.Script(StatusReply(200));
   const ProcessResult result = Lumcurl({"upload-group", m_server.Url(), m_file, other}, options);
   EXPECT_EQ(result.exitStatus, 0) << result.Describe();
-  EXPECT_THAT(Members(m_server.Request(0).body), UnorderedElementsAre("a.log", "b.log"));
+  EXPECT_THAT(MembersOf(m_server.Request(0).body), UnorderedElementsAre("a.log", "b.log"));
   EXPECT_EQ(RunCommand({"ls", "-A", temporary.Path()}).out, "");
 }
 

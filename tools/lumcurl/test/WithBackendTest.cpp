@@ -1,14 +1,13 @@
 // Whole commands against lumbackend.
 
-#include <LumJson.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <regex>
 
+#include "../../lumbackend/test/BackendProcess.h"
 #include "Lumcurl.h"
-#include "support/Files.h"
 
 namespace lumtest {
 namespace {
@@ -18,26 +17,7 @@ using testing::IsEmpty;
 
 class WithBackend : public testing::Test {
  protected:
-  WithBackend()
-      : m_key(Secret("key", "storage-key\n")), m_login(Secret("login", R"({"user":"u"})")) {
-    mkdir(m_directory.Path("root").c_str(), 0700);
-    m_backend = std::make_unique<SpawnedProcess>(
-        Words{LUMBACKEND, "--root", m_directory.Path("root"), "--port", "0", "--tls-port", "0",
-              "--sign-key-file", m_key});
-    Words groups;
-    EXPECT_TRUE(m_backend->WaitForLine("^http (\\S+)$", &groups)) << m_backend->Err();
-    m_plain = "http://" + groups.at(1);
-    EXPECT_TRUE(m_backend->WaitForLine("^https (\\S+)$", &groups)) << m_backend->Err();
-    m_tls = groups.at(1);
-  }
-
-  std::string Secret(const std::string& name, const std::string& content) {
-    const std::string path = m_directory.Write(name, content);
-    chmod(path.c_str(), 0600);
-    return path;
-  }
-
-  std::string Root(const std::string& name) { return m_directory.Path("root/" + name); }
+  std::string Root(const std::string& name) const { return m_backend.Root().Path(name); }
 
   // The member of the document that a command prints.
   std::string Printed(const Words& arguments, const std::string& member) {
@@ -48,12 +28,12 @@ class WithBackend : public testing::Test {
     return document[member].JsonValueToString();
   }
 
-  TempDir m_directory;
-  std::string m_key;
-  std::string m_login;
-  std::unique_ptr<SpawnedProcess> m_backend;
-  std::string m_plain;
-  std::string m_tls;
+  SecretDir m_directory;
+  const std::string m_key = m_directory.Secret("key", "storage-key\n");
+  const std::string m_login = m_directory.Secret("login", R"({"user":"u"})");
+  BackendProcess m_backend{{"--port", "0", "--tls-port", "0", "--sign-key-file", m_key}};
+  const std::string m_plain = m_backend.Url("");
+  const std::string m_tls = "127.0.0.1:" + std::to_string(m_backend.TlsPort());
 };
 
 TEST_F(WithBackend, ItsOwnFirstExampleWorks) {
@@ -67,10 +47,10 @@ TEST_F(WithBackend, ItsOwnFirstExampleWorks) {
 
 TEST_F(WithBackend, ReportsWithATokenAndWithoutOne) {
   const std::string first = Printed({"token", "--data-file", m_login, m_plain + "/token"}, "token");
-  const std::string token =
-      Secret("token", Printed({"refresh-token", "--token-file", Secret("first", first),
-                               "--data-file", m_login, m_plain + "/token"},
-                              "token"));
+  const std::string token = m_directory.Secret(
+      "token", Printed({"refresh-token", "--token-file", m_directory.Secret("first", first),
+                        "--data-file", m_login, m_plain + "/token"},
+                       "token"));
   EXPECT_EQ(Lumcurl({"report", "--token-file", token, "--topic", "t", "-d", R"({"n":1})",
                      m_plain + "/report"})
                 .exitStatus,
@@ -89,8 +69,8 @@ TEST_F(WithBackend, ReportsWithATokenAndWithoutOne) {
 }
 
 TEST_F(WithBackend, UploadsSignedToTheAddressItIsTold) {
-  const std::string token =
-      Secret("token", Printed({"token", "--data-file", m_login, m_plain + "/token"}, "token"));
+  const std::string token = m_directory.Secret(
+      "token", Printed({"token", "--data-file", m_login, m_plain + "/token"}, "token"));
   const ProcessResult address = Lumcurl({"log-address", "--access-id", "r7", "--file-name", "a.log",
                                          "--token-file", token, m_plain + "/log-address"});
   EXPECT_EQ(address.exitStatus, 0) << address.Describe();
@@ -102,8 +82,8 @@ TEST_F(WithBackend, UploadsSignedToTheAddressItIsTold) {
   EXPECT_EQ(upload.exitStatus, 0) << upload.Describe();
   EXPECT_EQ(ReadFile(Root("objects/logs/a b.log")), "content of a\n");
 
-  const ProcessResult wrong =
-      Lumcurl({"upload-log", "--sign-key-file", Secret("wrong", "another-key"), url, file});
+  const ProcessResult wrong = Lumcurl(
+      {"upload-log", "--sign-key-file", m_directory.Secret("wrong", "another-key"), url, file});
   EXPECT_EQ(wrong.exitStatus, 4);
   EXPECT_THAT(wrong.out, HasSubstr("signature does not match"));
 }
