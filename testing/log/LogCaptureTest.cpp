@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <thread>
+#include "support/Threads.h"
 
 namespace lumtest {
 namespace {
@@ -80,17 +80,11 @@ TEST(LogCapture, KeepsStandardErrorQuietAndGivesItBack) {
 
 TEST(LogCapture, TakesRecordsFromManyThreads) {
   const LogCapture capture;
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i) {
-    threads.emplace_back([] {
-      for (int n = 0; n < 100; ++n) {
-        Log(3, "message");
-      }
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+  OnThreads(8, [](int) {
+    for (int n = 0; n < 100; ++n) {
+      Log(3, "message");
+    }
+  });
   EXPECT_EQ(capture.Count(), 800u);
 }
 

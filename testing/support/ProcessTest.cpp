@@ -8,11 +8,11 @@
 
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/Files.h"
 #include "support/ProcessState.h"
+#include "support/Threads.h"
 
 namespace lumtest {
 namespace {
@@ -94,14 +94,10 @@ TEST(RunCommand, HandsNothingOfTheTestOn) {
 }
 
 TEST(RunCommand, RunsFromManyThreads) {
-  std::vector<std::thread> threads;
   std::vector<std::string> outs(6);
-  for (std::size_t i = 0; i < outs.size(); ++i) {
-    threads.emplace_back([&outs, i] { outs[i] = RunCommand({"echo", std::to_string(i)}).out; });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+  OnThreads(6, [&outs](int i) {
+    outs[static_cast<std::size_t>(i)] = RunCommand({"echo", std::to_string(i)}).out;
+  });
   EXPECT_THAT(outs, ElementsAre("0\n", "1\n", "2\n", "3\n", "4\n", "5\n"));
 }
 

@@ -11,8 +11,8 @@
 
 #include <algorithm>
 #include <atomic>
-#include <thread>
 
+#include "support/Threads.h"
 #include "wire/Digest.h"
 #include "wire/Ports.h"
 #include "wire/Socket.h"
@@ -256,7 +256,7 @@ TEST(WireServer, AnswersBeforeTheBodyIsRead) {
 TEST(WireServer, AnEarlyAnswerMayStillTakeTheBody) {
   WireServer server;
   server.Script(StatusReply(200, "early").At(WireStart::kHead)).Script(StatusReply(200, "next"));
-  Client client(server, "POST / HTTP/1.1\r\nContent-Length: 4\r\n\r\n");
+  Client client(server, "POST / HTTP/1.1\r\nExpect: 100-continue\r\nContent-Length: 4\r\n\r\n");
   EXPECT_THAT(client.ReadUntil("early"), StartsWith("HTTP/1.1 200"));
   ASSERT_TRUE(client.Send("body" + std::string(kGet)));
   EXPECT_THAT(client.ReadUntil("next"), StartsWith("HTTP/1.1 200"));
@@ -508,22 +508,16 @@ TEST(WireServer, ServesManyClientsAtOnce) {
   WireServer server;
   server.SetHandler([](const WireRequest& request) { return StatusReply(200, request.body); });
   std::atomic<int> good{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 8; ++t) {
-    threads.emplace_back([&server, &good, t] {
-      for (int i = 0; i < 10; ++i) {
-        const std::string body = "client " + std::to_string(t) + " request " + std::to_string(i);
-        const std::string answer = Exchange(server, Post(body));
-        good += answer.size() > body.size() &&
-                        answer.compare(answer.size() - body.size(), body.size(), body) == 0
-                    ? 1
-                    : 0;
-      }
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+  OnThreads(8, [&server, &good](int t) {
+    for (int i = 0; i < 10; ++i) {
+      const std::string body = "client " + std::to_string(t) + " request " + std::to_string(i);
+      const std::string answer = Exchange(server, Post(body));
+      good += answer.size() > body.size() &&
+                      answer.compare(answer.size() - body.size(), body.size(), body) == 0
+                  ? 1
+                  : 0;
+    }
+  });
   EXPECT_EQ(good, 80);
   EXPECT_EQ(server.Requests().size(), 80u);
   ASSERT_TRUE(server.WaitIdle());

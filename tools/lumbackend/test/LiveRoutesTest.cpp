@@ -2,10 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "BackendProcess.h"
 #include "support/ProcessState.h"
+#include "support/Threads.h"
 
 namespace {
 
@@ -189,21 +188,15 @@ TEST(LiveRoutes, UploadsComeInWithFlatMemory) {
 TEST(LiveRoutes, ManyUploadsAtOnce) {
   BackendProcess backend({"--port", "0", "--tls-port", "0"});
   const TempDir temp;
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 10; ++i) {
-    threads.emplace_back([&, i] {
-      const std::string name = std::to_string(i);
-      const std::string file = temp.Write(name, std::string(3'000'000, static_cast<char>('a' + i)));
-      const std::string path = "/objects/dir/" + name;
-      EXPECT_EQ(
-          Curl({"-k", "-T", file, i % 2 == 0 ? backend.Url(path) : backend.TlsUrl(path)}).status,
-          200);
-      EXPECT_EQ(Curl({"-T", file, backend.Url("/objects/same")}).status, 200);
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+  lumtest::OnThreads(10, [&](int i) {
+    const std::string name = std::to_string(i);
+    const std::string file = temp.Write(name, std::string(3'000'000, static_cast<char>('a' + i)));
+    const std::string path = "/objects/dir/" + name;
+    EXPECT_EQ(
+        Curl({"-k", "-T", file, i % 2 == 0 ? backend.Url(path) : backend.TlsUrl(path)}).status,
+        200);
+    EXPECT_EQ(Curl({"-T", file, backend.Url("/objects/same")}).status, 200);
+  });
   for (int i = 0; i < 10; ++i) {
     EXPECT_TRUE(ReadFile(backend.Root().Path("objects/dir/" + std::to_string(i))) ==
                 std::string(3'000'000, static_cast<char>('a' + i)));

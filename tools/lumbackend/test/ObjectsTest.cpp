@@ -8,11 +8,11 @@
 
 #include <csignal>
 #include <ctime>
-#include <thread>
 
 #include "Fakes.h"
 #include "Signature.h"
 #include "support/Files.h"
+#include "support/Threads.h"
 
 namespace {
 
@@ -161,20 +161,14 @@ TEST_F(ObjectsTest, WhatAnEarlierRunLeftUnfinishedIsRemoved) {
 }
 
 TEST_F(ObjectsTest, UploadsToOneNameDoNotMix) {
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([this, i] {
-      for (int j = 0; j < 20; ++j) {
-        EXPECT_EQ(Put("/objects/dir/same",
-                      FakeBody(std::string(600'000, static_cast<char>('a' + i)), true, 65536))
-                      .status,
-                  200);
-      }
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+  lumtest::OnThreads(4, [this](int i) {
+    for (int j = 0; j < 20; ++j) {
+      EXPECT_EQ(Put("/objects/dir/same",
+                    FakeBody(std::string(600'000, static_cast<char>('a' + i)), true, 65536))
+                    .status,
+                200);
+    }
+  });
   const std::string content = ReadFile(m_temp.Path("objects/dir/same"));
   EXPECT_TRUE(content == std::string(600'000, content[0]));
   EXPECT_THAT(Stored(), ElementsAre("dir", "dir/same"));

@@ -8,12 +8,12 @@
 #include <csignal>
 #include <optional>
 #include <stdexcept>
-#include <thread>
 
 #include "Backend.h"
 #include "Fakes.h"
 #include "support/CaptureFd.h"
 #include "support/Files.h"
+#include "support/Threads.h"
 
 namespace {
 
@@ -24,6 +24,7 @@ using lumtest::MakeCall;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::ThrowsMessage;
 
 class StoreTest : public testing::Test {
  protected:
@@ -267,18 +268,12 @@ TEST_F(StoreTest, AFullFileSystemIsSaidAndForgotten) {
 
 TEST_F(StoreTest, ManyThreadsReportAtOnce) {
   Restart();
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([this, i] {
-      for (int j = 0; j < 50; ++j) {
-        FakeBody body("\"" + std::string(1000, static_cast<char>('a' + i)) + "\"");
-        EXPECT_EQ(Await(m_backend->Handle(MakeCall("POST", "/report"), body)).status, 200);
-      }
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+  lumtest::OnThreads(4, [this](int i) {
+    for (int j = 0; j < 50; ++j) {
+      FakeBody body("\"" + std::string(1000, static_cast<char>('a' + i)) + "\"");
+      EXPECT_EQ(Await(m_backend->Handle(MakeCall("POST", "/report"), body)).status, 200);
+    }
+  });
   const std::string content = Reports();
   ASSERT_EQ(content.size(), 200u * 1003);
   for (std::size_t at = 0; at < content.size(); at += 1003) {
@@ -288,22 +283,15 @@ TEST_F(StoreTest, ManyThreadsReportAtOnce) {
 
 TEST_F(StoreTest, ASecondBackEndOnOneRootIsRefused) {
   Restart();
-  try {
-    Backend second(m_options, "");
-    FAIL() << "two back ends share a root";
-  } catch (const std::runtime_error& failure) {
-    EXPECT_EQ(failure.what(), "'" + m_temp.Path() + "' is in use by another lumbackend");
-  }
+  EXPECT_THAT(
+      [this] { Backend(m_options, ""); },
+      ThrowsMessage<std::runtime_error>("'" + m_temp.Path() + "' is in use by another lumbackend"));
 }
 
 TEST_F(StoreTest, AFileThatIsNoDatabaseIsNamed) {
-  m_temp.Write("lumbackend.db", std::string(5000, 'x'));
-  try {
-    Backend backend(m_options, "");
-    FAIL() << "garbage was taken for a database";
-  } catch (const std::runtime_error& failure) {
-    EXPECT_THAT(failure.what(), HasSubstr(m_temp.Path("lumbackend.db")));
-  }
+  const std::string file = m_temp.Write("lumbackend.db", std::string(5000, 'x'));
+  EXPECT_THAT([this] { Backend(m_options, ""); },
+              ThrowsMessage<std::runtime_error>(HasSubstr(file)));
 }
 
 TEST_F(StoreTest, TheStreamTellsOfNewExchanges) {

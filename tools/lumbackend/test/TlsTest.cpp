@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
-#include <thread>
 
 #include "support/Files.h"
+#include "support/Threads.h"
 #include "tls/TlsMaterial.h"
 
 namespace {
@@ -61,16 +61,11 @@ TEST(Tls, ExpiredMaterialIsMadeAnew) {
 
 TEST(Tls, SeveralMayAskForOneDirectory) {
   const lumtest::TempDir temp;
-  std::vector<std::thread> threads;
   std::vector<std::string> certificates(4);
-  for (std::string& certificate : certificates) {
-    threads.emplace_back([&] {
-      certificate = ReadFile(SelfMadeServerFiles(temp.Path("tls"), "127.0.0.1").certificate);
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+  lumtest::OnThreads(4, [&](int i) {
+    certificates[static_cast<std::size_t>(i)] =
+        ReadFile(SelfMadeServerFiles(temp.Path("tls"), "127.0.0.1").certificate);
+  });
   EXPECT_THAT(certificates, testing::Each(certificates[0]));
 }
 

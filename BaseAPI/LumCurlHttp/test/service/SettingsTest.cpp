@@ -3,11 +3,10 @@
 #include <climits>
 #include <ostream>
 #include <system_error>
-#include <thread>
 
 #include "ServiceTest.h"
-#include "recording/Latch.h"
 #include "support/Alloc.h"
+#include "support/Threads.h"
 
 namespace lumtest {
 namespace {
@@ -373,24 +372,16 @@ TEST_F(SettingsTest, LastErrorMayBeReadAndWrittenByManyThreads) {
   const std::string a(1000, 'a');
   const std::string b(2000, 'b');
   client.UpdateLastError(a);
-  Latch start(4);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&, t] {
-      start.CountDownAndWait();
-      for (int i = 0; i < 500; ++i) {
-        if (t % 2 == 0) {
-          client.UpdateLastError(i % 2 == 0 ? a : b);
-        } else {
-          const std::string body = client.GetLastErrorBody();
-          EXPECT_TRUE(body == a || body == b);
-        }
+  OnThreads(4, [&](int t) {
+    for (int i = 0; i < 500; ++i) {
+      if (t % 2 == 0) {
+        client.UpdateLastError(i % 2 == 0 ? a : b);
+      } else {
+        const std::string body = client.GetLastErrorBody();
+        EXPECT_TRUE(body == a || body == b);
       }
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+    }
+  });
 }
 
 }  // namespace

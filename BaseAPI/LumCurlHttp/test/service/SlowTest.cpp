@@ -5,10 +5,10 @@
 #include <functional>
 #include <limits>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "ServiceLiveTest.h"
+#include "support/Threads.h"
 
 namespace lumtest {
 namespace {
@@ -37,17 +37,11 @@ TEST_F(SlowTest, AnAnswerAfterSixSecondsIsInTimeForALimitOfNoneAndForTheLargest)
     calls.emplace_back(
         [&, limit](LumCurlOrvOps& c) { return c.UploadLog(server.Url(), path, limit); });
   }
-  std::vector<std::thread> threads;
-  for (const auto& call : calls) {
-    threads.emplace_back([&call] {
-      LumCurlOrvOps own;
-      own.CurlGlobalInit();
-      EXPECT_EQ(call(own), 0);
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+  OnThreads(static_cast<int>(calls.size()), [&calls](int i) {
+    LumCurlOrvOps own;
+    own.CurlGlobalInit();
+    EXPECT_EQ(calls[static_cast<std::size_t>(i)](own), 0);
+  });
   expectedOutput = "[1][1]";  // of the uploads
 }
 

@@ -6,42 +6,17 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <functional>
-#include <mutex>
 #include <regex>
-#include <thread>
 
 #include "../http/LiveTest.h"
 #include "../operations/RunOperation.h"
 #include "support/ProcessState.h"
+#include "support/Threads.h"
 
 namespace lumtest {
 namespace {
 
 constexpr int kThreads = 16;
-
-// Runs `work` on so many threads, which all begin at once.
-void OnThreads(int count, const std::function<void(int)>& work) {
-  std::mutex mutex;
-  std::condition_variable all;
-  int ready = 0;
-  std::vector<std::thread> threads;
-  for (int i = 0; i < count; ++i) {
-    threads.emplace_back([&, i] {
-      {
-        std::unique_lock<std::mutex> lock(mutex);
-        ++ready;
-        all.notify_all();
-        all.wait(lock, [&] { return ready == count; });
-      }
-      work(i);
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
-}
 
 // What the servers answer: each request's own target, so that an answer to another shows.
 std::string AnswerTo(const std::string& target) {
