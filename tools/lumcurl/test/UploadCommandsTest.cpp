@@ -83,7 +83,7 @@ TEST_F(Upload, LogIsSigned) {
   const Words lines =
       OwnLines(Sent({"upload-log", "--sign-key-file", m_key, "--date",
                      "Sun, 06 Nov 1994 08:49:37 GMT", m_server.Url("/objects/a.zip"), m_file}));
-  // The value that openssl computes, see SigningTest.
+  // The value that openssl computes, see SignatureTest.
   EXPECT_THAT(lines, ElementsAre("Authorization: LUM oRhQvr3t9sm7LOKNNEhnLFYqUi8=",
                                  "Date: Sun, 06 Nov 1994 08:49:37 GMT"));
 }
