@@ -56,9 +56,12 @@ class WrappedHelp final : public CLI::Formatter {
  public:
   explicit WrappedHelp(std::size_t width) : m_width(width) { column_width(28); }
 
+  // CLI11 2.6 would wrap description and footer itself, whatever lines they have.
   std::string make_help(const CLI::App* app, std::string name,
                         CLI::AppFormatMode mode) const override {
-    return Wrapped(CLI::Formatter::make_help(app, std::move(name), mode), m_width);
+    return Wrapped(app->get_description() + "\n" + make_usage(app, std::move(name)) +
+                       make_groups(app, mode) + "\n" + app->get_footer() + "\n",
+                   m_width);
   }
 
  private:

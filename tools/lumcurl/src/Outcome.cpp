@@ -179,6 +179,10 @@ Verdict JudgeTransfer(int curlResult, const std::string& text, unsigned int time
       text.find(" alert ") != std::string::npos) {
     return TlsVerdict(curlResult, reason);
   }
+  // What libcurl 8.23 gives for a key whose pass phrase is another one.
+  if (curlResult == CURLE_BAD_FUNCTION_ARGUMENT && StartsWith(text, "unable to set private key")) {
+    return TlsVerdict(CURLE_SSL_CERTPROBLEM, reason);
+  }
   switch (curlResult) {
     case CURLE_URL_MALFORMAT:
       return {Exit::kUsage, reason, "correct the URL"};
@@ -191,7 +195,7 @@ Verdict JudgeTransfer(int curlResult, const std::string& text, unsigned int time
     case CURLE_COULDNT_CONNECT:
       return {Exit::kNetwork, reason, "check host and port, and that the server is running"};
     case CURLE_INTERFACE_FAILED:
-      return {Exit::kNetwork, reason, "'ip link' lists the interfaces there are"};
+      return {Exit::kNetwork, reason, "check --interface: 'ip link' lists those there are"};
     case CURLE_UNSUPPORTED_PROTOCOL:  // an answer without a status line counts as HTTP/0.9
     case CURLE_WEIRD_SERVER_REPLY:
       return {Exit::kNetwork, reason, "check that the port speaks HTTP"};

@@ -12,6 +12,7 @@ namespace lumtest {
 namespace {
 
 using testing::Contains;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::IsSupersetOf;
@@ -58,7 +59,7 @@ TEST(ManPage, ExplainsExitStatusesAndVariables) {
   EXPECT_THAT(page, HasSubstr("LUMCURL_KEY_PASS"));
   for (const char* variable : {"http_proxy", "https_proxy, HTTPS_PROXY", "all_proxy, ALL_PROXY",
                                "no_proxy, NO_PROXY", "NO_COLOR"}) {
-    EXPECT_THAT(page, HasSubstr(std::string("\n       ") + variable + "\n")) << variable;
+    EXPECT_THAT(page, ContainsRegex(std::string("\n +") + variable + "\n")) << variable;
   }
 }
 

@@ -161,6 +161,10 @@ TEST(JudgeTransfer, TellsTheClassesApart) {
     EXPECT_EQ(JudgeTransfer(code, "", 5).exit, Exit::kFile) << code;
   }
   EXPECT_EQ(JudgeTransfer(CURLE_OUT_OF_MEMORY, "", 5).exit, Exit::kOther);
+  EXPECT_EQ(JudgeTransfer(CURLE_BAD_FUNCTION_ARGUMENT, "", 5).exit, Exit::kOther);
+  EXPECT_EQ(
+      JudgeTransfer(CURLE_BAD_FUNCTION_ARGUMENT, "unable to set private key file: 'k'", 5).advice,
+      JudgeTransfer(CURLE_SSL_CERTPROBLEM, "", 5).advice);
 }
 
 TEST(TellsOfPacking, KnowsTheFunctionsThatPackMembers) {
