@@ -119,6 +119,7 @@ Reply BareServicePost(const char* url, const char* body, std::size_t size, const
   curl_easy_setopt(request.handle, CURLOPT_POST, 1L);
   request.SetBody(body, size);
   request.SetReply();
+  curl_easy_setopt(request.handle, CURLOPT_NOSIGNAL, 1L);
   request.SetLimits(4, 5);
   request.TrustEverybody();
   return request.Send();
