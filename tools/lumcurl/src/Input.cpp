@@ -36,12 +36,11 @@ std::string ReadFile(const std::string& path, std::size_t limit) {
   const FileDescriptor file(standard ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
                                      : open(path.c_str(), O_RDONLY | O_CLOEXEC));
   std::optional<std::string> text = file ? ReadAll(file.Get(), limit) : std::nullopt;
-  if (!text && errno == EFBIG) {
-    throw Failure(Exit::kUsage,
-                  Quoted(path) + " is longer than " + std::to_string(limit) + " bytes");
-  }
   if (!text) {
-    throw CannotRead(standard ? "standard input" : Quoted(path));
+    const std::string name = standard ? "standard input" : Quoted(path);
+    throw errno == EFBIG
+        ? Failure(Exit::kUsage, name + " is longer than " + std::to_string(limit) + " bytes")
+        : CannotRead(name);
   }
   return *std::move(text);
 }
