@@ -89,7 +89,7 @@ class __attribute__((visibility("default"))) LumCurlHttp {
   //
   // Returns 0 for every HTTP status: check what arrived. -10000 when the transfer failed (the part
   // that arrived stays in the file), libcurl has no handle, the file cannot be opened, or `path` is
-  // a directory, is not in one, or is too long; the last three keep a handle for the life of the
+  // empty, a directory, not in one, or too long; the last four keep a handle for the life of the
   // process (docs/operations.md). -9999 when the object has no private part, which no constructor
   // leaves.
   int DownloadFile(std::string url, std::string path);

@@ -198,7 +198,8 @@ class __attribute__((visibility("default"))) LumCurlOrvOps {
   // A named pipe has no size: it is sent in chunks, and waiting for it has no limit. The file must
   // not change during its upload (docs/operations.md).
   //
-  // Each returns 0 for the status 200. Any other outcome is logged and returns -10000.
+  // Each returns 0 for the status 200, also when the transfer fails after it. Any other outcome is
+  // logged and returns -10000.
 
   // With the caller's header lines.
   int UploadLog(std::string url, std::string filePath, unsigned int timeoutSeconds,

@@ -59,7 +59,7 @@ class __attribute__((visibility("default"))) LumCompressAndDeCompress {
   // gives a member of 20 bytes; none is longer than its source by more than 18 bytes and 5 for
   // every started 65,535.
   //
-  // Each thread that calls this keeps 82 KiB until it ends.
+  // Each thread that calls this keeps 80 KiB until it ends.
   static int GzipCompress(const char* source, int sourceLength, char* destination,
                           int destinationLength);
 

@@ -8,7 +8,7 @@
 #include <functional>
 
 // Thread safety: every operation may be called from any thread at any time, also from a static
-// object's destructor and from the child of fork(2), which waits for the record being written.
+// object's destructor and from the child of fork(2); fork(2) waits for the record being written.
 class __attribute__((visibility("default"))) LumLogger {
  public:
   // Levels of a record. A smaller number is more severe.

@@ -16,7 +16,8 @@
 //  - the marks of writing direction U+061C, U+200E, U+200F, U+202A to U+202E, U+2066 to U+2069,
 //  - the line separator U+2028 and the paragraph separator U+2029,
 //  - bytes that are no well-formed UTF-8 (RFC 3629).
-// No byte of an unfit character may be shown: from its second byte on, it is no UTF-8.
+// No byte of an unfit character may be shown: what follows its first byte is no well-formed UTF-8
+// either.
 __attribute__((visibility("default"))) std::size_t LumSafeLength(const char* text, std::size_t size,
                                                                  const char* allowed) noexcept;
 
