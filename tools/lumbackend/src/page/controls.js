@@ -103,7 +103,7 @@ new ResizeObserver(() => {
 
 byId("pause").addEventListener("click", () => {
   paused = !paused;
-  byId("pause").setAttribute("aria-pressed", paused);
+  byId("pause").ariaPressed = paused;
   say("", paused ? "paused" : "connecting");
   listen();
 });
@@ -111,26 +111,18 @@ byId("follow").addEventListener("click", () => {
   if (following) {
     follow(false);
   } else {
-    refresh();
+    attempt(load);
   }
 });
-byId("newer").addEventListener("click", () => { refresh(); grid.focus(); });
-byId("clear").addEventListener("click", () => { since = seen; refresh(); });
-byId("all").addEventListener("click", () => { since = 0; refresh(); grid.focus(); });
+byId("newer").addEventListener("click", () => { attempt(load); grid.focus(); });
+byId("clear").addEventListener("click", () => { since = seen; attempt(load); });
+byId("all").addEventListener("click", () => { since = 0; attempt(load); grid.focus(); });
 byId("ask").addEventListener("click", showHelp);
-byId("fold").addEventListener("click", () => {
-  byId("fold").setAttribute("aria-expanded", byId("fold").getAttribute("aria-expanded") !== "true");
+byId("fold").addEventListener("click", event => {
+  event.target.ariaExpanded = event.target.ariaExpanded !== "true";
 });
 for (const close of document.querySelectorAll(".close")) {
   close.addEventListener("click", () => close.closest("dialog").close());
-}
-
-async function refresh() {
-  try {
-    await load();
-  } catch (failure) {
-    say("gone", failure.message);
-  }
 }
 
 let typing = 0;  // timer
@@ -139,11 +131,11 @@ form.addEventListener("input", event => {
   const isTyped = event.target.matches("input:not([type=radio])");
   typing = setTimeout(() => {
     writeUrl(isTyped ? "replaceState" : "pushState");
-    refresh();
+    attempt(load);
   }, isTyped ? 250 : 0);
 });
 form.addEventListener("submit", event => event.preventDefault());
-form.addEventListener("reset", () => setTimeout(() => { writeUrl("pushState"); refresh(); }));
+form.addEventListener("reset", () => setTimeout(() => { writeUrl("pushState"); attempt(load); }));
 
 detail.addEventListener("close", () => {
   opened = 0;
@@ -166,7 +158,7 @@ narrow.addEventListener("change", () => {
 });
 addEventListener("popstate", () => {
   const id = readUrl();
-  refresh();
+  attempt(load);
   if (id) {
     open(id);
   } else if (detail.open) {
@@ -178,12 +170,11 @@ document.addEventListener("visibilitychange", listen);
 // --- The beginning.
 
 for (const [value, name] of Object.entries(kKinds)) {
-  const input = make("input");
-  Object.assign(input, {type: "radio", name: "kind", value, checked: value === ""});
+  const input = make("input", {type: "radio", name: "kind", value, checked: value === ""});
   byId("kinds").append(make("label", "", input, name + " ", make("b", "", "0")));
 }
 for (const name of ["Time", "Status", "Method", "Path", "Duration", "In", "Out", "Device", "About"]) {
-  grid.firstElementChild.append(as("columnheader", make("span", name.toLowerCase(), name)));
+  grid.firstElementChild.append(make("span", {className: name.toLowerCase(), role: "columnheader"}, name));
 }
 
 async function start() {
@@ -194,7 +185,7 @@ async function start() {
     totals = {};
     showTotals(news);
     for (const name of ["devices", "topics"]) {
-      byId(name).replaceChildren(...news[name].map(text => Object.assign(make("option"), {value: text})));
+      byId(name).replaceChildren(...news[name].map(value => make("option", {value})));
     }
     since = 0;
     drawn.forEach(node => node.remove());  // of another root, numbers are used again

@@ -1,39 +1,16 @@
 // --- One exchange.
 
 // A text that scrolls by itself, by the keys as well.
-function block(label, text) {
-  const node = as("region", make("pre", "", text));
-  node.tabIndex = 0;
-  node.setAttribute("aria-label", label);
-  return node;
-}
-
-function folded(title, open, ...content) {
-  const node = make("details", "", make("summary", "", title), ...content);
-  node.open = open;
-  return node;
-}
-
-function button(text, action) {
-  const node = make("button", "", text);
-  node.type = "button";
-  node.addEventListener("click", action);
-  return node;
-}
-
-function link(text, href, name) {
-  const node = make("a", "button", text);
-  node.href = href;
-  node.download = name;
-  return node;
-}
+const block = (label, text) => make("pre", {role: "region", tabIndex: 0, ariaLabel: label}, text);
+const folded = (title, open, ...content) => make("details", {open}, make("summary", {}, title), ...content);
+const button = (text, onclick) => make("button", {type: "button", onclick}, text);
+const link = (text, href, download) => make("a", {className: "button", href, download}, text);
 
 async function copy(text, from) {
   try {
     await navigator.clipboard.writeText(text);
   } catch {  // not offered to pages that came over plain HTTP from another machine
-    const area = make("textarea", "spoken");
-    area.value = text;
+    const area = make("textarea", {className: "spoken", value: text});
     detail.append(area);
     area.select();
     document.execCommand("copy");
@@ -121,10 +98,10 @@ function body(x, bytes) {
   const text = block("Body", "");
   const rest = make("p");
   const raw = button("Raw", () => fill(!isRaw()));
-  const isRaw = () => raw.getAttribute("aria-pressed") === "true";
+  const isRaw = () => raw.ariaPressed === "true";
   raw.hidden = !isJson;
   const fill = asRaw => {
-    raw.setAttribute("aria-pressed", asRaw);
+    raw.ariaPressed = asRaw;
     const shown = textOf(bytes);
     text.replaceChildren(safe(asRaw ? shown : pretty(shown), "\n\t"));
     rest.replaceChildren(`${size(bytes.length)} of ${size(x.bodySize)} are shown. `,

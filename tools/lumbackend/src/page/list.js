@@ -31,6 +31,9 @@ async function ask(path) {
   return document;
 }
 
+// What fails is said above the list.
+const attempt = task => task().catch(failure => say("gone", failure.message));
+
 // --- The rows: one stretch of all that pass the filter, newest first. Both ends grow when one
 // scrolls there; the far end is let go and asked for again, so that memory stays bounded.
 
@@ -78,7 +81,7 @@ async function extend(end) {
     return;
   }
   asking = true;
-  try {
+  await attempt(async () => {
     const range = end === "older" ? {before: rows.at(-1).id} : {after: rows[0].id, order: "oldest"};
     const answer = await rowsFor(range);
     if (answer && end === "older") {
@@ -94,11 +97,8 @@ async function extend(end) {
       newer = answer.more ? Math.max(1, newer - answer.rows.length) : 0;
       shift(answer.rows.length);
     }
-  } catch (failure) {
-    say("gone", failure.message);
-  } finally {
-    asking = false;
-  }
+  });
+  asking = false;
 }
 
 // Keeps what is in view in its place while rows come or go above it.
@@ -129,7 +129,7 @@ function arrive(news) {
 
 function follow(on) {
   following = on;
-  byId("follow").setAttribute("aria-pressed", on);
+  byId("follow").ariaPressed = on;
 }
 
 // --- Drawing: only the rows in view exist as elements.
@@ -139,8 +139,8 @@ let rowHeight = 1;        // px; cards on a narrow screen are higher than lines
 let seats = 0;            // rows that the list has room for
 let active = 0;           // id of the row that the keys move
 
-const cell = (name, ...content) => as("gridcell", make("span", name, ...content));
-const group = (name, ...cells) => as("presentation", make("span", name, ...cells));
+const cell = (className, ...content) => make("span", {className, role: "gridcell"}, ...content);
+const group = (className, ...cells) => make("span", {className, role: "presentation"}, ...cells);
 
 function about(x) {
   const node = cell("about");
@@ -156,14 +156,13 @@ function about(x) {
 }
 
 function element(x) {
-  const node = as("row", make("div", "row" + (x.kind === "refusal" ? " refusal" : "") + (x.isNew ? " new" : ""),
+  const className = "row" + (x.kind === "refusal" ? " refusal" : "") + (x.isNew ? " new" : "");
+  x.isNew = false;  // once
+  return make("div", {className, id: "x" + x.id, role: "row"},
     cell("time", stamp(x.time)), cell("status", statusText(x)), cell("method", x.method || "none"),
     cell("path mono", target(x)), cell("duration", took(x.duration)),
     group("sizes", cell("in", size(x.bytesIn)), cell("out", size(x.bytesOut))),
-    group("domain", cell("device", x.device), about(x))));
-  x.isNew = false;  // once
-  node.id = "x" + x.id;
-  return node;
+    group("domain", cell("device", x.device), about(x)));
 }
 
 function draw() {
@@ -293,16 +292,13 @@ function receive(news, last) {
 // With a filter the back end is asked what of the news passes, once a second at most.
 async function update() {
   updating = true;
-  const asked = seen;
-  try {
+  await attempt(async () => {
     const before = matching.total;
     const answer = await rowsFor({after: seen});
     if (answer) {
       arrive({...answer, arrived: Math.max(answer.rows.length, answer.total - before)});
     }
-  } catch (failure) {
-    say("gone", failure.message);
-  }
+  });
   setTimeout(() => {
     updating = false;
     if (totals.last > seen) {
@@ -360,5 +356,5 @@ async function showChart() {
   put(byId("reports"), reports);
   put(byId("refusals"), refusals);
   put(byId("peak"), up + down ? `at most ${count(up, "report")}, ${count(down, "refusal")} in ${chart.step / 1000} s` : "");
-  svg.setAttribute("aria-label", `The last ten minutes: ${reports}, ${refusals}`);
+  svg.ariaLabel = `The last ten minutes: ${reports}, ${refusals}`;
 }

@@ -27,17 +27,10 @@ function safe(text, allowed = "") {
   return String(text).replace(kUnfit, c => allowed.includes(c) ? c : bytesOf(c).map(hex).join(""));
 }
 
-function make(tag, className, ...content) {
-  const node = document.createElement(tag);
-  if (className) {
-    node.className = className;
-  }
+// `what` is a class, or properties by their names.
+function make(tag, what, ...content) {
+  const node = Object.assign(document.createElement(tag), typeof what === "string" ? {className: what} : what);
   node.append(...content.map(part => part instanceof Node ? part : safe(part, "\n\t")));
-  return node;
-}
-
-function as(role, node) {
-  node.setAttribute("role", role);
   return node;
 }
 
