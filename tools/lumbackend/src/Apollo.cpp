@@ -1,9 +1,7 @@
 // Namespaces of properties and JSON out of files.
-#include "Apollo.h"
-
 #include <openssl/evp.h>
 
-#include <array>
+#include <boost/algorithm/hex.hpp>
 #include <cerrno>
 #include <optional>
 #include <string>
@@ -11,6 +9,7 @@
 #include <vector>
 
 #include "Properties.h"
+#include "Routes.h"
 #include "Text.h"
 
 namespace {
@@ -52,41 +51,31 @@ Namespace Find(const RootDir& directory, const std::string& appId, const std::st
 
 // The same for the same text, so that a client is told of changes and of nothing else.
 std::string ReleaseKey(const std::string& text) {
-  std::array<unsigned char, EVP_MAX_MD_SIZE> digest = {};
-  EVP_Digest(text.data(), text.size(), digest.data(), nullptr, EVP_sha256(), nullptr);
-  return ToHex(digest.data(), kKeyBytes);
+  std::string digest(EVP_MAX_MD_SIZE, '\0');
+  EVP_Digest(text.data(), text.size(), reinterpret_cast<unsigned char*>(digest.data()), nullptr,
+             EVP_sha256(), nullptr);
+  return boost::algorithm::hex_lower(digest.substr(0, kKeyBytes));
 }
 
-// Reads the configurations of a namespace out of its file's text. Returns "" or what is wrong.
+// Adds the configurations in a file's text to an object. Returns "" or what is wrong.
 std::string ReadConfigurations(const std::string& file, const std::string& text,
                                LumJson::Value& configurations) {
-  configurations = LumJson::Value::Object();
-  if (file.ends_with(".json")) {
-    if (!IsUtf8(text)) {
-      return "not UTF-8";
-    }
-    configurations.AddJsonValue("content", text);
-    return {};
+  if (!file.ends_with(".json")) {
+    return ReadProperties(text, configurations);
   }
-  Properties properties;
-  std::string problem = ParseProperties(text, properties);
-  for (const auto& [key, value] : properties) {
-    configurations.AddJsonValue(key, value);
-  }
-  return problem;
+  configurations.AddJsonValue("content", text);
+  return IsUtf8(text) ? "" : "not UTF-8";
 }
 
 }  // namespace
 
-Apollo::Apollo(const RootDir& root) : m_directory(root.Path() + "/configs") {}
-
-Reply Apollo::Get(const Call& call) const {
+Reply GetNamespace(const RootDir& directory, const Call& call) {
   if (call.names.size() != 4) {
     return Problem(404, "expected /configs/APPID/CLUSTER/NAMESPACE");
   }
   const std::string& appId = call.names[1];
   const std::string& name = call.names[3];
-  const Namespace found = Find(m_directory, appId, call.names[2], name);
+  const Namespace found = Find(directory, appId, call.names[2], name);
   if (found.opened.error == EINVAL) {
     return Problem(400, "application, cluster or namespace is no plain name");
   }
@@ -102,7 +91,7 @@ Reply Apollo::Get(const Call& call) const {
                  (found.opened.error == 0 ? "reading fails, or it is longer than 16 MiB"
                                           : std::generic_category().message(found.opened.error)));
   }
-  LumJson::Value configurations;
+  LumJson::Value configurations = LumJson::Value::Object();
   const std::string problem = ReadConfigurations(found.file, *text, configurations);
   if (!problem.empty()) {
     return Problem(500, found.file + ": " + problem);

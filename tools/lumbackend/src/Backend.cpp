@@ -8,15 +8,17 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/algorithm/string/join.hpp>
 #include <boost/algorithm/string/predicate.hpp>
 #include <boost/algorithm/string/replace.hpp>
 #include <boost/asio/ip/address.hpp>
+#include <cctype>
 #include <ctime>
 #include <stdexcept>
 
 #include "Body.h"
-#include "Echo.h"
 #include "Paths.h"
+#include "Routes.h"
 #include "Text.h"
 
 namespace {
@@ -36,7 +38,7 @@ std::string TimeText(std::chrono::system_clock::time_point time) {
 
 // For the access log: never empty, and without anything that could look like another column.
 std::string Column(const std::string& text) {
-  return text.empty() ? "-" : boost::algorithm::replace_all_copy(Printable(text), " ", "\\x20");
+  return text.empty() ? "-" : boost::algorithm::replace_all_copy(LumSafeText(text), " ", "\\x20");
 }
 
 // Locks the directory for as long as the descriptor is open, which a killed process leaves to
@@ -59,35 +61,30 @@ std::string HostOf(const std::string& authority) {
 
 // True for a request of this method and with these segments, which the path of a table stands for.
 bool Fits(const std::string& path, const std::vector<std::string>& names) {
-  const std::size_t end = std::min(path.find('/', 1), path.size());
-  const auto segments = std::count(path.begin(), path.end(), '/');
-  const bool tree =
-      path.find("...") != std::string::npos || path.find("APPID") != std::string::npos;
-  const auto count = static_cast<std::ptrdiff_t>(names.size());
-  if (names.empty() || path.compare(1, end - 1, names[0]) != 0 ||
-      (tree ? count < 2 : count != segments)) {
-    return false;
+  std::vector<std::string> parts = Split(path.substr(1), '/');
+  if (names.size() > 1 && (path.ends_with("...") || parts[0] == "configs")) {
+    parts.resize(names.size(), "NAME");
   }
-  const std::string last = path.substr(path.rfind('/') + 1);
-  return segments < 3 || tree || last == names.back();
+  return std::equal(parts.begin(), parts.end(), names.begin(), names.end(),
+                    [](const std::string& part, const std::string& name) {
+                      return part == name || std::isupper(static_cast<unsigned char>(part[0])) != 0;
+                    });
 }
 
 // Values that look like secrets give way to stars.
 std::string Masked(const std::string& query) {
   static constexpr std::array<const char*, 4> kSecrets = {"token", "secret", "passw", "signature"};
-  std::string masked;
-  for (std::size_t start = 0; start < query.size();) {
-    const std::size_t end = std::min(query.find('&', start), query.size());
-    const std::string pair = query.substr(start, end - start);
+  std::vector<std::string> pairs = Split(query, '&');
+  for (std::string& pair : pairs) {
     const std::string key = pair.substr(0, pair.find('='));
-    const bool secret = key.size() < pair.size() &&
-                        std::any_of(kSecrets.begin(), kSecrets.end(), [&](const char* word) {
-                          return boost::algorithm::icontains(key, word);
-                        });
-    masked += (start == 0 ? "" : "&") + (secret ? pair.substr(0, key.size()) + "=***" : pair);
-    start = end + 1;
+    const bool secret = std::any_of(kSecrets.begin(), kSecrets.end(), [&](const char* word) {
+      return boost::algorithm::icontains(key, word);
+    });
+    if (secret && key.size() < pair.size()) {
+      pair = key + "=***";
+    }
   }
-  return masked;
+  return boost::algorithm::join(pairs, "&");
 }
 
 // The beginning of a text may end within a character, which counts for text all the same.
@@ -111,7 +108,9 @@ std::vector<Cell> Columns(const Exchange& exchange) {
   const std::string* accessId = call.Header("X-ORV-ACCESS-ID");
   const std::string* authorization = call.Header("Authorization");
   const auto number = [](auto value) { return static_cast<std::int64_t>(value); };
-  const auto name = [](const std::string& text) { return Printable(text.substr(0, kLongestName)); };
+  const auto name = [](const std::string& text) {
+    return LumSafeText(text.substr(0, kLongestName));
+  };
   using std::chrono::duration_cast;
   const auto time = exchange.time.time_since_epoch();
   const auto duration = std::chrono::steady_clock::now() - exchange.begin;
@@ -122,20 +121,20 @@ std::vector<Cell> Columns(const Exchange& exchange) {
       number(duration_cast<std::chrono::milliseconds>(time).count()),
       number(duration_cast<std::chrono::microseconds>(duration).count()),
       refused ? "refusal" : note.kind,
-      Printable(call.method),
-      Printable(call.path),
-      Printable(Masked(call.query)),
+      LumSafeText(call.method),
+      LumSafeText(call.path),
+      LumSafeText(Masked(call.query)),
       number(exchange.status),
       number(exchange.bytesIn),
       number(exchange.bytesOut),
       name(note.device.empty() && accessId != nullptr ? *accessId : note.device),
       name(note.topic),
-      Printable(note.object),
+      LumSafeText(note.object),
       number(call.IsPacked()),
       number(authorization != nullptr && authorization->starts_with("LUM ")),
       number(call.tls),
-      refused ? "" : Printable(note.text),
-      refused ? Printable(note.text) : "",
+      refused ? "" : LumSafeText(note.text),
+      refused ? LumSafeText(note.text) : "",
       call.client,
       call.authority,
       ShownHead(call.headers).JsonValueToString(),
@@ -157,13 +156,10 @@ Backend::Backend(const Options& options, const std::string& signKey)
       m_root(options.root),
       m_lock(Lock(m_root)),
       m_files(options.root + "/files"),
+      m_configs(options.root + "/configs"),
       m_store(options.root, options.keep),
-      m_history(m_store.Path()),
       m_tokens(std::chrono::seconds(options.tokenLifetime)),
-      m_reports(m_store, m_history),
       m_objects(m_root, signKey, options.maxBody),
-      m_apollo(m_root),
-      m_monitor(m_store, m_history, options.keep),
       m_faults(options.failRate, options.seed) {
   // A handler that waits for nothing.
   const auto plain = [](auto handler) -> Handler {
@@ -197,17 +193,17 @@ Backend::Backend(const Options& options, const std::string& signKey)
       {"POST /token", newToken},
       {"PUT /token", withToken(newToken)},
       {"POST /report", withToken([this, limit](const Call& call, BodySource& body) {
-         return m_reports.Add(call, body, limit);
+         return AddReport(m_store, call, body, limit);
        })},
-      {"GET /reports", plain([this](const Call&) { return m_reports.All(); })},
+      {"GET /reports", plain([this](const Call&) { return AllReports(m_store); })},
       {"GET /log-address", withToken(plain(LogAddress))},
       {"PUT /objects/NAME...",
        [this](const Call& call, BodySource& body) { return m_objects.Put(call, body); }},
       {"GET /objects/NAME...", plain([this](const Call& call) { return m_objects.Get(call); })},
       {"GET /configs/APPID/CLUSTER/NAMESPACE",
-       plain([this](const Call& call) { return m_apollo.Get(call); })},
+       plain([this](const Call& call) { return GetNamespace(m_configs, call); })},
   };
-  for (const auto& [path, answer] : m_monitor.Answers()) {
+  for (const auto& [path, answer] : MonitorAnswers(m_store)) {
     m_handlers.emplace("GET " + path, plain(answer));
   }
 }
@@ -245,9 +241,10 @@ std::optional<Reply> Backend::RefuseForeign(const Call& call) const {
   for (const std::string& name : names) {
     boost::system::error_code failure;
     boost::asio::ip::make_address(name, failure);
-    if (failure && !SameName(name, "localhost") &&
-        std::none_of(m_options.hosts.begin(), m_options.hosts.end(),
-                     [&](const std::string& known) { return SameName(known, name); })) {
+    if (failure && !boost::beast::iequals(name, "localhost") &&
+        std::none_of(m_options.hosts.begin(), m_options.hosts.end(), [&](const std::string& known) {
+          return boost::beast::iequals(known, name);
+        })) {
       return Problem(403, "'" + name + "' is a foreign host; --host " + name + " allows it");
     }
   }
@@ -297,8 +294,8 @@ Task<void> Backend::Finished(Exchange exchange) {
     Complain(TimeText(std::chrono::system_clock::now()) + " " + Column(call.method) + " " +
              Column(call.path) + " " + (status == 0 ? "-" : std::to_string(status)) + " in=" +
              std::to_string(exchange.bytesIn) + " out=" + std::to_string(exchange.bytesOut) +
-             (refused && !note.text.empty() ? " (" + Printable(note.text) + ")" : "") +
-             (problem.empty() ? "" : " [not kept: " + Printable(problem) + "]"));
+             (refused && !note.text.empty() ? " (" + LumSafeText(note.text) + ")" : "") +
+             (problem.empty() ? "" : " [not kept: " + LumSafeText(problem) + "]"));
   }
 }
 

@@ -10,14 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "Apollo.h"
 #include "Faults.h"
-#include "History.h"
 #include "Message.h"
-#include "Monitor.h"
 #include "Objects.h"
 #include "Options.h"
-#include "Reports.h"
 #include "RootDir.h"
 #include "Store.h"
 #include "Tokens.h"
@@ -68,13 +64,10 @@ class Backend {
   const RootDir m_root;
   const FileDescriptor m_lock;  // of the root directory
   const RootDir m_files;
+  const RootDir m_configs;
   Store m_store;
-  History m_history;
   Tokens m_tokens;
-  Reports m_reports;
   const Objects m_objects;
-  const Apollo m_apollo;
-  Monitor m_monitor;
   Faults m_faults;
   std::map<std::string, Handler> m_handlers;  // by method and path of the table in Paths.h
 };

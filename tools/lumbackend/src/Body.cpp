@@ -24,83 +24,38 @@ constexpr std::uint64_t kCommonBudget = 192 << 20;  // bytes, for all documents 
 
 std::atomic<std::uint64_t> s_budgetUsed{0};
 
-// Part of the common budget.
-class Share {
- public:
-  explicit Share(std::uint64_t budget) : m_budget(budget) {}
-  Share(const Share&) = delete;
-  Share& operator=(const Share&) = delete;
-  ~Share() { s_budgetUsed -= m_size; }
-
-  bool Grow(std::uint64_t size) {
-    if (size > m_size) {
-      const std::uint64_t used = s_budgetUsed += size - m_size;
-      m_size = size;
-      return used <= m_budget;
-    }
-    return true;
-  }
-
- private:
-  const std::uint64_t m_budget;
-  std::uint64_t m_size = 0;
-};
-
-// Counts what a JSON text will need when it is read, while it comes in.
-class Shape {
- public:
-  // Nothing, or what there is too much of.
-  const char* Add(std::string_view text) {
-    for (const char byte : text) {
-      if (m_inString) {
-        m_inString = m_escaped || byte != '"';
-        m_escaped = !m_escaped && byte == '\\';
-      } else if (byte == '"') {
-        m_inString = true;
-      } else if (byte == '[' || byte == '{') {
-        ++m_values;
-        ++m_depth;
-      } else if (byte == ']' || byte == '}') {
-        --m_depth;
-      } else if (byte == ',') {
-        ++m_values;
-      }
-      if (m_depth > LumJson::Value::kMaxDepth) {
-        return "nested too deeply";
-      }
-    }
-    return m_values > kMostValues ? "made of too many values" : nullptr;
-  }
-  std::uint64_t Values() const { return m_values; }
-
- private:
-  bool m_inString = false;
-  bool m_escaped = false;
-  std::uint64_t m_values = 0;
-  std::int64_t m_depth = 0;
-};
-
-// The text of a document while it comes in, within its bounds.
+// The text of a document while it comes in, within its bounds. Counts what a JSON text will need
+// when it is read; packed data has no shape to look at.
 class Text {
  public:
-  // Packed data has no shape to look at.
   Text(std::uint64_t limit, std::string tooLong, bool packed = false)
       : m_limit(limit),
         m_tooLong(std::move(tooLong)),
         m_packed(packed),
         // A limit that was asked for is within the budget.
-        m_share(std::max(kCommonBudget, (kCostOfByte + 1) * limit)) {}
+        m_budget(std::max(kCommonBudget, (kCostOfByte + 1) * limit)) {}
+  Text(const Text&) = delete;
+  Text& operator=(const Text&) = delete;
+  ~Text() { s_budgetUsed -= m_cost; }
 
   // The refusal of what is no part of the document any more.
   std::optional<Reply> Add(std::string_view piece) {
     if (piece.size() > m_limit - m_text.size()) {
       return TooLong();
     }
-    if (const char* problem = m_packed ? nullptr : m_shape.Add(piece)) {
-      return Problem(413, std::string("the document is ") + problem);
+    if (!m_packed) {
+      Count(piece);
     }
-    if (!m_share.Grow(kCostOfByte * (m_text.size() + piece.size()) +
-                      kCostOfValue * m_shape.Values())) {
+    if (m_deepest > LumJson::Value::kMaxDepth) {
+      return Problem(413, "the document is nested too deeply");
+    }
+    if (m_values > kMostValues) {
+      return Problem(413, "the document is made of too many values");
+    }
+    const std::uint64_t cost =
+        kCostOfByte * (m_text.size() + piece.size()) + kCostOfValue * m_values;
+    const std::uint64_t grown = cost - std::exchange(m_cost, cost);
+    if (grown > 0 && (s_budgetUsed += grown) > m_budget) {
       Reply later = Problem(413, "too much is being read at once");
       later.headers = {{"Retry-After", "1"}};
       return later;
@@ -113,12 +68,35 @@ class Text {
   const std::string& Bytes() const { return m_text; }
 
  private:
+  void Count(std::string_view piece) {
+    for (const char byte : piece) {
+      if (m_inString) {
+        m_inString = m_escaped || byte != '"';
+        m_escaped = !m_escaped && byte == '\\';
+      } else if (byte == '"') {
+        m_inString = true;
+      } else if (byte == '[' || byte == '{') {
+        ++m_values;
+        m_deepest = std::max(m_deepest, ++m_depth);
+      } else if (byte == ']' || byte == '}') {
+        --m_depth;
+      } else if (byte == ',') {
+        ++m_values;
+      }
+    }
+  }
+
   const std::uint64_t m_limit;
   const std::string m_tooLong;
   const bool m_packed;
+  const std::uint64_t m_budget;
   std::string m_text;
-  Shape m_shape;
-  Share m_share;
+  std::uint64_t m_cost = 0;  // part of the common budget
+  bool m_inString = false;
+  bool m_escaped = false;
+  std::uint64_t m_values = 0;
+  std::int64_t m_depth = 0;
+  std::int64_t m_deepest = 0;
 };
 
 // Adds what the gzip members (RFC 1952) in `packed` hold, one after another, to `plain`.
@@ -167,7 +145,7 @@ Task<std::optional<Reply>> Read(const Call& call, BodySource& body, std::uint64_
                                 Document& document) {
   const bool packed = call.IsPacked();
   const std::string* encoding = call.Header("Content-Encoding");
-  if (encoding != nullptr && !packed && !SameName(*encoding, "identity")) {
+  if (encoding != nullptr && !packed && !boost::beast::iequals(*encoding, "identity")) {
     co_return Problem(415, "Content-Encoding '" + *encoding + "' is not understood, 'gzip' is");
   }
   const std::string bytes = std::to_string(limit) + " bytes";

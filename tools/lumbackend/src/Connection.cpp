@@ -1,15 +1,6 @@
 // From connection to back end and back.
 #include "Connection.h"
 
-#include <boost/asio/buffer.hpp>
-#include <boost/asio/redirect_error.hpp>
-#include <boost/asio/steady_timer.hpp>
-#include <boost/asio/use_awaitable.hpp>
-#include <boost/asio/write.hpp>
-#include <boost/beast/http/empty_body.hpp>
-#include <boost/beast/http/message.hpp>
-#include <boost/beast/http/write.hpp>
-
 #include <algorithm>
 #include <array>
 #include <exception>
@@ -60,7 +51,7 @@ class Connection::Body final : public BodySource {
         const std::string_view bytes(static_cast<const char*>(data.data()), data.size());
         m_used = parser.Take(bytes);
         if (!parser.Piece().empty()) {
-          own.m_bytesIn += parser.Piece().size();
+          own.m_exchange.bytesIn += parser.Piece().size();
           m_window += parser.Piece().size();
           co_return parser.Piece();
         }
@@ -88,11 +79,10 @@ class Connection::Body final : public BodySource {
   Task<void> Ask() {
     m_asked = true;
     m_windowEnd = std::chrono::steady_clock::now() + m_connection.m_patience.body;
-    const std::string* expect = m_connection.m_call.Header("Expect");
+    const std::string* expect = m_connection.m_exchange.call.Header("Expect");
     if (expect != nullptr && boost::beast::iequals(*expect, "100-continue")) {
-      const std::uint64_t bytesOut = m_connection.m_bytesOut;
       co_await m_connection.Write("HTTP/1.1 100 Continue\r\n\r\n");
-      m_connection.m_bytesOut = bytesOut;
+      m_connection.m_exchange.bytesOut = 0;  // that was no part of the answer
     }
   }
 
@@ -141,8 +131,8 @@ Task<void> Connection::Run() {
 void Connection::Stop() {
   m_stopping = true;
   m_tcp.cancel();
-  if (m_sink != nullptr) {
-    m_sink->End();
+  if (m_exchange.reply.stream) {
+    m_exchange.reply.stream->End();
   }
 }
 
@@ -155,10 +145,9 @@ Task<bool> Connection::Handshake() {
   co_await m_tls->async_handshake(asio::ssl::stream_base::server,
                                   redirect_error(use_awaitable, error));
   if (error) {
-    Exchange exchange;
-    exchange.reply.note.text =
+    m_exchange.reply.note.text =
         "TLS handshake failed: " + (m_stopping ? "stopped" : error.message());
-    co_await m_backend.Finished(std::move(exchange));
+    co_await m_backend.Finished(std::move(m_exchange));
   }
   co_return !error;
 }
@@ -175,31 +164,24 @@ Task<bool> Connection::AwaitRequest() {
 
 // One request and its answer. False: it was the last one.
 Task<bool> Connection::Serve() {
-  Exchange exchange;
-  m_call = Call();
-  m_bytesIn = 0;
-  m_parser.emplace(m_call);
-  const std::uint64_t bytesOut = m_bytesOut;
+  m_exchange = Exchange();
+  m_parser.emplace(m_exchange.call);
   co_await ReadHead();
   Body body(*this);
-  Reply reply = co_await Answer(body);
+  m_exchange.reply = co_await Answer(body);
   body.Release();
-  const std::string* connection = m_call.Header("Connection");
+  const std::string* connection = m_exchange.call.Header("Connection");
   const bool closing = !m_parser->is_done() || m_parser->RefusalStatus() != 0 || m_stopping ||
                        !m_parser->keep_alive() ||
                        (connection != nullptr && boost::beast::iequals(*connection, "close"));
-  if (!m_backend.IsMonitor(m_call)) {
+  if (!m_backend.IsMonitor(m_exchange.call)) {
     co_await Pause(std::chrono::milliseconds(m_backend.Settings().delay));
     m_untilCut = m_backend.Settings().cutAfter;
   }
-  exchange.status = m_broken ? 0 : reply.status;
-  co_await Send(reply, closing);
-  exchange.call = std::move(m_call);
-  exchange.reply = std::move(reply);
-  exchange.bytesIn = m_bytesIn;
-  exchange.bytesOut = m_bytesOut - bytesOut;
+  m_exchange.status = m_broken ? 0 : m_exchange.reply.status;
+  co_await Send(closing);
   m_parser.reset();
-  co_await m_backend.Finished(std::move(exchange));
+  co_await m_backend.Finished(std::move(m_exchange));
   co_return !closing && !m_broken;
 }
 
@@ -213,17 +195,17 @@ Task<void> Connection::ReadHead() {
     }
     Error error;
     if (co_await Receive(kHeadPiece, error) == 0) {
-      m_parser->RefuseHead(
-          error == boost::beast::error::timeout ? 408 : 400,
-          error == boost::beast::error::timeout ? "the head took too long" : "malformed request");
+      const bool late = error == boost::beast::error::timeout;
+      m_parser->Refuse(late ? 408 : 400, late ? "the head took too long" : "malformed request");
     }
   }
   const auto& socket = m_tcp.socket();
   Error ignored;
-  m_call.authority = AuthorityOf(socket.local_endpoint(ignored));
-  m_call.client = AuthorityOf(socket.remote_endpoint(ignored));
-  m_call.tls = m_tls.has_value();
-  m_call.clientSubject = m_tls ? ClientSubject(m_tls->native_handle()) : "";
+  Call& call = m_exchange.call;
+  call.authority = AuthorityOf(socket.local_endpoint(ignored));
+  call.client = AuthorityOf(socket.remote_endpoint(ignored));
+  call.tls = m_tls.has_value();
+  call.clientSubject = m_tls ? ClientSubject(m_tls->native_handle()) : "";
 }
 
 Task<Reply> Connection::Answer(Body& body) {
@@ -232,15 +214,16 @@ Task<Reply> Connection::Answer(Body& body) {
   }
   std::string failure;
   try {
-    co_return co_await m_backend.Handle(m_call, body);
+    co_return co_await m_backend.Handle(m_exchange.call, body);
   } catch (const std::exception& thrown) {
     failure = thrown.what();
   }
   co_return Problem(500, failure);
 }
 
-Task<void> Connection::Send(Reply& reply, bool closing) {
-  const bool old = m_parser->Version() == 10;
+Task<void> Connection::Send(bool closing) {
+  Reply& reply = m_exchange.reply;
+  const bool old = m_parser->get().version() == 10;
   const bool chunked = reply.stream && !reply.length && !old;
   if (!IsBodyless(reply.status)) {
     reply.headers.push_back({"Content-Type", reply.contentType});
@@ -261,14 +244,12 @@ Task<void> Connection::Send(Reply& reply, bool closing) {
   }
   std::ostringstream text;
   text << head.base();
-  const bool withBody = m_call.method != "HEAD" && !IsBodyless(reply.status);
+  const bool withBody = m_exchange.call.method != "HEAD" && !IsBodyless(reply.status);
   if (withBody) {
     text << reply.body;
   }
-  const std::string bytes = text.str();
-  const bool sent = co_await Write(bytes);
+  const bool sent = co_await Write(text.view());
   if (sent && withBody && reply.stream) {
-    m_sink = reply.stream.get();
     try {
       const bool whole = co_await SendStream(*reply.stream, chunked);
       m_broken = m_broken || !whole;
@@ -276,11 +257,10 @@ Task<void> Connection::Send(Reply& reply, bool closing) {
       m_broken = true;  // what was announced cannot be kept
       Backend::Complain(failure.what());
     }
-    m_sink = nullptr;
   }
 }
 
-Task<bool> Connection::SendStream(BodySink& stream, bool chunked) {
+Task<bool> Connection::SendStream(BodySource& stream, bool chunked) {
   for (;;) {
     const std::string_view piece = co_await stream.Next();
     std::ostringstream frame;
@@ -351,11 +331,13 @@ Task<bool> Connection::Write(std::string_view bytes) {
   m_tcp.expires_after(m_stopping ? m_patience.farewell : m_patience.answer);
   Error error;
   const auto buffer = asio::buffer(bytes);
+  std::size_t count = 0;
   if (m_tls) {
-    m_bytesOut += co_await asio::async_write(*m_tls, buffer, redirect_error(use_awaitable, error));
+    count = co_await asio::async_write(*m_tls, buffer, redirect_error(use_awaitable, error));
   } else {
-    m_bytesOut += co_await asio::async_write(m_tcp, buffer, redirect_error(use_awaitable, error));
+    count = co_await asio::async_write(m_tcp, buffer, redirect_error(use_awaitable, error));
   }
+  m_exchange.bytesOut += count;
   m_broken = error || (m_untilCut && *m_untilCut == 0);
   co_return !m_broken;
 }

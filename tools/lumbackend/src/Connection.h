@@ -2,20 +2,13 @@
 #ifndef LUM_BACKEND_CONNECTION_H
 #define LUM_BACKEND_CONNECTION_H
 
-#include <atomic>
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/ssl/context.hpp>
-#include <boost/asio/ssl/stream.hpp>
-#include <boost/beast/core/flat_buffer.hpp>
-#include <boost/beast/core/tcp_stream.hpp>
 #include <chrono>
 #include <cstdint>
-#include <memory>
 #include <optional>
-#include <string>
 #include <string_view>
 
 #include "Backend.h"
+#include "Boost.h"
 #include "RequestParser.h"
 
 // How long clients may take.
@@ -53,8 +46,8 @@ class Connection {
   Task<bool> Serve();
   Task<void> ReadHead();
   Task<Reply> Answer(Body& body);
-  Task<void> Send(Reply& reply, bool closing);
-  Task<bool> SendStream(BodySink& stream, bool chunked);
+  Task<void> Send(bool closing);
+  Task<bool> SendStream(BodySource& stream, bool chunked);
   Task<void> Pause(std::chrono::milliseconds time);
   Task<void> Close();
 
@@ -67,15 +60,10 @@ class Connection {
   const Patience& m_patience;
   boost::beast::flat_buffer m_input;  // received, not yet taken
   bool m_stopping = false;
-  BodySink* m_sink = nullptr;  // whose pieces go out
-  bool m_broken = false;       // neither end can be used any more
-  std::uint64_t m_bytesOut = 0;
+  bool m_broken = false;  // neither end can be used any more
   std::optional<std::uint64_t> m_untilCut;
-
-  // Of the request being served:
-  Call m_call;
+  Exchange m_exchange;  // under way
   std::optional<RequestParser> m_parser;
-  std::uint64_t m_bytesIn = 0;  // of its body
 };
 
 #endif  // LUM_BACKEND_CONNECTION_H

@@ -34,8 +34,8 @@ void Database::Run(const std::string& sql) const {
           m_handle.get());
 }
 
-bool Database::InTransaction() const {
-  return sqlite3_get_autocommit(m_handle.get()) == 0;
+void Database::RollBack() const noexcept {
+  sqlite3_exec(m_handle.get(), "ROLLBACK", nullptr, nullptr, nullptr);
 }
 
 std::int64_t Database::LastId() const {
@@ -50,17 +50,18 @@ void Query::Finalize::operator()(sqlite3_stmt* statement) const {
   sqlite3_finalize(statement);
 }
 
-Query::Query(const Database& database, const std::string& sql) : m_database(database) {
+Query::Query(const Database& database, const std::string& sql, const std::vector<Cell>& cells)
+    : m_database(database) {
   sqlite3_stmt* statement = nullptr;
   const int result = sqlite3_prepare_v2(database.m_handle.get(), sql.c_str(),
                                         static_cast<int>(sql.size()), &statement, nullptr);
   m_statement.reset(statement);
   Require(result == SQLITE_OK, database.m_handle.get());
+  Bind(cells);
 }
 
-Query& Query::With(const std::vector<Cell>& cells) {
+void Query::Bind(const std::vector<Cell>& cells) {
   sqlite3_stmt* statement = m_statement.get();
-  sqlite3_reset(statement);
   int place = 0;
   for (const Cell& cell : cells) {
     ++place;
@@ -76,7 +77,6 @@ Query& Query::With(const std::vector<Cell>& cells) {
     }
     Require(result == SQLITE_OK, m_database.m_handle.get());
   }
-  return *this;
 }
 
 bool Query::Next() {
@@ -86,10 +86,15 @@ bool Query::Next() {
 }
 
 void Query::Run(const std::vector<Cell>& cells) {
-  With(cells);
+  sqlite3_reset(m_statement.get());
+  Bind(cells);
   while (Next()) {
   }
   sqlite3_reset(m_statement.get());
+}
+
+int Query::Columns() const {
+  return sqlite3_data_count(m_statement.get());
 }
 
 std::int64_t Query::Number(int column) const {
@@ -100,8 +105,4 @@ std::string_view Query::Text(int column) const {
   const void* bytes = sqlite3_column_blob(m_statement.get(), column);
   const int size = sqlite3_column_bytes(m_statement.get(), column);
   return {static_cast<const char*>(bytes), static_cast<std::size_t>(size)};
-}
-
-bool Query::IsBlob(int column) const {
-  return sqlite3_column_type(m_statement.get(), column) == SQLITE_BLOB;
 }

@@ -33,8 +33,8 @@ class Database {
   // Runs statements that yield nothing.
   void Run(const std::string& sql) const;
 
-  // True between BEGIN and COMMIT.
-  bool InTransaction() const;
+  // Takes back what was done since BEGIN, where there was one.
+  void RollBack() const noexcept;
 
   std::int64_t LastId() const;   // of the rows that were inserted
   std::int64_t Changes() const;  // rows that the last statement has touched itself
@@ -50,10 +50,8 @@ class Database {
 // One statement, which may be run again and again. The database must outlive it.
 class Query {
  public:
-  Query(const Database& database, const std::string& sql);
-
-  // Starts anew with these values in place of ?1, ?2 ...
-  Query& With(const std::vector<Cell>& cells);
+  // With these values in place of ?1, ?2 ...
+  Query(const Database& database, const std::string& sql, const std::vector<Cell>& cells = {});
 
   // Goes to the next row. False: there is none.
   bool Next();
@@ -61,12 +59,14 @@ class Query {
   // Starts anew with these values and runs to the end.
   void Run(const std::vector<Cell>& cells);
 
-  // Columns of the row, counted from 0. Text is good until the next step.
+  // Columns of the row, counted from 0, none without a row. Text is good until the next step.
+  int Columns() const;
   std::int64_t Number(int column) const;
   std::string_view Text(int column) const;
-  bool IsBlob(int column) const;
 
  private:
+  void Bind(const std::vector<Cell>& cells);
+
   struct Finalize {
     void operator()(sqlite3_stmt* statement) const;
   };

@@ -1,18 +1,19 @@
 // The answer of /echo.
-#include "Echo.h"
+#include <LumSafeText.h>
 
 #include "Body.h"
-#include "Text.h"
+#include "Routes.h"
 
 Task<Reply> Echo(const Call& call, BodySource& body, std::uint64_t limit) {
   LumJson::Value answer;
   answer["method"] = call.method;
-  answer["path"] = Printable(call.path);
-  answer["query"] = Printable(call.query);
+  answer["path"] = LumSafeText(call.path);
+  answer["query"] = LumSafeText(call.query);
   answer["headers"] = ShownHead(call.headers);
   answer["scheme"] = call.tls ? "https" : "http";
-  answer["clientCertificate"] =
-      call.clientSubject.empty() ? LumJson::Value() : LumJson::Value(Printable(call.clientSubject));
+  answer["clientCertificate"] = call.clientSubject.empty()
+                                    ? LumJson::Value()
+                                    : LumJson::Value(LumSafeText(call.clientSubject));
   Note note;
   note.kind = "echo";
   if (call.method == "POST" || call.method == "PUT") {

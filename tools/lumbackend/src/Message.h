@@ -28,7 +28,6 @@ struct Call {
   std::string query;                 // what follows it
   std::vector<std::string> names;    // the path's segments, each one decoded by itself
   std::vector<HeaderField> headers;  // in the order of sending
-  bool hasBody = false;
   std::optional<std::uint64_t> contentLength;
 
   std::string authority;  // host and port under which the client reached the back end
@@ -48,27 +47,19 @@ struct Call {
 
 // Takes the target of a request apart. Returns "" or what is wrong with it; what was understood is
 // set in either case.
-std::string SetTarget(const std::string& target, Call& call);
+std::string SplitTarget(Call& call);
 
 // The header fields as JSON, [{"name", "value"}, ...], with "***" in place of secrets.
 LumJson::Value ShownHead(const std::vector<HeaderField>& headers);
 
-// The body of one request, handed out piece by piece.
+// The body of a request, or of an answer that is made while it goes out, piece by piece.
 class BodySource {
  public:
   virtual ~BodySource() = default;
   // The next piece, good until the next call; empty at the end.
   virtual Task<std::string_view> Next() = 0;
   // False when the connection ended or broke the rules before the body's end.
-  virtual bool IsWhole() const = 0;
-};
-
-// The body of an answer that is made while it goes out.
-class BodySink {
- public:
-  virtual ~BodySink() = default;
-  // The next piece, good until the next call; empty at the end.
-  virtual Task<std::string_view> Next() = 0;
+  virtual bool IsWhole() const { return true; }
   // The back end ends: a piece that has yet to come is not waited for.
   virtual void End() {}
 };
@@ -91,13 +82,16 @@ struct Reply {
   std::string contentType = "application/json";
   std::string body;
   std::vector<HeaderField> headers;
-  std::shared_ptr<BodySink> stream;
+  std::shared_ptr<BodySource> stream;
   std::optional<std::uint64_t> length;  // of the stream, where it is known
   Note note;
 };
 
 // An answer with a JSON body.
 Reply JsonReply(const LumJson::Value& document, int status = 200);
+
+// An answer that is good for this moment, and nothing but what its type says.
+Reply LiveReply(const std::string& contentType);
 
 // {"error": text}; `text` may hold any bytes and is made printable.
 Reply Problem(int status, const std::string& text);

@@ -1,12 +1,16 @@
 // Receiving and sending of objects and files.
 #include "Objects.h"
 
+#include <LumSafeText.h>
+
 #include <fcntl.h>
+#include <openssl/crypto.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <boost/algorithm/string/join.hpp>
 #include <cerrno>
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <limits>
@@ -16,7 +20,7 @@
 #include <utility>
 #include <vector>
 
-#include "SignatureCheck.h"
+#include "Signature.h"
 #include "Text.h"
 
 namespace {
@@ -24,6 +28,7 @@ namespace {
 constexpr std::size_t kWritePiece = 262144;  // bytes handed to the file system at once
 constexpr std::size_t kReadPiece = 131072;   // and taken from it
 constexpr char kUnfinished[] = ".upload-";   // begins the names of objects on their way in
+constexpr char kLinked[] = "symbolic links are not followed";
 
 bool IsUnfinished(const std::string& name) {
   return name.starts_with(kUnfinished);
@@ -41,45 +46,30 @@ std::string ContentType(const std::string& name) {
 }
 
 Reply CannotRead(int error) {
-  switch (error) {
-    case EINVAL:
-      return Problem(400, "the path holds an empty name, '.', '..' or a name that is too long");
-    case ELOOP:
-      return Problem(403, "symbolic links are not followed");
-    case EACCES:
-    case EPERM:
-      return Problem(403, std::generic_category().message(error));
-    case ENOENT:
-    case ENOTDIR:
-      return Problem(404, "no such file");
-    case EISDIR:
-      return Problem(404, "not a file");
-    default:
-      return Problem(500, std::generic_category().message(error));
-  }
+  static const std::map<int, std::pair<int, const char*>> kReasons = {
+      {EINVAL, {400, "the path holds an empty name, '.', '..' or a name that is too long"}},
+      {ELOOP, {403, kLinked}},
+      {EACCES, {403, "Permission denied"}},
+      {EPERM, {403, "Operation not permitted"}},
+      {ENOENT, {404, "no such file"}},
+      {ENOTDIR, {404, "no such file"}},
+      {EISDIR, {404, "not a file"}}};
+  const auto found = kReasons.find(error);
+  return found == kReasons.end() ? Problem(500, std::generic_category().message(error))
+                                 : Problem(found->second.first, found->second.second);
 }
 
 Reply CannotStore(int error) {
   const std::string reason = "cannot store the object: " + std::generic_category().message(error);
-  switch (error) {
-    case ELOOP:
-      return Problem(403, "symbolic links are not followed");
-    case EISDIR:
-    case ENOTDIR:
-    case EEXIST:
-    case ENOTEMPTY:
-      return Problem(409, reason);
-    case ENOSPC:
-    case EDQUOT:
-    case EFBIG:
-      return Problem(507, reason);
-    default:
-      return Problem(500, reason);
-  }
+  static const std::map<int, int> kStatuses = {{ELOOP, 403},  {EISDIR, 409},    {ENOTDIR, 409},
+                                               {EEXIST, 409}, {ENOTEMPTY, 409}, {ENOSPC, 507},
+                                               {EDQUOT, 507}, {EFBIG, 507}};
+  const auto found = kStatuses.find(error);
+  return Problem(found == kStatuses.end() ? 500 : found->second, error == ELOOP ? kLinked : reason);
 }
 
 // A file on its way out.
-class FileContent final : public BodySink {
+class FileContent final : public BodySource {
  public:
   explicit FileContent(OpenedFile opened) : m_opened(std::move(opened)) {}
 
@@ -182,6 +172,34 @@ Reply SendFile(const RootDir& root, const Call& call) {
   return reply;
 }
 
+std::string CheckSignature(const std::string& key, const Call& call, std::time_t now) {
+  const std::string* authorization = call.Header("Authorization");
+  const std::string* date = call.Header("Date");
+  if (authorization == nullptr || authorization->empty()) {
+    return "no Authorization";
+  }
+  if (date == nullptr || date->empty()) {
+    return "no Date";
+  }
+  const auto time = ParseHttpDate(*date);
+  if (!time) {
+    return "Date is no HTTP date";
+  }
+  if (std::llabs(static_cast<long long>(*time) - static_cast<long long>(now)) > kDateWindow) {
+    return "Date is more than 15 minutes from now";
+  }
+  if (!authorization->starts_with(kSignatureScheme)) {
+    return "Authorization does not begin with 'LUM '";
+  }
+  const std::string expected = Signature(key, call.method, *date, call.path);
+  // The time of the comparison must not tell how many characters were right.
+  if (authorization->size() != expected.size() ||
+      CRYPTO_memcmp(authorization->data(), expected.data(), expected.size()) != 0) {
+    return "the signature does not match";
+  }
+  return {};
+}
+
 Objects::Objects(const RootDir& root, std::string signKey, std::optional<std::uint64_t> maxBody)
     : m_directory(root.Path() + "/objects"),
       m_signKey(std::move(signKey)),
@@ -235,7 +253,7 @@ Task<Reply> Objects::Put(const Call& call, BodySource& body) const {
   }
 
   LumJson::Value answer;
-  answer["stored"] = Printable(call.path);
+  answer["stored"] = LumSafeText(call.path);
   answer["bytes"] = bytes;
   Reply reply = JsonReply(answer);
   reply.note.kind = "upload";

@@ -3,6 +3,7 @@
 #define LUM_BACKEND_OBJECTS_H
 
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <string>
 
@@ -12,6 +13,13 @@
 // Answers with a file beneath `root`, streamed: the names are those of `call` behind its first one.
 // 404 when there is none; 403 for a symbolic link, wherever it leads.
 Reply SendFile(const RootDir& root, const Call& call);
+
+// How far the Date of an upload may be from now, in seconds, before and after.
+constexpr std::time_t kDateWindow = 900;
+
+// "" when Date and Authorization of `call` are right at the time `now`, else what is wrong, in
+// words that do not hold the expected value.
+std::string CheckSignature(const std::string& key, const Call& call, std::time_t now);
 
 // Objects in ROOT/objects, one file each. An object appears under its name only when it is
 // complete, in one step; an upload that fails leaves nothing behind. Objects are received and sent

@@ -1,80 +1,32 @@
 // A reader of .properties files: natural lines are joined to logical ones, these are split.
 #include "Properties.h"
 
-#include <LumJson.h>
-
 #include <algorithm>
-#include <map>
+#include <boost/algorithm/hex.hpp>
 #include <string_view>
 
 #include "Text.h"
 
 namespace {
 
-bool IsBlank(char character) {
-  return character == ' ' || character == '\t' || character == '\f';
+constexpr char kBlanks[] = " \t\f";
+constexpr char kEndsOfKeys[] = "=: \t\f";
+
+// Takes one line off a text, up to its end, which is \n, \r or \r\n, without leading blanks.
+std::string NaturalLine(std::string_view& text) {
+  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+  const std::size_t end = std::min(text.find_first_of("\r\n"), text.size());
+  std::string line(text.substr(0, end));
+  text.remove_prefix(end);
+  text.remove_prefix(text.starts_with("\r\n") ? 2 : std::min<std::size_t>(text.size(), 1));
+  return line;
 }
 
-// Hands out the logical lines of a text.
-class LogicalLines {
- public:
-  explicit LogicalLines(const std::string& text) : m_text(text) {}
-
-  // The next line that is neither empty nor a comment, without leading blanks, continuations
-  // joined. False at the end.
-  bool Next(std::string& line) {
-    while (m_at < m_text.size()) {
-      std::string natural = NaturalLine();
-      m_first = m_number;
-      if (natural.empty() || natural[0] == '#' || natural[0] == '!') {
-        continue;
-      }
-      line.clear();
-      while (EndsInContinuation(natural)) {
-        natural.pop_back();
-        line += natural;
-        if (m_at >= m_text.size()) {
-          return true;
-        }
-        natural = NaturalLine();
-      }
-      line += natural;
-      return true;
-    }
-    return false;
-  }
-
-  // Where the last line began, counted from 1.
-  std::size_t Number() const { return m_first; }
-
- private:
-  // One line up to its end, which is \n, \r or \r\n, without leading blanks.
-  std::string NaturalLine() {
-    ++m_number;
-    while (m_at < m_text.size() && IsBlank(m_text[m_at])) {
-      ++m_at;
-    }
-    const std::size_t end = std::min(m_text.find_first_of("\r\n", m_at), m_text.size());
-    std::string line = m_text.substr(m_at, end - m_at);
-    m_at = end;
-    if (m_at < m_text.size()) {
-      const bool pair = m_text.compare(m_at, 2, "\r\n") == 0;
-      m_at += pair ? 2 : 1;
-    }
-    return line;
-  }
-
-  static bool EndsInContinuation(const std::string& line) {
-    const std::size_t last = line.find_last_not_of('\\');
-    const std::size_t slashes = line.size() - (last == std::string::npos ? 0 : last + 1);
-    return slashes % 2 == 1;
-  }
-
-  const std::string& m_text;
-  std::size_t m_at = 0;
-  std::size_t m_number = 0;
-  std::size_t m_first = 0;
-};
+// True for a line that the next one continues.
+bool IsContinued(const std::string& line) {
+  const std::size_t slashes = line.size() - (line.find_last_not_of('\\') + 1);  // npos + 1 is 0
+  return slashes % 2 == 1;
+}
 
 // Undoes escapes. What these files and JSON have in common, \uXXXX with its surrogate pairs among
 // it, is left to the reader of JSON.
@@ -89,7 +41,7 @@ bool Unescape(const std::string& text, std::string& plain) {
     if (escaped && std::string_view("tnrfu").find(text[i]) != std::string_view::npos) {
       json += {'\\', text[i]};
     } else if (byte < ' ' || byte == '"' || byte == '\\') {
-      json += "\\u00" + ToHex(&byte, 1);
+      json += "\\u00" + boost::algorithm::hex(std::string(1, text[i]));
     } else {
       json += text[i];
     }
@@ -103,16 +55,12 @@ bool Unescape(const std::string& text, std::string& plain) {
 // Where the key ends and where the value starts.
 std::pair<std::size_t, std::size_t> SplitLine(const std::string& line) {
   std::size_t keyEnd = 0;
-  while (keyEnd < line.size() && line[keyEnd] != '=' && line[keyEnd] != ':' &&
-         !IsBlank(line[keyEnd])) {
+  while (keyEnd < line.size() && std::string_view(kEndsOfKeys).find(line[keyEnd]) == line.npos) {
     keyEnd += line[keyEnd] == '\\' ? 2 : 1;
   }
   keyEnd = std::min(keyEnd, line.size());
   const auto skipBlanks = [&](std::size_t at) {
-    while (at < line.size() && IsBlank(line[at])) {
-      ++at;
-    }
-    return at;
+    return std::min(line.find_first_not_of(kBlanks, at), line.size());
   };
   std::size_t value = skipBlanks(keyEnd);
   if (value < line.size() && (line[value] == '=' || line[value] == ':')) {
@@ -123,13 +71,18 @@ std::pair<std::size_t, std::size_t> SplitLine(const std::string& line) {
 
 }  // namespace
 
-std::string ParseProperties(const std::string& text, Properties& properties) {
-  properties.clear();
-  std::map<std::string, std::size_t> places;
-  LogicalLines lines(text);
-  std::string line;
-  while (lines.Next(line)) {
-    const std::string where = "line " + std::to_string(lines.Number()) + ": ";
+std::string ReadProperties(const std::string& text, LumJson::Value& properties) {
+  std::string_view rest = text;
+  for (std::size_t number = 1; !rest.empty(); ++number) {
+    const std::string where = "line " + std::to_string(number) + ": ";
+    std::string line = NaturalLine(rest);
+    if (line.empty() || line[0] == '#' || line[0] == '!') {
+      continue;
+    }
+    for (; IsContinued(line) && !rest.empty(); ++number) {
+      line.pop_back();
+      line += NaturalLine(rest);
+    }
     if (!IsUtf8(line)) {
       return where + "not UTF-8";
     }
@@ -139,12 +92,7 @@ std::string ParseProperties(const std::string& text, Properties& properties) {
     if (!Unescape(line.substr(0, keyEnd), key) || !Unescape(line.substr(valueStart), value)) {
       return where + "malformed \\uXXXX";
     }
-    const auto [place, isNew] = places.emplace(key, properties.size());
-    if (isNew) {
-      properties.emplace_back(key, value);
-    } else {
-      properties[place->second].second = value;
-    }
+    properties.AddJsonValue(key, value);
   }
   return {};
 }

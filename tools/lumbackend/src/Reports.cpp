@@ -1,13 +1,12 @@
 // The routes of reports.
-#include "Reports.h"
-
 #include "Body.h"
-#include "RootDir.h"
+#include "Routes.h"
 #include "Text.h"
 
 namespace {
 
-constexpr std::size_t kShown = 200;  // bytes of a document that a list shows
+constexpr std::size_t kShown = 200;     // bytes of a document that a list shows
+constexpr std::size_t kPiece = 262144;  // bytes of reports at once
 
 // One line for any kind of value. JsonValueToString() writes neither a bare string as JSON nor
 // null.
@@ -33,24 +32,29 @@ std::string Start(const std::string& text) {
 }
 
 // All reports, a piece at a time, so that neither memory nor the database is held up.
-class Lines final : public BodySink {
+class Lines final : public BodySource {
  public:
-  explicit Lines(History& history) : m_history(history) {}
+  explicit Lines(const std::string& path) : m_database(path) {}
 
   Task<std::string_view> Next() override {
-    m_piece = m_history.Reports(m_after);
+    Query query(m_database, "SELECT id, document FROM report WHERE id > ?1 ORDER BY id", {m_after});
+    m_piece.clear();
+    while (m_piece.size() < kPiece && query.Next()) {
+      m_after = query.Number(0);
+      m_piece.append(query.Text(1)).append("\n");
+    }
     co_return m_piece;
   }
 
  private:
-  History& m_history;
+  const Database m_database;
   std::int64_t m_after = 0;
   std::string m_piece;
 };
 
 }  // namespace
 
-Task<Reply> Reports::Add(const Call& call, BodySource& body, std::uint64_t limit) {
+Task<Reply> AddReport(Store& store, const Call& call, BodySource& body, std::uint64_t limit) {
   Document document = co_await ReadJson(call, body, limit);
   if (document.refusal) {
     co_return* document.refusal;
@@ -65,7 +69,7 @@ Task<Reply> Reports::Add(const Call& call, BodySource& body, std::uint64_t limit
   note.kind = "report";
   note.text = Start(line);
   note.size = line.size();
-  const Store::Written written = co_await m_store.AddReport(std::move(line));
+  const Store::Written written = co_await store.AddReport(std::move(line));
   if (!written.problem.empty()) {
     co_return Problem(507, "cannot store the report: " + written.problem);
   }
@@ -81,11 +85,9 @@ Task<Reply> Reports::Add(const Call& call, BodySource& body, std::uint64_t limit
   co_return reply;
 }
 
-Reply Reports::All() {
-  Reply reply;
-  reply.contentType = "application/jsonl";
-  reply.headers = {{"Cache-Control", "no-store"}, {"X-Content-Type-Options", "nosniff"}};
-  reply.stream = std::make_shared<Lines>(m_history);
+Reply AllReports(const Store& store) {
+  Reply reply = LiveReply("application/jsonl");
+  reply.stream = std::make_shared<Lines>(store.Path());
   return reply;
 }
 

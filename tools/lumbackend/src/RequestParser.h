@@ -2,8 +2,8 @@
 #ifndef LUM_BACKEND_REQUEST_PARSER_H
 #define LUM_BACKEND_REQUEST_PARSER_H
 
-#include <boost/beast/http/basic_parser.hpp>
-#include <boost/version.hpp>
+#include <boost/beast/http/empty_body.hpp>
+#include <boost/beast/http/parser.hpp>
 #include <string>
 #include <string_view>
 
@@ -11,7 +11,8 @@
 
 // Fills a Call with the head as it was sent, which Beast's own container of fields does not keep:
 // it groups fields of one name. One object a request.
-class RequestParser final : public boost::beast::http::basic_parser<true> {
+class RequestParser final
+    : public boost::beast::http::request_parser<boost::beast::http::empty_body> {
  public:
   static constexpr std::size_t kLongestHead = 65536;      // bytes
   static constexpr std::size_t kLongestLine = 8192;       // of a head
@@ -27,41 +28,27 @@ class RequestParser final : public boost::beast::http::basic_parser<true> {
   int RefusalStatus() const { return m_status; }
   const std::string& Refusal() const { return m_refusal; }
 
-  // 10 or 11 for HTTP/1.0 or HTTP/1.1; 0 as long as it is not known.
-  int Version() const { return m_version; }
-
   // The part of the body that the last Take() has found.
   std::string_view Piece() const { return m_piece; }
 
   // The client's side has ended with the head unfinished, or where its bytes are of no use.
-  void RefuseHead(int status, const std::string& text);
+  void Refuse(int status, const std::string& text);
 
  private:
-  using Field = boost::beast::http::field;
   using Text = boost::beast::string_view;
   using Error = boost::beast::error_code;
 
   void Judge(const Error& error);
   void CheckHead();
 
-  void on_request_impl(boost::beast::http::verb verb, Text method, Text target, int version,
-                       Error& error) override;
-  void on_response_impl(int status, Text reason, int version, Error& error) override;
-  void on_field_impl(Field field, Text name, Text value, Error& error) override;
-#if BOOST_VERSION >= 109200  // 1.83 hands trailers to on_field_impl
-  void on_trailer_field_impl(Field, Text, Text, Error&) override {}
-#endif
-  void on_header_impl(Error& error) override;
-  void on_body_init_impl(const boost::optional<std::uint64_t>& length, Error& error) override;
+  void on_field_impl(boost::beast::http::field field, Text name, Text value, Error& error) override;
   std::size_t on_body_impl(Text piece, Error& error) override;
   void on_chunk_header_impl(std::uint64_t size, Text extension, Error& error) override;
   std::size_t on_chunk_body_impl(std::uint64_t left, Text piece, Error& error) override;
-  void on_finish_impl(Error& error) override;
 
   Call& m_call;
   std::string m_head;  // as far as it was taken
   std::string_view m_piece;
-  int m_version = 0;
   int m_status = 0;
   std::string m_refusal;
 };

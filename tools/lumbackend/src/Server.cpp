@@ -3,15 +3,6 @@
 
 #include <sys/resource.h>
 
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/detached.hpp>
-#include <boost/asio/post.hpp>
-#include <boost/asio/redirect_error.hpp>
-#include <boost/asio/signal_set.hpp>
-#include <boost/asio/steady_timer.hpp>
-#include <boost/asio/strand.hpp>
-#include <boost/asio/use_awaitable.hpp>
-
 #include <algorithm>
 #include <csignal>
 #include <exception>
@@ -98,10 +89,8 @@ void Server::Stop() {
     });
   }
   const std::lock_guard<std::mutex> lock(m_mutex);
-  for (const std::weak_ptr<Connection>& place : m_connections) {
-    if (const auto connection = place.lock()) {
-      asio::post(connection->Executor(), [connection] { connection->Stop(); });
-    }
+  for (const std::shared_ptr<Connection>& connection : m_connections) {
+    asio::post(connection->Executor(), [connection] { connection->Stop(); });
   }
   asio::post(m_last.get_executor(), [this] {
     if (m_held > 0) {
@@ -139,10 +128,9 @@ Task<void> Server::Accept(Listener& listener) {
 }
 
 Task<void> Server::Serve(std::shared_ptr<Connection> connection) {
-  std::list<std::weak_ptr<Connection>>::iterator place;
   {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    place = m_connections.insert(m_connections.end(), connection);
+    m_connections.insert(connection);
   }
   try {
     if (!m_stopping) {
@@ -151,11 +139,11 @@ Task<void> Server::Serve(std::shared_ptr<Connection> connection) {
   } catch (const std::exception& failure) {
     Backend::Complain(failure.what());
   }
-  connection.reset();
   {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_connections.erase(place);
+    m_connections.erase(connection);
   }
+  connection.reset();
   if (--m_held == 0 && m_stopping) {
     asio::post(m_last.get_executor(), [this] { m_last.cancel(); });
   }

@@ -3,19 +3,17 @@
 #define LUM_BACKEND_SERVER_H
 
 #include <atomic>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/ssl/context.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <cstdint>
 #include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "Backend.h"
+#include "Boost.h"
 #include "Connection.h"
 
 // Accepts connections on its ports and serves them on a few threads until it is told to stop. As
@@ -54,7 +52,7 @@ class Server {
   std::atomic<bool> m_stopping{false};
   std::atomic<std::size_t> m_held{0};  // connections
   std::mutex m_mutex;
-  std::list<std::weak_ptr<Connection>> m_connections;  // guarded by m_mutex
+  std::set<std::shared_ptr<Connection>> m_connections;  // guarded by m_mutex
 };
 
 #endif  // LUM_BACKEND_SERVER_H

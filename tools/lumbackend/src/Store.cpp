@@ -1,16 +1,13 @@
 // The indexes, and the thread that writes.
 #include "Store.h"
 
-#include <boost/asio/associated_executor.hpp>
-#include <boost/asio/async_result.hpp>
-#include <boost/asio/post.hpp>
-#include <boost/asio/use_awaitable.hpp>
-
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <memory>
 #include <utility>
+
+#include "Boost.h"
 
 // Written at build time from tables.sql.
 extern const char kTablesSql[];
@@ -65,15 +62,17 @@ void TakeOver(const Database& database, const std::string& file) {
   }
 }
 
+std::int64_t Number(const Database& database, const std::string& sql) {
+  Query query(database, sql);
+  query.Next();
+  return query.Number(0);
+}
+
 // Opens the database and makes its tables where it is new.
 Database Open(const std::string& root) try {
   Database database(root + "/lumbackend.db");
   database.Run("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL;");
-  Query version(database, "PRAGMA user_version");
-  version.Next();
-  const bool made = version.Number(0) != 0;
-  version.With({});
-  if (!made) {
+  if (Number(database, "PRAGMA user_version") == 0) {
     const std::string old = root + "/reports.jsonl";
     database.Run("BEGIN IMMEDIATE;" + Store::Tables() + kIndexes);
     TakeOver(database, old);
@@ -84,12 +83,6 @@ Database Open(const std::string& root) try {
   return database;
 } catch (const DatabaseError& failure) {
   throw DatabaseError("cannot use '" + root + "/lumbackend.db': " + failure.what());
-}
-
-std::int64_t LastOf(const Database& database, const std::string& table) {
-  Query last(database, "SELECT max(id) FROM " + table);
-  last.Next();
-  return last.Number(0);
 }
 
 }  // namespace
@@ -107,7 +100,8 @@ Store::Store(const std::string& root, std::uint64_t keep)
                     "INSERT INTO exchange VALUES (NULL, ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, "
                     "?11, ?12, ?13, ?14, ?15, ?16, ?17, ?18, ?19, ?20, ?21, ?22, ?23, ?24, ?25, "
                     "?26)"),
-      m_last(LastOf(m_database, "exchange")),
+      m_last(Number(m_database, "SELECT max(id) FROM exchange")),
+      m_reader(m_path),
       m_thread([this] { Work(); }) {}
 
 Store::~Store() {
@@ -123,6 +117,17 @@ Task<Store::Written> Store::AddReport(std::string document) {
   std::vector<Cell> cells;
   cells.emplace_back(std::move(document));
   return Submit(m_addReport, std::move(cells));
+}
+
+std::vector<std::string> Store::Read(const std::string& sql, const std::vector<Cell>& cells) {
+  const std::lock_guard<std::mutex> lock(m_readMutex);
+  Query query(m_reader, sql, cells);
+  query.Next();
+  std::vector<std::string> columns;
+  for (int i = 0; i < query.Columns(); ++i) {
+    columns.emplace_back(query.Text(i));
+  }
+  return columns;
 }
 
 void Store::Drain() {
@@ -193,7 +198,7 @@ void Store::Commit(const std::vector<Job>& batch, std::size_t first, std::size_t
   } catch (const DatabaseError& failure) {
     problem = failure.what();
   }
-  RollBack();
+  m_database.RollBack();
   for (std::size_t i = first; i < last; ++i) {
     results[i] = {0, problem};
     if (last - first > 1) {
@@ -209,22 +214,17 @@ bool Store::Prune(std::size_t most) {
     m_database.Run("BEGIN IMMEDIATE");
     // Exchanges first: the index of words still needs their reports.
     for (const std::string table : {"exchange", "report"}) {
-      const std::int64_t oldest = LastOf(m_database, table) - static_cast<std::int64_t>(m_keep);
-      Query(m_database, "DELETE FROM " + table + " WHERE id IN (SELECT id FROM " + table +
-                            " WHERE id <= ?1 ORDER BY id LIMIT ?2)")
-          .Run({oldest, static_cast<std::int64_t>(most)});
+      Query query(m_database,
+                  "DELETE FROM " + table + " WHERE id IN (SELECT id FROM " + table +
+                      " WHERE id <= (SELECT max(id) - ?1 FROM " + table + ") ORDER BY id LIMIT ?2)",
+                  {static_cast<std::int64_t>(m_keep), static_cast<std::int64_t>(most)});
+      query.Next();
       removed += m_database.Changes();
     }
     m_database.Run("COMMIT");
     return removed > 0;
   } catch (const DatabaseError&) {
-    RollBack();  // the next batch comes by here, too
+    m_database.RollBack();  // the next batch comes by here, too
     return false;
-  }
-}
-
-void Store::RollBack() {
-  if (m_database.InTransaction()) {
-    m_database.Run("ROLLBACK");
   }
 }

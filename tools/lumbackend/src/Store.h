@@ -14,8 +14,9 @@
 #include "Database.h"
 #include "Message.h"
 
-// Writes on a thread of its own: what has come in while it wrote goes into one transaction. Safe
-// for several threads at once. The tables stand in tables.sql; the man page shows them.
+// Writes on a thread of its own: what has come in while it wrote goes into one transaction. Reads
+// by another connection beside it. Safe for several threads at once. The tables stand in
+// tables.sql; the man page shows them.
 class Store {
  public:
   // What became of a row: its number, or why it was not written.
@@ -44,7 +45,12 @@ class Store {
   // Returns when everything that was added before is written.
   void Drain();
 
+  // The columns of the first row that a query yields with these values, none where it yields none.
+  // Throws DatabaseError.
+  std::vector<std::string> Read(const std::string& sql, const std::vector<Cell>& cells = {});
+
   const std::string& Path() const { return m_path; }
+  std::uint64_t Keep() const { return m_keep; }
 
   // The statements that make the tables, as people read them.
   static std::string Tables();
@@ -61,14 +67,15 @@ class Store {
   void Commit(const std::vector<Job>& batch, std::size_t first, std::size_t last,
               std::vector<Written>& results);
   bool Prune(std::size_t most);
-  void RollBack();
 
   const std::string m_path;
   const std::uint64_t m_keep;
   Database m_database;
   Query m_addReport;
   Query m_addExchange;
-  std::atomic<std::int64_t> m_last{0};
+  std::atomic<std::int64_t> m_last;
+  std::mutex m_readMutex;
+  Database m_reader;  // guarded by m_readMutex
   std::mutex m_mutex;
   std::condition_variable m_changed;
   std::vector<Job> m_queue;  // guarded by m_mutex, like the two below

@@ -1,13 +1,11 @@
 // Server-sent events.
-#include <boost/asio/steady_timer.hpp>
-#include <boost/asio/this_coro.hpp>
-#include <boost/asio/use_awaitable.hpp>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <limits>
 
-#include "Monitor.h"
+#include "Boost.h"
+#include "Routes.h"
 
 namespace {
 
@@ -17,10 +15,9 @@ constexpr std::chrono::milliseconds kPace(250);  // between two events
 constexpr std::chrono::seconds kSignOfLife(15);  // after so long without one
 constexpr std::int64_t kMostRows = 100;          // of one event
 
-class Stream final : public BodySink {
+class Stream final : public BodySource {
  public:
-  Stream(const Store& store, History& history, std::int64_t after)
-      : m_store(store), m_history(history), m_seen(after) {}
+  Stream(Store& store, std::int64_t after) : m_store(store), m_seen(after) {}
 
   Task<std::string_view> Next() override {
     boost::asio::steady_timer timer(co_await boost::asio::this_coro::executor);
@@ -48,16 +45,17 @@ class Stream final : public BodySink {
 
  private:
   std::string Event() {
-    const History::Rows rows = m_history.Find({}, m_seen, History::kEnd, kMostRows);
-    const std::int64_t skipped = rows.more ? rows.oldest - m_seen - 1 : 0;
-    m_seen = std::max(m_seen, rows.newest);
-    return "retry: 1000\nevent: rows\nid: " + std::to_string(m_seen) +
-           "\ndata: {\"rows\":" + rows.json + ",\"skipped\":" + std::to_string(skipped) +
-           ",\"totals\":" + m_history.Totals() + "}\n\n";
+    const std::vector<std::string> news =
+        m_store.Read(ListOfExchanges() +
+                         "SELECT max(?2, ifnull(newest, 0)), json_object('rows', json(rows), "
+                         "'skipped', iif(more, oldest - ?2 - 1, 0), 'totals', json(" +
+                         kTotals + ")) FROM list",
+                     {"", m_seen, std::numeric_limits<std::int64_t>::max(), kMostRows});
+    m_seen = std::stoll(news[0]);
+    return "retry: 1000\nevent: rows\nid: " + news[0] + "\ndata: " + news[1] + "\n\n";
   }
 
-  const Store& m_store;
-  History& m_history;
+  Store& m_store;
   std::int64_t m_seen;  // number of the last exchange that was told of
   bool m_begun = false;
   bool m_ended = false;
@@ -67,13 +65,11 @@ class Stream final : public BodySink {
 
 }  // namespace
 
-Reply StreamReply(const Call& call, const Store& store, History& history) {
+Reply StreamReply(Store& store, const Call& call) {
   const std::string* last = call.Header("Last-Event-ID");
   const std::string after = last != nullptr ? *last : call.QueryValue("after").value_or("");
   const std::int64_t seen = after.empty() ? store.Last() : std::strtoll(after.c_str(), nullptr, 10);
-  Reply reply;
-  reply.contentType = "text/event-stream";
-  reply.headers = {{"Cache-Control", "no-store"}, {"X-Content-Type-Options", "nosniff"}};
-  reply.stream = std::make_shared<Stream>(store, history, seen);
+  Reply reply = LiveReply("text/event-stream");
+  reply.stream = std::make_shared<Stream>(store, seen);
   return reply;
 }

@@ -1,43 +1,29 @@
-// Percent-encoding, UTF-8 and making text fit to be shown.
+// Percent-encoding, UTF-8 and random text.
 #include "Text.h"
-
-#include <LumSafeText.h>
 
 #include <openssl/asn1.h>
 #include <openssl/crypto.h>
-#include <openssl/evp.h>
 #include <openssl/rand.h>
 
 #include <algorithm>
-#include <boost/beast/core/string.hpp>
+#include <boost/algorithm/hex.hpp>
+#include <boost/algorithm/string/split.hpp>
 #include <cctype>
 #include <stdexcept>
 
 namespace {
 
-constexpr char kHexDigits[] = "0123456789abcdef";
-constexpr char kUpperHexDigits[] = "0123456789ABCDEF";
 constexpr std::size_t kLongestCharacter = 4;  // bytes of UTF-8
 constexpr unsigned long kLastCharacter = 0x10FFFF;
 
 }  // namespace
 
-std::string ToHex(const unsigned char* data, std::size_t size) {
-  std::string text;
-  text.reserve(2 * size);
-  for (std::size_t i = 0; i < size; ++i) {
-    text += {kHexDigits[data[i] >> 4], kHexDigits[data[i] & 15]};
-  }
-  return text;
-}
-
 std::string RandomHex(std::size_t size) {
   std::string bytes(size, '\0');
-  auto* data = reinterpret_cast<unsigned char*>(bytes.data());
-  if (RAND_bytes(data, static_cast<int>(size)) != 1) {
+  if (RAND_bytes(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<int>(size)) != 1) {
     throw std::runtime_error("OpenSSL has no random bytes");
   }
-  return ToHex(data, size);
+  return boost::algorithm::hex_lower(bytes);
 }
 
 std::optional<std::string> DecodePercent(const std::string& text) {
@@ -63,14 +49,18 @@ std::optional<std::string> DecodePercent(const std::string& text) {
 std::string EncodePercent(const std::string& text) {
   std::string encoded;
   for (const char character : text) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (std::isalnum(byte) != 0 || std::string("-._~").find(character) != std::string::npos) {
-      encoded += character;
-    } else {
-      encoded += {'%', kUpperHexDigits[byte >> 4], kUpperHexDigits[byte & 15]};
-    }
+    const bool plain = std::isalnum(static_cast<unsigned char>(character)) != 0 ||
+                       std::string("-._~").find(character) != std::string::npos;
+    const std::string byte(1, character);
+    encoded += plain ? byte : "%" + boost::algorithm::hex(byte);
   }
   return encoded;
+}
+
+std::vector<std::string> Split(const std::string& text, char separator) {
+  std::vector<std::string> parts;
+  boost::algorithm::split(parts, text, [=](char character) { return character == separator; });
+  return parts;
 }
 
 bool IsUtf8(std::string_view text) {
@@ -84,12 +74,4 @@ bool IsUtf8(std::string_view text) {
     text.remove_prefix(static_cast<std::size_t>(length));
   }
   return true;
-}
-
-std::string Printable(const std::string& text) {
-  return LumSafeText(text);
-}
-
-bool SameName(const std::string& a, const std::string& b) {
-  return boost::beast::iequals(a, b);
 }

@@ -1,5 +1,5 @@
 // The configuration centre.
-#include "Apollo.h"
+#include "Routes.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -21,7 +21,7 @@ class ApolloTest : public testing::Test {
   }
 
   LumJson::Value Ask(const std::string& target, int status = 200) const {
-    const Reply reply = m_apollo.Get(MakeCall("GET", target));
+    const Reply reply = GetNamespace(m_root, MakeCall("GET", target));
     EXPECT_EQ(reply.status, status) << reply.body;
     LumJson::Value answer;
     EXPECT_TRUE(answer.Parse(reply.body)) << reply.body;
@@ -29,8 +29,7 @@ class ApolloTest : public testing::Test {
   }
 
   lumtest::TempDir m_temp;
-  const RootDir m_root{m_temp.Path()};
-  const Apollo m_apollo{m_root};  // makes configs/
+  const RootDir m_root{m_temp.Path("configs")};
 };
 
 TEST_F(ApolloTest, ServesPropertiesInTheOrderOfTheFile) {
@@ -90,14 +89,14 @@ TEST_F(ApolloTest, AMatchingReleaseKeyIs304UntilTheContentChanges) {
   m_temp.Write("configs/app/default/n.properties", "a=1");
   const std::string key = Ask("/configs/app/default/n")["releaseKey"].AsString();
   const std::string target = "/configs/app/default/n?ip=1.2.3.4&releaseKey=" + key;
-  const Reply unchanged = m_apollo.Get(MakeCall("GET", target));
+  const Reply unchanged = GetNamespace(m_root, MakeCall("GET", target));
   EXPECT_EQ(unchanged.status, 304);
   EXPECT_EQ(unchanged.body, "");
   Ask("/configs/app/default/n?releaseKey=other");
   m_temp.Write("configs/app/default/n.properties", "a=2");
   EXPECT_NE(Ask(target)["releaseKey"].AsString(), key);
   m_temp.Write("configs/app/default/n.properties", "a=1");
-  EXPECT_EQ(m_apollo.Get(MakeCall("GET", target)).status, 304);
+  EXPECT_EQ(GetNamespace(m_root, MakeCall("GET", target)).status, 304);
 }
 
 TEST_F(ApolloTest, BadFilesAreNamed) {

@@ -77,11 +77,11 @@ TEST(Message, FindsQueryValues) {
   EXPECT_EQ(call.QueryValue("e"), std::nullopt);
 }
 
-TEST(Message, KnowsWhetherThereIsABody) {
-  EXPECT_FALSE(MakeCall("PUT", "/").hasBody);
-  EXPECT_FALSE(MakeCall("PUT", "/", {"Content-Length: 0"}).hasBody);
-  EXPECT_TRUE(MakeCall("PUT", "/", {"Content-Length: 5", "content-length: 5"}).hasBody);
-  EXPECT_TRUE(MakeCall("PUT", "/", {"Transfer-Encoding: Chunked"}).hasBody);
+TEST(Message, KnowsHowLongABodyIs) {
+  EXPECT_EQ(MakeCall("PUT", "/").contentLength, std::nullopt);
+  EXPECT_EQ(MakeCall("PUT", "/", {"Content-Length: 0"}).contentLength, 0u);
+  EXPECT_EQ(MakeCall("PUT", "/", {"Content-Length: 5", "content-length: 5"}).contentLength, 5u);
+  EXPECT_EQ(MakeCall("PUT", "/", {"Transfer-Encoding: Chunked"}).contentLength, std::nullopt);
   EXPECT_EQ(MakeCall("PUT", "/", {"Content-Length: 18446744073709551615"}).contentLength,
             18446744073709551615u);
 }

@@ -1,5 +1,5 @@
 // The embedded page.
-#include "Monitor.h"
+#include "Routes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -10,15 +10,19 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 
-Properties Read(const std::string& text) {
-  Properties properties;
-  EXPECT_EQ(ParseProperties(text, properties), "");
-  return properties;
+std::vector<std::pair<std::string, std::string>> Read(const std::string& text) {
+  LumJson::Value properties = LumJson::Value::Object();
+  EXPECT_EQ(ReadProperties(text, properties), "");
+  std::vector<std::pair<std::string, std::string>> pairs;
+  for (const LumJson::Member& member : properties.Members()) {
+    pairs.emplace_back(member.Name(), member.Item().AsString());
+  }
+  return pairs;
 }
 
 std::string ProblemOf(const std::string& text) {
-  Properties properties;
-  return ParseProperties(text, properties);
+  LumJson::Value properties;
+  return ReadProperties(text, properties);
 }
 
 TEST(Properties, KeysEndAtTheFirstSeparator) {

@@ -1,5 +1,5 @@
 // Signed uploads.
-#include "SignatureCheck.h"
+#include "Objects.h"
 
 #include <gtest/gtest.h>
 
