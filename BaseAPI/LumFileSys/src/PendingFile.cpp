@@ -41,9 +41,8 @@ Descriptor OpenUnnamed(const Descriptor& directory) {
 
 PendingFile::PendingFile(const std::string& path) {
   const std::size_t slash = path.rfind('/');
-  const bool inWorkingDirectory = slash == std::string::npos;
-  const std::string directory = inWorkingDirectory ? "." : path.substr(0, slash + 1);
-  m_name = inWorkingDirectory ? path : path.substr(slash + 1);
+  const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  m_name = path.substr(slash + 1);  // all of it where there is no slash: npos + 1 is 0
   // Held open, so that the file is named where it was made even if the directory moves meanwhile.
   m_directory = Descriptor(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   m_directoryStatus = StatusOf(m_directory);
