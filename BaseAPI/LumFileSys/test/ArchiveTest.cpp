@@ -34,6 +34,7 @@ using lumtest::ExpectSameTree;
 using lumtest::FileMode;
 using lumtest::Listing;
 using lumtest::NamesIn;
+using lumtest::Noise;
 using lumtest::ReadFile;
 using lumtest::TempDir;
 using lumtest::UnpackedArchive;
@@ -57,15 +58,6 @@ int PackDirectory(const std::string& path) {
 int PackGroup(const std::string& group, const std::string& base) {
   errno = 0;
   return LumCompressAndDeCompress::CompressFileGroup(group.c_str(), base.c_str());
-}
-
-std::string Noise(std::size_t size) {
-  std::mt19937 random(static_cast<unsigned>(size));
-  std::string noise(size, '\0');
-  for (char& byte : noise) {
-    byte = static_cast<char>(random());
-  }
-  return noise;
 }
 
 void SetTime(const std::string& path, time_t seconds) {
@@ -108,6 +100,27 @@ int InChild(const std::function<int()>& work) {
   int status = -1;
   waitpid(child, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// What `work` returns where no more than 16 further descriptors are to be had.
+int WithFewDescriptors(const std::function<int()>& work) {
+  rlimit before = {};
+  EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit few = {lumtest::OpenDescriptors() + 16, before.rlim_max};
+  EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  const int result = work();
+  EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  return result;
+}
+
+// Why a user without rights cannot pack the directory at `path`, or 0.
+int ErrorOfNobody(const std::string& path) {
+  return InChild([&] {
+    if (getuid() == 0 && setuid(65534) != 0) {
+      return 200;
+    }
+    return PackDirectory(path) == -1 ? errno : 0;
+  });
 }
 
 // ---- One file ----
@@ -211,33 +224,6 @@ TEST(LumArchiveFile, OlderArchiveIsReplaced) {
   EXPECT_STREQ(old, "old archive");
   close(reader);
   EXPECT_THAT(NamesIn(dir.Path()), ElementsAre("a", "a.tar.gz"));
-}
-
-TEST(LumArchiveFile, WhatIsNoRegularFileIsRefused) {
-  const TempDir dir;
-  dir.MakeDir("sub");
-  dir.Write("file", "x");
-  ASSERT_EQ(mkfifo(dir.Path("pipe").c_str(), 0600), 0);
-  Link("missing", dir.Path("dangling"));
-  Link("loop", dir.Path("loop"));
-  const struct {
-    std::string path;
-    int error;
-  } kCases[] = {
-      {dir.Path("missing"), ENOENT},  {dir.Path("no/such"), ENOENT},
-      {dir.Path("file/x"), ENOTDIR},  {dir.Path("file/"), ENOTDIR},
-      {dir.Path("sub"), EISDIR},      {dir.Path("sub/"), EISDIR},
-      {dir.Path("dangling"), ENOENT}, {dir.Path("loop"), ELOOP},
-      {dir.Path("pipe"), EINVAL},     {"", ENOENT},
-      {"/dev/null", EINVAL},          {dir.Path(std::string(300, 'n')), ENAMETOOLONG},
-  };
-  const std::string before = Listing(dir.Path());
-  for (const auto& refused : kCases) {
-    EXPECT_EQ(PackFile(refused.path), -1) << refused.path;
-    EXPECT_EQ(errno, refused.error) << refused.path;
-  }
-  EXPECT_EQ(LumCompressAndDeCompress::CompressFile(nullptr), -1);
-  EXPECT_EQ(Listing(dir.Path()), before);  // the directory was not even touched
 }
 
 TEST(LumArchiveFile, DirectoryInTheArchivesPlaceStays) {
@@ -512,37 +498,10 @@ TEST(LumArchiveDirectory, DepthNeedsNoDescriptors) {
     dir.MakeDir(path);
     dir.Write(path + "/t", std::to_string(level));
   }
-  rlimit before = {};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  const rlimit few = {lumtest::OpenDescriptors() + 16, before.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-  const int result = PackDirectory(dir.Path("d"));
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
-  ASSERT_EQ(result, 0);
+  ASSERT_EQ(WithFewDescriptors([&] { return PackDirectory(dir.Path("d")); }), 0);
   const UnpackedArchive archive(dir.Path("d.tar.gz"));
   EXPECT_THAT(archive.Names(), SizeIs(121));
   ExpectSameTree(dir.Path("d"), archive.Path("d"));
-}
-
-TEST(LumArchiveDirectory, WhatIsNoDirectoryIsRefused) {
-  const TempDir dir;
-  dir.Write("file", "x");
-  ASSERT_EQ(mkfifo(dir.Path("pipe").c_str(), 0600), 0);
-  Link("loop", dir.Path("loop"));
-  const struct {
-    std::string path;
-    int error;
-  } kCases[] = {
-      {dir.Path("missing"), ENOENT}, {dir.Path("file"), ENOTDIR}, {dir.Path("file/"), ENOTDIR},
-      {dir.Path("pipe"), EINVAL},    {dir.Path("loop"), ELOOP},   {"", ENOENT},
-  };
-  const std::string before = Listing(dir.Path());
-  for (const auto& refused : kCases) {
-    EXPECT_EQ(PackDirectory(refused.path), -1) << refused.path;
-    EXPECT_EQ(errno, refused.error) << refused.path;
-  }
-  EXPECT_EQ(LumCompressAndDeCompress::CompressFilePath(nullptr), -1);
-  EXPECT_EQ(Listing(dir.Path()), before);
 }
 
 TEST(LumArchiveDirectory, WhatMayNotBeReadIsAFailure) {
@@ -552,37 +511,24 @@ TEST(LumArchiveDirectory, WhatMayNotBeReadIsAFailure) {
   SetMode(dir.MakeDir("d/sub"), 0755);
   dir.Write("d/sub/secret", "x");
   SetMode(dir.Write("d/a", Noise(1000000)), 0644);
-  const auto pack = [&] {
-    return InChild([&] {
-      if (getuid() == 0 && setuid(65534) != 0) {
-        return 200;
-      }
-      return PackDirectory(dir.Path("d")) == -1 ? errno : 0;
-    });
-  };
   SetMode(dir.Path("d/sub/secret"), 0000);
-  EXPECT_EQ(pack(), EACCES);
+  EXPECT_EQ(ErrorOfNobody(dir.Path("d")), EACCES);
   EXPECT_THAT(NamesIn(dir.Path()), ElementsAre("d"));
   SetMode(dir.Path("d/sub/secret"), 0644);
   SetMode(dir.Path("d/sub"), 0333);
-  EXPECT_EQ(pack(), EACCES);
+  EXPECT_EQ(ErrorOfNobody(dir.Path("d")), EACCES);
   EXPECT_THAT(NamesIn(dir.Path()), ElementsAre("d"));
   SetMode(dir.Path("d/sub"), 0755);
-  EXPECT_EQ(pack(), 0);
+  EXPECT_EQ(ErrorOfNobody(dir.Path("d")), 0);
   EXPECT_THAT(NamesIn(dir.Path()), ElementsAre("d", "d.tar.gz"));
 }
 
 TEST(LumArchiveDirectory, PlaceWithoutWritePermissionIsAFailure) {
   const TempDir dir;
   dir.MakeDir("d");
+  SetMode(dir.Path(), 0555);
+  EXPECT_EQ(ErrorOfNobody(dir.Path("d")), EACCES);
   SetMode(dir.Path(), 0755);
-  const int error = InChild([&] {
-    if (getuid() == 0 && setuid(65534) != 0) {
-      return 200;
-    }
-    return getuid() == 65534 && PackDirectory(dir.Path("d")) == -1 ? errno : 0;
-  });
-  EXPECT_EQ(error, getuid() == 0 ? EACCES : 0);
   EXPECT_THAT(NamesIn(dir.Path()), ElementsAre("d"));
 }
 
@@ -713,18 +659,53 @@ TEST(LumArchiveGroup, ManyMembersNeedFewDescriptors) {
   for (int i = 0; i < 100; ++i) {
     group += dir.Write("file" + std::to_string(i), std::to_string(i)) + "\n";
   }
-  const std::size_t before = lumtest::OpenDescriptors();
-  rlimit limit = {};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-  const rlimit few = {before + 16, limit.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-  const int result = PackGroup(group, dir.Path("bundle"));
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-  ASSERT_EQ(result, 0);
+  ASSERT_EQ(WithFewDescriptors([&] { return PackGroup(group, dir.Path("bundle")); }), 0);
   EXPECT_THAT(UnpackedArchive(dir.Path("bundle.tar.gz")).Names(), SizeIs(100));
 }
 
 // ---- All forms ----
+
+TEST(LumArchive, WhatIsOfAnotherKindIsRefused) {
+  const TempDir dir;
+  dir.MakeDir("sub");
+  dir.Write("file", "x");
+  ASSERT_EQ(mkfifo(dir.Path("pipe").c_str(), 0600), 0);
+  Link("missing", dir.Path("dangling"));
+  Link("loop", dir.Path("loop"));
+  const struct {
+    std::string path;
+    int errorAsFile;
+    int errorAsDirectory;  // 0: is one
+  } kCases[] = {
+      {dir.Path("missing"), ENOENT, ENOENT},
+      {dir.Path("no/such"), ENOENT, ENOENT},
+      {dir.Path("file/x"), ENOTDIR, ENOTDIR},
+      {dir.Path("file/"), ENOTDIR, ENOTDIR},
+      {dir.Path("file"), 0, ENOTDIR},
+      {dir.Path("sub"), EISDIR, 0},
+      {dir.Path("sub/"), EISDIR, 0},
+      {dir.Path("dangling"), ENOENT, ENOENT},
+      {dir.Path("loop"), ELOOP, ELOOP},
+      {dir.Path("pipe"), EINVAL, EINVAL},
+      {"", ENOENT, ENOENT},
+      {"/dev/null", EINVAL, EINVAL},
+      {dir.Path(std::string(300, 'n')), ENAMETOOLONG, ENAMETOOLONG},
+  };
+  const std::string before = Listing(dir.Path());
+  for (const auto& refused : kCases) {
+    if (refused.errorAsFile != 0) {
+      EXPECT_EQ(PackFile(refused.path), -1) << refused.path;
+      EXPECT_EQ(errno, refused.errorAsFile) << refused.path;
+    }
+    if (refused.errorAsDirectory != 0) {
+      EXPECT_EQ(PackDirectory(refused.path), -1) << refused.path;
+      EXPECT_EQ(errno, refused.errorAsDirectory) << refused.path;
+    }
+  }
+  EXPECT_EQ(LumCompressAndDeCompress::CompressFile(nullptr), -1);
+  EXPECT_EQ(LumCompressAndDeCompress::CompressFilePath(nullptr), -1);
+  EXPECT_EQ(Listing(dir.Path()), before);  // the directory was not even touched
+}
 
 TEST(LumArchive, DescriptorsAreClosed) {
   const TempDir dir;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <random>
 
 #include "support/Process.h"
 
@@ -93,6 +94,15 @@ std::vector<std::string> NamesIn(const std::string& directory) {
   }
   std::sort(names.begin(), names.end());
   return names;
+}
+
+std::string Noise(std::size_t size) {
+  std::mt19937 random(static_cast<unsigned>(size));
+  std::string noise(size, '\0');
+  for (char& byte : noise) {
+    byte = static_cast<char>(random());
+  }
+  return noise;
 }
 
 }  // namespace lumtest

@@ -39,6 +39,9 @@ void ExpectSameTree(const std::string& expected, const std::string& actual);
 // The names in a directory, sorted, with hidden ones.
 std::vector<std::string> NamesIn(const std::string& directory);
 
+// Bytes that do not compress, the same ones for each size.
+std::string Noise(std::size_t size);
+
 }  // namespace lumtest
 
 #endif  // LUM_TEST_UNPACKED_ARCHIVE_H
