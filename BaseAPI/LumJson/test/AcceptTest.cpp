@@ -158,8 +158,7 @@ TEST_P(AcceptTest, IsReadAndWrittenBack) {
 TEST_P(AcceptTest, IsReadAgainFromWhatWasWritten) {
   LumJson::Value value;
   ASSERT_TRUE(value.Parse(std::string(GetParam().text)));
-  LumJson::Value again;
-  ASSERT_TRUE(again.Parse(value.ToStyledString()));
+  LumJson::Value again = lumtest::Read(value.ToStyledString());
   EXPECT_EQ(value, again);
   EXPECT_EQ(GetParam().written, WrittenBack(again));
 }

@@ -11,12 +11,7 @@
 namespace {
 
 using LumJson::Value;
-
-Value Read(const std::string& text) {
-  Value value;
-  EXPECT_TRUE(value.Parse(text)) << text;
-  return value;
-}
+using lumtest::Read;
 
 TEST(ArrayTest, AppendMakesAnArrayOfNull) {
   Value value;

@@ -20,6 +20,13 @@ inline std::ostream& operator<<(std::ostream& out, const Value& value) {
 
 namespace lumtest {
 
+// The value of a document that is one.
+inline LumJson::Value Read(std::string_view text) {
+  LumJson::Value value;
+  EXPECT_TRUE(value.Parse(std::string(text))) << text;
+  return value;
+}
+
 // The texts may hold zero bytes: write them as literals with the suffix sv.
 struct Accepted {
   std::string_view name;

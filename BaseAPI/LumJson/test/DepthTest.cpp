@@ -13,6 +13,7 @@
 namespace {
 
 using LumJson::Value;
+using lumtest::Read;
 
 constexpr int kDeep = 100000;
 
@@ -59,11 +60,9 @@ TEST(DepthTest, AHundredThousandLevelsAreRefused) {
 
 TEST(DepthTest, WhatIsReadAtTheLimitIsWrittenBack) {
   const std::string text = NestedObjects(Value::kMaxDepth);
-  Value value;
-  ASSERT_TRUE(value.Parse(text));
+  Value value = Read(text);
   EXPECT_EQ(text, value.JsonValueToString());
-  Value again;
-  ASSERT_TRUE(again.Parse(value.ToStyledString()));
+  Value again = Read(value.ToStyledString());
   EXPECT_EQ(value, again);
 }
 

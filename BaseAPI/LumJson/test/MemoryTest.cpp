@@ -17,6 +17,7 @@
 namespace {
 
 using LumJson::Value;
+using lumtest::Read;
 
 template <typename Function>
 long AllocationsOf(Function function) {
@@ -62,6 +63,23 @@ const char* const kDocument =
         "list":[1,2.5,null,true,"short",["nested",{"a":{"b":[]}}]],"\u00e9scaped \n text of some length":
         "a text \t with an escape","id":8,"list":["again, more than fourteen bytes"]})";
 
+std::string ArrayOfOnes(int elements) {
+  std::string text = "[1";
+  for (int i = 1; i < elements; ++i) {
+    text += ",1";
+  }
+  return text + ']';
+}
+
+// Members "1", "2", ... , each of which is 1.
+std::string ObjectOfOnes(int members) {
+  std::string text = "{\"1\":1";
+  for (int i = 2; i <= members; ++i) {
+    text += ",\"" + std::to_string(i) + "\":1";
+  }
+  return text + '}';
+}
+
 // More members than are searched one by one, with a duplicate.
 std::string LargeDocument() {
   std::string text = "{";
@@ -74,6 +92,7 @@ std::string LargeDocument() {
 TEST(MemoryTest, ParseLeavesNullWhenThereIsNoMemory) {
   for (const std::string& text :
        {std::string(kDocument), LargeDocument(),
+        "[\"a text of more than fourteen bytes\"," + ArrayOfOnes(1000) + ']',
         std::string("[0e-99999999999,\"a text of more than fourteen bytes\"]")}) {
     FailEachAllocation([] { return Value("a text of more than fourteen bytes"); },
                        [&text](Value& value) { EXPECT_TRUE(value.Parse(text)); },
@@ -81,20 +100,8 @@ TEST(MemoryTest, ParseLeavesNullWhenThereIsNoMemory) {
   }
 }
 
-TEST(MemoryTest, ParseOfManyValuesLeavesNullWhenThereIsNoMemory) {
-  std::string text = "[\"a text of more than fourteen bytes\"";
-  for (int i = 0; i < 1000; ++i) {
-    text += ",1";
-  }
-  text += ']';
-  FailEachAllocation([] { return Value(1); },
-                     [&text](Value& value) { EXPECT_TRUE(value.Parse(text)); },
-                     [](const Value& value) { EXPECT_TRUE(value.IsNull()); });
-}
-
 Value Sample() {
-  Value value;
-  EXPECT_TRUE(value.Parse(kDocument));
+  Value value = Read(kDocument);
   EXPECT_TRUE(value["large"].Parse(LargeDocument()));
   return value;
 }
@@ -151,14 +158,9 @@ TEST(MemoryTest, AFailedAddJsonValueChangesNothing) {
 TEST(MemoryTest, AFailedAppendChangesNothing) {
   FailEachAllocation([] { return Value(); }, [](Value& value) { value.Append(1); },
                      [](const Value& value) { EXPECT_TRUE(value.IsNull()); });
-  FailEachAllocation(
-      [] {
-        Value value;
-        EXPECT_TRUE(value.Parse("[1,2,3]"));
-        return value;
-      },
-      [](Value& value) { value.Append("a text of more than fourteen bytes"); },
-      [](const Value& value) { EXPECT_EQ("[1,2,3]", value.JsonValueToString()); });
+  FailEachAllocation([] { return Read("[1,2,3]"); },
+                     [](Value& value) { value.Append("a text of more than fourteen bytes"); },
+                     [](const Value& value) { EXPECT_EQ("[1,2,3]", value.JsonValueToString()); });
 }
 
 TEST(MemoryTest, WritingAndComparingLeaveTheValueAlone) {
@@ -199,19 +201,14 @@ TEST(MemoryTest, AReadDocumentTakesOneAllocationForEachContainerAndLongText) {
 TEST(MemoryTest, ReadingTakesMemoryForMoreThan128ValuesOfOpenContainers) {
   for (const auto& [elements, expected] :
        {std::pair(128, 1L), std::pair(129, 2L), std::pair(256, 2L), std::pair(257, 3L)}) {
-    std::string text = "[1";
-    for (int i = 1; i < elements; ++i) {
-      text += ",1";
-    }
-    text += ']';
+    const std::string text = ArrayOfOnes(elements);
     Value value;
     EXPECT_EQ(expected, AllocationsOf([&value, &text] { value.Parse(text); })) << elements;
   }
 }
 
 TEST(MemoryTest, ACopyTakesOneAllocationForEachContainerAndLongText) {
-  Value value;
-  ASSERT_TRUE(value.Parse("{\"a\":[1,[2],[]],\"a name of more than fourteen bytes\":{\"b\":3}}"));
+  Value value = Read("{\"a\":[1,[2],[]],\"a name of more than fourteen bytes\":{\"b\":3}}");
   EXPECT_EQ(5, AllocationsOf([&value] { const Value copy = value; }));
 }
 
@@ -241,19 +238,13 @@ TEST(MemoryTest, AnObjectGrowsByAsManyMembersAsItHas) {
 }
 
 TEST(MemoryTest, AnObjectThatWasReadGrowsByFourMembersAtLeast) {
-  Value value;
-  ASSERT_TRUE(value.Parse("{\"1\":1}"));
+  Value value = Read(ObjectOfOnes(1));
   const std::map<int, long> expected = {{2, 2}, {6, 1}, {11, 1}};
   EXPECT_EQ(expected, AllocationsOfMembers(value, 15));
 }
 
 TEST(MemoryTest, AnObjectThatWasReadOrCopiedHasItsIndexAlready) {
-  std::string text = "{\"1\":1";
-  for (int i = 2; i <= 40; ++i) {
-    text += ",\"" + std::to_string(i) + "\":1";
-  }
-  Value value;
-  ASSERT_TRUE(value.Parse(text + '}'));
+  Value value = Read(ObjectOfOnes(40));
   Value copy = value;
   const std::map<int, long> expected = {{41, 1}, {64, 1}};  // a block; an index of twice the size
   EXPECT_EQ(expected, AllocationsOfMembers(value, 70));
@@ -270,10 +261,7 @@ TEST(MemoryTest, AnArrayDoublesItsRoom) {
 
 TEST(MemoryTest, AnIndexIsMadeForMoreThanThirtyTwoMembers) {
   for (const auto& [members, expected] : {std::pair(32, 1L), std::pair(33, 3L)}) {
-    std::string text = "{";
-    for (int i = 1; i <= members; ++i) {
-      text += '"' + std::to_string(i) + (i < members ? "\":1," : "\":1}");
-    }
+    const std::string text = ObjectOfOnes(members);
     Value value;
     EXPECT_EQ(expected, AllocationsOf([&value, &text] { value.Parse(text); })) << members;
     EXPECT_EQ(expected, AllocationsOf([&value] { const Value copy = value; })) << members;
@@ -330,8 +318,7 @@ TEST(MemoryTest, MovesAllocateNothing) {
 }
 
 TEST(MemoryTest, ASmallDocumentIsWrittenWithTwoAllocations) {
-  Value value;
-  ASSERT_TRUE(value.Parse("{\"id\":17,\"name\":\"a name\",\"list\":[1,2,[3]]}"));
+  Value value = Read("{\"id\":17,\"name\":\"a name\",\"list\":[1,2,[3]]}");
   // One for the text, one for the containers that are open.
   EXPECT_EQ(2, AllocationsOf([&value] { value.ToStyledString(); }));
 }
@@ -343,8 +330,7 @@ TEST(MemoryTest, AScalarIsWrittenWithoutAllocation) {
 
 TEST(MemoryTest, SixteenLevelsAreOpenInOneAllocation) {
   for (const auto& [levels, expected] : {std::pair(16, 2L), std::pair(17, 3L)}) {
-    Value value;
-    ASSERT_TRUE(value.Parse(std::string(levels, '[') + '1' + std::string(levels, ']')));
+    Value value = Read(std::string(levels, '[') + '1' + std::string(levels, ']'));
     EXPECT_EQ(expected, AllocationsOf([&value] { value.ToStyledString(); })) << levels;
   }
 }

@@ -17,6 +17,7 @@
 namespace {
 
 using LumJson::Value;
+using lumtest::Read;
 
 constexpr std::int64_t kMinInt64 = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t kMaxInt64 = std::numeric_limits<std::int64_t>::max();
@@ -36,12 +37,6 @@ double FromBits(std::uint64_t bits) {
 
 std::string Written(const Value& value) {
   return value.JsonValueToString();
-}
-
-Value Read(const std::string& text) {
-  Value value;
-  EXPECT_TRUE(value.Parse(text)) << text;
-  return value;
 }
 
 TEST(NumberTest, LimitsOfIntegersSurvive) {

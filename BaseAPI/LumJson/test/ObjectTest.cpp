@@ -16,12 +16,7 @@ namespace {
 
 using LumJson::Member;
 using LumJson::Value;
-
-Value Read(const std::string& text) {
-  Value value;
-  EXPECT_TRUE(value.Parse(text)) << text;
-  return value;
-}
+using lumtest::Read;
 
 std::string NamesOf(const Value& value) {
   std::string names;
@@ -535,8 +530,7 @@ TEST(RemoveTest, FromTheFrontUntilNothingIsLeft) {
     }
     EXPECT_EQ(next, kMembers);
     EXPECT_EQ(value.JsonValueToString(), text + "}");
-    Value read;
-    EXPECT_TRUE(read.Parse(value.ToStyledString()));
+    Value read = Read(value.ToStyledString());
     EXPECT_EQ(read, value);
     EXPECT_EQ(Value(value), value);
     ASSERT_TRUE(value.Remove("m" + std::to_string(removed)));

@@ -11,6 +11,7 @@
 namespace {
 
 using LumJson::Value;
+using lumtest::Read;
 
 bool Accepts(const std::string& text) {
   Value value;
@@ -20,8 +21,7 @@ bool Accepts(const std::string& text) {
 }
 
 double Number(const std::string& text) {
-  Value value;
-  EXPECT_TRUE(value.Parse(text)) << text;
+  Value value = Read(text);
   EXPECT_TRUE(value.IsDouble()) << text;
   return value.AsDouble(-1);
 }
@@ -116,8 +116,7 @@ TEST(OpenCasesTest, MinusZeroIsADouble) {
   EXPECT_TRUE(std::signbit(Number("-0")));
   EXPECT_TRUE(std::signbit(Number("-0.0")));
   EXPECT_TRUE(std::signbit(Number("-0e1")));
-  Value zero;
-  EXPECT_TRUE(zero.Parse("0"));
+  Value zero = Read("0");
   EXPECT_TRUE(zero.IsInteger());
 }
 
@@ -144,15 +143,13 @@ TEST(OpenCasesTest, OtherEncodingsAreRefused) {
 }
 
 TEST(OpenCasesTest, OfOneNameTheLastMemberCountsAtThePlaceOfTheFirst) {
-  Value value;
-  ASSERT_TRUE(value.Parse(R"({"a":1,"b":2,"a":3,"c":4,"b":{"d":[1]},"a":"five","":0,"":1})"));
+  Value value = Read(R"({"a":1,"b":2,"a":3,"c":4,"b":{"d":[1]},"a":"five","":0,"":1})");
   EXPECT_EQ(R"({"a":"five","b":{"d":[1]},"c":4,"":1})", value.JsonValueToString());
   EXPECT_EQ(4U, value.Size());
 }
 
 TEST(OpenCasesTest, NamesAreComparedAfterTheirEscapes) {
-  Value value;
-  ASSERT_TRUE(value.Parse(R"({"key":1,"\u006bey":2,"k\u0065y":3})"));
+  Value value = Read(R"({"key":1,"\u006bey":2,"k\u0065y":3})");
   EXPECT_EQ(R"({"key":3})", value.JsonValueToString());
 }
 

@@ -9,11 +9,10 @@
 namespace {
 
 using LumJson::Value;
+using lumtest::Read;
 
 std::string Styled(const std::string& text) {
-  Value value;
-  EXPECT_TRUE(value.Parse(text)) << text;
-  return value.ToStyledString();
+  return Read(text).ToStyledString();
 }
 
 TEST(StyledTest, ScalarsStandOnOneLine) {
@@ -183,8 +182,7 @@ TEST(JsonValueToStringTest, OfAnythingElseItIsTheDocumentWithoutBlanks) {
   EXPECT_EQ("1.0", Value(1.0).JsonValueToString());
   EXPECT_EQ("[]", Value::Array().JsonValueToString());
   EXPECT_EQ("{}", Value::Object().JsonValueToString());
-  Value value;
-  EXPECT_TRUE(value.Parse("{\"a\" : [ 1, null, \"b\\n\" ], \"c\" : { \"d\" : { } } }"));
+  Value value = Read("{\"a\" : [ 1, null, \"b\\n\" ], \"c\" : { \"d\" : { } } }");
   EXPECT_EQ("{\"a\":[1,null,\"b\\n\"],\"c\":{\"d\":{}}}", value.JsonValueToString());
 }
 

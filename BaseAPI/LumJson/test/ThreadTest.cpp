@@ -12,6 +12,7 @@
 namespace {
 
 using LumJson::Value;
+using lumtest::Read;
 
 template <typename Function>
 void OnFourThreads(Function function) {
@@ -60,8 +61,7 @@ TEST(ThreadTest, TheNullThatBelongsToNobodyIsEachThreadsOwn) {
 TEST(ThreadTest, DistinctDocumentsAreReadAtOnce) {
   OnFourThreads([](int number) {
     for (int i = 0; i < 50; ++i) {
-      Value value;
-      ASSERT_TRUE(value.Parse("{\"a\":[" + std::to_string(number) + ",{\"b\":\"text\"}]}"));
+      Value value = Read("{\"a\":[" + std::to_string(number) + ",{\"b\":\"text\"}]}");
       value["c"] = i;
       EXPECT_EQ(number, value["a"].At(0).AsInt64());
     }

@@ -10,6 +10,7 @@
 namespace {
 
 using LumJson::Value;
+using lumtest::Read;
 using namespace std::string_view_literals;
 
 struct IllFormed {
@@ -98,8 +99,7 @@ TEST_P(Utf8Test, IsWrittenAsReplacementCharacters) {
     const Value value(text);
     EXPECT_EQ(text, value.AsString());
     const std::string written = value.ToStyledString();
-    Value again;
-    ASSERT_TRUE(again.Parse(written));
+    Value again = Read(written);
     int replacements = 0;
     const std::string read = again.AsString();
     for (std::size_t at = read.find("\xEF\xBF\xBD"); at != std::string::npos;
@@ -148,8 +148,7 @@ TEST(Utf8ExamplesTest, EveryCodePointIsReadAndWritten) {
       text += static_cast<char>(0x80 | (point & 0x3F));
     }
   }
-  Value value;
-  ASSERT_TRUE(value.Parse('"' + text + '"'));
+  Value value = Read('"' + text + '"');
   EXPECT_TRUE(text == value.AsString());
   EXPECT_TRUE('"' + text + "\"\n" == value.ToStyledString());
 }

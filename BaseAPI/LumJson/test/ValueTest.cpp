@@ -14,6 +14,7 @@
 namespace {
 
 using LumJson::Value;
+using lumtest::Read;
 
 constexpr std::int64_t kMinInt64 = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t kMaxInt64 = std::numeric_limits<std::int64_t>::max();
@@ -90,8 +91,7 @@ TEST(ValueTest, KindsOfWhatIsRead) {
       {"{\"a\":1}", "o"},
   };
   for (const auto& [text, kinds] : cases) {
-    Value value;
-    ASSERT_TRUE(value.Parse(text)) << text;
+    Value value = Read(text);
     EXPECT_EQ(kinds, Kinds(value)) << text;
   }
 }
@@ -141,8 +141,7 @@ TEST(ValueTest, StringsOfEveryLengthSurvive) {
     EXPECT_EQ(size, value.StringSize());
     EXPECT_EQ(text, std::string(value.StringData(), value.StringSize()));
     // Read too, at the end of a document and well before it.
-    Value read;
-    ASSERT_TRUE(read.Parse('"' + text + '"'));
+    Value read = Read('"' + text + '"');
     EXPECT_EQ(value, read);
     ASSERT_TRUE(read.Parse("[\"" + text + "\", \"and something behind it\"]"));
     EXPECT_EQ(value, read.At(0));
@@ -225,10 +224,8 @@ TEST(ValueTest, AsStringTakesStringsOnly) {
 }
 
 Value Sample() {
-  Value value;
-  EXPECT_TRUE(value.Parse(
-      R"({"a":[1,2.5,"short","a text of more than fourteen bytes",{"b":{"c":[[],{}]}}],"d":null})"));
-  return value;
+  return Read(
+      R"({"a":[1,2.5,"short","a text of more than fourteen bytes",{"b":{"c":[[],{}]}}],"d":null})");
 }
 
 TEST(ValueTest, CopiesAreDeep) {
@@ -352,35 +349,25 @@ TEST(EqualityTest, NumbersAreComparedByWhatTheyStandFor) {
 }
 
 TEST(EqualityTest, ArraysElementByElement) {
-  const auto read = [](const char* text) {
-    Value value;
-    EXPECT_TRUE(value.Parse(text));
-    return value;
-  };
-  EXPECT_EQ(read("[1,[2,{\"a\":3}]]"), read("[1.0,[2,{\"a\":3}]]"));
-  EXPECT_NE(read("[1,2]"), read("[2,1]"));
-  EXPECT_NE(read("[1,2]"), read("[1]"));
-  EXPECT_NE(read("[1]"), read("[1,2]"));
-  EXPECT_NE(read("[[[1]]]"), read("[[[2]]]"));
-  EXPECT_NE(read("[[]]"), read("[{}]"));
-  EXPECT_NE(read("[]"), read("[null]"));
-  Value shortened = read("[1,2]");
+  EXPECT_EQ(Read("[1,[2,{\"a\":3}]]"), Read("[1.0,[2,{\"a\":3}]]"));
+  EXPECT_NE(Read("[1,2]"), Read("[2,1]"));
+  EXPECT_NE(Read("[1,2]"), Read("[1]"));
+  EXPECT_NE(Read("[1]"), Read("[1,2]"));
+  EXPECT_NE(Read("[[[1]]]"), Read("[[[2]]]"));
+  EXPECT_NE(Read("[[]]"), Read("[{}]"));
+  EXPECT_NE(Read("[]"), Read("[null]"));
+  Value shortened = Read("[1,2]");
   EXPECT_TRUE(shortened.RemoveAt(1));
-  EXPECT_NE(read("[1,null]"), shortened);
+  EXPECT_NE(Read("[1,null]"), shortened);
 }
 
 TEST(EqualityTest, ObjectsByNameInAnyOrder) {
-  const auto read = [](const char* text) {
-    Value value;
-    EXPECT_TRUE(value.Parse(text));
-    return value;
-  };
-  EXPECT_EQ(read("{\"a\":1,\"b\":[2],\"c\":{}}"), read("{\"c\":{},\"b\":[2],\"a\":1}"));
-  EXPECT_NE(read("{\"a\":1,\"b\":2}"), read("{\"a\":2,\"b\":1}"));
-  EXPECT_NE(read("{\"a\":1}"), read("{\"b\":1}"));
-  EXPECT_NE(read("{\"a\":1}"), read("{\"a\":1,\"b\":2}"));
-  EXPECT_NE(read("{\"a\":null}"), read("{}"));
-  EXPECT_NE(read("{\"a\":{\"b\":1}}"), read("{\"a\":{\"b\":2}}"));
+  EXPECT_EQ(Read("{\"a\":1,\"b\":[2],\"c\":{}}"), Read("{\"c\":{},\"b\":[2],\"a\":1}"));
+  EXPECT_NE(Read("{\"a\":1,\"b\":2}"), Read("{\"a\":2,\"b\":1}"));
+  EXPECT_NE(Read("{\"a\":1}"), Read("{\"b\":1}"));
+  EXPECT_NE(Read("{\"a\":1}"), Read("{\"a\":1,\"b\":2}"));
+  EXPECT_NE(Read("{\"a\":null}"), Read("{}"));
+  EXPECT_NE(Read("{\"a\":{\"b\":1}}"), Read("{\"a\":{\"b\":2}}"));
 }
 
 TEST(EqualityTest, LargeObjectsInAnyOrder) {
