@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <boost/algorithm/hex.hpp>
+#include <boost/algorithm/string/predicate.hpp>
 #include <boost/algorithm/string/split.hpp>
 #include <cctype>
 #include <charconv>
@@ -82,7 +83,8 @@ std::string Words(const Call& call) {
   };
   for (const std::string key : {"kind", "status", "device", "topic"}) {
     std::string value = call.QueryValue(key).value_or("");
-    if (key == "device" || key == "topic") {
+    // Any text may be the name of a device. A kind that is no word is none of ours.
+    if (key == "device" || key == "topic" || !boost::algorithm::all(value, IsWordByte)) {
       value = boost::algorithm::hex(value);
     }
     if (!value.empty()) {
@@ -180,7 +182,7 @@ Reply Chart(Store& store, const Call& call) {
 Reply Events(Store& store, const std::string& run, const Call& call) {
   const auto after = NumberIn(call, "after", 0);
   if (!after) {
-    return NoNumber("after");
+    return Problem(400, "'after' in the query is no number");
   }
   const std::string facet = "\"" + std::string(kPrivate) + "k";
   return Found(store.Read(

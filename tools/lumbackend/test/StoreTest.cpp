@@ -182,6 +182,7 @@ TEST_F(StoreTest, EveryFilterAndAllOfThemTogether) {
   EXPECT_THAT(Ids("kind=refusal"), ElementsAre(5, 3));
   EXPECT_THAT(Ids("status=4"), ElementsAre(5, 3));
   EXPECT_THAT(Ids("status=2"), ElementsAre(4, 2, 1));
+  EXPECT_THAT(Ids("kind=report%22&status=2.0"), IsEmpty());
   EXPECT_THAT(Ids("device=d-1"), ElementsAre(1));
   EXPECT_THAT(Ids("topic=climate"), ElementsAre(2, 1));
   EXPECT_THAT(Ids("text=gr%C3%B6sse"), IsEmpty());
