@@ -12,6 +12,7 @@
 #include <boost/algorithm/string/predicate.hpp>
 #include <boost/algorithm/string/replace.hpp>
 #include <boost/asio/ip/address.hpp>
+#include <boost/beast/core/string.hpp>
 #include <cctype>
 #include <ctime>
 #include <stdexcept>

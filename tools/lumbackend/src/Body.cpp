@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <boost/beast/core/string.hpp>
 #include <limits>
 #include <memory>
 #include <new>

@@ -170,10 +170,8 @@ Task<bool> Connection::Serve() {
   Body body(*this);
   m_exchange.reply = co_await Answer(body);
   body.Release();
-  const std::string* connection = m_exchange.call.Header("Connection");
   const bool closing = !m_parser->is_done() || m_parser->RefusalStatus() != 0 || m_stopping ||
-                       !m_parser->keep_alive() ||
-                       (connection != nullptr && boost::beast::iequals(*connection, "close"));
+                       !m_parser->keep_alive();
   if (!m_backend.IsMonitor(m_exchange.call)) {
     co_await Pause(std::chrono::milliseconds(m_backend.Settings().delay));
     m_untilCut = m_backend.Settings().cutAfter;
