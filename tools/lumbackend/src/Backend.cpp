@@ -88,16 +88,10 @@ std::string Masked(const std::string& query) {
   return boost::algorithm::join(pairs, "&");
 }
 
-// The beginning of a text may end within a character, which counts for text all the same.
+// A text may hold no zero byte, which would end it for others who read the database.
 Cell BodyCell(const std::string& bytes) {
-  const std::size_t most = bytes.size() == kKeptOfBody ? 3 : 0;
-  for (std::size_t cut = 0; cut <= most && bytes.find('\0') == std::string::npos; ++cut) {
-    std::string text = bytes.substr(0, bytes.size() - cut);
-    if (IsUtf8(text)) {
-      return text;
-    }
-  }
-  return Blob{bytes};
+  const bool isText = bytes.find('\0') == std::string::npos && IsUtf8(bytes);
+  return isText ? Cell(bytes) : Blob{bytes};
 }
 
 // The row of an exchange.

@@ -138,7 +138,7 @@ std::optional<Reply> Unpack(const std::string& packed, Text& plain) {
 }
 
 void Keep(const std::string& text, Document& document) {
-  document.kept = text.substr(0, kKeptOfBody);
+  document.kept = StartOf(text, kKeptOfBody);
   document.size = text.size();
 }
 

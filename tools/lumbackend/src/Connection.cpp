@@ -18,7 +18,6 @@ namespace {
 constexpr std::size_t kFirstPiece = 512;  // bytes that an idle connection keeps room for
 constexpr std::size_t kHeadPiece = 8192;  // read at once
 constexpr std::size_t kBodyPiece = 65536;
-constexpr std::chrono::milliseconds kBreath(100);  // how soon a pause sees the end
 
 std::string AuthorityOf(const asio::ip::tcp::endpoint& end) {
   std::ostringstream text;
@@ -106,7 +105,7 @@ class Connection::Body final : public BodySource {
 
 Connection::Connection(asio::ip::tcp::socket socket, asio::ssl::context* tls, Backend& backend,
                        const Patience& patience)
-    : m_tcp(std::move(socket)), m_backend(backend), m_patience(patience) {
+    : m_tcp(std::move(socket)), m_pause(Executor()), m_backend(backend), m_patience(patience) {
   // Answers are small or come in large pieces; neither gains from being held back.
   Error ignored;
   m_tcp.socket().set_option(asio::ip::tcp::no_delay(true), ignored);
@@ -131,6 +130,7 @@ Task<void> Connection::Run() {
 void Connection::Stop() {
   m_stopping = true;
   m_tcp.cancel();
+  m_pause.cancel();
   if (m_exchange.reply.stream) {
     m_exchange.reply.stream->End();
   }
@@ -274,11 +274,10 @@ Task<bool> Connection::SendStream(BodySource& stream, bool chunked) {
 }
 
 Task<void> Connection::Pause(std::chrono::milliseconds time) {
-  const auto end = std::chrono::steady_clock::now() + time;
-  asio::steady_timer timer(Executor());
-  while (!m_stopping && std::chrono::steady_clock::now() < end) {
-    timer.expires_at(std::min(end, std::chrono::steady_clock::now() + kBreath));
-    co_await timer.async_wait(use_awaitable);
+  if (!m_stopping && time > time.zero()) {
+    Error stopped;
+    m_pause.expires_after(time);
+    co_await m_pause.async_wait(redirect_error(use_awaitable, stopped));
   }
 }
 

@@ -56,6 +56,7 @@ class Connection {
 
   boost::beast::tcp_stream m_tcp;
   std::optional<boost::asio::ssl::stream<boost::beast::tcp_stream&>> m_tls;
+  boost::asio::steady_timer m_pause;  // before an answer that is delayed on purpose
   Backend& m_backend;
   const Patience& m_patience;
   boost::beast::flat_buffer m_input;  // received, not yet taken

@@ -19,18 +19,6 @@ std::string Compact(const LumJson::Value& document) {
   return styled;
 }
 
-// The first bytes of a text, cut between two characters.
-std::string Start(const std::string& text) {
-  if (text.size() <= kShown) {
-    return text;
-  }
-  std::size_t end = kShown;
-  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) {
-    --end;
-  }
-  return text.substr(0, end) + "...";
-}
-
 // All reports, a piece at a time, so that neither memory nor the database is held up.
 class Lines final : public BodySource {
  public:
@@ -67,7 +55,7 @@ Task<Reply> AddReport(Store& store, const Call& call, BodySource& body, std::uin
   std::string line = Compact(document.value);
   document = Document();
   note.kind = "report";
-  note.text = Start(line);
+  note.text = StartOf(line, kShown) + (line.size() > kShown ? "..." : "");
   note.size = line.size();
   const Store::Written written = co_await store.AddReport(std::move(line));
   if (!written.problem.empty()) {

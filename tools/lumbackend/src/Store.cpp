@@ -146,7 +146,7 @@ Task<Store::Written> Store::Submit(Query& query, std::vector<Cell> cells) {
         // Where no strand holds it back, the task may go on, and free what this function has
         // captured, as soon as the lock is gone.
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_queue.push_back({query, std::move(row), done});
+        m_queue.push_back({query, std::move(row), done, {}});
         m_changed.notify_all();
       },
       asio::use_awaitable, std::move(cells));
@@ -164,11 +164,10 @@ void Store::Work() {
     }
     m_busy = true;
     lock.unlock();
-    std::vector<Written> results(batch.size());
-    Commit(batch, 0, batch.size(), results);
+    Commit(batch);
     prune = Prune(std::max(kLeastPruned, 2 * batch.size()));
-    for (std::size_t i = 0; i < batch.size(); ++i) {
-      batch[i].done(results[i]);
+    for (const Job& job : batch) {
+      job.done(job.written);
     }
     lock.lock();
     m_busy = false;
@@ -176,21 +175,17 @@ void Store::Work() {
   }
 }
 
-// Writes part of a batch in one transaction. Where that fails each job gets one of its own: what
-// one of them lacks room for must not be the end of the others.
-void Store::Commit(const std::vector<Job>& batch, std::size_t first, std::size_t last,
-                   std::vector<Written>& results) {
-  if (first == last) {
-    return;
-  }
+// Writes in one transaction. Where that fails each job gets one of its own: what one of them lacks
+// room for must not be the end of the others.
+void Store::Commit(std::span<Job> jobs) {
   std::string problem;
   try {
     m_database.Run("BEGIN IMMEDIATE");
-    for (std::size_t i = first; i < last; ++i) {
-      batch[i].query.Run(batch[i].cells);
-      results[i] = {m_database.LastId(), ""};
-      if (&batch[i].query == &m_addExchange) {
-        m_last = results[i].id;
+    for (Job& job : jobs) {
+      job.query.Run(job.cells);
+      job.written = {m_database.LastId(), ""};
+      if (&job.query == &m_addExchange) {
+        m_last = job.written.id;
       }
     }
     m_database.Run("COMMIT");
@@ -199,10 +194,10 @@ void Store::Commit(const std::vector<Job>& batch, std::size_t first, std::size_t
     problem = failure.what();
   }
   m_database.RollBack();
-  for (std::size_t i = first; i < last; ++i) {
-    results[i] = {0, problem};
-    if (last - first > 1) {
-      Commit(batch, i, i + 1, results);
+  for (Job& job : jobs) {
+    job.written = {0, problem};
+    if (jobs.size() > 1) {
+      Commit({&job, 1});
     }
   }
 }

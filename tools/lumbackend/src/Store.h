@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -60,12 +61,12 @@ class Store {
     Query& query;
     std::vector<Cell> cells;
     std::function<void(const Written&)> done;
+    Written written = {};
   };
 
   Task<Written> Submit(Query& query, std::vector<Cell> cells);
   void Work();
-  void Commit(const std::vector<Job>& batch, std::size_t first, std::size_t last,
-              std::vector<Written>& results);
+  void Commit(std::span<Job> jobs);
   bool Prune(std::size_t most);
 
   const std::string m_path;

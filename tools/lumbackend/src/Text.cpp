@@ -63,6 +63,16 @@ std::vector<std::string> Split(const std::string& text, char separator) {
   return parts;
 }
 
+std::string StartOf(const std::string& text, std::size_t size) {
+  std::size_t end = std::min(size, text.size());
+  const std::size_t least = end - std::min(end, kLongestCharacter - 1);
+  while (end < text.size() && end > least &&
+         (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) {
+    --end;
+  }
+  return text.substr(0, end);
+}
+
 bool IsUtf8(std::string_view text) {
   while (!text.empty()) {
     unsigned long code = 0;

@@ -20,6 +20,9 @@ std::string EncodePercent(const std::string& text);
 // What stands between separators.
 std::vector<std::string> Split(const std::string& text, char separator);
 
+// The first bytes of a text, `size` or so few less that no character is cut.
+std::string StartOf(const std::string& text, std::size_t size);
+
 // True for well-formed UTF-8 (RFC 3629), surrogates and overlong forms excluded.
 bool IsUtf8(std::string_view text);
 

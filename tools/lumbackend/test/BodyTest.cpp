@@ -170,6 +170,11 @@ TEST(Body, KeepsTheBeginningUnpacked) {
   EXPECT_EQ(outcome.kept, text.substr(0, 65536));
   EXPECT_EQ(outcome.size, text.size());
   EXPECT_EQ(Read(FakeBody("no JSON")).kept, "no JSON");
+  std::string accents = "a";
+  while (accents.size() < 80'000) {
+    accents += "\xC3\xA9";
+  }
+  EXPECT_EQ(Read(FakeBody(accents), {}, 100'000).kept.size(), 65535u);
 }
 
 const std::vector<std::string> kPacked = {"Content-Encoding: gzip"};

@@ -32,6 +32,15 @@ TEST(Text, PercentEncodingSurvivesARoundTripForEveryByte) {
   EXPECT_EQ(DecodePercent(EncodePercent(all)), all);
 }
 
+TEST(Text, IsCutBetweenTwoCharacters) {
+  EXPECT_EQ(StartOf("abc", 3), "abc");
+  EXPECT_EQ(StartOf("abc", 2), "ab");
+  EXPECT_EQ(StartOf("a\xC3\xA9z", 2), "a");
+  EXPECT_EQ(StartOf("a\xF0\x9F\x98\x80", 4), "a");
+  EXPECT_EQ(StartOf("a\xF0\x9F\x98\x80", 5), "a\xF0\x9F\x98\x80");
+  EXPECT_EQ(StartOf(std::string(9, '\x80'), 5), "\x80\x80");  // no text
+}
+
 TEST(Text, KnowsWellFormedUtf8) {
   for (const char* text : {"", "plain", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF",
                            "\xEE\x80\x80", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF"}) {
