@@ -1,6 +1,7 @@
 // The exact text of documents.
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 
 #include "Cases.h"
@@ -119,7 +120,10 @@ TEST(StyledTest, EscapesAreFoundAtEveryPlace) {
                          : special == '\\'   ? "\\\\"
                          : special == '\x01' ? "\\u0001"
                                              : "\\u001f");
-        ASSERT_EQ('"' + expected + "\"\n", Value(text).ToStyledString());
+        Value array;
+        array.Append("fourteen bytes");  // and none that needs care lies before the text
+        array.Append(text);
+        ASSERT_EQ("[\"fourteen bytes\",\"" + expected + "\"]", array.JsonValueToString());
       }
     }
   }
@@ -153,6 +157,30 @@ TEST(StyledTest, DocumentsLargerThanAnyBufferAreWholeAndInOrder) {
   }
   EXPECT_TRUE(styled + "\n}\n" == value.ToStyledString());
   EXPECT_TRUE(compact + "}" == value.JsonValueToString());
+}
+
+// Wherever in the writer's buffer they begin.
+TEST(StyledTest, LinesAsLongAsTheyGetWithoutLongTextsAreWhole) {
+  Value value;
+  Value* innermost = &value;
+  for (int depth = 1; depth < Value::kMaxDepth; ++depth) {
+    innermost->Append(nullptr);
+    innermost = &innermost->At(0);
+  }
+  const std::string indent = '\n' + std::string(4 * Value::kMaxDepth, ' ');
+  std::string lines;
+  std::mt19937 random(20240607);
+  for (int i = 0; i < 4000; ++i) {
+    const std::string name = std::to_string(10000000000000 + i);
+    const std::string text(random() % 1000 + 1, 'x');
+    (*innermost)[text + name] = text;
+    (*innermost)[name] = -2.2250738585072014e-308;
+    lines += indent + '"' + text + name + "\": \"" + text + "\"," + indent + '"' + name +
+             "\": -2.2250738585072014e-308,";
+  }
+  lines.pop_back();
+  const std::string styled = value.ToStyledString();
+  EXPECT_TRUE(styled.find(lines + '\n') != std::string::npos);
 }
 
 TEST(StyledTest, TheSameValueGivesTheSameText) {
