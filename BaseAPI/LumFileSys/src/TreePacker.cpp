@@ -60,7 +60,8 @@ void TreePacker::Enter(Descriptor directory) {
     }
     if (!IsDots(entry->d_name) && !m_archive.IsAt(level.status, entry->d_name)) {
       level.members.push_back({level.names.size(), entry->d_type});
-      level.names.append(entry->d_name, std::strlen(entry->d_name) + 1);
+      level.names += entry->d_name;
+      level.names += '\0';
     }
   }
   if (errno != 0) {

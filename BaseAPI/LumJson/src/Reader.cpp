@@ -51,14 +51,15 @@ class SlotStack {
 
   void Grow() {
     const auto size = static_cast<std::size_t>(m_top - m_bottom);
-    Rep* const larger = new Rep[2 * size];
+    const std::size_t room = 2 * size;
+    Rep* const larger = new Rep[room];
     std::copy(m_bottom, m_top, larger);
     if (m_bottom != m_first) {
       delete[] m_bottom;
     }
     m_bottom = larger;
     m_top = larger + size;
-    m_limit = larger + 2 * size;
+    m_limit = larger + room;
   }
 
   Rep m_first[kFirstSize];
