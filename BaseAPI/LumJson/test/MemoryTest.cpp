@@ -10,6 +10,7 @@
 #include <string>
 #include <utility>
 
+#include "../src/Storage.h"
 #include "Cases.h"
 #include "LumJson.h"
 #include "support/Alloc.h"
@@ -179,6 +180,45 @@ TEST(MemoryTest, ATextOfASizeThatNoMemoryHasIsRefused) {
   for (volatile std::size_t size : {SIZE_MAX, SIZE_MAX - 24, SIZE_MAX / 2 + 1}) {
     EXPECT_THROW(Value("text", size), std::bad_alloc) << size;
   }
+}
+
+// What `operation`, which has to throw, does first.
+template <typename Function>
+bool AsksForMemory(Function operation) {
+  lumtest::FailNextNew(1);
+  bool throws = false;
+  try {
+    operation();
+  } catch (const std::bad_alloc&) {
+    throws = true;
+  }
+  const bool asks = lumtest::AllocationHasFailed();
+  lumtest::FailNextNew(0);
+  EXPECT_TRUE(throws);
+  return asks;
+}
+
+// They would take 64 GiB: the containers only say that they had them.
+TEST(MemoryTest, MoreSlotsThanABlockCanCountAreRefused) {
+  using LumJson::detail::kMaxSlots;
+  Value object = Read(ObjectOfOnes(40));
+  std::size_t& slots = LumJson::detail::Access::Of(object).block->growth->size;
+  const auto copy = [&object] { const Value value = object; };
+  const std::size_t slotsBefore = std::exchange(slots, kMaxSlots);
+  EXPECT_TRUE(AsksForMemory(copy));
+  slots = kMaxSlots + 1;
+  EXPECT_FALSE(AsksForMemory(copy));
+  slots = slotsBefore;
+
+  Value array = Read("[1]");
+  LumJson::detail::Block& block = *LumJson::detail::Access::Of(array).block;
+  const auto append = [&array] { array.Append(1); };
+  block.size = block.capacity = kMaxSlots - 1;
+  EXPECT_TRUE(AsksForMemory(append));
+  block.size = block.capacity = kMaxSlots;
+  EXPECT_FALSE(AsksForMemory(append));
+  block.size = block.capacity = 1;
+  EXPECT_EQ("[1]", array.JsonValueToString());
 }
 
 TEST(MemoryTest, AReadDocumentTakesOneAllocationForEachContainerAndLongText) {
