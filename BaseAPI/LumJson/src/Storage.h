@@ -92,7 +92,8 @@ inline Rep MakeContainer(Kind kind, Block* block) {
 
 Rep MakeText(std::string_view bytes);
 
-constexpr std::size_t kMaxSlots = UINT32_MAX - 1;  // of a block; even: members take two
+constexpr std::size_t kMaxSlots = UINT32_MAX - 1;  // of a block
+static_assert(kMaxSlots % 2 == 0, "members take two");
 
 // A block with no slot in use, and one that takes over what `count` slots own.
 Block* NewBlock(std::size_t capacity);

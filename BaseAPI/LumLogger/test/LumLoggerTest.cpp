@@ -40,7 +40,8 @@ void Cxx11Log(const char* text);
 
 namespace {
 
-std::atomic<int> g_pollTimeout{0};  // of the last call
+std::atomic<int> g_pollTimeout{0};            // of the last call
+std::atomic<int> g_writesThatTakeNothing{0};  // of those to come on standard error
 
 }  // namespace
 
@@ -52,6 +53,15 @@ int poll(pollfd* files, nfds_t count, int timeout) {
   g_pollTimeout = timeout;
   const timespec time = {timeout / 1000, timeout % 1000 * 1000000L};
   return ppoll(files, count, timeout < 0 ? nullptr : &time, nullptr);
+}
+
+ssize_t write(int fd, const void* data, std::size_t size) {
+  if (fd == STDERR_FILENO && g_writesThatTakeNothing > 0) {
+    --g_writesThatTakeNothing;
+    errno = EIO;  // of an earlier call
+    return 0;
+  }
+  return syscall(SYS_write, fd, data, size);
 }
 
 int sigtimedwait(const sigset_t* signals, siginfo_t* info, const timespec* time) {
@@ -687,6 +697,14 @@ TEST_F(LumLoggerTest, DescriptorThatDoesNotBlockIsWaitedForAsleep) {
 
 TEST_F(LumLoggerTest, WriteThatLeavesOneByteIsGoneOnWith) {
   EXPECT_TRUE(LogIntoAFullPipe(O_NONBLOCK, 1).sleeps);
+}
+
+TEST_F(LumLoggerTest, WriteThatTakesNothingIsMadeAgain) {
+  CaptureStderr capture;
+  g_writesThatTakeNothing = 2;
+  LogText("whole");
+  EXPECT_EQ(g_writesThatTakeNothing, 0);
+  EXPECT_EQ(capture.Text(), "file:7 Function info whole\n");
 }
 
 std::atomic<int> interruptions{0};
