@@ -167,14 +167,14 @@ struct LumLogger::State {
       const std::lock_guard<std::mutex> lock(mutex);
       if (sink == nullptr) {
         Write(record);
-        return;
+      } else {
+        t_runsSink = true;
+        try {
+          sink(record);
+        } catch (...) {  // the record is dropped
+        }
+        t_runsSink = false;
       }
-      t_runsSink = true;
-      try {
-        sink(record);
-      } catch (...) {  // the record is dropped
-      }
-      t_runsSink = false;
     } catch (...) {  // the record is dropped
     }
   }
