@@ -56,6 +56,15 @@ constexpr IllFormed kIllFormed[] = {
     {"LeadBeforeAscii", "\xC3(", 1},
     {"SecondContinuationBroken", "\xE2(\xA1", 2},
     {"ThirdContinuationBroken", "\xF0\x90\x8C(", 1},
+    // Just below and just above what may continue a character.
+    {"LeadBeforeDelete", "\xC3\x7F", 1},
+    {"LeadBeforeC0", "\xC3\xC0", 2},
+    {"SecondContinuationDelete", "\xE2\x82\x7F", 1},
+    {"SecondContinuationC0", "\xE2\x82\xC0", 2},
+    {"LowestLeadOfThreeBeforeC0", "\xE0\xC0\xBF", 3},
+    {"LeadOfSurrogatesBeforeDelete", "\xED\x7F\xBF", 2},
+    {"LowestLeadOfFourBeforeC0", "\xF0\xC0\xBF\xBF", 4},
+    {"HighestLeadBeforeDelete", "\xF4\x7F\xBF\xBF", 3},
 };
 
 class Utf8Test : public testing::TestWithParam<IllFormed> {
