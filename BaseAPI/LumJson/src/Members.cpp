@@ -269,8 +269,8 @@ Rep* AddMember(Rep& object, std::string_view name) {
     growth->last = first;
     first->growth = growth;
   }
-  if (needsIndex && (growth->index == nullptr || size + 2 > growth->mask)) {
-    MakeIndex(*growth, size);  // for twice the members
+  if (needsIndex && size + 2 > growth->mask) {  // 0 where there is none yet
+    MakeIndex(*growth, size);                   // for twice the members
     FillIndex(first);
   }
   if (last->size == last->capacity) {
