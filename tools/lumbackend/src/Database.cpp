@@ -38,14 +38,6 @@ void Database::RollBack() const noexcept {
   sqlite3_exec(m_handle.get(), "ROLLBACK", nullptr, nullptr, nullptr);
 }
 
-std::int64_t Database::LastId() const {
-  return sqlite3_last_insert_rowid(m_handle.get());
-}
-
-std::int64_t Database::Changes() const {
-  return sqlite3_changes64(m_handle.get());
-}
-
 void Query::Finalize::operator()(sqlite3_stmt* statement) const {
   sqlite3_finalize(statement);
 }
@@ -85,12 +77,14 @@ bool Query::Next() {
   return result == SQLITE_ROW;
 }
 
-void Query::Run(const std::vector<Cell>& cells) {
+std::int64_t Query::Run(const std::vector<Cell>& cells) {
   sqlite3_reset(m_statement.get());
   Bind(cells);
-  while (Next()) {
+  const std::int64_t number = Next() ? Number(0) : 0;
+  while (Columns() > 0 && Next()) {
   }
   sqlite3_reset(m_statement.get());
+  return number;
 }
 
 int Query::Columns() const {

@@ -36,9 +36,6 @@ class Database {
   // Takes back what was done since BEGIN, where there was one.
   void RollBack() const noexcept;
 
-  std::int64_t LastId() const;   // of the rows that were inserted
-  std::int64_t Changes() const;  // rows that the last statement has touched itself
-
  private:
   friend class Query;
   struct Close {
@@ -56,8 +53,9 @@ class Query {
   // Goes to the next row. False: there is none.
   bool Next();
 
-  // Starts anew with these values and runs to the end.
-  void Run(const std::vector<Cell>& cells);
+  // Starts anew with these values and runs to the end. Returns the first number of the first row,
+  // or 0.
+  std::int64_t Run(const std::vector<Cell>& cells = {});
 
   // Columns of the row, counted from 0, none without a row. Text is good until the next step.
   int Columns() const;

@@ -62,17 +62,11 @@ void TakeOver(const Database& database, const std::string& file) {
   }
 }
 
-std::int64_t Number(const Database& database, const std::string& sql) {
-  Query query(database, sql);
-  query.Next();
-  return query.Number(0);
-}
-
 // Opens the database and makes its tables where it is new.
 Database Open(const std::string& root) try {
   Database database(root + "/lumbackend.db");
   database.Run("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL;");
-  if (Number(database, "PRAGMA user_version") == 0) {
+  if (Query(database, "PRAGMA user_version").Run() == 0) {
     const std::string old = root + "/reports.jsonl";
     database.Run("BEGIN IMMEDIATE;" + Store::Tables() + kIndexes);
     TakeOver(database, old);
@@ -95,12 +89,12 @@ Store::Store(const std::string& root, std::uint64_t keep)
     : m_path(root + "/lumbackend.db"),
       m_keep(keep),
       m_database(Open(root)),
-      m_addReport(m_database, "INSERT INTO report (document) VALUES (?1)"),
+      m_addReport(m_database, "INSERT INTO report (document) VALUES (?1) RETURNING id"),
       m_addExchange(m_database,
                     "INSERT INTO exchange VALUES (NULL, ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, "
                     "?11, ?12, ?13, ?14, ?15, ?16, ?17, ?18, ?19, ?20, ?21, ?22, ?23, ?24, ?25, "
-                    "?26)"),
-      m_last(Number(m_database, "SELECT max(id) FROM exchange")),
+                    "?26) RETURNING id"),
+      m_last(Query(m_database, "SELECT max(id) FROM exchange").Run()),
       m_reader(m_path),
       m_thread([this] { Work(); }) {}
 
@@ -182,8 +176,7 @@ void Store::Commit(std::span<Job> jobs) {
   try {
     m_database.Run("BEGIN IMMEDIATE");
     for (Job& job : jobs) {
-      job.query.Run(job.cells);
-      job.written = {m_database.LastId(), ""};
+      job.written = {job.query.Run(job.cells), ""};
       if (&job.query == &m_addExchange) {
         m_last = job.written.id;
       }
@@ -205,19 +198,19 @@ void Store::Commit(std::span<Job> jobs) {
 // Removes some of the rows that are too old. True: there are more.
 bool Store::Prune(std::size_t most) {
   try {
-    std::int64_t removed = 0;
+    bool removed = false;
     m_database.Run("BEGIN IMMEDIATE");
     // Exchanges first: the index of words still needs their reports.
     for (const std::string table : {"exchange", "report"}) {
-      Query query(m_database,
-                  "DELETE FROM " + table + " WHERE id IN (SELECT id FROM " + table +
-                      " WHERE id <= (SELECT max(id) - ?1 FROM " + table + ") ORDER BY id LIMIT ?2)",
-                  {static_cast<std::int64_t>(m_keep), static_cast<std::int64_t>(most)});
-      query.Next();
-      removed += m_database.Changes();
+      Query query(m_database, "DELETE FROM " + table + " WHERE id IN (SELECT id FROM " + table +
+                                  " WHERE id <= (SELECT max(id) - ?1 FROM " + table +
+                                  ") ORDER BY id LIMIT ?2) RETURNING id");
+      removed =
+          query.Run({static_cast<std::int64_t>(m_keep), static_cast<std::int64_t>(most)}) > 0 ||
+          removed;
     }
     m_database.Run("COMMIT");
-    return removed > 0;
+    return removed;
   } catch (const DatabaseError&) {
     m_database.RollBack();  // the next batch comes by here, too
     return false;
