@@ -45,7 +45,7 @@ void StoreWord(char* to, std::uint64_t word) {
 constexpr std::uint64_t MarkSpecial(std::uint64_t word) {
   const std::uint64_t quote = word ^ (kOnes * '"');
   const std::uint64_t backslash = word ^ (kOnes * '\\');
-  return ((word - kOnes * 0x20) | (quote - kOnes) | (backslash - kOnes) | word) & kHighs;
+  return ((word - kOnes * 0x20) | (quote - kOnes) | (backslash - kOnes)) & kHighs;
 }
 
 // The number of bytes in front of the first marked one.
