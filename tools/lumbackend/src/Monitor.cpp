@@ -40,6 +40,9 @@ constexpr char kMore[] =
     "'answerHead', json(answer_head), 'answerText', answer_text, 'bodySize', body_size, "
     "'bodyIsWhole', json(iif(body_whole, 'true', 'false'))";
 
+// Number of the newest exchange that the same statement sees: who has it has missed none.
+constexpr char kLast[] = "(SELECT ifnull(max(id), 0) FROM exchange)";
+
 std::optional<std::int64_t> Number(const std::string& text) {
   std::int64_t number = 0;
   const char* end = text.data() + text.size();
@@ -115,17 +118,25 @@ Reply Exchanges(Store& store, const Call& call) {
   const std::string words = Words(call);
   const std::string counted =
       tallied         ? "SELECT ifnull(sum(n), 0) FROM tally WHERE (?7 = '' OR kind = ?7) AND "
-                        "(?8 = '' OR class = ?8) AND (?9 = '' OR device = ?9) AND (?10 = '' OR topic = ?10)"
+                        "(?8 = '' OR class = ?8) AND (?9 = '' OR device = ?9) AND "
+                        "(?10 = '' OR topic = ?10)"
       : words.empty() ? "SELECT count(*) FROM (SELECT 1 FROM exchange WHERE id > ?5 LIMIT ?6 + 1)"
                       : "SELECT count(*) FROM (SELECT 1 FROM search WHERE search MATCH ?1 AND "
                         "rowid > ?5 LIMIT ?6 + 1)";
+  std::vector<Cell> cells = {words,  std::max(*after, *since),     *before, *limit,
+                             *since, tallied ? kEnd : kMostCounted};
+  if (tallied) {
+    for (const char* key : {"kind", "status", "device", "topic"}) {
+      cells.emplace_back(value(key));
+    }
+  }
   return Found(store.Read(
       ListOfExchanges(words, value("order") == "oldest") + ", count (n) AS (" + counted +
           ") SELECT json_object('rows', json(rows), 'more', json(iif(more, 'true', 'false')), "
           "'total', min(n, ?6), 'totalIsExact', json(iif(n <= ?6, 'true', 'false')), "
-          "'last', ?11) FROM list, count",
-      {words, std::max(*after, *since), *before, *limit, *since, tallied ? kEnd : kMostCounted,
-       value("kind"), value("status"), value("device"), value("topic"), store.Last()}));
+          "'last', " +
+          kLast + ") FROM list, count",
+      cells));
 }
 
 Reply Exchange(Store& store, const Call& call) {
@@ -154,10 +165,10 @@ std::string Frequent(const std::string& column) {
 }
 
 Reply Totals(Store& store) {
-  return Found(store.Read("SELECT json_patch(" + std::string(kTotals) +
-                              ", json_object('last', ?1, 'keep', ?2, 'version', ?3, 'devices', " +
+  return Found(store.Read("SELECT json_patch(" + std::string(kTotals) + ", json_object('last', " +
+                              kLast + ", 'keep', ?1, 'version', ?2, 'devices', " +
                               Frequent("device") + ", 'topics', " + Frequent("topic") + "))",
-                          {store.Last(), static_cast<std::int64_t>(store.Keep()), LUM_VERSION}));
+                          {static_cast<std::int64_t>(store.Keep()), LUM_VERSION}));
 }
 
 // For each step all, reports, refusals.

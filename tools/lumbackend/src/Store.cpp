@@ -174,14 +174,16 @@ void Store::Work() {
 void Store::Commit(std::span<Job> jobs) {
   std::string problem;
   try {
+    std::int64_t last = m_last;
     m_database.Run("BEGIN IMMEDIATE");
     for (Job& job : jobs) {
       job.written = {job.query.Run(job.cells), ""};
       if (&job.query == &m_addExchange) {
-        m_last = job.written.id;
+        last = job.written.id;
       }
     }
     m_database.Run("COMMIT");
+    m_last = last;
     return;
   } catch (const DatabaseError& failure) {
     problem = failure.what();
