@@ -85,11 +85,11 @@ TEST(LumSafeText, BytesThatAreNoUtf8AreEscaped) {
       {"\xC3\xC0", "\\xc3\\xc0"},
       {"\xE0\xC0\xBF", "\\xe0\\xc0\\xbf"},
       {"\xF0\xC0\xBF\xBF", "\\xf0\\xc0\\xbf\\xbf"},
-      // Overlong; the first ones would be line feeds.
+      // Overlong; the first ones would be line feeds, the next one an A.
       {"\xC0\x8A", "\\xc0\\x8a"},
       {"\xE0\x80\x8A", "\\xe0\\x80\\x8a"},
       {"\xF0\x80\x80\x8A", "\\xf0\\x80\\x80\\x8a"},
-      {"\xC1\xBF", "\\xc1\\xbf"},
+      {"\xC1\x81", "\\xc1\\x81"},
       {"\xE0\x9F\xBF", "\\xe0\\x9f\\xbf"},
       {"\xF0\x8F\xBF\xBF", "\\xf0\\x8f\\xbf\\xbf"},
       // Surrogates, and beyond U+10FFFF.
@@ -112,8 +112,15 @@ TEST(LumSafeText, AllowedControlsPass) {
   EXPECT_EQ(LumSafeText(controls, "\n\t"), "\\x00\t\n\\x0d\\x1b\\x7f");
 }
 
+TEST(LumSafeText, AppendsNothingBeyondTheSize) {
+  std::string shown = "a";
+  LumAppendSafeText("\nbcd", 2, "", shown);
+  EXPECT_EQ(shown, "a\\x0ab");
+}
+
 TEST(LumSafeText, CountsUpToTheFirstUnfitByte) {
   EXPECT_EQ(LumSafeLength("", 0, ""), 0U);
+  EXPECT_EQ(LumSafeLength("abc", 1, ""), 1U);
   EXPECT_EQ(LumSafeLength("abc", 2, ""), 2U);
   EXPECT_EQ(LumSafeLength("a\xE2\x82\xAC\n", 5, ""), 4U);
   EXPECT_EQ(LumSafeLength("a\xE2\x82\xAC", 3, ""), 1U);  // the size ends within the character
