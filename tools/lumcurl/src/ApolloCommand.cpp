@@ -113,18 +113,15 @@ Exit RunApollo(const Options& options, Console& console) {
   env.cluster = options.cluster;
   env.namespaceName = options.namespaceName;
 
-  Request request;
-  request.command = "apollo";
-  request.method = "GET";
-  request.url = "https://" + env.configServer + "/configs/" + env.appId + "/" +
-                (env.cluster.empty() ? "default" : env.cluster) + "/" + env.namespaceName;
-  request.lines = {"Content-Type: application/json", "charsets: utf-8"};
-  request.timeLimit = kTimeLimit;
-  if (request.url.size() > kLongestUrl) {
+  const std::string url = "https://" + env.configServer + "/configs/" + env.appId + "/" +
+                          (env.cluster.empty() ? "default" : env.cluster) + "/" + env.namespaceName;
+  if (url.size() > kLongestUrl) {
     throw Failure(Exit::kUsage, "the URL would be longer than " + std::to_string(kLongestUrl) +
                                     " bytes; nothing was sent");
   }
-  Exchange exchange(console, request);
+  Exchange exchange(
+      options, console,
+      {"GET", url, {"Content-Type: application/json", "charsets: utf-8"}, kTimeLimit});
   LumApollo apollo;
   const HttpResult result = apollo.GetPropertyString(env);
   exchange.ShowStatus(result.code);

@@ -24,8 +24,9 @@ bool HasHeader(const std::vector<std::string>& lines, const std::string& name) {
 
 }  // namespace
 
-Exchange::Exchange(Console& console, Request request)
-    : m_console(console),
+Exchange::Exchange(const Options& options, Console& console, Request request)
+    : m_options(options),
+      m_console(console),
       m_request(std::move(request)),
       m_reader(m_request.url, m_request.document) {
   WarnOfUrl();
@@ -38,8 +39,8 @@ Exchange::Exchange(Console& console, Request request)
     m_console.Detail("> Content-Type: application/x-www-form-urlencoded (added by libcurl)");
   }
   LumLogger& logger = LumLogger::GetInstance();
-  logger.SetLevel(m_console.Verbose() || m_request.needsLogAtInfo ? LumLogger::kInfo
-                                                                  : LumLogger::kWarning);
+  // That no interface has the address of --mac is told at level info alone.
+  logger.SetLevel(options.verbose || !options.mac.empty() ? LumLogger::kInfo : LumLogger::kWarning);
   logger.SetSink([this](const LumLogger::Record& record) {
     const std::string message(record.message, record.messageLength);
     m_reader.Read(record.function, message);
@@ -63,7 +64,7 @@ void Exchange::ShowStatus(std::optional<int> status) {
 Exit Exchange::Succeed() {
   WarnOfInterface();
   if (Told().curlResult != 0) {
-    m_console.Warn(m_request.command + " " + m_request.url +
+    m_console.Warn(m_options.command + " " + m_request.url +
                    ": the connection broke after the answer had arrived: " + Told().curlText);
   }
   return Exit::kDone;
@@ -77,7 +78,7 @@ Exit Exchange::Fail(std::optional<int> status, const Verdict& otherwise, const s
 }
 
 Exit Exchange::Report(const Verdict& verdict, const std::string& reply) {
-  std::string text = m_request.command + " " + m_request.url + ": " + verdict.reason;
+  std::string text = m_options.command + " " + m_request.url + ": " + verdict.reason;
   const auto proxy = verdict.exit == Exit::kNetwork || verdict.exit == Exit::kTimeout
                          ? ProxyFor(m_request.url)
                          : std::nullopt;
@@ -101,7 +102,7 @@ void Exchange::WarnOfUrl() {
         "every user of this machine can read the secrets in the URL while it stands on the "
         "command line");
   }
-  if (m_request.url.rfind("https://", 0) == 0 && !m_request.isVerified) {
+  if (m_request.url.rfind("https://", 0) == 0 && !m_options.ssl) {
     m_console.Warn("the https server is not verified: another one may answer in its place" +
                    (m_request.howToVerify.empty() ? "" : "; " + m_request.howToVerify));
   }

@@ -9,27 +9,26 @@
 #include <vector>
 
 #include "Console.h"
+#include "Options.h"
 #include "Outcome.h"
 
 // What the library is about to send, as far as its interface says.
 struct Request {
-  std::string command;
   std::string method;
   std::string url;                 // as given to the library
   std::vector<std::string> lines;  // header lines in their order
-  unsigned int timeLimit = 0;      // seconds; 0: none
-  std::string document;            // the styled text of a document that is sent
-  bool needsLogAtInfo = false;     // something is told at that level only
-  bool isVerified = false;         // the operation verifies an https server
-  std::string howToVerify;         // what would have it do so; "": nothing
+  unsigned int timeLimit;          // seconds; 0: none
+  std::string document = {};       // the styled text of a document that is sent
+  std::string howToVerify = {};    // what would have an https server verified; "": nothing
 };
 
 // While it lives, the library's log lines come here: errors and warnings always, all levels when
 // verbose. One at a time. Not for use by two threads.
 class Exchange {
  public:
-  // Warns of what is not safe about the request, and shows its head when verbose.
-  Exchange(Console& console, Request request);
+  // Warns of what is not safe about the request, and shows its head when verbose. `options` must
+  // outlive it.
+  Exchange(const Options& options, Console& console, Request request);
   ~Exchange();
   Exchange(const Exchange&) = delete;
   Exchange& operator=(const Exchange&) = delete;
@@ -57,6 +56,7 @@ class Exchange {
   void ShowReply(const std::string& reply);
   Verdict Judge(std::optional<int> status, const Verdict& otherwise) const;
 
+  const Options& m_options;
   Console& m_console;
   const Request m_request;
   FactReader m_reader;

@@ -21,11 +21,8 @@ constexpr unsigned int kDownloadTimeLimit = 60;  // likewise
 constexpr std::size_t kLookedAt = 2048;  // bytes of what was downloaded
 
 constexpr char kUserAgent[] = "User-Agent: QVcurlHttp/0.1.2";
-const std::vector<std::string>& JsonLines() {
-  static const std::vector<std::string> lines = {"Content-Type: application/json",
-                                                 "charsets: utf-8"};
-  return lines;
-}
+constexpr char kContentType[] = "Content-Type: application/json";
+constexpr char kCharset[] = "charsets: utf-8";
 
 void ConfigureSsl(LumCurlHttp& client, const Options& options, Console& console) {
   if (!options.ssl) {
@@ -38,35 +35,39 @@ void ConfigureSsl(LumCurlHttp& client, const Options& options, Console& console)
   SetCertificate(client, options, console);
 }
 
-// get, and post when there is a body.
-Exit RunJson(const Options& options, Console& console, const std::string* body) {
-  MaskSecrets(options.url, console);
+std::uint64_t FileBytes(const std::string& path) {
+  struct stat status = {};
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)
+             ? static_cast<std::uint64_t>(status.st_size)
+             : 0;
+}
+
+}  // namespace
+
+Exit RunGetOrPost(const Options& options, Console& console) {
+  const bool isPost = options.command == "post";
+  const std::string body = isPost ? ReadBody(options, console) : "";
   const std::vector<std::string> own = ReadHeaders(options, console);
   if (own.size() > 1) {
-    throw Failure(Exit::kUsage, "one header line at most: " +
-                                    std::string(body == nullptr ? "service-get" : "service-post") +
-                                    " sends several");
+    throw Failure(Exit::kUsage,
+                  "one header line at most: service-" + options.command + " sends several");
   }
   LumCurlHttp client;
   ConfigureSsl(client, options, console);
   if (!own.empty()) {
     client.SetHeaders(own.front());
   }
-
-  Request request;
-  request.command = body == nullptr ? "get" : "post";
-  request.method = body == nullptr ? "GET" : "POST";
-  request.url = options.url;
-  request.lines = own.empty() ? JsonLines() : own;
-  request.lines.insert(request.lines.begin(), &kUserAgent[0]);
-  request.timeLimit = kJsonTimeLimit;
-  request.isVerified = options.ssl;
+  Request request{isPost ? "POST" : "GET", options.url, {kUserAgent}, kJsonTimeLimit};
+  if (own.empty()) {
+    request.lines.insert(request.lines.end(), {kContentType, kCharset});
+  } else {
+    request.lines.push_back(own.front());
+  }
   request.howToVerify = "--ssl with --cacert, --cert and --key verifies it";
-  Exchange exchange(console, request);
+  Exchange exchange(options, console, request);
   int status = -1;
-  const LumJson::Value answer = body == nullptr
-                                    ? client.Get(options.url, "", options.ssl, status)
-                                    : client.Post(options.url, *body, options.ssl, status);
+  const LumJson::Value answer = isPost ? client.Post(options.url, body, options.ssl, status)
+                                       : client.Get(options.url, "", options.ssl, status);
   exchange.ShowStatus(status);
   if (status > 0) {
     console.Document(answer.ToStyledString());
@@ -77,38 +78,13 @@ Exit RunJson(const Options& options, Console& console, const std::string* body) 
   return exchange.Fail(status, {Exit::kOther, "no request could be made", "-v shows more"});
 }
 
-std::uint64_t FileBytes(const std::string& path) {
-  struct stat status = {};
-  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)
-             ? static_cast<std::uint64_t>(status.st_size)
-             : 0;
-}
-
-}  // namespace
-
-Exit RunGet(const Options& options, Console& console) {
-  return RunJson(options, console, nullptr);
-}
-
-Exit RunPost(const Options& options, Console& console) {
-  const std::string body = ReadBody(options, console);
-  return RunJson(options, console, &body);
-}
-
 Exit RunDownload(const Options& options, Console& console) {
-  MaskSecrets(options.url, console);
   const std::string problem = WriteProblem(options.path);
   if (!problem.empty()) {
     throw Failure(Exit::kFile, problem);
   }
-  Request request;
-  request.command = "download";
-  request.method = "GET";
-  request.url = options.url;
-  request.lines = JsonLines();
-  request.lines.insert(request.lines.begin(), &kUserAgent[0]);
-  request.timeLimit = kDownloadTimeLimit;
-  Exchange exchange(console, request);
+  Exchange exchange(options, console,
+                    {"GET", options.url, {kUserAgent, kContentType, kCharset}, kDownloadTimeLimit});
   LumCurlHttp client;
   int result = 0;
   {

@@ -46,6 +46,12 @@ std::unique_ptr<CLI::App> MakeParser(Options& options) {
   return app;
 }
 
+const CLI::App* CommandNamed(const CLI::App& parser, const std::string& name) {
+  const auto named = parser.get_subcommands(
+      [&name](const CLI::App* command) { return command->get_name() == name; });
+  return named.empty() ? nullptr : named.front();
+}
+
 std::string OptionProblem(const CLI::App& parser, const std::vector<std::string>& words) {
   const CLI::App* command = &parser;
   for (std::size_t i = 0; i < words.size(); ++i) {
@@ -55,12 +61,10 @@ std::string OptionProblem(const CLI::App& parser, const std::vector<std::string>
     }
     if (word.size() < 2 || word[0] != '-') {
       if (command == &parser) {
-        const auto named = parser.get_subcommands(
-            [&word](const CLI::App* candidate) { return candidate->get_name() == word; });
-        if (named.empty()) {
-          break;  // no command: what follows belongs to nothing
+        command = CommandNamed(parser, word);
+        if (command == nullptr) {
+          break;  // what follows belongs to nothing
         }
-        command = named.front();
       }
       continue;
     }

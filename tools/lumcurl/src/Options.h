@@ -16,6 +16,8 @@ class App;
 // Everything that the command line settles. A plain record: written once, then only read. Commands
 // share the fields; only one of them runs.
 struct Options {
+  std::string command;
+
   // Switches
   bool verbose = false;
   bool quiet = false;
@@ -83,6 +85,9 @@ constexpr char kKeyPassVariable[] = "LUMCURL_KEY_PASS";
 // The parser that fills `options`, which must outlive it. Its Parse throws CLI::ParseError as CLI11
 // documents it. --help, the completion and the man page are made from this one table.
 std::unique_ptr<CLI::App> MakeParser(Options& options);
+
+// The command of that name; null when there is none.
+const CLI::App* CommandNamed(const CLI::App& parser, const std::string& name);
 
 // What is wrong with the words of a command line before any is read as a value, "" when nothing is:
 // an option that its command does not have would hand its value on as an operand.

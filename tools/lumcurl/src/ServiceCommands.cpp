@@ -7,7 +7,7 @@
 
 #include "Commands.h"
 #include "Input.h"
-#include "ServiceClient.h"
+#include "ServiceCall.h"
 
 namespace {
 
@@ -15,6 +15,7 @@ constexpr unsigned int kRequestTimeLimit = 4;  // seconds, the library's: GET, P
 constexpr unsigned int kPostTimeLimit = 5;     // likewise: POST
 
 constexpr char kJsonContent[] = "Content-Type: application/json";
+constexpr char kTokenHeader[] = "X-Auth-Token: ";
 
 const Verdict kNothingKnown = {Exit::kOther, "the library could make no request of it",
                                "-v shows what it logs"};
@@ -23,65 +24,33 @@ std::string ReadToken(const Options& options, Console& console) {
   return ReadSecret("the token", options.tokenFile, kTokenVariable, console);
 }
 
-// The end of token and refresh-token: only the log tells a null answer from a failure.
-Exit FinishToken(Exchange& exchange, Console& console, const LumJson::Value& answer) {
-  const Facts& told = exchange.Told();
-  const bool failed = told.status.value_or(200) != 200 || told.notJson || told.curlResult != 0;
-  exchange.ShowStatus(failed ? told.status : 200);
-  if (failed) {
-    return exchange.Fail(std::nullopt, kNothingKnown);
-  }
-  console.Document(answer.ToStyledString());
-  return exchange.Succeed();
-}
-
-// service-get, and service-post when there is a body.
-Exit RunJson(const Options& options, Console& console, const std::string* body) {
-  const std::vector<std::string> lines = ReadHeaders(options, console);
-  Request request = MakeRequest(options, console, body == nullptr ? "service-get" : "service-post",
-                                body == nullptr ? "GET" : "POST",
-                                body == nullptr ? kRequestTimeLimit : kPostTimeLimit);
-  request.lines = lines;
-  Exchange exchange(console, request);
-  LumCurlOrvOps client;
-  Configure(client, options, console);
-  const std::list<std::string> list(lines.begin(), lines.end());
-  int status = -1;
-  const LumJson::Value answer = body == nullptr ? client.Get(options.url, list, status)
-                                                : client.Post(options.url, *body, list, status);
-  exchange.ShowStatus(status);
-  if (status != 200 || exchange.Told().notJson || exchange.Told().curlResult != 0) {
-    return exchange.Fail(status, kNothingKnown);
-  }
-  console.Document(answer.ToStyledString());
-  return exchange.Succeed();
-}
-
 }  // namespace
 
+// Only the log tells a null answer from a failure.
 Exit RunToken(const Options& options, Console& console) {
+  const bool refreshes = options.command == "refresh-token";
   const LumJson::Value document = ReadDocument(options, console);
   MaskSecrets(document, console);
-  Request request = MakeRequest(options, console, "token", "POST", kPostTimeLimit);
-  request.lines = {kJsonContent};
-  request.document = document.ToStyledString();
-  Exchange exchange(console, request);
-  LumCurlOrvOps client;
-  Configure(client, options, console);
-  return FinishToken(exchange, console, client.GetToken(options.url, document));
-}
-
-Exit RunRefreshToken(const Options& options, Console& console) {
-  const LumJson::Value document = ReadDocument(options, console);
-  MaskSecrets(document, console);
-  const std::string token = ReadToken(options, console);
-  Request request = MakeRequest(options, console, "refresh-token", "PUT", kRequestTimeLimit);
-  request.lines = {kJsonContent, "X-Auth-Token: " + token};
-  request.document = document.ToStyledString();
-  Exchange exchange(console, request);
-  LumCurlOrvOps client;
-  Configure(client, options, console);
-  return FinishToken(exchange, console, client.RefreshToken(options.url, document, token));
+  const std::string token = refreshes ? ReadToken(options, console) : "";
+  Request request{refreshes ? "PUT" : "POST",
+                  options.url,
+                  {kJsonContent},
+                  refreshes ? kRequestTimeLimit : kPostTimeLimit,
+                  document.ToStyledString()};
+  if (refreshes) {
+    request.lines.push_back(kTokenHeader + token);
+  }
+  ServiceCall call(options, console, request);
+  const LumJson::Value answer = refreshes ? call.client.RefreshToken(options.url, document, token)
+                                          : call.client.GetToken(options.url, document);
+  const Facts& told = call.exchange.Told();
+  const bool failed = told.status.value_or(200) != 200 || told.notJson || told.curlResult != 0;
+  call.exchange.ShowStatus(failed ? told.status : 200);
+  if (failed) {
+    return call.exchange.Fail(std::nullopt, kNothingKnown);
+  }
+  console.Document(answer.ToStyledString());
+  return call.exchange.Succeed();
 }
 
 Exit RunReport(const Options& options, Console& console) {
@@ -93,8 +62,7 @@ Exit RunReport(const Options& options, Console& console) {
   }
   const unsigned int timeLimit =
       options.gzip ? kRequestTimeLimit : options.timeout.value_or(kPostTimeLimit);
-  Request request = MakeRequest(options, console, "report", "POST", timeLimit);
-  request.lines = {kJsonContent, "X-Auth-Token: " + token};
+  Request request{"POST", options.url, {kJsonContent, kTokenHeader + token}, timeLimit};
   const bool ownAccessId = options.gzip && !options.accessId;
   if (options.gzip) {
     const LumJson::Value& member = static_cast<const LumJson::Value&>(document)["accessId"];
@@ -109,9 +77,8 @@ Exit RunReport(const Options& options, Console& console) {
       throw Failure(Exit::kUsage, "the document's accessId holds a line break; nothing was sent");
     }
   }
-  Exchange exchange(console, request);
-  LumCurlOrvOps client;
-  Configure(client, options, console);
+  ServiceCall call(options, console, request);
+  LumCurlOrvOps& client = call.client;
   int result = 0;
   if (!options.gzip) {
     result = options.timeout
@@ -129,43 +96,50 @@ Exit RunReport(const Options& options, Console& console) {
   }
   if (result == 0) {
     console.Detail("< 200 or 204");
-    return exchange.Succeed();
+    return call.exchange.Succeed();
   }
-  exchange.ShowStatus(exchange.Told().status);
-  if (exchange.Told().compressFailed) {
-    return exchange.Report({Exit::kOther, "the document could not be compressed",
-                            "one this small or this large goes without --gzip"});
+  call.exchange.ShowStatus(call.exchange.Told().status);
+  if (call.exchange.Told().compressFailed) {
+    return call.exchange.Report({Exit::kOther, "the document could not be compressed",
+                                 "one this small or this large goes without --gzip"});
   }
-  return exchange.Fail(std::nullopt, kNothingKnown, client.GetLastErrorBody());
+  return call.exchange.Fail(std::nullopt, kNothingKnown, client.GetLastErrorBody());
 }
 
 Exit RunLogAddress(const Options& options, Console& console) {
   const std::string token = ReadToken(options, console);
-  Request request = MakeRequest(options, console, "log-address", "GET", kRequestTimeLimit);
-  request.lines = {kJsonContent, "X-Auth-Token: " + token};
-  Exchange exchange(console, request);
+  ServiceCall call(options, console,
+                   {"GET", options.url, {kJsonContent, kTokenHeader + token}, kRequestTimeLimit});
   console.Detail("> with ?access_id=" + *options.accessId + "&file_name=" + options.fileName);
-  LumCurlOrvOps client;
-  Configure(client, options, console);
   const LumJson::Value answer =
-      client.GetLogAddress(options.url, *options.accessId, token, options.fileName);
-  const Facts& told = exchange.Told();
+      call.client.GetLogAddress(options.url, *options.accessId, token, options.fileName);
+  const Facts& told = call.exchange.Told();
   const bool refused = told.refused || told.notJson || told.curlResult != 0;
-  exchange.ShowStatus(refused ? std::nullopt : std::optional<int>(200));
+  call.exchange.ShowStatus(refused ? std::nullopt : std::optional<int>(200));
   if (refused) {
-    return exchange.Fail(std::nullopt,
-                         {Exit::kOther, "the server refused, with a status that is not visible",
-                          "check the token and the path of the URL"});
+    return call.exchange.Fail(
+        std::nullopt, {Exit::kOther, "the server refused, with a status that is not visible",
+                       "check the token and the path of the URL"});
   }
   console.Document(answer.ToStyledString());
-  return exchange.Succeed();
+  return call.exchange.Succeed();
 }
 
-Exit RunServiceGet(const Options& options, Console& console) {
-  return RunJson(options, console, nullptr);
-}
-
-Exit RunServicePost(const Options& options, Console& console) {
-  const std::string body = ReadBody(options, console);
-  return RunJson(options, console, &body);
+Exit RunServiceGetOrPost(const Options& options, Console& console) {
+  const bool isPost = options.command == "service-post";
+  const std::string body = isPost ? ReadBody(options, console) : "";
+  const std::vector<std::string> lines = ReadHeaders(options, console);
+  ServiceCall call(
+      options, console,
+      {isPost ? "POST" : "GET", options.url, lines, isPost ? kPostTimeLimit : kRequestTimeLimit});
+  const std::list<std::string> list(lines.begin(), lines.end());
+  int status = -1;
+  const LumJson::Value answer = isPost ? call.client.Post(options.url, body, list, status)
+                                       : call.client.Get(options.url, list, status);
+  call.exchange.ShowStatus(status);
+  if (status != 200 || call.exchange.Told().notJson || call.exchange.Told().curlResult != 0) {
+    return call.exchange.Fail(status, kNothingKnown);
+  }
+  console.Document(answer.ToStyledString());
+  return call.exchange.Succeed();
 }

@@ -20,7 +20,7 @@
 #include "Progress.h"
 #include "RequestPath.h"
 #include "Sending.h"
-#include "ServiceClient.h"
+#include "ServiceCall.h"
 #include "Signature.h"
 #include "Text.h"
 
@@ -148,8 +148,8 @@ void WarnOfLostReply(Console& console) {
 
 // Runs `upload`. Where progress is shown or the size matters, the library reads the file through a
 // stream that counts.
-int Upload(LumCurlOrvOps& client, const Options& options, Console& console,
-           const Exchange& exchange, const Sendable& what, const std::function<int()>& upload) {
+int Upload(ServiceCall& call, const Options& options, Console& console, const Sendable& what,
+           const std::function<int()>& upload) {
   const EscapedStdout escaped;
   if (!console.ShowsProgress() && options.limitRate <= 0) {
     const int result = upload();
@@ -161,20 +161,19 @@ int Upload(LumCurlOrvOps& client, const Options& options, Console& console,
   });
   int result = 0;
   if (what.packs || file.Open()) {
-    client.SetFp(file.Stream());
+    call.client.SetFp(file.Stream());
     ProgressMeter meter(console, [&file] { return file.Sent(); });
     result = upload();
-    if (result == 0 && !exchange.Told().uploadFailed) {
+    if (result == 0 && !call.exchange.Told().uploadFailed) {
       file.Complete();
       meter.Finish();
     }
-    client.SetFp(nullptr);
+    call.client.SetFp(nullptr);
     WarnOfLostReply(console);
   }
   if (file.Failed()) {
-    throw Failure(Exit::kFile, "cannot read " + Quoted(what.path) +
-                                   " any more; check that it is "
-                                   "still there");
+    throw Failure(Exit::kFile,
+                  "cannot read " + Quoted(what.path) + " any more; check that it is still there");
   }
   return result;
 }
@@ -186,43 +185,25 @@ void RequireUploadable(const std::string& path) {
   }
 }
 
-// The end of upload-log and upload-video.
-Exit Finish(Exchange& exchange, const Options& options, int result) {
-  const Facts& told = exchange.Told();
-  exchange.ShowStatus(result == 0 ? std::optional<int>(200) : told.status);
-  if (result == 0) {
-    return exchange.Succeed();
-  }
-  if (told.fileNotOpened || told.status == -1) {
-    return exchange.Report({Exit::kFile, "cannot read " + Quoted(options.path) + " any more",
-                            "check that it is still there"});
-  }
-  return exchange.Fail(std::nullopt, kRefused);
-}
-
 // What the three compress-and-upload commands share. `kept`: the archive survives a failed upload.
-Exit PackAndUpload(const Options& options, Console& console, const char* command,
-                   const std::string& archive, bool kept,
-                   const std::function<int(LumCurlOrvOps&)>& call) {
+Exit PackAndUpload(const Options& options, Console& console, const std::string& archive, bool kept,
+                   const std::function<int(LumCurlOrvOps&)>& packAndUpload) {
   CheckPinning(options);
   if (Exists(archive) && !options.overwrite) {
     throw Failure(Exit::kFile, "'" + archive +
                                    "' exists already: the archive would replace it; "
                                    "move it away or give --overwrite");
   }
-  Request request = MakeRequest(options, console, command, "PUT", kUploadTimeLimit);
   const Signing signing = ReadSigning(options, console);
-  request.lines = HeaderLines(signing);
-  Exchange exchange(console, request);
-  LumCurlOrvOps client;
-  Configure(client, options, console);
-  Configure(client, signing);
+  ServiceCall call(options, console, {"PUT", options.url, HeaderLines(signing), kUploadTimeLimit});
+  Configure(call.client, signing);
   int result = 0;
   {
     const ArchiveNote note(archive);
-    result = Upload(client, options, console, exchange, {archive, true, kUploadTimeLimit},
-                    [&] { return call(client); });
+    result = Upload(call, options, console, {archive, true, kUploadTimeLimit},
+                    [&] { return packAndUpload(call.client); });
   }
+  Exchange& exchange = call.exchange;
   const Facts& told = exchange.Told();
   const bool failed = result != 0 || told.uploadFailed;
   exchange.ShowStatus(failed ? told.status : 200);
@@ -254,50 +235,49 @@ Exit PackAndUpload(const Options& options, Console& console, const char* command
 
 }  // namespace
 
-Exit RunUploadLog(const Options& options, Console& console) {
+// upload-video has neither header lines of the user's nor a signature.
+Exit RunUpload(const Options& options, Console& console) {
+  const bool isVideo = options.command == "upload-video";
   CheckPinning(options);
   RequireUploadable(options.path);
   const unsigned int timeLimit = options.timeout.value_or(kUploadTimeLimit);
-  Request request = MakeRequest(options, console, "upload-log", "PUT", timeLimit);
   const std::vector<std::string> own = ReadHeaders(options, console);
   const Signing signing = own.empty() ? ReadSigning(options, console) : Signing();
-  request.lines = own.empty() ? HeaderLines(signing) : own;
-  Exchange exchange(console, request);
-  LumCurlOrvOps client;
-  Configure(client, options, console);
-  Configure(client, signing);
-  const Sendable what = {options.path, false, timeLimit};
-  const int result = Upload(client, options, console, exchange, what, [&] {
+  Request request{"PUT", options.url, own, timeLimit};
+  if (isVideo) {
+    request.lines = {kVideoContent};
+  } else if (own.empty()) {
+    request.lines = HeaderLines(signing);
+  }
+  ServiceCall call(options, console, request);
+  Configure(call.client, signing);
+  const int result = Upload(call, options, console, {options.path, false, timeLimit}, [&] {
+    if (isVideo) {
+      return call.client.UploadVideoFile(options.url, options.path, timeLimit);
+    }
     if (!own.empty()) {
-      return client.UploadLog(options.url, options.path, timeLimit,
-                              std::list<std::string>(own.begin(), own.end()));
+      return call.client.UploadLog(options.url, options.path, timeLimit,
+                                   std::list<std::string>(own.begin(), own.end()));
     }
     // Without a time limit of the user's the form that tells the status will do, signed or not.
-    return options.timeout ? client.UploadLog(options.url, options.path, timeLimit)
-                           : client.UploadLog(options.url, options.path);
+    return options.timeout ? call.client.UploadLog(options.url, options.path, timeLimit)
+                           : call.client.UploadLog(options.url, options.path);
   });
-  return Finish(exchange, options, result);
-}
-
-Exit RunUploadVideo(const Options& options, Console& console) {
-  CheckPinning(options);
-  RequireUploadable(options.path);
-  const unsigned int timeLimit = options.timeout.value_or(kUploadTimeLimit);
-  Request request = MakeRequest(options, console, "upload-video", "PUT", timeLimit);
-  request.lines = {kVideoContent};
-  Exchange exchange(console, request);
-  LumCurlOrvOps client;
-  Configure(client, options, console);
-  const Sendable what = {options.path, false, timeLimit};
-  const int result = Upload(client, options, console, exchange, what, [&] {
-    return client.UploadVideoFile(options.url, options.path, timeLimit);
-  });
-  return Finish(exchange, options, result);
+  const Facts& told = call.exchange.Told();
+  call.exchange.ShowStatus(result == 0 ? std::optional<int>(200) : told.status);
+  if (result == 0) {
+    return call.exchange.Succeed();
+  }
+  if (told.fileNotOpened || told.status == -1) {
+    return call.exchange.Report({Exit::kFile, "cannot read " + Quoted(options.path) + " any more",
+                                 "check that it is still there"});
+  }
+  return call.exchange.Fail(std::nullopt, kRefused);
 }
 
 Exit RunUploadFile(const Options& options, Console& console) {
   RequireUploadable(options.path);
-  return PackAndUpload(options, console, "upload-file", options.path + kArchiveEnd, false,
+  return PackAndUpload(options, console, options.path + kArchiveEnd, false,
                        [&options](LumCurlOrvOps& client) {
                          return client.UploadLogFileForCompress(options.url, options.path);
                        });
@@ -311,7 +291,7 @@ Exit RunUploadDirectory(const Options& options, Console& console) {
   if (!S_ISDIR(status.st_mode)) {
     throw Failure(Exit::kFile, Quoted(options.path) + " is no directory; upload-file packs a file");
   }
-  return PackAndUpload(options, console, "upload-dir", options.path + kArchiveEnd, true,
+  return PackAndUpload(options, console, options.path + kArchiveEnd, true,
                        [&options](LumCurlOrvOps& client) {
                          return client.UploadLogDirPathForCompress(options.url, options.path);
                        });
@@ -329,7 +309,7 @@ Exit RunUploadGroup(const Options& options, Console& console) {
   }
   const std::string archive = directory ? directory->Archive() : options.archive + kArchiveEnd;
   const std::string base = archive.substr(0, archive.size() - std::strlen(kArchiveEnd));
-  return PackAndUpload(options, console, "upload-group", archive, false,
+  return PackAndUpload(options, console, archive, false,
                        [&options, &group, &base](LumCurlOrvOps& client) {
                          return client.UploadLogFileGorupForCompress(options.url, group, base);
                        });

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdlib>
 #include <exception>
+#include <map>
 #include <memory>
 #include <new>
 #include <string>
@@ -23,50 +24,35 @@
 
 namespace {
 
-struct Command {
-  const char* name;
-  Exit (*run)(const Options&, Console&);
-};
-
-constexpr std::array<Command, 15> kCommands = {{{"get", &RunGet},
-                                                {"post", &RunPost},
-                                                {"download", &RunDownload},
-                                                {"token", &RunToken},
-                                                {"refresh-token", &RunRefreshToken},
-                                                {"report", &RunReport},
-                                                {"log-address", &RunLogAddress},
-                                                {"service-get", &RunServiceGet},
-                                                {"service-post", &RunServicePost},
-                                                {"upload-log", &RunUploadLog},
-                                                {"upload-video", &RunUploadVideo},
-                                                {"upload-file", &RunUploadFile},
-                                                {"upload-dir", &RunUploadDirectory},
-                                                {"upload-group", &RunUploadGroup},
-                                                {"apollo", &RunApollo}}};
-
-Exit Run(const std::string& name, const Options& options, Console& console) {
-  for (const Command& command : kCommands) {
-    if (name != command.name) {
-      continue;
-    }
-    LumLogger::GetInstance().SetLevel(LumLogger::kSilent);  // the command says what went wrong
-    if (LumCurlHttp::CurlGlobalInit() != 0) {
-      throw Failure(Exit::kOther, "libcurl cannot be initialised");
-    }
-    return command.run(options, console);
+Exit Run(const Options& options, Console& console) {
+  static const std::map<std::string, Exit (*)(const Options&, Console&)> kCommands = {
+      {"get", &RunGetOrPost},
+      {"post", &RunGetOrPost},
+      {"download", &RunDownload},
+      {"token", &RunToken},
+      {"refresh-token", &RunToken},
+      {"report", &RunReport},
+      {"log-address", &RunLogAddress},
+      {"service-get", &RunServiceGetOrPost},
+      {"service-post", &RunServiceGetOrPost},
+      {"upload-log", &RunUpload},
+      {"upload-video", &RunUpload},
+      {"upload-file", &RunUploadFile},
+      {"upload-dir", &RunUploadDirectory},
+      {"upload-group", &RunUploadGroup},
+      {"apollo", &RunApollo}};
+  LumLogger::GetInstance().SetLevel(LumLogger::kSilent);  // the command says what went wrong
+  if (LumCurlHttp::CurlGlobalInit() != 0) {
+    throw Failure(Exit::kOther, "libcurl cannot be initialised");
   }
-  throw Failure(Exit::kOther, "no command '" + name + "'");
+  MaskSecrets(options.url, console);
+  return kCommands.at(options.command)(options, console);
 }
 
 Exit ReportUsage(Console& console, const CLI::App& parser, const std::vector<std::string>& words,
                  const std::string& error) {
   const std::string first = words.empty() ? "" : words.front();
-  const bool isCommand = !parser
-                              .get_subcommands([&first](const CLI::App* command) {
-                                return command->get_name() == first;
-                              })
-                              .empty();
-  if (isCommand) {
+  if (CommandNamed(parser, first) != nullptr) {
     console.Error(first + ": " + error);
     console.Error("'lumcurl " + first + " --help' shows what can be given");
     return Exit::kUsage;
@@ -97,15 +83,14 @@ Exit Main(int argc, char** argv) {
   const std::unique_ptr<CLI::App> parser = MakeParser(options);
   const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
   Console plain(false, false, ColourAskedFor(words));  // until the options are known
-  std::string name;
   try {
     const std::string problem = OptionProblem(*parser, words);
     if (!problem.empty()) {
       return ReportUsage(plain, *parser, words, problem);
     }
     parser->parse(argc, argv);
-    name = parser->get_subcommands().front()->get_name();
-    if (name == "completion") {
+    options.command = parser->get_subcommands().front()->get_name();
+    if (options.command == "completion") {
       plain.Data(Completion(options.shell, *parser));
       return Exit::kDone;
     }
@@ -128,12 +113,12 @@ Exit Main(int argc, char** argv) {
 
   Console console(options.verbose, options.quiet, options.colour);
   try {
-    return Run(name, options, console);
+    return Run(options, console);
   } catch (const Failure& failure) {
-    console.Error(name + ": " + failure.what());
+    console.Error(options.command + ": " + failure.what());
     return failure.Status();
   } catch (const std::bad_alloc&) {
-    console.Error(name + ": out of memory");
+    console.Error(options.command + ": out of memory");
     return Exit::kOther;
   }
 }
