@@ -37,27 +37,11 @@ void Append(Names& names, const Names& more) {
   names.insert(names.end(), more.begin(), more.end());
 }
 
-std::vector<const CLI::App*> CommandsOf(const CLI::App& app) {
-  return app.get_subcommands([](const CLI::App*) { return true; });
-}
-
-// The options that help shows, without operands.
-std::vector<const CLI::Option*> OptionsOf(const CLI::App& app) {
-  return app.get_options([](const CLI::Option* option) {
-    return !option->get_positional() && !option->get_group().empty();
-  });
-}
-
-std::vector<const CLI::Option*> OperandsOf(const CLI::App& app) {
-  return app.get_options([](const CLI::Option* option) { return option->get_positional(); });
-}
-
 // What stands for the value of an option, or for an operand.
 enum class Value { kNone, kFile, kDirectory, kChoice, kText };
 
 Value ValueOf(const CLI::Option* option) {
-  const bool isOperand = option->get_positional();
-  const std::string type = isOperand ? option->get_name(true, false) : ValueName(option);
+  const std::string type = ValueName(option);
   if (type.empty()) {
     return Value::kNone;
   }
@@ -72,7 +56,7 @@ Value ValueOf(const CLI::Option* option) {
 
 // What a kChoice can be.
 const Names& ChoicesOf(const CLI::Option* option) {
-  return option->get_positional() ? Shells() : Colours();
+  return option->get_positional() ? kShells : kColours;
 }
 
 // The first clause of a description, without its example.
@@ -130,7 +114,7 @@ BashWords BashWordsOf(const CLI::App& app) {
 
 std::string BashCompletion(const CLI::App& app) {
   Names names;
-  for (const CLI::App* command : CommandsOf(app)) {
+  for (const CLI::App* command : app.get_subcommands({})) {
     names.push_back(command->get_name());
   }
   std::ostringstream out;
@@ -143,13 +127,13 @@ std::string BashCompletion(const CLI::App& app) {
          "  case $command in\n"
          "    '') words='"
       << Join(names, " ") << " " << Join(BashWordsOf(app).options, " ") << "' ;;\n";
-  for (const CLI::App* command : CommandsOf(app)) {
+  for (const CLI::App* command : app.get_subcommands({})) {
     BashWords words = BashWordsOf(*command);
     out << "    " << command->get_name() << ")\n"
         << "      case $previous in\n";
     BashCase(out, words.taking[Value::kFile], BashGenerate("-f"));
     BashCase(out, words.taking[Value::kDirectory], BashGenerate("-d"));
-    BashCase(out, words.taking[Value::kChoice], BashGenerate("-W '" + Join(Colours(), " ") + "'"));
+    BashCase(out, words.taking[Value::kChoice], BashGenerate("-W '" + Join(kColours, " ") + "'"));
     BashCase(out, words.taking[Value::kText], ":");  // nothing can be guessed
     out << "      esac\n"
         << "      words='" << Join(words.options, " ") << "' ;;\n";
@@ -173,8 +157,7 @@ std::string ZshQuote(const std::string& text) {
 
 // ":FILE:_files", what follows an option that takes a value.
 std::string ZshValue(const CLI::Option* option) {
-  const std::string name =
-      option->get_positional() ? option->get_name(true, false) : ValueName(option);
+  const std::string name = ValueName(option);
   switch (ValueOf(option)) {
     case Value::kNone:
       return "";
@@ -218,14 +201,14 @@ std::string ZshCompletion(const CLI::App& app) {
          "  case $state in\n"
          "    command)\n"
          "      local -a commands=(\n";
-  for (const CLI::App* command : CommandsOf(app)) {
+  for (const CLI::App* command : app.get_subcommands({})) {
     out << "        " << ZshQuote(command->get_name() + ":" + command->get_description()) << "\n";
   }
   out << "      )\n"
          "      _describe -t commands command commands ;;\n"
          "    argument)\n"
          "      case $words[1] in\n";
-  for (const CLI::App* command : CommandsOf(app)) {
+  for (const CLI::App* command : app.get_subcommands({})) {
     out << "        " << command->get_name() << ")\n"
         << "          _arguments \\\n";
     ZshOptions(out, *command, "            ");
@@ -290,11 +273,11 @@ std::string FishCompletion(const CLI::App& app) {
   out << "# fish completion for lumcurl\n"
          "complete -c lumcurl -f\n";
   FishOptions(out, app, kNoCommand);
-  for (const CLI::App* command : CommandsOf(app)) {
+  for (const CLI::App* command : app.get_subcommands({})) {
     out << "complete -c lumcurl -n " << FishQuote(kNoCommand) << " -a " << command->get_name()
         << " -d " << FishQuote(command->get_description()) << "\n";
   }
-  for (const CLI::App* command : CommandsOf(app)) {
+  for (const CLI::App* command : app.get_subcommands({})) {
     const std::string condition = "__fish_seen_subcommand_from " + command->get_name();
     FishOptions(out, *command, condition);
     for (const CLI::Option* operand : OperandsOf(*command)) {

@@ -9,7 +9,7 @@ namespace CLI {
 class App;
 }
 
-// A script for one of Shells(); it needs nothing but that shell.
+// A script for one of kShells; it needs nothing but that shell.
 std::string Completion(const std::string& shell, const CLI::App& app);
 
 #endif  // LUM_LUMCURL_COMPLETION_H

@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <iostream>
+#include <map>
 
 #include "Completion.h"
 #include "HelpFormatter.h"
@@ -12,35 +13,16 @@ namespace {
 
 // Text that troff prints as it stands, hyphens as the ASCII character.
 std::string Escaped(const std::string& text) {
+  static const std::map<char, const char*> kEscapes = {
+      {'\\', "\\e"}, {'-', "\\-"}, {'\'', "\\(aq"}, {'"', "\\(dq"}, {'~', "\\(ti"}, {'^', "\\(ha"}};
   std::string out;
-  bool lineStart = true;
   for (const char c : text) {
-    if (lineStart && (c == '.' || c == '\'')) {
+    const bool startsLine = out.empty() || out.back() == '\n';
+    if (startsLine && (c == '.' || c == '\'')) {
       out += "\\&";
     }
-    switch (c) {
-      case '\\':
-        out += "\\e";
-        break;
-      case '-':
-        out += "\\-";
-        break;
-      case '\'':
-        out += "\\(aq";
-        break;
-      case '"':
-        out += "\\(dq";
-        break;
-      case '~':
-        out += "\\(ti";
-        break;
-      case '^':
-        out += "\\(ha";
-        break;
-      default:
-        out += c;
-    }
-    lineStart = c == '\n';
+    const auto escape = kEscapes.find(c);
+    out += escape == kEscapes.end() ? std::string(1, c) : escape->second;
   }
   return out;
 }
@@ -66,9 +48,6 @@ std::string OptionHeading(const CLI::Option* option) {
 }
 
 void Describe(std::ostream& out, const CLI::Option* option) {
-  if (option->get_group().empty()) {
-    return;
-  }
   out << ".TP\n" << OptionHeading(option) << "\n" << Escaped(option->get_description());
   if (option->get_required() && !option->get_positional()) {
     out << " (required)";
@@ -80,15 +59,11 @@ void Describe(std::ostream& out, const CLI::App* command) {
   out << ".SS " << Escaped(command->get_name()) << "\n"
       << Escaped(command->get_description()) << ".\n.PP\n\\fB" << Escaped(CommandSynopsis(command))
       << "\\fR\n";
-  for (const CLI::Option* option : command->get_options()) {
-    if (option->get_positional()) {
-      Describe(out, option);
-    }
+  for (const CLI::Option* operand : OperandsOf(*command)) {
+    Describe(out, operand);
   }
-  for (const CLI::Option* option : command->get_options()) {
-    if (!option->get_positional()) {
-      Describe(out, option);
-    }
+  for (const CLI::Option* option : OptionsOf(*command)) {
+    Describe(out, option);
   }
   const Footer footer = SplitFooter(command->get_footer());
   if (!footer.notes.empty()) {
@@ -106,19 +81,19 @@ void ManPage(std::ostream& out, const CLI::App& app) {
       << ".SH DESCRIPTION\n"
       << Escaped(app.get_description()) << "\n.PP\n"
       << Escaped(SplitFooter(app.get_footer()).notes) << "\n.SH OPTIONS\n";
-  for (const CLI::Option* option : app.get_options()) {
+  for (const CLI::Option* option : OptionsOf(app)) {
     Describe(out, option);
   }
   out << ".SH COMMANDS\n";
-  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+  for (const CLI::App* command : app.get_subcommands({})) {
     Describe(out, command);
   }
   out << ".SH EXIT STATUS\n";
-  for (const ManualEntry& entry : ExitStatuses()) {
+  for (const ManualEntry& entry : kExitStatuses) {
     Entry(out, entry.name, entry.text);
   }
   out << ".SH ENVIRONMENT\n";
-  for (const ManualEntry& entry : EnvironmentVariables()) {
+  for (const ManualEntry& entry : kEnvironmentVariables) {
     Entry(out, entry.name, entry.text);
   }
   out << ".SH SEE ALSO\n.BR curl (1),\n.BR lumbackend (1)\n";

@@ -26,29 +26,23 @@ std::string Row(const std::string& name, const std::string& description) {
 }  // namespace
 
 std::string Wrap(const std::string& text, std::size_t width, std::size_t indent) {
+  const std::string newLine = "\n" + std::string(indent, ' ');
   std::string out;
   std::istringstream lines(text);
-  std::string line;
-  bool first = true;
-  while (std::getline(lines, line)) {
-    if (!first) {
-      out += '\n';
+  for (std::string line; std::getline(lines, line);) {
+    const bool isFixed = line.empty() || line.front() == ' ';
+    if (!out.empty()) {
+      out += isFixed ? "\n" : newLine;
     }
-    if (!line.empty() && line.front() == ' ') {
+    if (isFixed) {
       out += line;
-      first = false;
       continue;
-    }
-    if (!first && !line.empty()) {
-      out.append(indent, ' ');
     }
     std::size_t column = indent;
     std::istringstream words(line);
-    std::string word;
-    while (words >> word) {
+    for (std::string word; words >> word;) {
       if (column > indent && column + 1 + word.size() > width) {
-        out += '\n';
-        out.append(indent, ' ');
+        out += newLine;
         column = indent;
       } else if (column > indent) {
         out += ' ';
@@ -57,25 +51,30 @@ std::string Wrap(const std::string& text, std::size_t width, std::size_t indent)
       out += word;
       column += word.size();
     }
-    first = false;
   }
   return out;
 }
 
 Footer SplitFooter(const std::string& footer) {
-  static constexpr char kMark[] = "Example:\n";
-  const std::size_t mark = footer.rfind(kMark);
-  if (mark == std::string::npos) {
-    return {footer, ""};
-  }
-  Footer parts{footer.substr(0, mark), footer.substr(mark + sizeof(kMark) - 1)};
-  while (!parts.notes.empty() && parts.notes.back() == '\n') {
-    parts.notes.pop_back();
-  }
-  return parts;
+  const std::size_t mark = footer.rfind(kExampleMark);
+  return {footer.substr(0, mark),
+          mark == std::string::npos ? "" : footer.substr(mark + sizeof(kExampleMark) - 1)};
+}
+
+std::vector<const CLI::Option*> OptionsOf(const CLI::App& app) {
+  return app.get_options([](const CLI::Option* option) {
+    return !option->get_positional() && !option->get_group().empty();
+  });
+}
+
+std::vector<const CLI::Option*> OperandsOf(const CLI::App& app) {
+  return app.get_options([](const CLI::Option* option) { return option->get_positional(); });
 }
 
 std::string ValueName(const CLI::Option* option) {
+  if (option->get_positional()) {
+    return option->get_name(true, false);
+  }
   if (option->get_items_expected_max() == 0) {
     return {};
   }
@@ -84,10 +83,10 @@ std::string ValueName(const CLI::Option* option) {
 }
 
 std::string OptionSynopsis(const CLI::Option* option) {
-  if (option->get_positional()) {
-    return option->get_name(true, false);
-  }
   const std::string value = ValueName(option);
+  if (option->get_positional()) {
+    return value;
+  }
   return option->get_name(false, true) + (value.empty() ? "" : " " + value);
 }
 
@@ -97,11 +96,8 @@ std::string CommandSynopsis(const CLI::App* command) {
     return synopsis + "COMMAND [OPTIONS] ...";
   }
   synopsis += command->get_name() + " [OPTIONS]";
-  for (const CLI::Option* option : command->get_options()) {
-    if (option->get_positional()) {
-      synopsis += " " + option->get_name(true, false);
-      synopsis += option->get_expected_max() > 1 ? "..." : "";
-    }
+  for (const CLI::Option* operand : OperandsOf(*command)) {
+    synopsis += " " + ValueName(operand) + (operand->get_expected_max() > 1 ? "..." : "");
   }
   return synopsis;
 }
@@ -121,7 +117,7 @@ std::string HelpFormatter::make_help(const CLI::App* app, std::string name,
   text += make_subcommands(app, mode);
   if (app->get_parent() == nullptr) {
     text += "\nExit status:\n";
-    for (const ManualEntry& entry : ExitStatuses()) {
+    for (const ManualEntry& entry : kExitStatuses) {
       text += Row(entry.name, entry.text);
     }
   }

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <string>
+#include <vector>
 
 class HelpFormatter : public CLI::Formatter {
  public:
@@ -17,7 +18,11 @@ class HelpFormatter : public CLI::Formatter {
   std::string make_footer(const CLI::App* app) const override;
 };
 
-// What an option's value is called, "FILE"; "" for a switch.
+// The options that help shows, and the operands.
+std::vector<const CLI::Option*> OptionsOf(const CLI::App& app);
+std::vector<const CLI::Option*> OperandsOf(const CLI::App& app);
+
+// What an option's value, or an operand, is called, "FILE"; "" for a switch.
 std::string ValueName(const CLI::Option* option);
 
 // "-H,--header LINE", or "URL" for an operand.
@@ -31,6 +36,7 @@ std::string CommandSynopsis(const CLI::App* command);
 std::string Wrap(const std::string& text, std::size_t width, std::size_t indent);
 
 // The part of a command's footer before its example, and the example's lines.
+constexpr char kExampleMark[] = "\n\nExample:\n";
 struct Footer {
   std::string notes;
   std::string example;

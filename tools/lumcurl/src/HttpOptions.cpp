@@ -17,8 +17,7 @@ void AddHttpCommands(CLI::App& app, Options& options) {
       "The document of any status is printed, indented; the exit status tells 4xx and 5xx apart. "
       "An answer that is not JSON fails with 1, whatever its status: the library does not hand "
       "that on. Host names are looked up for IPv4 alone; 5 seconds; redirects are not followed. "
-      "Without --ssl nothing about an https server is verified.\n\n"
-      "Example:\n"
+      "Without --ssl nothing about an https server is verified.",
       "  lumcurl get --ssl --cacert ca.pem --cert me.pem --key me.key \\\n"
       "      --pass-file me.pass https://127.0.0.1:8443/echo");
   AddUrl(get, options);
@@ -29,8 +28,7 @@ void AddHttpCommands(CLI::App& app, Options& options) {
       app, options, "post", kHttp, "POST a JSON text and print the answer",
       "The body is sent byte for byte and should be JSON. A line given with -H replaces the "
       "content type as well: libcurl then announces a form. Answer and exit status are as with "
-      "get. Host names are looked up for IPv4 alone; 5 seconds.\n\n"
-      "Example:\n"
+      "get. Host names are looked up for IPv4 alone; 5 seconds.",
       "  echo '{\"state\": \"on\"}' | lumcurl post --data-file - http://127.0.0.1:8080/echo");
   AddUrl(post, options);
   AddBody(post, options, "The body");
@@ -43,8 +41,7 @@ void AddHttpCommands(CLI::App& app, Options& options) {
       "other download and the exit status is 0; a warning says when the file looks like one. What "
       "a download that fails had received stays in "
       "the file. 60 seconds. Nothing about an https server is verified, no client certificate is "
-      "offered and no header line of your own is sent.\n\n"
-      "Example:\n"
+      "offered and no header line of your own is sent.",
       "  lumcurl download http://127.0.0.1:8080/files/map.bin /tmp/map.bin");
   AddUrl(download, options);
   AddOperand(download, "PATH", options.path, "File to write; what it held is replaced");
@@ -72,8 +69,7 @@ void AddApolloCommand(CLI::App& app, Options& options) {
       "place, and a shell that reads the lines of --env-file then takes a stranger's values. In "
       "names every character that no variable may have becomes an underscore; values are quoted "
       "for a POSIX shell. Names that steer a shell, the loader or an interpreter, such as PATH, "
-      "LD_PRELOAD and PYTHONPATH, are refused; a prefix makes them harmless.\n\n"
-      "Example:\n"
+      "LD_PRELOAD and PYTHONPATH, are refused; a prefix makes them harmless.",
       "  lumcurl apollo --env-file --prefix ROBOT_ \\\n"
       "      127.0.0.1:8443 robot application > robot.env");
   AddOperand(apollo, "SERVER", options.server,

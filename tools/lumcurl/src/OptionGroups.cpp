@@ -2,19 +2,41 @@
 
 #include "OptionGroups.h"
 
+#include "HelpFormatter.h"
 #include "OptionChecks.h"
 
 namespace {
 
 constexpr char kTlsOptions[] = "TLS";
 
+struct Certificate {
+  CLI::Option* caCert;
+  CLI::Option* cert;
+  CLI::Option* key;
+};
+
+// A client certificate and what belongs to it; `caHelp` says what the authorities are for.
+Certificate AddCertificate(CLI::App* command, Options& options, const char* caHelp) {
+  auto* caCert = AddValue(command, "--cacert", options.caCert, "FILE", caHelp);
+  auto* cert = AddValue(command, "--cert", options.cert, "FILE", "Client certificate, PEM");
+  auto* key = AddValue(command, "--key", options.key, "FILE", "Its private key, PEM");
+  auto* pass = AddValue(command, "--pass-file", options.passFile, "FILE",
+                        std::string("File that holds the key's pass phrase; without it ") +
+                            kKeyPassVariable + " in the environment");
+  pass->needs(key);
+  for (auto* option : {caCert, cert, key, pass}) {
+    option->group(kTlsOptions);
+  }
+  return {caCert, cert, key};
+}
+
 }  // namespace
 
 CLI::App* AddCommand(CLI::App& app, Options& options, const char* name, const char* group,
-                     const char* about, const std::string& footer) {
+                     const char* about, const std::string& notes, const char* example) {
   CLI::App* command = app.add_subcommand(name, about)->group(group);
   command->set_help_flag("-h,--help", "Print this help and exit");
-  command->footer(footer);
+  command->footer(notes + kExampleMark + example);
   command->add_flag("-v,--verbose", options.verbose,
                     "Show the head of the request as far as the library sets it, secrets hidden, "
                     "the status, and what the library logs");
@@ -23,8 +45,14 @@ CLI::App* AddCommand(CLI::App& app, Options& options, const char* name, const ch
       command, "--color", options.colour, kColourValue,
       "Colours in JSON and in messages: auto (on a terminal, unless NO_COLOR is set or TERM is "
       "dumb), always or never")
-      ->check(CLI::IsMember(Colours()));
+      ->check(CLI::IsMember(kColours));
   return command;
+}
+
+CLI::App* AddServiceCommand(CLI::App& app, Options& options, const char* name, const char* group,
+                            const char* about, const std::string& notes, const char* example) {
+  return AddCommand(app, options, name, group, about,
+                    notes + "Nothing about an https server is ever verified. ", example);
 }
 
 void AddUrl(CLI::App* command, Options& options) {
@@ -54,31 +82,6 @@ void AddToken(CLI::App* command, Options& options) {
            std::string("File that holds the access token; without it ") + kTokenVariable +
                " in the environment");
 }
-
-namespace {
-
-struct Certificate {
-  CLI::Option* caCert;
-  CLI::Option* cert;
-  CLI::Option* key;
-};
-
-// A client certificate and what belongs to it; `caHelp` says what the authorities are for.
-Certificate AddCertificate(CLI::App* command, Options& options, const char* caHelp) {
-  auto* caCert = AddValue(command, "--cacert", options.caCert, "FILE", caHelp);
-  auto* cert = AddValue(command, "--cert", options.cert, "FILE", "Client certificate, PEM");
-  auto* key = AddValue(command, "--key", options.key, "FILE", "Its private key, PEM");
-  auto* pass = AddValue(command, "--pass-file", options.passFile, "FILE",
-                        std::string("File that holds the key's pass phrase; without it ") +
-                            kKeyPassVariable + " in the environment");
-  pass->needs(key);
-  for (auto* option : {caCert, cert, key, pass}) {
-    option->group(kTlsOptions);
-  }
-  return {caCert, cert, key};
-}
-
-}  // namespace
 
 void AddSsl(CLI::App* command, Options& options) {
   auto* ssl = command->add_flag("--ssl", options.ssl,

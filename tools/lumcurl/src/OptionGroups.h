@@ -18,12 +18,13 @@ constexpr char kTool[] = "Tool";
 // The heading of options that say by which way a request leaves.
 constexpr char kRouteOptions[] = "Route";
 
-// What the notes of several commands say.
-constexpr char kUnverified[] = "Nothing about an https server is ever verified. ";
-
 // A command with the options that each has.
 CLI::App* AddCommand(CLI::App& app, Options& options, const char* name, const char* group,
-                     const char* about, const std::string& footer);
+                     const char* about, const std::string& notes, const char* example);
+
+// One of the service client, which verifies no server: the notes end in that.
+CLI::App* AddServiceCommand(CLI::App& app, Options& options, const char* name, const char* group,
+                            const char* about, const std::string& notes, const char* example);
 
 // An option that takes a value, which help calls `value`.
 template <typename T>

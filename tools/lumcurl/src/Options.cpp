@@ -7,16 +7,11 @@
 #include "HelpFormatter.h"
 #include "OptionGroups.h"
 
-namespace {
-
-constexpr char kAbout[] =
-    "Requests, downloads and uploads over libLumCurlHttp. Data goes to standard output, everything "
-    "else to standard error.";
-
-}  // namespace
-
 std::unique_ptr<CLI::App> MakeParser(Options& options) {
-  auto app = std::make_unique<CLI::App>(kAbout, "lumcurl");
+  auto app = std::make_unique<CLI::App>(
+      "Requests, downloads and uploads over libLumCurlHttp. Data goes to standard output, "
+      "everything else to standard error.",
+      "lumcurl");
   app->formatter(std::make_shared<HelpFormatter>());
   app->get_formatter()->label("Positionals", "Operands");
   app->set_help_flag("-h,--help", "Print this help and exit");
@@ -25,9 +20,8 @@ std::unique_ptr<CLI::App> MakeParser(Options& options) {
   app->require_subcommand(1);
   app->footer(
       "Secrets (pass phrases, tokens, keys, signatures) come from files or the environment. Each "
-      "command has its own --help; man lumcurl has all of it, and the environment variables.\n\n"
-      "Example:\n"
-      "  lumcurl get http://127.0.0.1:8080/echo");
+      "command has its own --help; man lumcurl has all of it, and the environment variables." +
+      std::string(kExampleMark) + "  lumcurl get http://127.0.0.1:8080/echo");
 
   AddHttpCommands(*app, options);
   AddServiceCommands(*app, options);
@@ -38,11 +32,10 @@ std::unique_ptr<CLI::App> MakeParser(Options& options) {
       *app, options, "completion", kTool, "Print a shell completion",
       "Where each shell looks: ~/.local/share/bash-completion/completions/lumcurl for bash, a "
       "directory of $fpath under the name _lumcurl for zsh, "
-      "~/.config/fish/completions/lumcurl.fish for fish. The packages install all three.\n\n"
-      "Example:\n"
+      "~/.config/fish/completions/lumcurl.fish for fish. The packages install all three.",
       "  lumcurl completion fish > ~/.config/fish/completions/lumcurl.fish");
   AddOperand(completion, "SHELL", options.shell, "The shell: bash, zsh or fish")
-      ->check(CLI::IsMember(Shells()));
+      ->check(CLI::IsMember(kShells));
   return app;
 }
 
@@ -90,45 +83,29 @@ std::string OptionProblem(const CLI::App& parser, const std::vector<std::string>
   return {};
 }
 
-const std::vector<std::string>& Colours() {
-  static const std::vector<std::string> colours = {"auto", "always", "never"};
-  return colours;
-}
+const std::vector<ManualEntry> kExitStatuses = {
+    {"0", "Done."},
+    {"1", "Anything that has no number of its own, an answer that is not JSON among it."},
+    {"2", "The command line is wrong, or asks to send what cannot be sent."},
+    {"4", "The server answered with a 4xx status."},
+    {"5", "The server answered with a 5xx status."},
+    {"6", "No connection, or one that broke."},
+    {"7", "The time limit of the operation has passed."},
+    {"8", "TLS: certificates, keys, pass phrases, handshakes."},
+    {"9", "A local file could not be read or written."},
+    {"129, 130, 143",
+     "Interrupted by SIGHUP, SIGINT or SIGTERM: the number by which a shell calls a command that "
+     "the signal ended."},
+};
 
-const std::vector<std::string>& Shells() {
-  static const std::vector<std::string> shells = {"bash", "zsh", "fish"};
-  return shells;
-}
-
-const std::vector<ManualEntry>& ExitStatuses() {
-  static const std::vector<ManualEntry> entries = {
-      {"0", "Done."},
-      {"1", "Anything that has no number of its own, an answer that is not JSON among it."},
-      {"2", "The command line is wrong, or asks to send what cannot be sent."},
-      {"4", "The server answered with a 4xx status."},
-      {"5", "The server answered with a 5xx status."},
-      {"6", "No connection, or one that broke."},
-      {"7", "The time limit of the operation has passed."},
-      {"8", "TLS: certificates, keys, pass phrases, handshakes."},
-      {"9", "A local file could not be read or written."},
-      {"129, 130, 143",
-       "Interrupted by SIGHUP, SIGINT or SIGTERM: the number by which a shell calls a command that "
-       "the signal ended."},
-  };
-  return entries;
-}
-
-const std::vector<ManualEntry>& EnvironmentVariables() {
-  static const std::vector<ManualEntry> entries = {
-      {kTokenVariable, "The access token, where no --token-file is given."},
-      {kKeyPassVariable, "The pass phrase of the private key, where no --pass-file is given."},
-      {"TMPDIR", "Directory for the archive of upload-group (default: /tmp)."},
-      {"NO_COLOR", "No colours when it is set and not empty, unless --color always is given."},
-      {"TERM", "No colours when it is dumb, empty or not set, likewise."},
-      {"http_proxy", "The proxy for http URLs; libcurl reads it in small letters only."},
-      {"https_proxy, HTTPS_PROXY", "The proxy for https URLs."},
-      {"all_proxy, ALL_PROXY", "The proxy for both, where neither of the others is set."},
-      {"no_proxy, NO_PROXY", "Hosts and domains that are reached without one; * is all."},
-  };
-  return entries;
-}
+const std::vector<ManualEntry> kEnvironmentVariables = {
+    {kTokenVariable, "The access token, where no --token-file is given."},
+    {kKeyPassVariable, "The pass phrase of the private key, where no --pass-file is given."},
+    {"TMPDIR", "Directory for the archive of upload-group (default: /tmp)."},
+    {"NO_COLOR", "No colours when it is set and not empty, unless --color always is given."},
+    {"TERM", "No colours when it is dumb, empty or not set, likewise."},
+    {"http_proxy", "The proxy for http URLs; libcurl reads it in small letters only."},
+    {"https_proxy, HTTPS_PROXY", "The proxy for https URLs."},
+    {"all_proxy, ALL_PROXY", "The proxy for both, where neither of the others is set."},
+    {"no_proxy, NO_PROXY", "Hosts and domains that are reached without one; * is all."},
+};

@@ -72,8 +72,8 @@ struct Options {
 };
 
 // What --color and completion take.
-const std::vector<std::string>& Colours();
-const std::vector<std::string>& Shells();
+inline const std::vector<std::string> kColours = {"auto", "always", "never"};
+inline const std::vector<std::string> kShells = {"bash", "zsh", "fish"};
 
 // How the value of --color is called.
 constexpr char kColourValue[] = "WHEN";
@@ -98,7 +98,7 @@ struct ManualEntry {
   const char* name;
   const char* text;
 };
-const std::vector<ManualEntry>& ExitStatuses();
-const std::vector<ManualEntry>& EnvironmentVariables();
+extern const std::vector<ManualEntry> kExitStatuses;
+extern const std::vector<ManualEntry> kEnvironmentVariables;
 
 #endif  // LUM_LUMCURL_OPTIONS_H

@@ -44,16 +44,20 @@ std::vector<CLI::Option*> AddSignature(CLI::App* command, Options& options) {
 }
 
 CLI::App* AddUpload(CLI::App& app, Options& options, const char* name, const char* about,
-                    const char* operand, const char* operandHelp, const std::string& footer) {
-  CLI::App* command = AddCommand(app, options, name, kUploads, about, footer);
+                    const char* operand, const char* operandHelp, const std::string& notes,
+                    const char* example) {
+  CLI::App* command = AddServiceCommand(app, options, name, kUploads, about, notes, example);
   AddUrl(command, options);
   AddOperand(command, operand, options.path, operandHelp);
   return command;
 }
 
-void AddOverwrite(CLI::App* command, Options& options) {
+// What the uploads that pack have in the end.
+void AddPacking(CLI::App* command, Options& options) {
   command->add_flag("--overwrite", options.overwrite,
                     "Replace, and in the end remove, a file that has the archive's name");
+  AddSignature(command, options);
+  AddUploadSettings(command, options);
 }
 
 }  // namespace
@@ -65,11 +69,9 @@ void AddUploadCommands(CLI::App& app, Options& options) {
                   "or a signature without a content type. Only the status 200 counts as done. ") +
           kReplyNote +
           "With -H or --timeout the library does not hand on the status of an answer that is "
-          "refused: the exit status is then 1. A signed upload may take 60 seconds. " +
-          kUnverified +
-          "\n\nExample:\n"
-          "  lumcurl upload-log --sign-key-file storage.key \\\n"
-          "      http://127.0.0.1:8080/objects/today.zip today.zip");
+          "refused: the exit status is then 1. A signed upload may take 60 seconds. ",
+      "  lumcurl upload-log --sign-key-file storage.key \\\n"
+      "      http://127.0.0.1:8080/objects/today.zip today.zip");
   auto* headers =
       AddHeader(log, options,
                 "A header line to send in place of the content type, or @FILE to read lines from "
@@ -84,51 +86,41 @@ void AddUploadCommands(CLI::App& app, Options& options) {
       app, options, "upload-video", "PUT a video file", "FILE", "File to send",
       std::string("Sent as 'Content-Type: video/mp4'. Only the status 200 counts as done; the "
                   "library does not hand on any other, so that the exit status is then 1. ") +
-          kReplyNote + kUnverified +
-          "\n\nExample:\n"
-          "  lumcurl upload-video --limit-rate 2M http://127.0.0.1:8080/objects/a.mp4 a.mp4");
+          kReplyNote,
+      "  lumcurl upload-video --limit-rate 2M http://127.0.0.1:8080/objects/a.mp4 a.mp4");
   AddTimeout(video, options, "Time limit; 0: none (default: 60)");
   AddUploadSettings(video, options);
 
-  const std::string archiveNote = std::string("Only the status 200 counts as done. ") + kReplyNote +
-                                  "60 seconds. " + kUnverified;
+  const std::string archiveNote =
+      std::string("Only the status 200 counts as done. ") + kReplyNote + "60 seconds. ";
   auto* file = AddUpload(
       app, options, "upload-file", "Pack one file, PUT the archive, remove it", "FILE",
       "File to pack; it stays",
       "The archive is FILE.tar.gz, beside the file; it is removed after the upload, also after "
       "one that failed, but not when you interrupt it. " +
-          archiveNote +
-          "\n\nExample:\n"
-          "  lumcurl upload-file http://127.0.0.1:8080/objects/a.tar.gz /var/log/a.log");
-  AddOverwrite(file, options);
-  AddSignature(file, options);
-  AddUploadSettings(file, options);
+          archiveNote,
+      "  lumcurl upload-file http://127.0.0.1:8080/objects/a.tar.gz /var/log/a.log");
+  AddPacking(file, options);
 
   auto* directory = AddUpload(
       app, options, "upload-dir", "Pack a directory, PUT the archive, remove it", "DIR",
       "Directory to pack; it stays",
       "The archive is DIR.tar.gz, beside the directory (DIR/ makes DIR/.tar.gz, inside it); it is "
       "removed after the upload but kept after one that failed, and when you interrupt it. " +
-          archiveNote +
-          "\n\nExample:\n"
-          "  lumcurl upload-dir --sign-key-file storage.key \\\n"
-          "      http://127.0.0.1:8080/objects/logs.tar.gz /var/log/robot");
-  AddOverwrite(directory, options);
-  AddSignature(directory, options);
-  AddUploadSettings(directory, options);
+          archiveNote,
+      "  lumcurl upload-dir --sign-key-file storage.key \\\n"
+      "      http://127.0.0.1:8080/objects/logs.tar.gz /var/log/robot");
+  AddPacking(directory, options);
 
-  auto* group = AddCommand(
+  auto* group = AddServiceCommand(
       app, options, "upload-group", kUploads, "Pack several files, PUT the archive, remove it",
       "The files are stored by their base names, which must differ. The archive is removed after "
       "the upload, also after one that failed. " +
-          archiveNote +
-          "\n\nExample:\n"
-          "  lumcurl upload-group http://127.0.0.1:8080/objects/g.tar.gz a.log b.log");
+          archiveNote,
+      "  lumcurl upload-group http://127.0.0.1:8080/objects/g.tar.gz a.log b.log");
   AddUrl(group, options);
   AddOperand(group, "FILE", options.files, "Files to pack; they stay")->check(CheckLine);
   AddValue(group, "--archive", options.archive, "BASE",
            "Make the archive as BASE.tar.gz (default: in a directory for temporary files)");
-  AddOverwrite(group, options);
-  AddSignature(group, options);
-  AddUploadSettings(group, options);
+  AddPacking(group, options);
 }
