@@ -43,7 +43,7 @@ Exchange::Exchange(const Options& options, Console& console, Request request)
   logger.SetLevel(options.verbose || !options.mac.empty() ? LumLogger::kInfo : LumLogger::kWarning);
   logger.SetSink([this](const LumLogger::Record& record) {
     const std::string message(record.message, record.messageLength);
-    m_reader.Read(record.function, message);
+    m_reader.Read(message);
     if (record.level == LumLogger::kWarning && TellsOfPacking(record.function)) {
       m_console.Warn(message);
       return;
@@ -91,7 +91,10 @@ Exit Exchange::Report(const Verdict& verdict, const std::string& reply) {
   }
   m_console.Error(text);
   if (!reply.empty()) {
-    ShowReply(reply);
+    LumJson::Value document;
+    const bool isShortJson = reply.size() <= kShownReply && document.Parse(reply);
+    m_console.Error("the reply: " +
+                    (isShortJson ? document.JsonValueToString() : Shortened(reply, kShownReply)));
   }
   return verdict.exit;
 }
@@ -112,13 +115,6 @@ void Exchange::WarnOfInterface() {
   if (Told().noInterface) {
     m_console.Warn("no interface has the address given with --mac: the system chose one");
   }
-}
-
-void Exchange::ShowReply(const std::string& reply) {
-  LumJson::Value document;
-  const bool isShortJson = reply.size() <= kShownReply && document.Parse(reply);
-  m_console.Error("the reply: " +
-                  (isShortJson ? document.JsonValueToString() : Shortened(reply, kShownReply)));
 }
 
 Verdict Exchange::Judge(std::optional<int> status, const Verdict& otherwise) const {

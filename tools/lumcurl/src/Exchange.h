@@ -53,7 +53,6 @@ class Exchange {
  private:
   void WarnOfUrl();
   void WarnOfInterface();
-  void ShowReply(const std::string& reply);
   Verdict Judge(std::optional<int> status, const Verdict& otherwise) const;
 
   const Options& m_options;

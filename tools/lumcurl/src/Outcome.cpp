@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <map>
 #include <utility>
+#include <vector>
 
 #include "Text.h"
 
@@ -20,14 +22,6 @@ bool StartsWith(const std::string& text, const std::string& prefix) {
   return text.compare(0, prefix.size(), prefix) == 0;
 }
 
-// The number behind `position`, and where it ends. The log has written it with %d or %ld.
-int NumberAt(const std::string& text, std::size_t position, std::size_t* end) {
-  char* stop = nullptr;
-  const long number = std::strtol(text.c_str() + position, &stop, 10);
-  *end = static_cast<std::size_t>(stop - text.c_str());
-  return static_cast<int>(number);
-}
-
 // A download logs libcurl's words alone.
 int ResultOfText(const std::string& text) {
   for (int result = 1; result < CURL_LAST; ++result) {
@@ -38,28 +32,19 @@ int ResultOfText(const std::string& text) {
   return CURL_LAST;
 }
 
-Verdict TlsVerdict(int result, std::string reason) {
-  switch (result) {
-    case CURLE_SSL_CERTPROBLEM:
-      return {Exit::kTls, std::move(reason),
-              "check that --cert and --key belong together and that the pass phrase is the key's"};
-    case CURLE_PEER_FAILED_VERIFICATION:
-      return {Exit::kTls, std::move(reason),
-              "the server's certificate must chain to the authorities in --cacert and be in date"};
-    case CURLE_SSL_CACERT_BADFILE:
-      return {Exit::kTls, std::move(reason), "--cacert must name a PEM file of certificates"};
-    default:
-      return {Exit::kTls, std::move(reason),
-              "check that the port speaks TLS, and whether the server asks for a client "
-              "certificate"};
-  }
-}
+struct Judgement {
+  std::vector<int> numbers;
+  Exit exit;
+  const char* advice;
+};
 
-// Connecting has a limit of its own, which libcurl's words tell.
-std::string TimeoutReason(const std::string& text, unsigned int timeLimit) {
-  const bool isWhole = StartsWith(text, "Operation timed out") || StartsWith(text, "Timeout was");
-  return text + " (libcurl 28" +
-         (isWhole && timeLimit != 0 ? "; the limit is " + std::to_string(timeLimit) + " s)" : ")");
+// The first row that has `number`; null when none has.
+const Judgement* Find(const std::vector<Judgement>& table, int number) {
+  const auto row = std::find_if(table.begin(), table.end(), [number](const Judgement& candidate) {
+    const std::vector<int>& numbers = candidate.numbers;
+    return std::find(numbers.begin(), numbers.end(), number) != numbers.end();
+  });
+  return row == table.end() ? nullptr : &*row;
 }
 
 }  // namespace
@@ -67,7 +52,15 @@ std::string TimeoutReason(const std::string& text, unsigned int timeLimit) {
 FactReader::FactReader(std::string url, std::string document)
     : m_url(std::move(url)), m_document(std::move(document)) {}
 
-void FactReader::Read(const std::string& function, const std::string& message) {
+void FactReader::Read(const std::string& message) {
+  static const std::map<std::string, bool Facts::*> kSteps = {
+      {"fopen failed", &Facts::fileNotOpened},
+      {"read file error", &Facts::fileNotOpened},
+      {"compress file failed", &Facts::compressFailed},
+      {"gzip compress error", &Facts::compressFailed},
+      {"upload file failed", &Facts::uploadFailed},
+      {"remove file failed", &Facts::removeFailed},
+      {"Update interface name=", &Facts::noInterface}};
   if (ReadTransferFailure(message) ||                                   // the engines
       ReadStatus(message, "Post failed url=" + m_url + ", result=") ||  // reports
       ReadStatus(message, "Post failed, url=" + m_url + ", request=" + m_document +
@@ -78,65 +71,45 @@ void FactReader::Read(const std::string& function, const std::string& message) {
       ReadStatus(message, "UploadLog failed, code=") ||                    // signed uploads
       ReadReply(message, "Get from " + m_url + " failed, json body: ")) {  // log address
     m_facts.refused = true;
-    return;
-  }
-  if (ReadReply(message, "json parse(") ||
-      ReadReply(message, "parse json body failed, json body: ")) {
+  } else if (ReadReply(message, "json parse(") ||
+             ReadReply(message, "parse json body failed, json body: ")) {
     m_facts.notJson = true;
-  } else if (message == "fopen failed" || message == "read file error") {
-    m_facts.fileNotOpened = true;
-  } else if (message == "compress file failed" || message == "gzip compress error") {
-    m_facts.compressFailed = true;
-  } else if (message == "upload file failed") {
-    m_facts.uploadFailed = true;
-  } else if (message == "remove file failed") {
-    m_facts.removeFailed = true;
-  } else if (function == "UpdateInterfaceNameFromMac" && message == "Update interface name=") {
-    m_facts.noInterface = true;
+  } else if (const auto step = kSteps.find(message); step != kSteps.end()) {
+    m_facts.*step->second = true;
   }
 }
 
-// "GET failed for WORDS, ret: 7, code: 0, errorBuf: TEXT", "... resOps: 7 ..." and, with the URL in
-// front, "POST(URL) failed for WORDS, rps: 7 ...". A download: "curl_easy_perform() failed: WORDS".
+// "GET failed for WORDS, ret: 7, code: 0, errorBuf: TEXT". The service client says "resOps" for
+// "ret"; that of the configuration centre "rps", and the URL behind the method. A download:
+// "curl_easy_perform() failed: WORDS".
 bool FactReader::ReadTransferFailure(const std::string& message) {
-  static constexpr char kDownload[] = "curl_easy_perform() failed: ";
+  static const std::string kDownload = "curl_easy_perform() failed: ";
+  static const std::string kFailed = " failed for ";
+  static const std::string kStatus = ", code: ";
+  static const std::string kDetail = ", errorBuf: ";
   if (StartsWith(message, kDownload)) {
-    m_facts.curlText = message.substr(sizeof(kDownload) - 1);
+    m_facts.curlText = message.substr(kDownload.size());
     m_facts.curlResult = ResultOfText(m_facts.curlText);
     return true;
   }
-  std::size_t words = std::string::npos;
-  for (const std::string& prefix :
-       {std::string("GET failed for "), std::string("POST failed for "),
-        std::string("PUT failed for "), "POST(" + m_url + ") failed for "}) {
-    if (StartsWith(message, prefix)) {
-      words = prefix.size();
-    }
-  }
-  if (words == std::string::npos) {
+  const std::string withUrl = "POST(" + m_url + ")";
+  const std::size_t method = StartsWith(message, withUrl) ? withUrl.size() : message.find(' ');
+  if (method == std::string::npos || message.compare(method, kFailed.size(), kFailed) != 0) {
     return false;
   }
-  // libcurl's words hold none of these.
-  for (const char* mark : {", ret: ", ", resOps: ", ", rps: "}) {
-    const std::size_t found = message.find(mark, words);
-    if (found == std::string::npos) {
-      continue;
-    }
-    m_facts.curlText = message.substr(words, found - words);
-    std::size_t end = 0;
-    m_facts.curlResult = NumberAt(message, found + std::string(mark).size(), &end);
-    static constexpr char kStatus[] = ", code: ";
-    if (message.compare(end, sizeof(kStatus) - 1, kStatus) == 0) {
-      m_facts.status = NumberAt(message, end + sizeof(kStatus) - 1, &end);
-    }
-    static constexpr char kDetail[] = ", errorBuf: ";
-    const std::size_t detail = message.find(kDetail, end);
-    if (detail != std::string::npos && detail + sizeof(kDetail) - 1 < message.size()) {
-      m_facts.curlText = message.substr(detail + sizeof(kDetail) - 1);
-    }
-    return true;
+  const std::size_t words = method + kFailed.size();
+  const std::size_t status = message.find(kStatus, words);
+  const std::size_t detail = message.find(kDetail, status);
+  if (detail == std::string::npos) {
+    return false;
   }
-  return false;
+  m_facts.status = std::atoi(message.c_str() + status + kStatus.size());
+  m_facts.curlResult = std::atoi(message.c_str() + message.rfind(' ', status) + 1);
+  m_facts.curlText = message.substr(detail + kDetail.size());
+  if (m_facts.curlText.empty()) {
+    m_facts.curlText = message.substr(words, message.rfind(", ", status - 1) - words);
+  }
+  return true;
 }
 
 // PREFIX, the status, one character or two, the reply.
@@ -144,8 +117,9 @@ bool FactReader::ReadStatus(const std::string& message, const std::string& prefi
   if (!StartsWith(message, prefix)) {
     return false;
   }
-  std::size_t end = 0;
-  m_facts.status = NumberAt(message, prefix.size(), &end);
+  char* stop = nullptr;  // the library has written the number with %d or %ld
+  m_facts.status = static_cast<int>(std::strtol(message.c_str() + prefix.size(), &stop, 10));
+  const auto end = static_cast<std::size_t>(stop - message.c_str());
   static const std::array<std::string, 3> kSeparators = {", body=", ", ", ":"};
   for (const std::string& separator : kSeparators) {
     if (message.compare(end, separator.size(), separator) == 0) {
@@ -173,97 +147,85 @@ bool TellsOfPacking(const std::string& function) {
 }
 
 Verdict JudgeTransfer(int curlResult, const std::string& text, unsigned int timeLimit) {
-  const std::string reason = text + " (libcurl " + std::to_string(curlResult) + ")";
-  // With TLS 1.3 a server refuses a client's certificate after the handshake.
-  if ((curlResult == CURLE_RECV_ERROR || curlResult == CURLE_SEND_ERROR) &&
+  static const std::vector<Judgement> kTable = {
+      {{CURLE_URL_MALFORMAT}, Exit::kUsage, "correct the URL"},
+      {{CURLE_OPERATION_TIMEDOUT},
+       Exit::kTimeout,
+       "the server is slow or out of reach: check the address and try again"},
+      {{CURLE_COULDNT_RESOLVE_HOST, CURLE_COULDNT_RESOLVE_PROXY},
+       Exit::kNetwork,
+       "check the host name"},
+      {{CURLE_COULDNT_CONNECT},
+       Exit::kNetwork,
+       "check host and port, and that the server is running"},
+      {{CURLE_INTERFACE_FAILED},
+       Exit::kNetwork,
+       "check --interface: 'ip link' lists those there are"},
+      // An answer without a status line counts as HTTP/0.9, an unsupported protocol.
+      {{CURLE_UNSUPPORTED_PROTOCOL, CURLE_WEIRD_SERVER_REPLY},
+       Exit::kNetwork,
+       "check that the port speaks HTTP"},
+      {{CURLE_GOT_NOTHING, CURLE_SEND_ERROR, CURLE_RECV_ERROR, CURLE_PARTIAL_FILE, CURLE_HTTP2,
+        CURLE_HTTP2_STREAM, CURLE_HTTP3, CURLE_QUIC_CONNECT_ERROR, CURLE_PROXY,
+        CURLE_SEND_FAIL_REWIND, CURLE_NO_CONNECTION_AVAILABLE},
+       Exit::kNetwork,
+       "the connection broke: try again, and look at the server's log"},
+      {{CURLE_WRITE_ERROR}, Exit::kFile, "check that the disk is not full"},
+      {{CURLE_READ_ERROR, CURLE_FILE_COULDNT_READ_FILE, CURLE_ABORTED_BY_CALLBACK},
+       Exit::kFile,
+       "check that the file can still be read"},
+      {{CURLE_SSL_CERTPROBLEM},
+       Exit::kTls,
+       "check that --cert and --key belong together and that the pass phrase is the key's"},
+      {{CURLE_PEER_FAILED_VERIFICATION},
+       Exit::kTls,
+       "the server's certificate must chain to the authorities in --cacert and be in date"},
+      {{CURLE_SSL_CACERT_BADFILE}, Exit::kTls, "--cacert must name a PEM file of certificates"},
+      {{CURLE_SSL_CONNECT_ERROR, CURLE_SSL_ENGINE_NOTFOUND, CURLE_SSL_ENGINE_SETFAILED,
+        CURLE_SSL_CIPHER, CURLE_USE_SSL_FAILED, CURLE_SSL_ENGINE_INITFAILED,
+        CURLE_SSL_SHUTDOWN_FAILED, CURLE_SSL_CRL_BADFILE, CURLE_SSL_ISSUER_ERROR,
+        CURLE_SSL_PINNEDPUBKEYNOTMATCH, CURLE_SSL_INVALIDCERTSTATUS, CURLE_SSL_CLIENTCERT},
+       Exit::kTls,
+       "check that the port speaks TLS, and whether the server asks for a client certificate"}};
+  // Connecting has a limit of its own, which libcurl's words tell.
+  const bool isWhole = curlResult == CURLE_OPERATION_TIMEDOUT && timeLimit != 0 &&
+                       (StartsWith(text, "Operation timed out") || StartsWith(text, "Timeout was"));
+  const std::string limit =
+      isWhole ? "; the limit is " + std::to_string(timeLimit) + " s" : std::string();
+  const std::string reason = text + " (libcurl " + std::to_string(curlResult) + limit + ")";
+  int cause = curlResult;
+  if ((cause == CURLE_RECV_ERROR || cause == CURLE_SEND_ERROR) &&
       text.find(" alert ") != std::string::npos) {
-    return TlsVerdict(curlResult, reason);
+    cause = CURLE_SSL_CONNECT_ERROR;  // a TLS 1.3 server refuses a certificate after the handshake
+  } else if (cause == CURLE_BAD_FUNCTION_ARGUMENT &&
+             StartsWith(text, "unable to set private key")) {
+    cause = CURLE_SSL_CERTPROBLEM;  // so libcurl 8.23 for a key whose pass phrase is another one
   }
-  // What libcurl 8.23 gives for a key whose pass phrase is another one.
-  if (curlResult == CURLE_BAD_FUNCTION_ARGUMENT && StartsWith(text, "unable to set private key")) {
-    return TlsVerdict(CURLE_SSL_CERTPROBLEM, reason);
-  }
-  switch (curlResult) {
-    case CURLE_URL_MALFORMAT:
-      return {Exit::kUsage, reason, "correct the URL"};
-    case CURLE_OPERATION_TIMEDOUT:
-      return {Exit::kTimeout, TimeoutReason(text, timeLimit),
-              "the server is slow or out of reach: check the address and try again"};
-    case CURLE_COULDNT_RESOLVE_HOST:
-    case CURLE_COULDNT_RESOLVE_PROXY:
-      return {Exit::kNetwork, reason, "check the host name"};
-    case CURLE_COULDNT_CONNECT:
-      return {Exit::kNetwork, reason, "check host and port, and that the server is running"};
-    case CURLE_INTERFACE_FAILED:
-      return {Exit::kNetwork, reason, "check --interface: 'ip link' lists those there are"};
-    case CURLE_UNSUPPORTED_PROTOCOL:  // an answer without a status line counts as HTTP/0.9
-    case CURLE_WEIRD_SERVER_REPLY:
-      return {Exit::kNetwork, reason, "check that the port speaks HTTP"};
-    case CURLE_GOT_NOTHING:
-    case CURLE_SEND_ERROR:
-    case CURLE_RECV_ERROR:
-    case CURLE_PARTIAL_FILE:
-    case CURLE_HTTP2:
-    case CURLE_HTTP2_STREAM:
-    case CURLE_HTTP3:
-    case CURLE_QUIC_CONNECT_ERROR:
-    case CURLE_PROXY:
-    case CURLE_SEND_FAIL_REWIND:
-    case CURLE_NO_CONNECTION_AVAILABLE:
-      return {Exit::kNetwork, reason,
-              "the connection broke: try again, and look at the server's log"};
-    case CURLE_WRITE_ERROR:
-      return {Exit::kFile, reason, "check that the disk is not full"};
-    case CURLE_READ_ERROR:
-    case CURLE_FILE_COULDNT_READ_FILE:
-    case CURLE_ABORTED_BY_CALLBACK:
-      return {Exit::kFile, reason, "check that the file can still be read"};
-    case CURLE_SSL_CONNECT_ERROR:
-    case CURLE_SSL_ENGINE_NOTFOUND:
-    case CURLE_SSL_ENGINE_SETFAILED:
-    case CURLE_SSL_CERTPROBLEM:
-    case CURLE_SSL_CIPHER:
-    case CURLE_PEER_FAILED_VERIFICATION:
-    case CURLE_USE_SSL_FAILED:
-    case CURLE_SSL_ENGINE_INITFAILED:
-    case CURLE_SSL_CACERT_BADFILE:
-    case CURLE_SSL_SHUTDOWN_FAILED:
-    case CURLE_SSL_CRL_BADFILE:
-    case CURLE_SSL_ISSUER_ERROR:
-    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
-    case CURLE_SSL_INVALIDCERTSTATUS:
-    case CURLE_SSL_CLIENTCERT:
-      return TlsVerdict(curlResult, reason);
-    default:
-      return {Exit::kOther, reason, "-v shows the exchange"};
-  }
+  const Judgement* row = Find(kTable, cause);
+  return row == nullptr ? Verdict{Exit::kOther, reason, "-v shows the exchange"}
+                        : Verdict{row->exit, reason, row->advice};
 }
 
 Verdict JudgeStatus(int status) {
+  // A single digit stands for its class.
+  static const std::vector<Judgement> kTable = {
+      {{401, 403},
+       Exit::kClientError,
+       "check the token, signature or client certificate that the server asks for"},
+      {{404}, Exit::kClientError, "check the path of the URL"},
+      {{413}, Exit::kClientError, "send less at once"},
+      {{408, 429}, Exit::kClientError, "try again later"},
+      {{3}, Exit::kOther, "redirects are not followed: give the final URL"},
+      {{4}, Exit::kClientError, "correct the request: the reply may say what is wrong"},
+      {{5}, Exit::kServerError, "try again later, and look at the server's log"}};
+  const Judgement* row = Find(kTable, status);
+  if (row == nullptr) {
+    row = Find(kTable, status / 100);
+  }
   const std::string reason = "the server answered " + std::to_string(status);
-  if (status == 401 || status == 403) {
-    return {Exit::kClientError, reason,
-            "check the token, signature or client certificate that the server asks for"};
-  }
-  if (status == 404) {
-    return {Exit::kClientError, reason, "check the path of the URL"};
-  }
-  if (status == 413) {
-    return {Exit::kClientError, reason, "send less at once"};
-  }
-  if (status == 408 || status == 429) {
-    return {Exit::kClientError, reason, "try again later"};
-  }
-  if (status >= 400 && status < 500) {
-    return {Exit::kClientError, reason, "correct the request: the reply may say what is wrong"};
-  }
-  if (status >= 500 && status < 600) {
-    return {Exit::kServerError, reason, "try again later, and look at the server's log"};
-  }
-  if (status >= 300 && status < 400) {
-    return {Exit::kOther, reason, "redirects are not followed: give the final URL"};
-  }
-  return {Exit::kOther, reason, "this status does not count as done for this command"};
+  return row == nullptr
+             ? Verdict{Exit::kOther, reason, "this status does not count as done for this command"}
+             : Verdict{row->exit, reason, row->advice};
 }
 
 bool LooksLikeErrorPage(const std::string& url, const std::string& start) {

@@ -31,7 +31,7 @@ class FactReader {
  public:
   FactReader(std::string url, std::string document);
 
-  void Read(const std::string& function, const std::string& message);
+  void Read(const std::string& message);
 
   const Facts& Told() const { return m_facts; }
 

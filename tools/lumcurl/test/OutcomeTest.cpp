@@ -15,10 +15,9 @@ using testing::Not;
 
 constexpr char kUrl[] = "http://h/p, result=200";  // as misleading as a URL can be
 
-Facts Read(const std::string& message, const std::string& function = "Get",
-           const std::string& document = "") {
+Facts Read(const std::string& message, const std::string& document = "") {
   FactReader reader(kUrl, document);
-  reader.Read(function, message);
+  reader.Read(message);
   return reader.Told();
 }
 
@@ -79,10 +78,10 @@ TEST(FactReader, ReadsStatusAndReplyOfTokens) {
   const std::string document = "{\n    \"a\": \", result=1, \"\n}\n";
   const Facts get =
       Read(std::string("Post failed, url=") + kUrl + ", request=" + document + ", result=404, none",
-           "GetToken", document);
+           document);
   EXPECT_EQ(get.status, 404);
   EXPECT_EQ(get.reply, "none");
-  const Facts refresh = Read("Put failed error:500, down", "RefreshToken");
+  const Facts refresh = Read("Put failed error:500, down");
   EXPECT_EQ(refresh.status, 500);
   EXPECT_EQ(refresh.reply, "down");
 }
@@ -95,10 +94,10 @@ TEST(FactReader, ReadsStatusAndReplyOfJsonRequests) {
 }
 
 TEST(FactReader, ReadsStatusOfSignedUploads) {
-  const Facts facts = Read("UploadLog failed, code=403, body=x", "UploadLog");
+  const Facts facts = Read("UploadLog failed, code=403, body=x");
   EXPECT_EQ(facts.status, 403);
   EXPECT_EQ(facts.reply, "x");
-  EXPECT_FALSE(Read("UploadLog failed", "UploadLog").status);
+  EXPECT_FALSE(Read("UploadLog failed").status);
 }
 
 TEST(FactReader, ReadsTheReplyToALogAddress) {
@@ -131,12 +130,12 @@ TEST(FactReader, KnowsTheSteps) {
   EXPECT_TRUE(Read("gzip compress error").compressFailed);
   EXPECT_TRUE(Read("upload file failed").uploadFailed);
   EXPECT_TRUE(Read("remove file failed").removeFailed);
-  EXPECT_TRUE(Read("Update interface name=", "UpdateInterfaceNameFromMac").noInterface);
-  EXPECT_FALSE(Read("Update interface name=eth0", "UpdateInterfaceNameFromMac").noInterface);
+  EXPECT_TRUE(Read("Update interface name=").noInterface);
+  EXPECT_FALSE(Read("Update interface name=eth0").noInterface);
 }
 
 TEST(FactReader, PassesOverOtherLines) {
-  const Facts facts = Read("Set domain=h:80:127.0.0.1", "SetDomainIp");
+  const Facts facts = Read("Set domain=h:80:127.0.0.1");
   EXPECT_EQ(facts.curlResult, 0);
   EXPECT_FALSE(facts.status);
   EXPECT_FALSE(facts.refused);
