@@ -6,7 +6,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
+
+#include "Text.h"
 
 namespace {
 
@@ -15,11 +16,6 @@ constexpr char kName[] = "\x1b[1;34m";
 constexpr char kString[] = "\x1b[32m";
 constexpr char kNumber[] = "\x1b[36m";
 constexpr char kWord[] = "\x1b[35m";
-
-std::string Variable(const char* name) {
-  const char* value = std::getenv(name);
-  return value == nullptr ? "" : value;
-}
 
 // Where the string that begins at `begin` is over: behind its closing quote.
 std::size_t StringEnd(const std::string& json, std::size_t begin) {
@@ -40,8 +36,9 @@ bool HasColours(const std::string& when, int fd) {
   if (when != "auto") {
     return when == "always";
   }
-  const std::string terminal = Variable("TERM");
-  return isatty(fd) == 1 && Variable("NO_COLOR").empty() && !terminal.empty() && terminal != "dumb";
+  const std::string terminal = Environment("TERM");
+  return isatty(fd) == 1 && Environment("NO_COLOR").empty() && !terminal.empty() &&
+         terminal != "dumb";
 }
 
 std::string Coloured(const char* colour, const std::string& text) {

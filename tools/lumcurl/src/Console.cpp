@@ -55,8 +55,6 @@ Console::Console(bool verbose, bool quiet, const std::string& colour)
       m_dataColours(HasColours(colour, STDOUT_FILENO)),
       m_errorColours(HasColours(colour, STDERR_FILENO)) {}
 
-Console::~Console() = default;
-
 void Console::Data(const std::string& bytes) {
   WriteData(ForOutput(bytes));
 }

@@ -15,9 +15,6 @@ class Console {
  public:
   // `colour` is the value of --color.
   Console(bool verbose, bool quiet, const std::string& colour = "never");
-  ~Console();
-  Console(const Console&) = delete;
-  Console& operator=(const Console&) = delete;
 
   // Data for standard output, made safe by LumSafeText when that is a terminal. Throws Failure when
   // it cannot be written.
@@ -29,8 +26,6 @@ class Console {
   void Error(const std::string& text);
   void Warn(const std::string& text);    // unless quiet
   void Detail(const std::string& text);  // when verbose
-
-  bool Verbose() const { return m_verbose; }
 
   // Standard error is a terminal and the user did not ask for quiet.
   bool ShowsProgress() const;

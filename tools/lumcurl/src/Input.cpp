@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <sstream>
@@ -26,8 +27,15 @@ constexpr std::size_t kLongestSecret = 1 << 20;
 
 constexpr std::size_t kLongestKeyPass = 2048;  // the library's own limit
 
-Failure CannotRead(const std::string& name) {
-  return {Exit::kFile, "cannot read " + name + ": " + std::strerror(errno)};
+// What ends a header line, and a string of C.
+const std::string& LineEnds() {
+  static const std::string ends("\r\n\0", 3);
+  return ends;
+}
+
+// "cannot read NAME: No such file or directory", for the last system call.
+std::string Cannot(const char* what, const std::string& name) {
+  return std::string("cannot ") + what + " " + name + ": " + std::strerror(errno);
 }
 
 // Everything in `path`, which may hold `limit` bytes.
@@ -40,7 +48,7 @@ std::string ReadFile(const std::string& path, std::size_t limit) {
     const std::string name = standard ? "standard input" : Quoted(path);
     throw errno == EFBIG
         ? Failure(Exit::kUsage, name + " is longer than " + std::to_string(limit) + " bytes")
-        : CannotRead(name);
+        : Failure(Exit::kFile, Cannot("read", name));
   }
   return *std::move(text);
 }
@@ -72,7 +80,7 @@ bool IsFieldName(const std::string& name) {
 
 // "" or what is wrong with a header line, without its value.
 std::string HeaderProblem(const std::string& line) {
-  if (line.find_first_of(std::string("\r\n\0", 3)) != std::string::npos) {
+  if (line.find_first_of(LineEnds()) != std::string::npos) {
     return "a header line holds a line break or a zero byte";
   }
   const std::size_t colon = line.find(':');
@@ -86,21 +94,11 @@ std::string HeaderProblem(const std::string& line) {
   return {};
 }
 
-// The secret of a header value, without a scheme such as "Bearer".
+// The secret of a header value, with a scheme such as "Bearer" and without.
 void MaskHeader(const std::string& line, Console& console) {
-  const std::size_t colon = line.find(':');
-  if (!NamesSecret(line.substr(0, colon))) {
-    return;
-  }
-  const std::size_t begin = line.find_first_not_of(' ', colon + 1);
-  if (begin == std::string::npos) {
-    return;
-  }
-  console.Mask(line.substr(begin));
-  const std::size_t blank = line.find(' ', begin);
-  if (blank != std::string::npos) {
-    console.Mask(line.substr(blank + 1));
-  }
+  const std::string secret = SecretOfHeader(line);
+  console.Mask(secret);
+  console.Mask(secret.substr(secret.find(' ') + 1));
 }
 
 }  // namespace
@@ -111,8 +109,7 @@ std::string ReadBody(const Options& options, Console& console) {
   }
   if (options.dataFile.empty()) {
     throw Failure(Exit::kUsage,
-                  "nothing to send: give -d TEXT or --data-file FILE (- is standard "
-                  "input)");
+                  "nothing to send: give -d TEXT or --data-file FILE (- is standard input)");
   }
   std::string text = ReadFile(options.dataFile, std::string::npos);
   WarnIfOthersCanRead("the body", options.dataFile, console);
@@ -189,11 +186,11 @@ std::string ReadSecret(const std::string& what, const std::string& file, const c
     secret = ReadFile(file, kLongestSecret);
     WarnIfOthersCanRead(what, file, console);
     RemoveLineBreak(secret);
-  } else if (const char* value = variable == nullptr ? nullptr : std::getenv(variable)) {
-    secret = value;
+  } else if (variable != nullptr) {
+    secret = Environment(variable);
     where = variable;
   }
-  if (secret.find_first_of(std::string("\r\n\0", 3)) != std::string::npos) {
+  if (secret.find_first_of(LineEnds()) != std::string::npos) {
     throw Failure(Exit::kUsage,
                   what + " in " + where + " holds a line break or a zero byte; nothing was sent");
   }
@@ -233,20 +230,20 @@ void MaskSecrets(const LumJson::Value& document, Console& console) {
 }
 
 std::string ReadProblem(const std::string& path) {
+  const std::string name = Quoted(path);
   struct stat status = {};
   if (stat(path.c_str(), &status) != 0) {
-    return "cannot read " + Quoted(path) + ": " + std::strerror(errno);
+    return Cannot("read", name);
   }
   if (S_ISDIR(status.st_mode)) {
-    return Quoted(path) + " is a directory; name a file";
+    return name + " is a directory; name a file";
   }
   // A pipe would wait for a writer; neither it nor a device has a size to announce.
   if (!S_ISREG(status.st_mode)) {
-    return Quoted(path) + " is no regular file; copy what it gives into one";
+    return name + " is no regular file; copy what it gives into one";
   }
   const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  return file.Get() < 0 ? "cannot read " + Quoted(path) + ": " + std::strerror(errno)
-                        : std::string();
+  return file ? "" : Cannot("read", name);
 }
 
 std::string WriteProblem(const std::string& path) {
@@ -256,43 +253,31 @@ std::string WriteProblem(const std::string& path) {
   if (path == "-") {
     return "a download goes into a file, not to standard output; './-' names a file '-'";
   }
+  const std::string name = Quoted(path);
   struct stat status = {};
   if (stat(path.c_str(), &status) == 0) {
     if (S_ISDIR(status.st_mode)) {
-      return Quoted(path) + " is a directory; name a file in it";
+      return name + " is a directory; name a file in it";
     }
     // The library would wait for a pipe's reader, whatever the time limit.
     if (!S_ISREG(status.st_mode)) {
-      return Quoted(path) + " is a pipe or a device; name a regular file";
+      return name + " is a pipe or a device; name a regular file";
     }
-    return access(path.c_str(), W_OK) == 0
-               ? std::string()
-               : "cannot write " + Quoted(path) + ": " + std::strerror(errno);
+    return access(path.c_str(), W_OK) == 0 ? "" : Cannot("write", name);
   }
   if (errno != ENOENT) {
-    return "cannot write " + Quoted(path) + ": " + std::strerror(errno);
+    return Cannot("write", name);
   }
-  const std::size_t slash = path.rfind('/');
-  const std::string directory = slash == std::string::npos ? "."
-                                : slash == 0               ? "/"
-                                                           : path.substr(0, slash);
-  if (stat(directory.c_str(), &status) != 0) {
-    return "cannot write " + Quoted(path) + ": its directory " + Quoted(directory) + ": " +
-           std::strerror(errno);
-  }
-  if (access(directory.c_str(), W_OK | X_OK) != 0) {
-    return "cannot write " + Quoted(path) + ": its directory " + Quoted(directory) + ": " +
-           std::strerror(errno);
-  }
-  return {};
+  const std::string parent = std::filesystem::path(path).parent_path();
+  const std::string directory = parent.empty() ? "." : parent;
+  return access(directory.c_str(), W_OK | X_OK) == 0
+             ? ""
+             : Cannot("write", name + ": its directory " + Quoted(directory));
 }
 
-void RequireReadable(const std::string& option, const std::string& path) {
-  if (path.empty()) {
-    return;
-  }
+void RequireReadable(const std::string& path, const std::string& option) {
   const std::string problem = ReadProblem(path);
   if (!problem.empty()) {
-    throw Failure(Exit::kFile, option + ": " + problem);
+    throw Failure(Exit::kFile, (option.empty() ? "" : option + ": ") + problem);
   }
 }

@@ -42,21 +42,22 @@ std::string ReadKeyPass(const Options& options, Console& console);
 void MaskSecrets(const std::string& url, Console& console);
 void MaskSecrets(const LumJson::Value& document, Console& console);
 
-// Why `path` cannot be read as a regular file, written to, or opened as the directory of archives;
-// "" when it can.
+// Why `path` cannot be read, or written to, as a regular file; "" when it can.
 std::string ReadProblem(const std::string& path);
 std::string WriteProblem(const std::string& path);
 
-// Throws Failure kFile when an option names a file that cannot be read; "" is passed over.
-void RequireReadable(const std::string& option, const std::string& path);
+// Throws Failure kFile when ReadProblem has a reason; `option` names the file where one does.
+void RequireReadable(const std::string& path, const std::string& option = "");
 
 // Hands the client certificate, and what belongs to it, to a client of the library. Throws Failure
 // for files that cannot be read and pass phrases that cannot be used.
 template <typename Client>
 void SetCertificate(Client& client, const Options& options, Console& console) {
-  RequireReadable("--cacert", options.caCert);
-  RequireReadable("--cert", options.cert);
-  RequireReadable("--key", options.key);
+  if (!options.caCert.empty()) {
+    RequireReadable(options.caCert, "--cacert");
+  }
+  RequireReadable(options.cert, "--cert");
+  RequireReadable(options.key, "--key");
   std::string pass = ReadKeyPass(options, console);
   client.SetSslInfo(options.caCert, options.cert, options.key,
                     reinterpret_cast<unsigned char*>(pass.data()), static_cast<int>(pass.size()));

@@ -65,6 +65,15 @@ bool Store(std::array<char, size>& buffer, const std::string& text) {
   return true;
 }
 
+sigset_t Signals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int number : kSignals) {
+    sigaddset(&signals, number);
+  }
+  return signals;
+}
+
 }  // namespace
 
 void HandleInterrupts() {
@@ -75,9 +84,7 @@ void HandleInterrupts() {
   struct sigaction handle = {};
   handle.sa_handler = &OnSignal;
   handle.sa_flags = static_cast<int>(SA_RESETHAND);
-  for (const int number : kSignals) {
-    sigaddset(&handle.sa_mask, number);
-  }
+  handle.sa_mask = Signals();
   for (const int number : kSignals) {
     struct sigaction before = {};
     if (sigaction(number, nullptr, &before) == 0 && before.sa_handler != SIG_IGN) {
@@ -100,8 +107,8 @@ ArchiveNote::~ArchiveNote() {
 }
 
 TemporaryDirectory::TemporaryDirectory() {
-  const char* parent = std::getenv("TMPDIR");
-  m_path = std::string(parent == nullptr || *parent == '\0' ? "/tmp" : parent) + "/lumcurl-XXXXXX";
+  const std::string parent = Environment("TMPDIR");
+  m_path = (parent.empty() ? "/tmp" : parent) + "/lumcurl-XXXXXX";
   const SignalsElsewhere block;  // until the handler knows the directory
   if (mkdtemp(m_path.data()) == nullptr) {
     throw Failure(Exit::kFile, "cannot make a directory '" + m_path + "': " + std::strerror(errno) +
@@ -118,11 +125,7 @@ TemporaryDirectory::~TemporaryDirectory() {
 }
 
 SignalsElsewhere::SignalsElsewhere() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  for (const int number : kSignals) {
-    sigaddset(&signals, number);
-  }
+  const sigset_t signals = Signals();
   (void)pthread_sigmask(SIG_BLOCK, &signals, &m_before);
 }
 

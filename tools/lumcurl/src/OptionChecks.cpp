@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <cctype>
 #include <climits>
 #include <cstdint>
@@ -14,21 +15,20 @@ namespace {
 // libcurl takes no longer one (in milliseconds, in 32 bits): it would set none.
 constexpr std::uint64_t kLongestTimeLimit = INT_MAX / 1000;
 
-bool IsBlankOrControl(unsigned char c) {
-  return c <= ' ' || c == 0x7F;
-}
-
 bool HoldsAny(const std::string& text, const char* characters) {
   return text.find_first_of(characters) != std::string::npos;
 }
 
 bool HoldsBlankOrControl(const std::string& text) {
-  for (const char c : text) {
-    if (IsBlankOrControl(static_cast<unsigned char>(c))) {
-      return true;
-    }
-  }
-  return false;
+  return std::any_of(text.begin(), text.end(),
+                     [](unsigned char c) { return c <= ' ' || c == 0x7F; });
+}
+
+// For what goes into a request as it stands.
+std::string CheckReserved(const std::string& text, const char* reserved) {
+  return HoldsBlankOrControl(text) || HoldsAny(text, reserved)
+             ? "'" + text + "' holds a character that must be percent-encoded: it is sent as given"
+             : std::string();
 }
 
 // The decimal number that `text` begins with, and the place behind it. Numbers of more than ten
@@ -61,26 +61,16 @@ std::string CheckUrl(const std::string& url) {
   return {};
 }
 
-// The library adds the query itself.
 std::string CheckUrlWithoutQuery(const std::string& url) {
   return HoldsAny(url, "?#") ? "'" + url + "' must have no query and no fragment" : CheckUrl(url);
 }
 
-// Goes into a query as it stands.
 std::string CheckQueryValue(const std::string& text) {
-  return HoldsBlankOrControl(text) || HoldsAny(text, "&#")
-             ? "'" + text + "' holds a character that must be percent-encoded: it is sent as given"
-             : std::string();
+  return CheckReserved(text, "&#");
 }
 
-// Goes into a path as it stands.
 std::string CheckPathPart(const std::string& text) {
-  if (text.empty()) {
-    return "the value is empty";
-  }
-  return HoldsBlankOrControl(text) || HoldsAny(text, "/?#")
-             ? "'" + text + "' holds a character that must be percent-encoded: it is sent as given"
-             : std::string();
+  return text.empty() ? "the value is empty" : CheckReserved(text, "/?#");
 }
 
 std::string CheckServer(const std::string& server) {
@@ -94,12 +84,8 @@ std::string CheckServer(const std::string& server) {
 }
 
 std::string CheckLine(const std::string& text) {
-  for (const char c : text) {
-    if (c == '\r' || c == '\n' || c == '\0') {
-      return "the value holds a line break";
-    }
-  }
-  return {};
+  const bool isOneLine = text.find_first_of(std::string("\r\n\0", 3)) == std::string::npos;
+  return isOneLine ? "" : "the value holds a line break";
 }
 
 std::string CheckAddress(const std::string& text) {

@@ -54,27 +54,19 @@ ProgressMeter::ProgressMeter(Console& console, std::function<Progress()> progres
 }
 
 ProgressMeter::~ProgressMeter() {
-  if (m_thread.joinable()) {
-    Stop();
-    m_console.EndProgress();
+  if (!m_thread.joinable()) {
+    return;
   }
-}
-
-void ProgressMeter::Finish() {
-  if (m_thread.joinable()) {
-    Stop();
-    Show();
-    m_console.EndProgress();
-  }
-}
-
-void ProgressMeter::Stop() {
   {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_done = true;
   }
   m_wake.notify_one();
   m_thread.join();
+  if (m_finished) {
+    Show();
+  }
+  m_console.EndProgress();
 }
 
 void ProgressMeter::Run() {

@@ -31,16 +31,13 @@ class ProgressMeter {
   // `progress` is called on that thread, and must stay callable.
   ProgressMeter(Console& console, std::function<Progress()> progress);
   ~ProgressMeter();
-  ProgressMeter(const ProgressMeter&) = delete;
-  ProgressMeter& operator=(const ProgressMeter&) = delete;
 
-  // The transfer is over: shows its final figures.
-  void Finish();
+  // The transfer is over: its final figures are those that stay.
+  void Finish() { m_finished = true; }
 
  private:
   void Run();
   void Show();
-  void Stop();
 
   Console& m_console;
   const std::function<Progress()> m_progress;
@@ -48,6 +45,7 @@ class ProgressMeter {
   std::mutex m_mutex;
   std::condition_variable m_wake;
   bool m_done = false;  // guarded by m_mutex
+  bool m_finished = false;
   std::thread m_thread;
 };
 
@@ -57,8 +55,6 @@ class EscapedStdout {
  public:
   EscapedStdout();
   ~EscapedStdout();
-  EscapedStdout(const EscapedStdout&) = delete;
-  EscapedStdout& operator=(const EscapedStdout&) = delete;
 
  private:
   void Run() const;

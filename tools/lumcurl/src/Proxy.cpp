@@ -18,8 +18,8 @@ namespace {
 // Of the variables, the first that is set and not empty.
 std::optional<Proxy> FirstSet(const std::vector<const char*>& variables) {
   for (const char* variable : variables) {
-    const char* value = std::getenv(variable);
-    if (value != nullptr && *value != '\0') {
+    const std::string value = Environment(variable);
+    if (!value.empty()) {
       return Proxy{variable, value};
     }
   }

@@ -131,8 +131,6 @@ UploadStream::UploadStream(std::string path, std::function<void(std::uint64_t)> 
   (void)std::setvbuf(m_stream.get(), m_buffer.get(), _IOFBF, kStreamBuffer);
 }
 
-UploadStream::~UploadStream() = default;
-
 Progress UploadStream::Sent() {
   if (!m_ready) {
     return {true, m_descriptors.Written(), 0};

@@ -43,9 +43,6 @@ class UploadStream {
   // `opened` is called with the file's size, once, before anything is read. Throws std::bad_alloc
   // when there is no stream to be had.
   UploadStream(std::string path, std::function<void(std::uint64_t)> opened);
-  ~UploadStream();
-  UploadStream(const UploadStream&) = delete;
-  UploadStream& operator=(const UploadStream&) = delete;
 
   FILE* Stream() const { return m_stream.get(); }
 

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <utility>
 
 #include "LumSafeText.h"
@@ -17,18 +18,7 @@ namespace {
 constexpr std::size_t kShownPath = 300;  // bytes
 constexpr double kLongestTime = 1e9;     // seconds; beyond it nobody counts
 
-bool Contains(const std::string& text, const char* part) {
-  return text.find(part) != std::string::npos;
-}
-
-}  // namespace
-
-std::string LowerCase(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
-
+// Length of `text` without a last UTF-8 character of which bytes are missing.
 std::size_t WholeCharacters(const std::string& text) {
   for (std::size_t back = 1; back <= std::min<std::size_t>(3, text.size()); ++back) {
     const auto byte = static_cast<unsigned char>(text[text.size() - back]);
@@ -38,6 +28,19 @@ std::size_t WholeCharacters(const std::string& text) {
     }
   }
   return text.size();
+}
+
+}  // namespace
+
+std::string Environment(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+std::string LowerCase(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
 }
 
 std::string TerminalEscaper::Feed(const char* bytes, std::size_t size) {
@@ -73,7 +76,7 @@ bool NamesSecret(const std::string& name) {
       "auth", "token", "secret", "pass", "pwd", "cookie", "credential", "signature", "key"};
   const std::string lower = LowerCase(name);
   return lower == "sig" || std::any_of(kParts.begin(), kParts.end(), [&lower](const char* part) {
-           return Contains(lower, part);
+           return lower.find(part) != std::string::npos;
          });
 }
 
@@ -101,14 +104,16 @@ std::vector<std::string> SecretsOfUrl(const std::string& url) {
   return secrets;
 }
 
-std::string MaskedHeader(const std::string& line) {
+std::string SecretOfHeader(const std::string& line) {
   const std::size_t colon = line.find(':');
   if (colon == std::string::npos || !NamesSecret(line.substr(0, colon))) {
-    return line;
+    return {};
   }
-  return line.find_first_not_of(' ', colon + 1) == std::string::npos
-             ? line
-             : line.substr(0, colon) + ": ***";
+  return line.substr(std::min(line.find_first_not_of(' ', colon + 1), line.size()));
+}
+
+std::string MaskedHeader(const std::string& line) {
+  return SecretOfHeader(line).empty() ? line : line.substr(0, line.find(':')) + ": ***";
 }
 
 std::string HumanBytes(double bytes) {

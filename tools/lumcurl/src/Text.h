@@ -10,9 +10,6 @@
 // What LumSafeText allows where data stands on a terminal.
 constexpr char kLayout[] = "\n\t";
 
-// Length of `text` without a last UTF-8 character of which bytes are missing.
-std::size_t WholeCharacters(const std::string& text);
-
 // LumSafeText with kLayout, of a text that comes piece by piece. The part of a character that it
 // holds back between pieces comes with the next piece or with Flush.
 class TerminalEscaper {
@@ -23,6 +20,9 @@ class TerminalEscaper {
  private:
   std::string m_held;
 };
+
+// The environment variable of that name; "" when it is not set.
+std::string Environment(const char* name);
 
 // ASCII letters as small ones.
 std::string LowerCase(std::string text);
@@ -44,7 +44,10 @@ bool NamesSecret(const std::string& name);
 // of query parameters whose name says secret.
 std::vector<std::string> SecretsOfUrl(const std::string& url);
 
-// "Name: value" with the value hidden when the name says secret.
+// The value in "Name: value" when the name says secret; "": it does not, or there is none.
+std::string SecretOfHeader(const std::string& line);
+
+// "Name: value" with such a value hidden.
 std::string MaskedHeader(const std::string& line);
 
 // "12 B", "1.5 KiB", "2.0 GiB".

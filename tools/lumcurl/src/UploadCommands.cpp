@@ -162,11 +162,13 @@ int Upload(ServiceCall& call, const Options& options, Console& console, const Se
   int result = 0;
   if (what.packs || file.Open()) {
     call.client.SetFp(file.Stream());
-    ProgressMeter meter(console, [&file] { return file.Sent(); });
-    result = upload();
-    if (result == 0 && !call.exchange.Told().uploadFailed) {
-      file.Complete();
-      meter.Finish();
+    {
+      ProgressMeter meter(console, [&file] { return file.Sent(); });
+      result = upload();
+      if (result == 0 && !call.exchange.Told().uploadFailed) {
+        file.Complete();
+        meter.Finish();
+      }
     }
     call.client.SetFp(nullptr);
     WarnOfLostReply(console);
@@ -176,13 +178,6 @@ int Upload(ServiceCall& call, const Options& options, Console& console, const Se
                   "cannot read " + Quoted(what.path) + " any more; check that it is still there");
   }
   return result;
-}
-
-void RequireUploadable(const std::string& path) {
-  const std::string problem = ReadProblem(path);
-  if (!problem.empty()) {
-    throw Failure(Exit::kFile, problem);
-  }
 }
 
 // What the three compress-and-upload commands share. `kept`: the archive survives a failed upload.
@@ -239,7 +234,7 @@ Exit PackAndUpload(const Options& options, Console& console, const std::string& 
 Exit RunUpload(const Options& options, Console& console) {
   const bool isVideo = options.command == "upload-video";
   CheckPinning(options);
-  RequireUploadable(options.path);
+  RequireReadable(options.path);
   const unsigned int timeLimit = options.timeout.value_or(kUploadTimeLimit);
   const std::vector<std::string> own = ReadHeaders(options, console);
   const Signing signing = own.empty() ? ReadSigning(options, console) : Signing();
@@ -276,7 +271,7 @@ Exit RunUpload(const Options& options, Console& console) {
 }
 
 Exit RunUploadFile(const Options& options, Console& console) {
-  RequireUploadable(options.path);
+  RequireReadable(options.path);
   return PackAndUpload(options, console, options.path + kArchiveEnd, false,
                        [&options](LumCurlOrvOps& client) {
                          return client.UploadLogFileForCompress(options.url, options.path);
@@ -300,7 +295,7 @@ Exit RunUploadDirectory(const Options& options, Console& console) {
 Exit RunUploadGroup(const Options& options, Console& console) {
   std::string group;
   for (const std::string& file : options.files) {
-    RequireUploadable(file);
+    RequireReadable(file);
     group += file + "\n";
   }
   std::optional<TemporaryDirectory> directory;

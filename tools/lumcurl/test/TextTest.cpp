@@ -80,6 +80,14 @@ TEST(SecretsOfUrl, FindsPasswordAndQueryValues) {
   EXPECT_THAT(SecretsOfUrl(""), IsEmpty());
 }
 
+TEST(SecretOfHeader, IsTheValueWhereTheNameSaysSecret) {
+  EXPECT_EQ(SecretOfHeader("X-Auth-Token: abc"), "abc");
+  EXPECT_EQ(SecretOfHeader("X-Auth-Token:a: b"), "a: b");
+  EXPECT_EQ(SecretOfHeader("X-Auth-Token: "), "");
+  EXPECT_EQ(SecretOfHeader("X-Auth-Token"), "");
+  EXPECT_EQ(SecretOfHeader("Date: today"), "");
+}
+
 TEST(MaskedHeader, HidesValuesOfSecretNames) {
   EXPECT_EQ(MaskedHeader("X-Auth-Token: abc"), "X-Auth-Token: ***");
   EXPECT_EQ(MaskedHeader("X-Auth-Token: "), "X-Auth-Token: ");
