@@ -1,5 +1,3 @@
-// Colours for terminals.
-
 #include "Colour.h"
 
 #include <unistd.h>

@@ -1,7 +1,5 @@
 // The shell completions of lumcurl.
 
-#include "Completion.h"
-
 #include <CLI/CLI.hpp>
 #include <map>
 #include <sstream>

@@ -1,5 +1,3 @@
-// What lumcurl writes.
-
 #include "Console.h"
 
 #include <unistd.h>

@@ -5,7 +5,6 @@
 #include <iostream>
 #include <map>
 
-#include "Completion.h"
 #include "HelpFormatter.h"
 #include "Options.h"
 

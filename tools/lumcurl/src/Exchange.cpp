@@ -1,5 +1,3 @@
-// One call of the library with everything around it.
-
 #include "Exchange.h"
 
 #include <algorithm>

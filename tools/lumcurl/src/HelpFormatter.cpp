@@ -1,5 +1,3 @@
-// How --help looks.
-
 #include "HelpFormatter.h"
 
 #include <sstream>

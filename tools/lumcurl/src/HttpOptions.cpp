@@ -1,6 +1,5 @@
 // The command line of get, post, download and apollo.
 
-#include "OptionChecks.h"
 #include "OptionGroups.h"
 
 namespace {
@@ -39,9 +38,9 @@ void AddHttpCommands(CLI::App& app, Options& options) {
       app, options, "download", kHttp, "Download a URL into a file",
       "The HTTP status is not visible: an error page, such as that of a 404, is saved like any "
       "other download and the exit status is 0; a warning says when the file looks like one. What "
-      "a download that fails had received stays in "
-      "the file. 60 seconds. Nothing about an https server is verified, no client certificate is "
-      "offered and no header line of your own is sent.",
+      "a download that fails had received stays in the file. 60 seconds. Nothing about an https "
+      "server is verified, no client certificate is offered and no header line of your own is "
+      "sent.",
       "  lumcurl download http://127.0.0.1:8080/files/map.bin /tmp/map.bin");
   AddUrl(download, options);
   AddOperand(download, "PATH", options.path, "File to write; what it held is replaced");
@@ -65,11 +64,11 @@ void AddApolloCommand(CLI::App& app, Options& options) {
       app, options, "apollo", kCentre, "Print one namespace of an Apollo configuration centre",
       "The answer is printed as it came unless --key or --env-file is given. Always https; the "
       "host name is looked up for IPv4 alone; 5 seconds. The server is not verified: whoever "
-      "stands between can answer in its "
-      "place, and a shell that reads the lines of --env-file then takes a stranger's values. In "
-      "names every character that no variable may have becomes an underscore; values are quoted "
-      "for a POSIX shell. Names that steer a shell, the loader or an interpreter, such as PATH, "
-      "LD_PRELOAD and PYTHONPATH, are refused; a prefix makes them harmless.",
+      "stands between can answer in its place, and a shell that reads the lines of --env-file then "
+      "takes a stranger's values. In names every character that no variable may have becomes an "
+      "underscore; values are quoted for a POSIX shell. Names that steer a shell, the loader or an "
+      "interpreter, such as PATH, LD_PRELOAD and PYTHONPATH, are refused; a prefix makes them "
+      "harmless.",
       "  lumcurl apollo --env-file --prefix ROBOT_ \\\n"
       "      127.0.0.1:8443 robot application > robot.env");
   AddOperand(apollo, "SERVER", options.server,

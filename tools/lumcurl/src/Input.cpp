@@ -1,5 +1,3 @@
-// What commands read.
-
 #include "Input.h"
 
 #include <fcntl.h>

@@ -1,7 +1,5 @@
 // What values the command line accepts.
 
-#include "OptionChecks.h"
-
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
@@ -9,6 +7,8 @@
 #include <cctype>
 #include <climits>
 #include <cstdint>
+
+#include "OptionGroups.h"
 
 namespace {
 

@@ -3,7 +3,6 @@
 #include "OptionGroups.h"
 
 #include "HelpFormatter.h"
-#include "OptionChecks.h"
 
 namespace {
 

@@ -1,5 +1,3 @@
-// The option table of lumcurl.
-
 #include "Options.h"
 
 #include <algorithm>

@@ -86,6 +86,9 @@ constexpr char kKeyPassVariable[] = "LUMCURL_KEY_PASS";
 // documents it. --help, the completion and the man page are made from this one table.
 std::unique_ptr<CLI::App> MakeParser(Options& options);
 
+// The completion script for one of kShells; it needs nothing but that shell.
+std::string Completion(const std::string& shell, const CLI::App& parser);
+
 // The command of that name; null when there is none.
 const CLI::App* CommandNamed(const CLI::App& parser, const std::string& name);
 

@@ -1,5 +1,3 @@
-// What became of a call of the library.
-
 #include "Outcome.h"
 
 #include <curl/curl.h>

@@ -1,5 +1,3 @@
-// Progress of a transfer on a terminal.
-
 #include "Progress.h"
 
 #include <fcntl.h>

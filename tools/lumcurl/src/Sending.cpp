@@ -1,5 +1,3 @@
-// How much of an upload has left for the server.
-
 #include "Sending.h"
 
 #include <fcntl.h>

@@ -1,5 +1,3 @@
-// One call of the service client.
-
 #include "ServiceCall.h"
 
 #include <utility>

@@ -1,5 +1,3 @@
-// Small helpers over text.
-
 #include "Text.h"
 
 #include <algorithm>

@@ -1,6 +1,5 @@
 // The command line of the uploads.
 
-#include "OptionChecks.h"
 #include "OptionGroups.h"
 
 namespace {

@@ -16,7 +16,6 @@
 #include <vector>
 
 #include "Commands.h"
-#include "Completion.h"
 #include "Input.h"
 #include "Interrupt.h"
 #include "LumCurlHttp.h"
