@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <sstream>
 
 #include "Lumcurl.h"
 #include "support/Files.h"
@@ -84,58 +85,19 @@ TEST_F(Apollo, PrintsLinesThatAShellReadsBack) {
 }
 
 TEST_F(Apollo, RefusesNamesThatSteerAShell) {
-  for (const char* name : {"PATH",
-                           "IFS",
-                           "ENV",
-                           "BASH_ENV",
-                           "LD_PRELOAD",
-                           "LD_LIBRARY_PATH",
-                           "LD.AUDIT",
-                           "SHELLOPTS",
-                           "PS4",
-                           "PROMPT",
-                           "PROMPT_COMMAND",
-                           "PROMPT2",
-                           "PROMPT3",
-                           "PROMPT4",
-                           "prompt",
-                           "RPS1",
-                           "RPS2",
-                           "RPROMPT",
-                           "RPROMPT2",
-                           "SPROMPT",
-                           "NULLCMD",
-                           "READNULLCMD",
-                           "FCEDIT",
-                           "EDITOR",
-                           "VISUAL",
-                           "INPUTRC",
-                           "EXINIT",
-                           "VIMINIT",
-                           "PYTHONPATH",
-                           "PYTHONSTARTUP",
-                           "PERL5OPT",
-                           "NODE_OPTIONS",
-                           "RES_OPTIONS",
-                           "LOCALDOMAIN",
-                           "HOSTALIASES",
-                           "http_proxy",
-                           "HTTP_PROXY",
-                           "https_proxy",
-                           "HTTPS_PROXY",
-                           "ALL_PROXY",
-                           "all_proxy",
-                           "NO_PROXY",
-                           "no_proxy",
-                           "No_Proxy",
-                           "ftp_proxy",
-                           "CURL_HOME",
-                           "CURL_CA_BUNDLE",
-                           "SSLKEYLOGFILE",
-                           "SSL_CERT_FILE",
-                           "LUMCURL_TOKEN"}) {
+  std::istringstream names(
+      "PATH IFS ENV BASH_ENV LD_PRELOAD LD_LIBRARY_PATH LD.AUDIT "
+      "SHELLOPTS PS4 PROMPT PROMPT_COMMAND PROMPT2 PROMPT3 PROMPT4 "
+      "prompt RPS1 RPS2 RPROMPT RPROMPT2 SPROMPT NULLCMD "
+      "READNULLCMD FCEDIT EDITOR VISUAL INPUTRC EXINIT VIMINIT "
+      "PYTHONPATH PYTHONSTARTUP PERL5OPT NODE_OPTIONS RES_OPTIONS "
+      "LOCALDOMAIN HOSTALIASES http_proxy HTTP_PROXY https_proxy "
+      "HTTPS_PROXY ALL_PROXY all_proxy NO_PROXY no_proxy No_Proxy "
+      "ftp_proxy CURL_HOME CURL_CA_BUNDLE SSLKEYLOGFILE "
+      "SSL_CERT_FILE LUMCURL_TOKEN");
+  for (std::string name; names >> name;) {
     const ProcessResult result =
-        Run(JsonReply(Answer(std::string(R"({"a":"1",")") + name + R"(":"x"})")), {"--env-file"});
+        Run(JsonReply(Answer(R"({"a":"1",")" + name + R"(":"x"})")), {"--env-file"});
     std::string variable = name;
     std::replace(variable.begin(), variable.end(), '.', '_');
     EXPECT_EQ(result.exitStatus, 1) << name;
@@ -182,12 +144,9 @@ TEST_F(Apollo, TellsStatusesApart) {
 }
 
 TEST_F(Apollo, FailsForAnswersThatAreNoNamespace) {
-  const ProcessResult html = Run(StatusReply(200, "<html>"));
-  EXPECT_EQ(html.exitStatus, 1);
-  EXPECT_THAT(html.err, AllOf(HasSubstr("not JSON"), HasSubstr("the reply: <html>")));
-  const ProcessResult other = Run(JsonReply("[]"));
-  EXPECT_EQ(other.exitStatus, 1);
-  EXPECT_THAT(other.err, HasSubstr("no 'configurations'"));
+  EXPECT_THAT(Run(StatusReply(200, "<html>")),
+              Ends(1, AllOf(HasSubstr("not JSON"), HasSubstr("the reply: <html>"))));
+  EXPECT_THAT(Run(JsonReply("[]")), Ends(1, HasSubstr("no 'configurations'")));
 }
 
 TEST_F(Apollo, FailsWhenTheServerClosesInMidBody) {
@@ -197,9 +156,8 @@ TEST_F(Apollo, FailsWhenTheServerClosesInMidBody) {
 TEST_F(Apollo, NamesAServerThatIsDown) {
   RefusedPort port;
   const std::string server = "127.0.0.1:" + std::to_string(port.Port());
-  const ProcessResult result = Lumcurl({"apollo", server, "a", "n"});
-  EXPECT_EQ(result.exitStatus, 6);
-  EXPECT_THAT(result.err, HasSubstr("https://" + server + "/configs/a/default/n"));
+  EXPECT_THAT(Lumcurl({"apollo", server, "a", "n"}),
+              Ends(6, HasSubstr("https://" + server + "/configs/a/default/n")));
 }
 
 TEST_F(Apollo, NamesAServerWithoutTls) {
@@ -210,9 +168,8 @@ TEST_F(Apollo, NamesAServerWithoutTls) {
 }
 
 TEST_F(Apollo, NamesAnIpv6AddressThatTheLibraryDoesNotReach) {
-  const ProcessResult result = Lumcurl({"apollo", "[::1]:9", "a", "n"});
-  EXPECT_EQ(result.exitStatus, 6) << result.Describe();
-  EXPECT_THAT(result.err, HasSubstr("https://[::1]:9/configs/a/default/n"));
+  EXPECT_THAT(Lumcurl({"apollo", "[::1]:9", "a", "n"}),
+              Ends(6, HasSubstr("https://[::1]:9/configs/a/default/n")));
 }
 
 }  // namespace

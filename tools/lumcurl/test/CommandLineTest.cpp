@@ -18,9 +18,7 @@ using testing::Not;
 using testing::StartsWith;
 
 TEST(Help, ListsEveryCommand) {
-  const ProcessResult result = Lumcurl({"--help"});
-  EXPECT_EQ(result.exitStatus, 0);
-  EXPECT_THAT(result.err, IsEmpty());
+  EXPECT_THAT(Lumcurl({"--help"}), Ends(0, IsEmpty()));
   EXPECT_THAT(Commands(), ElementsAre("get", "post", "download", "token", "refresh-token", "report",
                                       "log-address", "service-get", "service-post", "upload-log",
                                       "upload-video", "upload-file", "upload-dir", "upload-group",
@@ -233,9 +231,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& test) { return std::string(test.param.name); });
 
 TEST(Usage, IsExplainedWhenQuietToo) {
-  const ProcessResult result = Lumcurl({"get", "-q", ""});
-  EXPECT_EQ(result.exitStatus, 2);
-  EXPECT_THAT(result.err, HasSubstr("the URL is empty"));
+  EXPECT_THAT(Lumcurl({"get", "-q", ""}), Ends(2, HasSubstr("the URL is empty")));
 }
 
 }  // namespace

@@ -92,9 +92,7 @@ class EveryCommand : public testing::TestWithParam<Command> {
 TEST_P(EveryCommand, EndsWith0WhenDone) {
   WireServer server;
   server.Script(JsonReply("{}"));
-  const ProcessResult result = Run(server.Url("/p"), {"-q"});
-  EXPECT_EQ(result.exitStatus, 0) << result.Describe();
-  EXPECT_THAT(result.err, IsEmpty());
+  EXPECT_THAT(Run(server.Url("/p"), {"-q"}), Ends(0, IsEmpty()));
 }
 
 TEST_P(EveryCommand, EndsWithTheClassOfTheStatus) {

@@ -16,6 +16,7 @@
 namespace lumtest {
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -66,9 +67,8 @@ TEST_F(Get, PrintsTheDocumentOfAnErrorToo) {
 }
 
 TEST_F(Get, DoesNotFollowRedirects) {
-  const ProcessResult result = Run(JsonReply("{}", 302), {"get", m_server.Url()});
-  EXPECT_EQ(result.exitStatus, 1);
-  EXPECT_THAT(result.err, HasSubstr("redirects are not followed"));
+  EXPECT_THAT(Run(JsonReply("{}", 302), {"get", m_server.Url()}),
+              Ends(1, HasSubstr("redirects are not followed")));
 }
 
 TEST_F(Get, ShowsWhatIsNotJson) {
@@ -86,11 +86,8 @@ TEST_F(Get, TakesAnEmptyAnswerForNoJson) {
 
 TEST_F(Get, FailsWhereOutputCannotBeWritten) {
   m_server.Script(JsonReply("{}"));
-  const ProcessResult result =
-      RunCommand({"sh", "-c", ShellWords(LumcurlCommand({"get", m_server.Url()})) + " > /dev/full"},
-                 LumcurlOptions());
-  EXPECT_EQ(result.exitStatus, 9);
-  EXPECT_THAT(result.err, HasSubstr("standard output"));
+  EXPECT_THAT(LumcurlInShell({"get", m_server.Url()}, "> /dev/full"),
+              Ends(9, HasSubstr("standard output")));
 }
 
 TEST_F(Get, ShowsTheExchangeWhenVerbose) {
@@ -110,9 +107,8 @@ TEST_F(Get, EndsTheStartOfALongReplyInDots) {
 }
 
 TEST_F(Get, WaitsFiveSecondsAtMost) {
-  const ProcessResult result = Run(WireReply().Stall(), {"get", m_server.Url()});
-  EXPECT_EQ(result.exitStatus, 7);
-  EXPECT_THAT(result.err, HasSubstr("the limit is 5 s"));
+  EXPECT_THAT(Run(WireReply().Stall(), {"get", m_server.Url()}),
+              Ends(7, HasSubstr("the limit is 5 s")));
 }
 
 TEST_F(Post, ShowsTheContentTypeThatLibcurlAddsWhenVerbose) {
@@ -151,9 +147,8 @@ TEST_F(Post, SendsTheBodyByteForByte) {
 }
 
 TEST_F(Post, NamesABodyThatCannotBeRead) {
-  const ProcessResult result = Lumcurl({"post", "--data-file", "/none/f", m_server.Url()});
-  EXPECT_EQ(result.exitStatus, 9);
-  EXPECT_THAT(result.err, HasSubstr("cannot read '/none/f': No such file"));
+  EXPECT_THAT(Lumcurl({"post", "--data-file", "/none/f", m_server.Url()}),
+              Ends(9, HasSubstr("cannot read '/none/f': No such file")));
 }
 
 class Tls : public testing::Test {
@@ -185,10 +180,9 @@ class Tls : public testing::Test {
 
 TEST_F(Tls, OffersTheCertificateWithAnEncryptedKey) {
   Serve();
-  const ProcessResult result =
-      Lumcurl(Arguments(m_material.caCertificate, m_material.clientEncryptedKey, "open sesame"));
-  EXPECT_EQ(result.exitStatus, 0) << result.Describe();
-  EXPECT_THAT(result.err, IsEmpty());
+  EXPECT_THAT(
+      Lumcurl(Arguments(m_material.caCertificate, m_material.clientEncryptedKey, "open sesame")),
+      Ends(0, IsEmpty()));
   EXPECT_EQ(m_server->Request(0).clientSubject, "CN=Lum test client,O=Lum");
 }
 
@@ -204,20 +198,16 @@ TEST_F(Tls, TakesThePassPhraseFromTheEnvironment) {
 TEST_F(Tls, RefusesAWrongOrMissingPassPhrase) {
   Serve();
   for (const char* pass : {"open barley", ""}) {
-    const ProcessResult result =
-        Lumcurl(Arguments(m_material.caCertificate, m_material.clientEncryptedKey, pass));
-    EXPECT_EQ(result.exitStatus, 8) << result.Describe();
-    EXPECT_THAT(result.err, HasSubstr("the pass phrase is the key's"));
-    EXPECT_THAT(result.err, Not(HasSubstr("barley")));
+    EXPECT_THAT(
+        Lumcurl(Arguments(m_material.caCertificate, m_material.clientEncryptedKey, pass)),
+        Ends(8, AllOf(HasSubstr("the pass phrase is the key's"), Not(HasSubstr("barley")))));
   }
 }
 
 TEST_F(Tls, NamesFilesThatAreMissing) {
   Serve();
-  const ProcessResult result =
-      Lumcurl(Arguments(m_material.caCertificate, m_directory.Path("none.key"), ""));
-  EXPECT_EQ(result.exitStatus, 9);
-  EXPECT_THAT(result.err, HasSubstr("--key: cannot read '" + m_directory.Path("none.key")));
+  EXPECT_THAT(Lumcurl(Arguments(m_material.caCertificate, m_directory.Path("none.key"), "")),
+              Ends(9, HasSubstr("--key: cannot read '" + m_directory.Path("none.key"))));
   EXPECT_EQ(m_server->Connections().size(), 0u);
 }
 
@@ -225,17 +215,13 @@ TEST_F(Tls, RefusesAServerOfAnotherAuthority) {
   m_options.tls->certificate = m_material.untrustedServerCertificate;
   m_options.tls->key = m_material.untrustedServerKey;
   Serve();
-  const ProcessResult result =
-      Lumcurl(Arguments(m_material.caCertificate, m_material.clientKey, ""));
-  EXPECT_EQ(result.exitStatus, 8);
-  EXPECT_THAT(result.err, HasSubstr("--cacert"));
+  EXPECT_THAT(Lumcurl(Arguments(m_material.caCertificate, m_material.clientKey, "")),
+              Ends(8, HasSubstr("--cacert")));
 }
 
 TEST_F(Tls, SaysSoWhenTheServerWantsACertificate) {
   Serve();
-  const ProcessResult result = Lumcurl({"get", m_server->Url()});
-  EXPECT_EQ(result.exitStatus, 8) << result.Describe();
-  EXPECT_THAT(result.err, HasSubstr("client certificate"));
+  EXPECT_THAT(Lumcurl({"get", m_server->Url()}), Ends(8, HasSubstr("client certificate")));
 }
 
 TEST_F(Download, WritesTheFile) {
@@ -262,10 +248,8 @@ TEST_F(Download, NamesWhatItCannotWriteTo) {
        "cannot write '/proc/lumcurl-test'"},  // not even root makes files there
   };
   for (const auto& [path, message] : kCases) {
-    const ProcessResult result = Lumcurl({"download", "-q", m_server.Url(), path});
-    EXPECT_EQ(result.exitStatus, 9) << result.Describe();
-    EXPECT_THAT(result.err, StartsWith("lumcurl: download"));
-    EXPECT_THAT(result.err, HasSubstr(message));
+    EXPECT_THAT(Lumcurl({"download", "-q", m_server.Url(), path}),
+                Ends(9, AllOf(StartsWith("lumcurl: download"), HasSubstr(message))));
   }
   EXPECT_EQ(m_server.Connections().size(), 0u);
 }
@@ -273,25 +257,20 @@ TEST_F(Download, NamesWhatItCannotWriteTo) {
 TEST_F(Download, NamesAFileThatCannotGrow) {
   const std::string path = m_directory.Path("f");
   m_server.Script(GeneratedReply(1'000'000));
-  const ProcessResult result =
+  EXPECT_THAT(
       RunCommand({"sh", "-c",
                   "trap '' XFSZ; ulimit -f 1; exec " +
                       ShellWords(LumcurlCommand({"download", m_server.Url(), path}))},
-                 LumcurlOptions());
-  EXPECT_EQ(result.exitStatus, 9) << result.Describe();
-  EXPECT_THAT(result.err, HasSubstr("cannot write '" + path + "'"));
-  EXPECT_THAT(result.err, HasSubstr("disk is not full"));
+                 LumcurlOptions()),
+      Ends(9, AllOf(HasSubstr("cannot write '" + path + "'"), HasSubstr("disk is not full"))));
 }
 
 TEST_F(Download, SavesAnErrorPageAndWarnsOfWhatLooksLikeOne) {
   const std::string path = m_directory.Path("f");
   for (const std::string page :
        {"<html><h1>404 Not Found</h1></html>", R"({"error":"no such file"})"}) {
-    const ProcessResult result =
-        Run(StatusReply(404, page), {"download", m_server.Url("/f"), path});
-    EXPECT_EQ(result.exitStatus, 0) << result.Describe();
-    EXPECT_THAT(result.err,
-                HasSubstr("warning: what is in '" + path + "' looks like an error page"));
+    EXPECT_THAT(Run(StatusReply(404, page), {"download", m_server.Url("/f"), path}),
+                Ends(0, HasSubstr("warning: what is in '" + path + "' looks like an error page")));
     EXPECT_EQ(ReadFile(path), page);
   }
   EXPECT_THAT(Run(StatusReply(200, "content"), {"download", m_server.Url("/f"), path}).err,
@@ -300,20 +279,17 @@ TEST_F(Download, SavesAnErrorPageAndWarnsOfWhatLooksLikeOne) {
 
 TEST_F(Download, KeepsWhatArrivedBeforeTheServerClosed) {
   const std::string path = m_directory.Path("f");
-  const ProcessResult result =
-      Run(WireReply(WireHead(200, {"Content-Length: 100"}) + "first part").Close(),
-          {"download", m_server.Url(), path});
-  EXPECT_EQ(result.exitStatus, 6);
-  EXPECT_THAT(result.err, HasSubstr("what had arrived is in '" + path + "'"));
+  EXPECT_THAT(Run(WireReply(WireHead(200, {"Content-Length: 100"}) + "first part").Close(),
+                  {"download", m_server.Url(), path}),
+              Ends(6, HasSubstr("what had arrived is in '" + path + "'")));
   EXPECT_EQ(ReadFile(path), "first part");
 }
 
 TEST_F(Download, NamesARefusedPort) {
   const RefusedPort port;
-  const ProcessResult result = Lumcurl({"download", port.Url(), m_directory.Path("f")});
-  EXPECT_EQ(result.exitStatus, 6);
-  EXPECT_THAT(result.err, StartsWith("lumcurl: download " + port.Url() + ": "));
-  EXPECT_THAT(result.err, HasSubstr("check host and port"));
+  EXPECT_THAT(Lumcurl({"download", port.Url(), m_directory.Path("f")}),
+              Ends(6, AllOf(StartsWith("lumcurl: download " + port.Url() + ": "),
+                            HasSubstr("check host and port"))));
 }
 
 }  // namespace

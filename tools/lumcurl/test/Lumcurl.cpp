@@ -39,6 +39,11 @@ ProcessResult Lumcurl(const Words& arguments, const ProcessOptions& options) {
   return RunCommand(LumcurlCommand(arguments), LumcurlOptions(options));
 }
 
+ProcessResult LumcurlInShell(const Words& arguments, const std::string& redirections) {
+  return RunCommand({"sh", "-c", ShellWords(LumcurlCommand(arguments)) + " " + redirections},
+                    LumcurlOptions());
+}
+
 OnTerminal::OnTerminal(const Words& argv, const Words& environment) {
   std::vector<char*> words;
   for (const std::string& word : argv) {

@@ -3,6 +3,7 @@
 #ifndef LUM_LUMCURL_TEST_LUMCURL_H
 #define LUM_LUMCURL_TEST_LUMCURL_H
 
+#include <gmock/gmock.h>
 #include <sys/types.h>
 
 #include <chrono>
@@ -24,6 +25,15 @@ ProcessOptions LumcurlOptions(ProcessOptions options = {});
 
 // lumcurl to its end, without a terminal.
 ProcessResult Lumcurl(const Words& arguments, const ProcessOptions& options = {});
+
+// Likewise, started by a shell with `redirections`, such as "> /dev/full".
+ProcessResult LumcurlInShell(const Words& arguments, const std::string& redirections);
+
+// How it must come out: with this exit status, and on standard error with what `err` matches.
+MATCHER_P2(Ends, exitStatus, err, "") {
+  *result_listener << arg.Describe();
+  return arg.exitStatus == exitStatus && testing::Value(arg.err, err);
+}
 
 // A program on a pseudo-terminal of its own, which is its standard input, output and error. Not
 // for use by two threads.

@@ -170,9 +170,8 @@ TEST_F(Service, GzipReportWarnsOfAMissingSender) {
 }
 
 TEST_F(Service, GzipReportExplainsADocumentTooSmall) {
-  const ProcessResult result = Lumcurl({"report", "--gzip", "-d", "[]", m_server.Url()});
-  EXPECT_EQ(result.exitStatus, 1);
-  EXPECT_THAT(result.err, HasSubstr("goes without --gzip"));
+  EXPECT_THAT(Lumcurl({"report", "--gzip", "-d", "[]", m_server.Url()}),
+              Ends(1, HasSubstr("goes without --gzip")));
   EXPECT_EQ(m_server.RequestCount(), 0u);
 }
 
@@ -204,10 +203,8 @@ TEST_F(Service, RefusesATokenWithALineBreakBeforeAnythingIsSent) {
         Words{"log-address", "--access-id", "a", "--file-name", "f"}}) {
     Words arguments = command;
     arguments.insert(arguments.end(), {"--token-file", token, m_server.Url()});
-    const ProcessResult result = Lumcurl(arguments);
-    EXPECT_EQ(result.exitStatus, 2) << result.Describe();
-    EXPECT_THAT(result.err, HasSubstr("line break"));
-    EXPECT_THAT(result.err, Not(HasSubstr("Evil")));
+    EXPECT_THAT(Lumcurl(arguments),
+                Ends(2, AllOf(HasSubstr("line break"), Not(HasSubstr("Evil")))));
   }
   EXPECT_EQ(m_server.Connections().size(), 0u);
 }
@@ -254,9 +251,7 @@ TEST_F(Service, LeavesByTheInterfaceAskedFor) {
   m_server.Script(JsonReply("{}"));
   Sent({"service-get", "--interface", "lo"});
   Words arguments = {"service-get", "--interface", "none9", m_server.Url()};
-  const ProcessResult result = Lumcurl(arguments);
-  EXPECT_EQ(result.exitStatus, 6);
-  EXPECT_THAT(result.err, HasSubstr("check --interface: 'ip link'"));
+  EXPECT_THAT(Lumcurl(arguments), Ends(6, HasSubstr("check --interface: 'ip link'")));
 }
 
 TEST_F(Service, WarnsOfAMacThatNoInterfaceHas) {

@@ -134,11 +134,8 @@ TEST_F(Upload, SaysThatTheReplyIsLost) {
   for (const Words& options : {Words{}, Words{"--limit-rate", "1G"}}) {
     Words words = {"upload-log", m_server.Url(), m_file};
     words.insert(words.begin() + 1, options.begin(), options.end());
-    const std::string command = ShellWords(LumcurlCommand(words));
-    const ProcessResult result =
-        RunCommand({"sh", "-c", command + " > /dev/full"}, LumcurlOptions());
-    EXPECT_EQ(result.exitStatus, 0) << result.Describe();
-    EXPECT_THAT(result.err, HasSubstr("the server's reply cannot be written to standard output"));
+    EXPECT_THAT(LumcurlInShell(words, "> /dev/full"),
+                Ends(0, HasSubstr("the server's reply cannot be written to standard output")));
   }
 }
 
@@ -213,9 +210,8 @@ TEST_F(Upload, NamesWhatCannotBeSent) {
     }
   }
   for (const std::string& path : {none, m_file}) {
-    const ProcessResult result = Lumcurl({"upload-dir", m_server.Url(), path});
-    EXPECT_EQ(result.exitStatus, 9) << result.Describe();
-    EXPECT_THAT(result.err, HasSubstr("'" + path + "'"));
+    EXPECT_THAT(Lumcurl({"upload-dir", m_server.Url(), path}),
+                Ends(9, HasSubstr("'" + path + "'")));
   }
   EXPECT_EQ(m_server.Connections().size(), 0u);
 }
@@ -273,9 +269,8 @@ TEST_F(Upload, DirectoryWithASlashIsPackedToo) {
 
 TEST_F(Upload, DoesNotReplaceAFileThatHasTheArchivesName) {
   WriteFile(m_file + ".tar.gz", "precious");
-  const ProcessResult result = Lumcurl({"upload-file", m_server.Url(), m_file});
-  EXPECT_EQ(result.exitStatus, 9);
-  EXPECT_THAT(result.err, AllOf(HasSubstr(m_file + ".tar.gz"), HasSubstr("--overwrite")));
+  EXPECT_THAT(Lumcurl({"upload-file", m_server.Url(), m_file}),
+              Ends(9, AllOf(HasSubstr(m_file + ".tar.gz"), HasSubstr("--overwrite"))));
   EXPECT_EQ(ReadFile(m_file + ".tar.gz"), "precious");
   EXPECT_EQ(m_server.Connections().size(), 0u);
 }
@@ -313,13 +308,11 @@ TEST_F(Upload, GroupMakesItsArchiveWhereAsked) {
 TEST_F(Upload, GroupNamesAnArchiveThatCannotBeMade) {
   const std::string twin = m_directory.MakeDir("other") + "/a.log";
   WriteFile(twin, "b");
-  const ProcessResult twins = Lumcurl({"upload-group", m_server.Url(), m_file, twin});
-  EXPECT_EQ(twins.exitStatus, 9);
-  EXPECT_THAT(twins.err, HasSubstr("no two files have one name"));
-  const ProcessResult nowhere =
-      Lumcurl({"upload-group", "--archive", m_directory.Path("none/base"), m_server.Url(), m_file});
-  EXPECT_EQ(nowhere.exitStatus, 9);
-  EXPECT_THAT(nowhere.err, HasSubstr(m_directory.Path("none/base.tar.gz")));
+  EXPECT_THAT(Lumcurl({"upload-group", m_server.Url(), m_file, twin}),
+              Ends(9, HasSubstr("no two files have one name")));
+  EXPECT_THAT(
+      Lumcurl({"upload-group", "--archive", m_directory.Path("none/base"), m_server.Url(), m_file}),
+      Ends(9, HasSubstr(m_directory.Path("none/base.tar.gz"))));
   EXPECT_EQ(m_server.Connections().size(), 0u);
 }
 
