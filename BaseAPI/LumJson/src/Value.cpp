@@ -38,9 +38,7 @@ MemberIterator<M> Access::FirstMember(const Rep& object) {
     first.m_current = reinterpret_cast<M*>(object.block->Slots());
     first.m_end = first.m_current + object.block->size / 2;
     first.m_block = object.block->growth == nullptr ? nullptr : object.block->growth->next;
-    if (first.m_current == first.m_end) {
-      first.EnterBlock();
-    }
+    first.EnterBlock();
   }
   return first;
 }
@@ -199,10 +197,8 @@ const Value& Value::At(std::size_t index) const noexcept {
 }
 
 void Value::AddJsonValue(const std::string& key, const std::string& text) {
-  if (IsNull() || IsObject()) {
-    Value value(text);
-    (*this)[key] = std::move(value);
-  }
+  Value value(text);  // before the member: when this throws there is none
+  (*this)[key] = std::move(value);
 }
 
 bool Value::Append(Value element) {
