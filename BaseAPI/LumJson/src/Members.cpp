@@ -78,7 +78,7 @@ class Name {
       return LoadWord(&slot) == m_low &&
              LoadWord(reinterpret_cast<const char*>(&slot) + kWord) == m_high;
     }
-    return slot.kind == Kind::kLongText && TextOf(slot) == m_bytes;
+    return TextOf(slot) == m_bytes;
   }
 
   std::uint64_t Hash() const {
@@ -150,20 +150,13 @@ void FillIndex(Block* first) {
 }
 
 Rep* FindName(const Rep& object, const Name& name) {
-  if (object.block == nullptr) {
-    return nullptr;
-  }
-  const Growth* const growth = object.block->growth;
+  const Growth* const growth = object.block == nullptr ? nullptr : object.block->growth;
   if (growth != nullptr && growth->index != nullptr) {
     return *IndexPlace(*growth, name);
   }
-  for (Block* block = object.block; block != nullptr; block = block != object.block ? block->next
-                                                              : growth == nullptr   ? nullptr
-                                                                                  : growth->next) {
-    for (Rep* slot = block->Slots(); slot != block->Slots() + block->size; slot += 2) {
-      if (name.Is(*slot)) {
-        return slot;
-      }
+  for (SlotCursor at(object); !at.AtEnd(); at.Advance(2)) {
+    if (name.Is(*at.Slot())) {
+      return const_cast<Rep*>(at.Slot());
     }
   }
   return nullptr;

@@ -65,7 +65,7 @@ void CopyContainer(const Rep& source, Rep& target, Rep*& first) {
     Rep* const slot = block->Slots() + block->size;
     if (value.kind == Kind::kLongText) {
       *slot = MakeText(TextOf(value));
-    } else if (IsContainer(value) && value.block != nullptr) {
+    } else if (IsContainer(value)) {
       StoreWaiting(slot, Waiting{&value, first});
       first = slot;
     } else {
@@ -102,7 +102,7 @@ bool IsText(Kind kind) {
   return kind == Kind::kShortText || kind == Kind::kLongText;
 }
 
-// Two values of which not both are containers with something in them.
+// Two values that are not containers of one kind.
 bool EqualLeaves(const Rep& a, const Rep& b) {
   if (IsNumber(a.kind) && IsNumber(b.kind)) {
     return EqualNumbers(a, b);
@@ -110,12 +110,7 @@ bool EqualLeaves(const Rep& a, const Rep& b) {
   if (IsText(a.kind) && IsText(b.kind)) {
     return TextOf(a) == TextOf(b);
   }
-  if (a.kind != b.kind) {
-    return false;
-  }
-  return IsContainer(a)          ? SlotCount(a) == SlotCount(b)
-         : a.kind == Kind::kBool ? a.unsignedInteger == b.unsignedInteger
-                                 : true;
+  return a.kind == b.kind && a.unsignedInteger == b.unsignedInteger;  // 0 in a null
 }
 
 }  // namespace
@@ -236,8 +231,7 @@ Rep CopyTree(const Rep& source) {
 bool EqualTrees(const Rep& a, const Rep& b) {
   std::vector<std::pair<const Rep*, const Rep*>> waiting;
   const auto differ = [&waiting](const Rep& left, const Rep& right) {
-    if (IsContainer(left) && left.kind == right.kind && left.block != nullptr &&
-        right.block != nullptr) {
+    if (IsContainer(left) && left.kind == right.kind) {
       waiting.emplace_back(&left, &right);
       return false;
     }
@@ -263,15 +257,11 @@ bool EqualTrees(const Rep& a, const Rep& b) {
         other.Advance(1);
         continue;
       }
-      // Equal objects mostly have the same order, too.
-      const std::string_view name = TextOf(*slot.Slot());
-      const Rep* const found =
-          TextOf(*other.Slot()) == name ? other.Slot() + 1 : FindMember(right, name);
+      const Rep* const found = FindMember(right, TextOf(*slot.Slot()));
       if (found == nullptr || differ(slot.Slot()[1], *found)) {
         return false;
       }
       slot.Advance(2);
-      other.Advance(2);
     }
   }
   return true;
@@ -310,9 +300,7 @@ SlotCursor::SlotCursor(const Rep& container) : m_left(SlotCount(container)) {
     m_slot = first.Slots();
     m_end = m_slot + first.size;
     m_next = first.growth == nullptr ? nullptr : first.growth->next;
-    if (m_slot == m_end) {
-      EnterBlock();
-    }
+    EnterBlock();
   }
 }
 

@@ -125,11 +125,13 @@ TEST(FindTest, YieldsTheMemberOrNothing) {
   ASSERT_NE(nullptr, constant.Find("a"));
   EXPECT_EQ("changed", constant.Find("a")->AsString());
   EXPECT_EQ(nullptr, constant.Find(""));
+  EXPECT_EQ(nullptr, constant.Find("changed"));
   EXPECT_EQ(2U, value.Size());
 }
 
-TEST(FindTest, OfAnotherKindYieldsNothing) {
-  for (Value value : {Value(), Value(1), Value("a"), Value::Array(), Read("[{\"a\":1}]")}) {
+TEST(FindTest, OfAnotherKindOrOfNoMembersYieldsNothing) {
+  for (Value value :
+       {Value(), Value(1), Value("a"), Value::Array(), Value::Object(), Read("[{\"a\":1}]")}) {
     EXPECT_EQ(nullptr, value.Find("a"));
     EXPECT_EQ(nullptr, std::as_const(value).Find("a"));
     EXPECT_FALSE(value.Has("a"));
@@ -505,6 +507,16 @@ TEST(LargeObjectTest, DuplicatesAreDroppedAtEverySize) {
       }
       ASSERT_EQ(expected + '}', Read(text).JsonValueToString());
     }
+  }
+}
+
+TEST(LargeObjectTest, OneDuplicateIsDroppedBehindAnyNumberOfOthers) {
+  std::string text = "{\"0\":0";
+  for (std::size_t size = 2; size <= 80; ++size) {
+    text += ",\"" + std::to_string(size) + "\":0";
+    const Value value = Read(text + ",\"0\":1}");
+    EXPECT_EQ(value.Size(), size);
+    EXPECT_EQ(value["0"], Value(1));
   }
 }
 

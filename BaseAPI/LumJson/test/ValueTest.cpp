@@ -172,6 +172,7 @@ TEST(ValueTest, AsInt64TakesWhatFits) {
   EXPECT_EQ(0, Value(-0.0).AsInt64(7));
   EXPECT_EQ(kMinInt64, Value(-0x1p63).AsInt64());
   EXPECT_EQ(9007199254740992, Value(0x1p53).AsInt64());
+  EXPECT_EQ(9223372036854774784, Value(0x1.fffffffffffffp62).AsInt64());
 }
 
 TEST(ValueTest, AsInt64IsTheDefaultOtherwise) {
@@ -190,6 +191,7 @@ TEST(ValueTest, AsUint64TakesWhatFits) {
   EXPECT_EQ(kMaxUint64, Value(kMaxUint64).AsUint64());
   EXPECT_EQ(static_cast<std::uint64_t>(kMaxInt64), Value(kMaxInt64).AsUint64());
   EXPECT_EQ(std::uint64_t{1} << 63, Value(0x1p63).AsUint64());
+  EXPECT_EQ(18446744073709549568U, Value(0x1.fffffffffffffp63).AsUint64());
   EXPECT_EQ(0U, Value(-0.0).AsUint64(7));
 }
 
@@ -310,6 +312,7 @@ TEST(EqualityTest, EqualKindsWithEqualContents) {
   EXPECT_EQ(Value("text"), Value("text"));
   EXPECT_NE(Value("text"), Value("Text"));
   EXPECT_NE(Value("text"), Value("text "));
+  EXPECT_NE(Value("beginning 1"), Value("beginning 2"));
   EXPECT_EQ(Value(std::string(20, 'a')), Value(std::string(20, 'a')));
   EXPECT_NE(Value(std::string(20, 'a')), Value(std::string(21, 'a')));
   EXPECT_NE(Value(std::string("a\0b", 3)), Value(std::string("a\0c", 3)));
@@ -328,12 +331,17 @@ TEST(EqualityTest, DifferentKindsDiffer) {
   }
   EXPECT_NE(Value(), Value(0.0));
   EXPECT_NE(Value(true), Value(1.0));
+  EXPECT_NE(Value("a"), Value(97.0));
+  EXPECT_NE(Value(97.0), Value("a"));
+  EXPECT_NE(Read("[\"a\",1]"), Read("{\"a\":1}"));
+  EXPECT_NE(Read("{\"a\":1}"), Read("[\"a\",1]"));
 }
 
 TEST(EqualityTest, NumbersAreComparedByWhatTheyStandFor) {
   EXPECT_EQ(Value(1), Value(1U));
   EXPECT_EQ(Value(1), Value(1.0));
   EXPECT_EQ(Value(1.0), Value(1));
+  EXPECT_EQ(Value(-1), Value(-1.0));
   EXPECT_EQ(Value(0.0), Value(-0.0));
   EXPECT_EQ(Value(0), Value(-0.0));
   EXPECT_EQ(Value(std::uint64_t{1} << 63), Value(0x1p63));
