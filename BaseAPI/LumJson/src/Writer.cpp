@@ -143,7 +143,7 @@ class Writer {
     const Rep* value = &root;
     m_open.reserve(IsContainer(root) ? 16 : 0);
     for (;;) {
-      if (IsContainer(*value) && value->block != nullptr && Open(*value)) {
+      if (IsContainer(*value) && Open(*value)) {
         value = Next();
         continue;
       }
@@ -217,7 +217,7 @@ class Writer {
     return static_cast<std::size_t>(std::min(rest * kMargin, 0x1p62));
   }
 
-  // False for an object whose members were all removed again.
+  // False for a container that holds nothing.
   bool Open(const Rep& container) {
     SlotCursor cursor(container);
     if (cursor.AtEnd()) {
