@@ -5,7 +5,7 @@
 #include <sstream>
 #include <vector>
 
-#include "HelpFormatter.h"
+#include "Help.h"
 #include "Options.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <iostream>
 #include <map>
 
-#include "HelpFormatter.h"
+#include "Help.h"
 #include "Options.h"
 
 namespace {
@@ -47,11 +47,7 @@ std::string OptionHeading(const CLI::Option* option) {
 }
 
 void Describe(std::ostream& out, const CLI::Option* option) {
-  out << ".TP\n" << OptionHeading(option) << "\n" << Escaped(option->get_description());
-  if (option->get_required() && !option->get_positional()) {
-    out << " (required)";
-  }
-  out << "\n";
+  out << ".TP\n" << OptionHeading(option) << "\n" << Escaped(Description(option)) << "\n";
 }
 
 void Describe(std::ostream& out, const CLI::App* command) {

@@ -70,9 +70,17 @@ Exit Exchange::Succeed() {
 
 Exit Exchange::Fail(std::optional<int> status, const Verdict& otherwise, const std::string& reply) {
   WarnOfInterface();
-  // The text of a transfer that failed stands where a reply would.
-  const bool hasReply = Told().curlResult == 0;
-  return Report(Judge(status, otherwise), !hasReply ? "" : reply.empty() ? Told().reply : reply);
+  const Facts& told = Told();
+  if (told.curlResult != 0) {  // its text stands where a reply would
+    return Report(JudgeTransfer(told.curlResult, told.curlText, m_request.timeLimit));
+  }
+  const int known = status ? *status : told.status.value_or(0);
+  const Verdict notJson = {Exit::kOther, "the answer is not JSON",
+                           "check the URL: another service may answer"};
+  return Report(told.notJson ? notJson
+                : known > 0  ? JudgeStatus(known)
+                             : otherwise,
+                reply.empty() ? told.reply : reply);
 }
 
 Exit Exchange::Report(const Verdict& verdict, const std::string& reply) {
@@ -113,21 +121,4 @@ void Exchange::WarnOfInterface() {
   if (Told().noInterface) {
     m_console.Warn("no interface has the address given with --mac: the system chose one");
   }
-}
-
-Verdict Exchange::Judge(std::optional<int> status, const Verdict& otherwise) const {
-  const Facts& told = Told();
-  if (told.curlResult != 0) {
-    return JudgeTransfer(told.curlResult, told.curlText, m_request.timeLimit);
-  }
-  if (!status) {
-    status = told.status;
-  }
-  if (told.notJson) {
-    return {Exit::kOther, "the answer is not JSON", "check the URL: another service may answer"};
-  }
-  if (status && *status > 0) {
-    return JudgeStatus(*status);
-  }
-  return otherwise;
 }

@@ -53,7 +53,6 @@ class Exchange {
  private:
   void WarnOfUrl();
   void WarnOfInterface();
-  Verdict Judge(std::optional<int> status, const Verdict& otherwise) const;
 
   const Options& m_options;
   Console& m_console;

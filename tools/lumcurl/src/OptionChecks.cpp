@@ -7,6 +7,8 @@
 #include <cctype>
 #include <climits>
 #include <cstdint>
+#include <map>
+#include <regex>
 
 #include "OptionGroups.h"
 
@@ -29,16 +31,6 @@ std::string CheckReserved(const std::string& text, const char* reserved) {
   return HoldsBlankOrControl(text) || HoldsAny(text, reserved)
              ? "'" + text + "' holds a character that must be percent-encoded: it is sent as given"
              : std::string();
-}
-
-// The decimal number that `text` begins with, and the place behind it. Numbers of more than ten
-// digits end too early to be the whole text.
-std::size_t ParseNumber(const std::string& text, std::uint64_t& number) {
-  std::size_t end = 0;
-  while (end < text.size() && end < 10 && text[end] >= '0' && text[end] <= '9') {
-    number = number * 10 + static_cast<std::uint64_t>(text[end++] - '0');
-  }
-  return end;
 }
 
 }  // namespace
@@ -98,12 +90,10 @@ std::string CheckAddress(const std::string& text) {
 }
 
 std::string CheckMac(const std::string& text) {
-  bool right = text.size() == 17;
-  for (std::size_t i = 0; right && i < text.size(); ++i) {
-    right = i % 3 == 2 ? text[i] == ':' || text[i] == '-'
-                       : std::isxdigit(static_cast<unsigned char>(text[i])) != 0;
-  }
-  return right ? std::string() : "'" + text + "' is no MAC address such as 02:00:5e:10:00:01";
+  static const std::regex kMac("([0-9A-Fa-f]{2}[:-]){5}[0-9A-Fa-f]{2}");
+  return std::regex_match(text, kMac)
+             ? std::string()
+             : "'" + text + "' is no MAC address such as 02:00:5e:10:00:01";
 }
 
 std::string CheckVariablePrefix(const std::string& text) {
@@ -116,29 +106,22 @@ std::string CheckVariablePrefix(const std::string& text) {
 }
 
 std::string CheckSeconds(const std::string& text) {
-  std::uint64_t seconds = 0;
-  const std::size_t end = ParseNumber(text, seconds);
-  return end == text.size() && end > 0 && seconds <= kLongestTimeLimit
+  static const std::regex kSeconds("[0-9]{1,10}");
+  return std::regex_match(text, kSeconds) && std::stoull(text) <= kLongestTimeLimit
              ? std::string()
              : "'" + text + "' is no number of seconds from 0 to " +
                    std::to_string(kLongestTimeLimit);
 }
 
 std::string ToBytesPerSecond(std::string& text) {
-  std::uint64_t rate = 0;
-  std::size_t end = ParseNumber(text, rate);
-  const std::size_t digits = end;
-  if (end < text.size()) {
-    const std::size_t power = std::string("kmg").find(
-        static_cast<char>(std::tolower(static_cast<unsigned char>(text[end]))));
-    if (power != std::string::npos) {
-      rate <<= 10 * (power + 1);
-      ++end;
-    }
-  }
-  if (digits == 0 || end != text.size()) {
+  static const std::regex kRate("([0-9]{1,10})([kKmMgG]?)");
+  static const std::map<std::string, unsigned int> kShifts = {
+      {"", 0}, {"k", 10}, {"K", 10}, {"m", 20}, {"M", 20}, {"g", 30}, {"G", 30}};
+  std::smatch parts;
+  if (!std::regex_match(text, parts, kRate)) {
     return "'" + text + "' is no rate such as 80000, 500K or 2M";
   }
+  const std::uint64_t rate = std::stoull(parts[1]) << kShifts.at(parts[2]);
   if (rate == 0 || rate > INT_MAX) {
     return "'" + text + "' is not between 1 and " + std::to_string(INT_MAX) + " bytes per second";
   }

@@ -2,7 +2,7 @@
 
 #include "OptionGroups.h"
 
-#include "HelpFormatter.h"
+#include "Help.h"
 
 namespace {
 

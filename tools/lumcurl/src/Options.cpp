@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "HelpFormatter.h"
+#include "Help.h"
 #include "OptionGroups.h"
 
 std::unique_ptr<CLI::App> MakeParser(Options& options) {
@@ -10,8 +10,8 @@ std::unique_ptr<CLI::App> MakeParser(Options& options) {
       "Requests, downloads and uploads over libLumCurlHttp. Data goes to standard output, "
       "everything else to standard error.",
       "lumcurl");
-  app->formatter(std::make_shared<HelpFormatter>());
-  app->get_formatter()->label("Positionals", "Operands");
+  app->formatter_fn([](const CLI::App* shown, const std::string& /*name*/,
+                       CLI::AppFormatMode /*mode*/) { return Help(shown); });
   app->set_help_flag("-h,--help", "Print this help and exit");
   app->set_version_flag("--version", "",
                         "Print the versions of the tool, the library and libcurl, and exit");

@@ -1,16 +1,11 @@
 #include "Progress.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <array>
-#include <cerrno>
 #include <cmath>
 #include <utility>
 
-#include "FileDescriptor.h"
 #include "Interrupt.h"
-#include "Text.h"
 
 namespace {
 
@@ -87,48 +82,29 @@ void ProgressMeter::Show() {
 // --- EscapedStdout ---
 
 EscapedStdout::EscapedStdout() {
-  std::array<int, 2> ends{};
-  if (isatty(STDOUT_FILENO) != 1 || std::fflush(stdout) != 0 ||
-      pipe2(ends.data(), O_CLOEXEC) != 0) {
-    return;
+  const cookie_io_functions_t functions = {nullptr, &Write, nullptr, nullptr};
+  FILE* escaping = isatty(STDOUT_FILENO) == 1 ? fopencookie(this, "w", functions) : nullptr;
+  if (escaping != nullptr) {
+    m_terminal = std::exchange(stdout, escaping);
   }
-  m_pipe = ends[0];
-  m_terminal = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
-  dup2(ends[1], STDOUT_FILENO);
-  close(ends[1]);
-  const SignalsElsewhere block;
-  m_thread = std::thread(&EscapedStdout::Run, this);
 }
 
 EscapedStdout::~EscapedStdout() {
-  if (!m_thread.joinable()) {
+  if (m_terminal == nullptr) {
     return;
   }
+  (void)std::fclose(stdout);
+  stdout = m_terminal;
+  const std::string rest = m_escaper.Flush() + (m_last == '\n' ? "" : "\n");
+  (void)std::fwrite(rest.data(), 1, rest.size(), stdout);
   (void)std::fflush(stdout);
-  dup2(m_terminal, STDOUT_FILENO);  // closes the pipe's other end: the thread comes to its end
-  m_thread.join();
-  close(m_terminal);
-  close(m_pipe);
 }
 
-void EscapedStdout::Run() const {
-  TerminalEscaper escaper;
-  const auto show = [this](const std::string& text) {
-    (void)WriteAll(m_terminal, text.data(), text.size());  // fails when the terminal is gone
-  };
-  std::array<char, 4096> buffer;
-  char last = '\n';
-  for (;;) {
-    const ssize_t count = read(m_pipe, buffer.data(), buffer.size());
-    if (count < 0 && errno == EINTR) {
-      continue;
-    }
-    if (count <= 0) {
-      break;
-    }
-    const auto size = static_cast<std::size_t>(count);
-    show(escaper.Feed(buffer.data(), size));
-    last = buffer[size - 1];
-  }
-  show(escaper.Flush() + (last == '\n' ? "" : "\n"));
+// As fopencookie(3) has it. When the terminal is gone there is nobody to tell.
+ssize_t EscapedStdout::Write(void* cookie, const char* bytes, std::size_t size) {
+  auto* self = static_cast<EscapedStdout*>(cookie);
+  const std::string text = self->m_escaper.Feed(bytes, size);
+  (void)std::fwrite(text.data(), 1, text.size(), self->m_terminal);
+  self->m_last = bytes[size - 1];
+  return static_cast<ssize_t>(size);
 }

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -13,6 +14,7 @@
 #include <thread>
 
 #include "Console.h"
+#include "Text.h"
 
 // How far a transfer is.
 struct Progress {
@@ -49,19 +51,21 @@ class ProgressMeter {
   std::thread m_thread;
 };
 
-// While it lives and standard output is a terminal, what anybody writes to standard output passes
-// through a TerminalEscaper. The reply to an upload is written there by the library itself.
+// While it lives and standard output is a terminal, what is written to stdout passes through a
+// TerminalEscaper. The reply to an upload is written there by the library itself.
 class EscapedStdout {
  public:
   EscapedStdout();
   ~EscapedStdout();
+  EscapedStdout(const EscapedStdout&) = delete;
+  EscapedStdout& operator=(const EscapedStdout&) = delete;
 
  private:
-  void Run() const;
+  static ssize_t Write(void* cookie, const char* bytes, std::size_t size);
 
-  int m_terminal = -1;  // the descriptor that standard output had; -1: nothing to do
-  int m_pipe = -1;      // the end to read
-  std::thread m_thread;
+  TerminalEscaper m_escaper;
+  char m_last = '\n';
+  FILE* m_terminal = nullptr;  // what stdout was; null: nothing to do
 };
 
 #endif  // LUM_LUMCURL_PROGRESS_H

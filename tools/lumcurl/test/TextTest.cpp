@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "HelpFormatter.h"
+#include "Help.h"
 
 namespace {
 

@@ -1,22 +1,14 @@
 // How --help looks: names in one column, descriptions wrapped beside them.
 
-#ifndef LUM_LUMCURL_HELP_FORMATTER_H
-#define LUM_LUMCURL_HELP_FORMATTER_H
+#ifndef LUM_LUMCURL_HELP_H
+#define LUM_LUMCURL_HELP_H
 
 #include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
 
-class HelpFormatter : public CLI::Formatter {
- public:
-  std::string make_help(const CLI::App* app, std::string name,
-                        CLI::AppFormatMode mode) const override;
-  std::string make_description(const CLI::App* app) const override;
-  std::string make_usage(const CLI::App* app, std::string name) const override;
-  std::string make_option(const CLI::Option* option, bool isPositional) const override;
-  std::string make_subcommand(const CLI::App* command) const override;
-  std::string make_footer(const CLI::App* app) const override;
-};
+// What --help of a command, or of the whole, prints.
+std::string Help(const CLI::App* app);
 
 // The options that help shows, and the operands.
 std::vector<const CLI::Option*> OptionsOf(const CLI::App& app);
@@ -27,6 +19,9 @@ std::string ValueName(const CLI::Option* option);
 
 // "-H,--header LINE", or "URL" for an operand.
 std::string OptionSynopsis(const CLI::Option* option);
+
+// What it is for, and whether it must be given.
+std::string Description(const CLI::Option* option);
 
 // "lumcurl get [OPTIONS] URL".
 std::string CommandSynopsis(const CLI::App* command);
@@ -43,4 +38,4 @@ struct Footer {
 };
 Footer SplitFooter(const std::string& footer);
 
-#endif  // LUM_LUMCURL_HELP_FORMATTER_H
+#endif  // LUM_LUMCURL_HELP_H

@@ -1,5 +1,6 @@
-#include "HelpFormatter.h"
+#include "Help.h"
 
+#include <algorithm>
 #include <sstream>
 #include <utility>
 
@@ -100,48 +101,40 @@ std::string CommandSynopsis(const CLI::App* command) {
   return synopsis;
 }
 
-std::string HelpFormatter::make_help(const CLI::App* app, std::string name,
-                                     CLI::AppFormatMode mode) const {
-  std::string text =
-      make_description(app) + make_usage(app, std::move(name)) + make_positionals(app);
-  for (const std::string& group : app->get_groups()) {
-    const auto options = app->get_options([&group](const CLI::Option* option) {
-      return option->get_group() == group && !option->get_positional();
-    });
-    if (!group.empty() && !options.empty()) {
-      text += make_group(group, false, options);
+std::string Description(const CLI::Option* option) {
+  const bool saysSo = option->get_required() && !option->get_positional();
+  return option->get_description() + (saysSo ? " (required)" : "");
+}
+
+std::string Help(const CLI::App* app) {
+  const bool isCommand = app->get_parent() != nullptr;
+  std::vector<std::pair<std::string, std::string>> sections;  // title and rows
+  const auto add = [&sections](const std::string& title, const std::string& row) {
+    const auto sameTitle = [&title](const auto& section) { return section.first == title; };
+    auto section = std::find_if(sections.begin(), sections.end(), sameTitle);
+    if (section == sections.end()) {
+      section = sections.insert(section, {title, ""});
     }
+    section->second += row;
+  };
+  for (const CLI::Option* operand : OperandsOf(*app)) {
+    add("Operands", Row(ValueName(operand), Description(operand)));
   }
-  text += make_subcommands(app, mode);
-  if (app->get_parent() == nullptr) {
-    text += "\nExit status:\n";
+  for (const CLI::Option* option : OptionsOf(*app)) {
+    add(option->get_group(), Row(OptionSynopsis(option), Description(option)));
+  }
+  for (const CLI::App* command : app->get_subcommands({})) {
+    add(command->get_group(), Row(command->get_name(), command->get_description()));
+  }
+  if (!isCommand) {
     for (const ManualEntry& entry : kExitStatuses) {
-      text += Row(entry.name, entry.text);
+      add("Exit status", Row(entry.name, entry.text));
     }
   }
-  return text + "\n" + make_footer(app);
-}
-
-std::string HelpFormatter::make_description(const CLI::App* app) const {
-  return Wrap(app->get_description() + (app->get_parent() == nullptr ? "" : "."), kWidth, 0) + "\n";
-}
-
-std::string HelpFormatter::make_usage(const CLI::App* app, std::string /*name*/) const {
-  return "\nUsage: " + CommandSynopsis(app) + "\n";
-}
-
-std::string HelpFormatter::make_option(const CLI::Option* option, bool /*isPositional*/) const {
-  std::string description = option->get_description();
-  if (option->get_required() && !option->get_positional()) {
-    description += " (required)";
+  std::string text = Wrap(app->get_description() + (isCommand ? "." : ""), kWidth, 0) +
+                     "\n\nUsage: " + CommandSynopsis(app) + "\n";
+  for (const auto& [title, rows] : sections) {
+    text += "\n" + title + ":\n" + rows;
   }
-  return Row(OptionSynopsis(option), description);
-}
-
-std::string HelpFormatter::make_subcommand(const CLI::App* command) const {
-  return Row(command->get_name(), command->get_description());
-}
-
-std::string HelpFormatter::make_footer(const CLI::App* app) const {
-  return Wrap(app->get_footer(), kWidth, 0) + "\n";
+  return text + "\n" + Wrap(app->get_footer(), kWidth, 0) + "\n";
 }
