@@ -19,6 +19,7 @@ namespace {
 
 constexpr std::size_t kStreamBuffer = std::size_t{64} * 1024;
 
+// What the other end of a TCP connection has acknowledged.
 std::uint64_t AcknowledgedOn(int fd) {
   tcp_info info = {};
   socklen_t size = sizeof(info);
@@ -28,14 +29,16 @@ std::uint64_t AcknowledgedOn(int fd) {
   return hasCount ? info.tcpi_bytes_acked : 0;
 }
 
-// What the kernel holds of a TCP connection's output, unsent or unacknowledged.
-std::uint64_t QueuedOn(int fd) {
+// What it has been given: the kernel may still hold some, unsent or unacknowledged.
+std::uint64_t HandedOverOn(int fd) {
+  const std::uint64_t acknowledged = AcknowledgedOn(fd);
   int queued = 0;
-  return AcknowledgedOn(fd) > 0 && ioctl(fd, SIOCOUTQ, &queued) == 0
-             ? static_cast<std::uint64_t>(queued)
-             : 0;
+  return acknowledged > 0 && ioctl(fd, SIOCOUTQ, &queued) == 0
+             ? acknowledged + static_cast<std::uint64_t>(queued)
+             : acknowledged;
 }
 
+// The size of a regular file that is being written.
 std::uint64_t WrittenTo(int fd) {
   struct stat status = {};
   return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) &&
@@ -54,25 +57,12 @@ NewDescriptors::NewDescriptors() {
   }
 }
 
-template <typename Measure>
-std::uint64_t NewDescriptors::Sum(Measure measure) const {
+std::uint64_t NewDescriptors::Sum(std::uint64_t (*measure)(int fd)) const {
   std::uint64_t sum = 0;
   for (int fd = 0; fd < kHighest; ++fd) {
     sum += m_before[static_cast<std::size_t>(fd)] ? 0 : measure(fd);
   }
   return sum;
-}
-
-std::uint64_t NewDescriptors::Written() const {
-  return Sum(&WrittenTo);
-}
-
-std::uint64_t NewDescriptors::Acknowledged() const {
-  return Sum(&AcknowledgedOn);
-}
-
-std::uint64_t NewDescriptors::HandedOver() const {
-  return Sum([](int fd) { return AcknowledgedOn(fd) + QueuedOn(fd); });
 }
 
 // --- UploadStream ---
@@ -85,7 +75,7 @@ struct UploadStream::Callbacks {
       return -1;
     }
     if (file->m_read == 0) {
-      file->m_handed = file->m_descriptors.HandedOver();
+      file->m_handed = file->m_descriptors.Sum(&HandedOverOn);
     }
     ssize_t count = 0;
     do {
@@ -131,9 +121,9 @@ UploadStream::UploadStream(std::string path, std::function<void(std::uint64_t)> 
 
 Progress UploadStream::Sent() {
   if (!m_ready) {
-    return {true, m_descriptors.Written(), 0};
+    return {true, m_descriptors.Sum(&WrittenTo), 0};
   }
-  const std::uint64_t acknowledged = m_descriptors.Acknowledged();
+  const std::uint64_t acknowledged = m_descriptors.Sum(&AcknowledgedOn);
   const std::uint64_t handed = m_handed;
   if (acknowledged > handed) {
     m_sent = std::max(m_sent.load(), std::min(acknowledged - handed, m_read.load()));
