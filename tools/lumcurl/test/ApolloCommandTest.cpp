@@ -16,10 +16,6 @@
 namespace lumtest {
 namespace {
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::IsEmpty;
-
 class Apollo : public testing::Test {
  protected:
   Apollo() {

@@ -11,12 +11,6 @@
 namespace lumtest {
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::StartsWith;
-
 TEST(Help, ListsEveryCommand) {
   EXPECT_THAT(Lumcurl({"--help"}), Ends(0, IsEmpty()));
   EXPECT_THAT(Commands(), ElementsAre("get", "post", "download", "token", "refresh-token", "report",

@@ -13,10 +13,7 @@ namespace {
 
 using testing::Contains;
 using testing::ContainsRegex;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::IsSupersetOf;
-using testing::Not;
 
 // The long options of a command, as its --help lists them.
 Words OptionsOf(const std::string& command) {
@@ -106,7 +103,7 @@ class BashCompletion : public Completion {
 
 TEST_F(BashCompletion, OffersTheCommands) {
   EXPECT_THAT(Offered({"lumcurl", ""}), IsSupersetOf(Commands()));
-  EXPECT_THAT(Offered({"lumcurl", "upload-f"}), testing::ElementsAre("upload-file"));
+  EXPECT_THAT(Offered({"lumcurl", "upload-f"}), ElementsAre("upload-file"));
 }
 
 TEST_F(BashCompletion, OffersEachCommandsOwnOptions) {
@@ -119,16 +116,14 @@ TEST_F(BashCompletion, OffersEachCommandsOwnOptions) {
 TEST_F(BashCompletion, OffersFilesWhereAFileIsWanted) {
   m_directory.Write("some.pem", "");
   m_directory.MakeDir("some-dir");
-  EXPECT_THAT(Offered({"lumcurl", "get", "--cacert", "some."}), testing::ElementsAre("some.pem"));
-  EXPECT_THAT(Offered({"lumcurl", "upload-file", "http://h/", "some."}),
-              testing::ElementsAre("some.pem"));
-  EXPECT_THAT(Offered({"lumcurl", "report", "--topic", "some."}), testing::ElementsAre(""));
+  EXPECT_THAT(Offered({"lumcurl", "get", "--cacert", "some."}), ElementsAre("some.pem"));
+  EXPECT_THAT(Offered({"lumcurl", "upload-file", "http://h/", "some."}), ElementsAre("some.pem"));
+  EXPECT_THAT(Offered({"lumcurl", "report", "--topic", "some."}), ElementsAre(""));
 }
 
 TEST_F(BashCompletion, OffersChoices) {
   EXPECT_THAT(Offered({"lumcurl", "completion", ""}), IsSupersetOf({"bash", "zsh", "fish"}));
-  EXPECT_THAT(Offered({"lumcurl", "get", "--color", ""}),
-              testing::ElementsAre("auto", "always", "never"));
+  EXPECT_THAT(Offered({"lumcurl", "get", "--color", ""}), ElementsAre("auto", "always", "never"));
 }
 
 TEST_F(BashCompletion, IsInstalledForLumcurl) {
@@ -152,7 +147,7 @@ class FishCompletion : public Completion {
 
 TEST_F(FishCompletion, OffersTheCommands) {
   EXPECT_THAT(Offered("lumcurl "), IsSupersetOf(Commands()));
-  EXPECT_THAT(Offered("lumcurl upload-f"), testing::ElementsAre("upload-file"));
+  EXPECT_THAT(Offered("lumcurl upload-f"), ElementsAre("upload-file"));
 }
 
 TEST_F(FishCompletion, OffersEachCommandsOwnOptions) {
@@ -164,11 +159,11 @@ TEST_F(FishCompletion, OffersEachCommandsOwnOptions) {
 
 TEST_F(FishCompletion, OffersFilesAndChoices) {
   m_directory.Write("some.pem", "");
-  EXPECT_THAT(Offered("lumcurl get --cacert some"), testing::ElementsAre("some.pem"));
-  EXPECT_THAT(Offered("lumcurl upload-file http://h/ some"), testing::ElementsAre("some.pem"));
+  EXPECT_THAT(Offered("lumcurl get --cacert some"), ElementsAre("some.pem"));
+  EXPECT_THAT(Offered("lumcurl upload-file http://h/ some"), ElementsAre("some.pem"));
   EXPECT_THAT(Offered("lumcurl report --topic some"), IsEmpty());
   EXPECT_THAT(Offered("lumcurl completion "), IsSupersetOf({"bash", "zsh", "fish"}));
-  EXPECT_THAT(Offered("lumcurl get --color n"), testing::ElementsAre("never"));
+  EXPECT_THAT(Offered("lumcurl get --color n"), ElementsAre("never"));
 }
 
 // An interactive zsh that has read the completion.

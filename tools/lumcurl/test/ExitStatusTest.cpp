@@ -13,9 +13,6 @@
 namespace lumtest {
 namespace {
 
-using testing::HasSubstr;
-using testing::IsEmpty;
-
 // A command with what stands before and behind its URL. "@file", "@dir" and "@json" are things that
 // exist. `statusVisible`: the library hands the status back, or its log does.
 struct Command {

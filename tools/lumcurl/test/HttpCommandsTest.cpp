@@ -16,12 +16,6 @@
 namespace lumtest {
 namespace {
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::StartsWith;
-
 class Http : public testing::Test {
  protected:
   // lumcurl's `words`, asking a server that plays `reply`.

@@ -11,8 +11,6 @@
 namespace lumtest {
 namespace {
 
-using testing::HasSubstr;
-
 // The names in a directory, hidden ones included, one a line.
 std::string Listing(const std::string& directory) {
   return RunCommand({"ls", "-A", directory}).out;

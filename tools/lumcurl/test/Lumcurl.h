@@ -17,6 +17,14 @@
 
 namespace lumtest {
 
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+using testing::UnorderedElementsAre;
+
 using Words = std::vector<std::string>;
 
 // The arguments of a process that runs lumcurl; proxies of the machine take no part.

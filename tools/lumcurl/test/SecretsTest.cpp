@@ -9,10 +9,6 @@
 namespace lumtest {
 namespace {
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::Not;
-
 class Secrets : public testing::Test {
  protected:
   Secrets() : m_file(m_directory.Write("file", "content\n")) {

@@ -9,13 +9,6 @@
 namespace lumtest {
 namespace {
 
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::StartsWith;
-
 class Service : public testing::Test {
  protected:
   Service()

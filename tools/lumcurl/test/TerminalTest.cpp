@@ -15,10 +15,7 @@
 namespace lumtest {
 namespace {
 
-using testing::AllOf;
 using testing::ContainsRegex;
-using testing::HasSubstr;
-using testing::Not;
 
 class Terminal : public testing::Test {
  protected:
@@ -122,7 +119,7 @@ TEST_F(Terminal, ShowsTheProgressOfAnArchiveThatIsMadeMeanwhile) {
   EXPECT_EQ(terminal.Wait(), 0);
   const std::string size = std::to_string(m_server.Request(0).bodyBytes) + " B";
   EXPECT_THAT(terminal.Shown(), HasSubstr("\r" + size + " of " + size + ", 100 %"));
-  EXPECT_THAT(MembersOf(m_server.Request(0).body), testing::ElementsAre("dir/", "dir/member"));
+  EXPECT_THAT(MembersOf(m_server.Request(0).body), ElementsAre("dir/", "dir/member"));
   EXPECT_FALSE(Exists(m_directory.Path("dir.tar.gz")));
 }
 

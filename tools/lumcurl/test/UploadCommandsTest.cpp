@@ -13,14 +13,6 @@
 namespace lumtest {
 namespace {
 
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::StartsWith;
-using testing::UnorderedElementsAre;
-
 class Upload : public testing::Test {
  protected:
   Upload()
@@ -153,8 +145,9 @@ TEST_F(Upload, FailsForA201) {
 
 TEST_F(Upload, VideoHasItsContentType) {
   m_server.Script(StatusReply(200));
-  EXPECT_THAT(OwnLines(Sent({"upload-video", m_server.Url(), m_file})),
+  EXPECT_THAT(OwnLines(Sent({"upload-video", "-v", m_server.Url(), m_file})),
               ElementsAre("Content-Type: video/mp4"));
+  EXPECT_THAT(m_result.err, HasSubstr("> Content-Type: video/mp4\n"));
 }
 
 TEST_F(Upload, SendsLargeAndEmptyFiles) {

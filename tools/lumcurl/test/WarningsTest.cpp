@@ -13,10 +13,6 @@
 namespace lumtest {
 namespace {
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::Not;
-
 std::size_t Count(const std::string& text, const std::string& part) {
   std::size_t count = 0;
   for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {

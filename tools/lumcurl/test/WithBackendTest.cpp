@@ -12,9 +12,6 @@
 namespace lumtest {
 namespace {
 
-using testing::HasSubstr;
-using testing::IsEmpty;
-
 class WithBackend : public testing::Test {
  protected:
   std::string Root(const std::string& name) const { return m_backend.Root().Path(name); }
