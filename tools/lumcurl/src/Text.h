@@ -1,4 +1,4 @@
-// Small helpers over text: escaping for terminals, masking of secrets, wrapping of help.
+// Small helpers over text: escaping for terminals, masking of secrets, sizes and times.
 
 #ifndef LUM_LUMCURL_TEXT_H
 #define LUM_LUMCURL_TEXT_H
