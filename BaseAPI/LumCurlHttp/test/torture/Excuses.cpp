@@ -3,9 +3,17 @@
 #include "Excuses.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace lumtest {
 namespace {
+
+// What a library does wrong when one of its allocations fails.
+struct Excuse {
+  const char* what;      // part of the verdict's reason
+  const char* library;   // "libcrypto.so.3": whose code ended the process, or met the fault
+  const char* function;  // of that library, on the stack there; "": none that it exports
+};
 
 // docs/torture.md tells about each of them.
 constexpr Excuse kExcuses[] = {
@@ -17,7 +25,7 @@ constexpr Excuse kExcuses[] = {
 
 }  // namespace
 
-const Excuse* FindExcuse(const std::string& reason, const FaultRecord& record) {
+bool IsExcused(const std::string& reason, const FaultRecord& record) {
   const std::vector<Frame> frames = Describe(record.end.depth != 0 ? record.end : record.fault);
   // Whose code it was: abort(), exit() and strdup() do what they are told, and the thread sanitizer
   // stands in for backtrace().
@@ -25,16 +33,13 @@ const Excuse* FindExcuse(const std::string& reason, const FaultRecord& record) {
     return frame.library.rfind("lib", 0) == 0 && frame.library.rfind("libc.so", 0) != 0 &&
            frame.library.rfind("libtsan.so", 0) != 0;
   });
-  for (const Excuse& excuse : kExcuses) {
-    const std::string function = excuse.function;
+  return std::any_of(std::begin(kExcuses), std::end(kExcuses), [&](const Excuse& excuse) {
     const bool on = std::any_of(culprit, frames.end(), [&](const Frame& frame) {
-      return frame.library == excuse.library && frame.function == function;
+      return frame.library == excuse.library && frame.function == excuse.function;
     });
-    if (on && culprit->library == excuse.library && reason.find(excuse.what) != std::string::npos) {
-      return &excuse;
-    }
-  }
-  return nullptr;
+    return on && culprit->library == excuse.library &&
+           reason.find(excuse.what) != std::string::npos;
+  });
 }
 
 }  // namespace lumtest

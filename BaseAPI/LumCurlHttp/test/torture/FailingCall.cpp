@@ -139,7 +139,7 @@ void Handle(int /*signal*/, siginfo_t* info, void* context) {
   registers[REG_RAX] = strikes ? Strike(*t_fault, call) : call.Make();
 }
 
-const std::vector<CallFault>& Faults() {
+const std::vector<CallFault>& CallFaults() {
   using T = Target;
   const std::vector<long> open = {SYS_open, SYS_openat};
   const std::vector<long> read = {SYS_read, SYS_pread64, SYS_readv};
@@ -214,7 +214,7 @@ void Trap() {
   sigaction(SIGSYS, &action, nullptr);
 
   std::vector<long> calls;
-  for (const CallFault& fault : Faults()) {
+  for (const CallFault& fault : CallFaults()) {
     calls.insert(calls.end(), fault.calls.begin(), fault.calls.end());
   }
   std::sort(calls.begin(), calls.end());
@@ -287,9 +287,9 @@ bool FailingCall::HidesSizes() const {
   return std::strcmp(m_fault.name, "lseek") == 0;
 }
 
-std::vector<std::unique_ptr<Fault>> EveryCallFault() {
-  std::vector<std::unique_ptr<Fault>> all;
-  for (const CallFault& fault : Faults()) {
+Faults EveryCallFault() {
+  Faults all;
+  for (const CallFault& fault : CallFaults()) {
     all.push_back(std::make_unique<FailingCall>(fault));
   }
   return all;

@@ -3,7 +3,6 @@
 #ifndef LUM_TEST_TORTURE_FAILINGCALL_H
 #define LUM_TEST_TORTURE_FAILINGCALL_H
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -50,7 +49,7 @@ class FailingCall : public Fault {
 
 // Every call that the library, libcurl or the platform's libraries make, with each of its usual
 // errors.
-std::vector<std::unique_ptr<Fault>> EveryCallFault();
+Faults EveryCallFault();
 
 }  // namespace lumtest
 

@@ -3,6 +3,9 @@
 #ifndef LUM_TEST_TORTURE_FAILINGMALLOC_H
 #define LUM_TEST_TORTURE_FAILINGMALLOC_H
 
+#include <memory>
+#include <string>
+
 #include "Fault.h"
 #include "support/Alloc.h"
 
@@ -27,6 +30,12 @@ class FailingMalloc : public Fault {
  private:
   bool m_struck = false;  // as of Disarm
 };
+
+inline Faults Allocations() {
+  Faults faults;
+  faults.push_back(std::make_unique<FailingMalloc>());
+  return faults;
+}
 
 }  // namespace lumtest
 

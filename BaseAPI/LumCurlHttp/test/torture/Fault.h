@@ -4,6 +4,7 @@
 #define LUM_TEST_TORTURE_FAULT_H
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -52,6 +53,8 @@ class Fault {
   // Whether it may hide how large a file is, which is then sent in chunks.
   virtual bool HidesSizes() const { return false; }
 };
+
+using Faults = std::vector<std::unique_ptr<Fault>>;
 
 // Where the last fault struck, and where the process ended that should not have: by a signal, or by
 // a call of exit().

@@ -14,8 +14,6 @@
 #include <stdexcept>
 #include <string>
 
-#include "Excuses.h"
-
 namespace lumtest {
 namespace {
 
@@ -79,8 +77,7 @@ class Supervisor {
 
     std::vector<Result> results;
     for (const Progress* progress : m_progress) {
-      results.push_back({progress->Tried(), progress->same, progress->failed, progress->threw,
-                         progress->excused, progress->bad});
+      results.push_back(progress->result);
     }
     return results;
   }
@@ -107,7 +104,7 @@ class Supervisor {
       lumtest::Run(m_trials[trial], *m_progress[trial], report);
       return 0;
     } catch (const std::exception& failure) {
-      ++m_progress[trial]->bad;
+      ++m_progress[trial]->result.bad;
       (void)std::fprintf(report, "BAD: %s, %s: %s\n", m_trials[trial].subject.name.c_str(),
                          NameOf(m_trials[trial].scenario), failure.what());
       (void)std::fflush(report);
@@ -152,17 +149,8 @@ class Supervisor {
 
   // Counts what has ended the process, and starts another one at the next occasion.
   void GoOnBehind(Child& child, const std::string& reason) {
-    Progress& progress = *m_progress[child.trial];
-    const Trial& trial = m_trials[child.trial];
-    if (FindExcuse(reason, progress.record) != nullptr) {
-      ++progress.excused;
-    } else {
-      ++progress.bad;
-      (void)std::fprintf(m_report, "BAD: %s, %s, %s %zu: %s\n%s", trial.subject.name.c_str(),
-                         NameOf(trial.scenario), trial.faults()[progress.fault]->Name().c_str(),
-                         progress.nth, reason.c_str(), Describe(progress.record).c_str());
-    }
-    ++progress.nth;
+    CountBad(m_trials[child.trial], *m_progress[child.trial], reason, m_report);
+    ++m_progress[child.trial]->nth;
     Start(child, child.trial);
   }
 

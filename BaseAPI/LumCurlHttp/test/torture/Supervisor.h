@@ -12,16 +12,6 @@
 
 namespace lumtest {
 
-// How a trial came out.
-struct Result {
-  std::size_t tried = 0;
-  std::size_t same = 0;
-  std::size_t failed = 0;
-  std::size_t threw = 0;
-  std::size_t excused = 0;
-  std::size_t bad = 0;
-};
-
 // Runs them, `atOnce` at a time, each to its end: after a crash or a hang, which counts as bad,
 // with the next occasion. A run hangs when it takes `margin` longer than its operation's limit; the
 // machine may be busy. The process must have no other threads. Results in the order of `trials`.

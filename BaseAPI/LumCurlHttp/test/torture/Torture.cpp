@@ -25,12 +25,6 @@
 namespace lumtest {
 namespace {
 
-Faults Allocations() {
-  Faults faults;
-  faults.push_back(std::make_unique<FailingMalloc>());
-  return faults;
-}
-
 // With TLS, the scenarios that differ within the connection; a certificate is at work before them
 // all.
 bool IsTaken(Connection connection, Scenario scenario) {
@@ -63,7 +57,7 @@ std::vector<Trial> Trials(Connection connection, Faults (*faults)(),
 
 void Print(const std::string& name, const std::string& scenario, const Result& result) {
   std::printf("| %s | %s | %zu | %zu | %zu | %zu | %zu | %zu |\n", name.c_str(), scenario.c_str(),
-              result.tried, result.same, result.failed, result.threw, result.excused, result.bad);
+              result.Tried(), result.same, result.failed, result.threw, result.excused, result.bad);
 }
 
 // Whether all is well.
@@ -74,7 +68,6 @@ bool Torture(const std::vector<Trial>& trials, std::size_t atOnce) {
   Result sum;
   for (std::size_t i = 0; i < trials.size(); ++i) {
     Print(trials[i].subject.name, NameOf(trials[i].scenario), results[i]);
-    sum.tried += results[i].tried;
     sum.same += results[i].same;
     sum.failed += results[i].failed;
     sum.threw += results[i].threw;

@@ -212,26 +212,17 @@ class Ordeal {
   void Count(const Verdict& verdict) {
     switch (verdict.outcome) {
       case Outcome::kSame:
-        ++m_progress.same;
+        ++m_progress.result.same;
         return;
       case Outcome::kFailure:
-        ++m_progress.failed;
+        ++m_progress.result.failed;
         return;
       case Outcome::kBadAlloc:
-        ++m_progress.threw;
+        ++m_progress.result.threw;
         return;
       case Outcome::kBad:
-        break;
+        CountBad(m_trial, m_progress, verdict.reason, m_report);
     }
-    if (FindExcuse(verdict.reason, m_progress.record) != nullptr) {
-      ++m_progress.excused;
-      return;
-    }
-    ++m_progress.bad;
-    (void)std::fprintf(m_report, "BAD: %s, %s, %s %zu: %s\n%s", m_subject.name.c_str(),
-                       NameOf(m_trial.scenario), m_faults[m_progress.fault]->Name().c_str(),
-                       m_progress.nth, verdict.reason.c_str(), Describe(m_progress.record).c_str());
-    (void)std::fflush(m_report);
   }
 
   const Trial& m_trial;
@@ -244,6 +235,18 @@ class Ordeal {
 };
 
 }  // namespace
+
+void CountBad(const Trial& trial, Progress& progress, const std::string& reason, FILE* report) {
+  if (IsExcused(reason, progress.record)) {
+    ++progress.result.excused;
+    return;
+  }
+  ++progress.result.bad;
+  (void)std::fprintf(report, "BAD: %s, %s, %s %zu: %s\n%s", trial.subject.name.c_str(),
+                     NameOf(trial.scenario), trial.faults()[progress.fault]->Name().c_str(),
+                     progress.nth, reason.c_str(), Describe(progress.record).c_str());
+  (void)std::fflush(report);
+}
 
 void Run(const Trial& trial, Progress& progress, FILE* report) {
   Ordeal(trial, progress, report).Run();

@@ -6,21 +6,29 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdio>
-#include <memory>
-#include <vector>
+#include <string>
 
 #include "Fault.h"
 #include "Subject.h"
 
 namespace lumtest {
 
-using Faults = std::vector<std::unique_ptr<Fault>>;
-
 struct Trial {
   Subject subject;
   Connection connection;
   Scenario scenario;
   Faults (*faults)();  // what is to strike, each kind on its own
+};
+
+// How often its runs came out how.
+struct Result {
+  std::size_t same = 0;
+  std::size_t failed = 0;
+  std::size_t threw = 0;
+  std::size_t excused = 0;  // bad, by the doing of another library
+  std::size_t bad = 0;
+
+  std::size_t Tried() const { return same + failed + threw + excused + bad; }
 };
 
 // How far a trial is, in memory that its supervisor shares: a process that dies leaves behind where
@@ -33,15 +41,11 @@ struct Progress {
 
   std::atomic<unsigned long> runs{0};  // grows with each run
 
-  // Outcomes so far.
-  std::size_t same = 0;
-  std::size_t failed = 0;
-  std::size_t threw = 0;
-  std::size_t excused = 0;  // bad, by the doing of another library
-  std::size_t bad = 0;
-
-  std::size_t Tried() const { return same + failed + threw + excused + bad; }
+  Result result;  // so far
 };
+
+// Counts a bad run, at the fault that is on, and writes it to `report` unless it is excused.
+void CountBad(const Trial& trial, Progress& progress, const std::string& reason, FILE* report);
 
 // Runs the trial from where `progress` stands to its end, on this thread of a process that is its
 // own. What is bad is written to `report`.
