@@ -16,15 +16,6 @@ struct AnswerFault {
   Ending ending;
 };
 
-std::string Times(int count, const std::string& text) {
-  std::string all;
-  all.reserve(count * text.size());
-  for (int i = 0; i < count; ++i) {
-    all += text;
-  }
-  return all;
-}
-
 // The answer with its body, its head ending in these lines.
 std::string Ok(const std::vector<std::string>& lines) {
   return WireHead(200, lines) + kReply;

@@ -30,14 +30,6 @@ constexpr char kConnectLimit[] =
 constexpr milliseconds kPause{50};
 constexpr int kPieces = 80000 / 50;
 
-std::string Times(int count, const std::string& text) {
-  std::string all;
-  for (int i = 0; i < count; ++i) {
-    all += text;
-  }
-  return all;
-}
-
 // Sends `start` at once and `piece` again and again.
 WireReply Dripping(const std::string& start, const std::string& piece) {
   return WireReply(start).Drip(Times(kPieces, piece), piece.size(), kPause);

@@ -79,6 +79,15 @@ inline WireOptions TlsOptions(
   return options;
 }
 
+// For replies that say the same again and again.
+inline std::string Times(int count, const std::string& text) {
+  std::string all;
+  for (int i = 0; i < count; ++i) {
+    all += text;
+  }
+  return all;
+}
+
 inline WireOptions IPv6Options() {
   WireOptions options;
   options.address = "::1";
