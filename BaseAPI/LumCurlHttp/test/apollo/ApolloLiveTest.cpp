@@ -103,17 +103,6 @@ TEST_F(ApolloLiveTest, AUrlOf4095BytesIsSentWhole) {
   EXPECT_EQ(server.Request(0).target, "/configs/app/default/" + env.namespaceName);
 }
 
-TEST_F(ApolloLiveTest, AUrlOf4096BytesIsNotSent) {
-  WireServer server(TlsOptions());
-  const std::string start = "https://" + Host(server) + "/configs/app/default/";
-  env.namespaceName = std::string(4096 - start.size(), 'n');
-  const HttpResult result = Read(Host(server));
-  EXPECT_EQ(result.code, -1);
-  EXPECT_EQ(result.body, "");
-  EXPECT_THAT(log.Messages(), IsEmpty());
-  EXPECT_EQ(server.Connections().size(), 0u);
-}
-
 // --- Failures
 
 TEST_F(ApolloLiveTest, AServerThatRequiresACertificateRefuses) {

@@ -142,13 +142,6 @@ TEST_F(HttpLiveTest, EachRequestHasAConnectionOfItsOwn) {
 
 // --- What comes back
 
-TEST_F(HttpLiveTest, ChunkedJsonIsPutTogether) {
-  WireServer server;
-  server.Script(ChunkedReply({"{\"a\"", ":", "[1,2]}"}));
-  EXPECT_EQ(Get(server.Url()).JsonValueToString(), "{\"a\":[1,2]}");
-  EXPECT_EQ(code, 200);
-}
-
 TEST_F(HttpLiveTest, ALargeDocumentArrivesWhole) {
   WireServer server;
   const std::string text = "\"" + std::string(5000000, 'x') + "\"";

@@ -144,17 +144,6 @@ TEST_F(HttpTlsLiveTest, AKeyThatIsNotTheCertificatesIsAFailure) {
   ExpectGetFails(server.Url(), Failed("GET", CurlBadKey(), ".*"), true);
 }
 
-TEST_F(HttpTlsLiveTest, WithoutItsFilesTheRequestIsNotAttempted) {
-  WireServer server(TlsOptions());
-  client.SetSslInfo(Tls().caCertificate, "", "", nullptr, 0);
-  log.Clear();
-  EXPECT_TRUE(Get(server.Url(), true).IsNull());
-  EXPECT_EQ(code, -1);
-  EXPECT_THAT(log.Messages(1),
-              ElementsAre("GET(" + server.Url() + ") use ssl, but certs is empty"));
-  EXPECT_EQ(server.Connections().size(), 0u);
-}
-
 // --- Without TLS files
 
 TEST_F(HttpTlsLiveTest, WithoutTlsFilesNoCertificateIsOffered) {

@@ -58,17 +58,9 @@ TEST(PinningLiveTest, ReachesAnIpv6Address) {
   EXPECT_EQ(server.RequestCount(), 1U);
 }
 
-TEST(PinningLiveTest, AddressThatIsNoneFailsTheUpload) {
-  WireServer server;
-  TempDir directory;
-  LogCapture log;
-  LumCurlOrvOps client;
-  client.CurlGlobalInit();
-
+TEST_F(BindingLiveTest, AddressThatIsNoneFailsTheUpload) {
   client.SetDomainIp("not an address");
-  EXPECT_EQ(client.UploadLog(server.UrlWithHost("nowhere.example", "/x"),
-                             directory.Write("f", "data"), 5),
-            -10000);
+  EXPECT_EQ(client.UploadLog(server.UrlWithHost("nowhere.example", "/x"), path, 5), -10000);
 
   EXPECT_GE(log.Count(1), 2U) << log.Text();
   EXPECT_EQ(server.Connections().size(), 0U);

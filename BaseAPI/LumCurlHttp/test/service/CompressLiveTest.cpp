@@ -229,23 +229,6 @@ TEST_F(ArchiveLiveTest, PathThatEndsInTarGzGetsTheEndingAgain) {
   EXPECT_FALSE(Exists(path + ".tar.gz"));
 }
 
-TEST_F(ArchiveLiveTest, UploadIsSignedByTheSettings) {
-  client.SetUploadLogDate("Sat, 21 Nov 2026 13:00:00 GMT");
-  client.SetUploadLogAuthorisation("AWS key:signature");
-  client.SetSecurityToken("token");
-
-  EXPECT_EQ(client.UploadLogFileForCompress(server.Url("/x"), directory.Write("a.log", "a")), 0);
-
-  std::string head = Head("PUT", "/x",
-                          {"Authorization: AWS key:signature",
-                           "Date: Sat, 21 Nov 2026 13:00:00 GMT", "x-zun-security-token: token"},
-                          Uploaded().size());
-  if (CurlAsksBefore(100)) {
-    head.insert(head.size() - 2, "Expect: 100-continue\r\n");
-  }
-  EXPECT_EQ(server.Request(0).head, head);
-}
-
 TEST_F(ArchiveLiveTest, OlderArchiveOfAFailedCompressionIsLeftAlone) {
   const std::string older = directory.Write("gone.log.tar.gz", "an older archive");
 

@@ -235,13 +235,6 @@ TEST_F(RequestLiveTest, EachRequestHasAConnectionOfItsOwn) {
   ASSERT_TRUE(server.WaitIdle());
 }
 
-TEST_F(RequestLiveTest, AnswerInPiecesIsPutTogether) {
-  server.Script(ChunkedReply({"{\"a\"", ": [1", ", 2", "]}"}));
-  int status = 0;
-
-  EXPECT_EQ(client.Get(server.Url(), {}, status).JsonValueToString(), R"({"a":[1,2]})");
-}
-
 TEST_F(RequestLiveTest, ErrorTextOfSixtyFourMegabytesBecomesTheLastErrorWhole) {
   constexpr std::size_t kSize = 64U << 20;
   server.Script(GeneratedReply(kSize, 500));

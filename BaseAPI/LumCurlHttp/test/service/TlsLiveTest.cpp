@@ -105,14 +105,6 @@ TEST_F(ClientCertificateTest, ExpiredAndUntrustedClientsAreRefusedByTheServer) {
   EXPECT_EQ(server.RequestCount(), 0U);
 }
 
-TEST_F(ClientCertificateTest, RefusedPassPhraseLeavesTheCertificateOff) {
-  client.SetSslInfo(Tls().caCertificate, Tls().clientCertificate, Tls().clientKey, nullptr, 0);
-
-  EXPECT_EQ(Report(), -10000);
-  EXPECT_TRUE(log.Has(1, "invalid certPaas"));
-  EXPECT_EQ(server.RequestCount(), 0U);
-}
-
 // Nothing about a server is verified: no CA is looked for.
 TEST_F(ClientCertificateTest, CaFileThatIsNotThereDoesNotMatter) {
   server.SetHandler(Always(200, "1"));
