@@ -82,11 +82,6 @@ TEST_F(ApolloTest, WithoutItsPrivatePartItCanBeDestroyed) {
 
 // --- The URL
 
-TEST_F(ApolloTest, AlwaysAsksOverHttps) {
-  env.configServer = "http";
-  EXPECT_EQ(Url(), "https://http/configs/app/cluster/space");
-}
-
 TEST_F(ApolloTest, PercentSignsAndBlanksGoIntoTheUrlAsTheyStand) {
   env = {"%s%n", "%d", "a b", "%%20?x=1&y#z/../\xc3\xa4"};
   recorder.NextPerform(Broken(CURLE_URL_MALFORMAT, 0, "%s"));

@@ -1,17 +1,12 @@
 // DownloadFile: every call of it in order, every option, every way to fail.
 
-#include <thread>
-
 #include "HttpTest.h"
-#include "recording/Latch.h"
 #include "support/Files.h"
 
 namespace lumtest {
 namespace {
 
 using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::Not;
 
 class DownloadTest : public HttpTest {
  protected:
@@ -102,24 +97,6 @@ TEST_F(DownloadTest, TellsLibcurlHowManyItemsWereWritten) {
   EXPECT_EQ(ReadFile(path), "aabbcc");
 }
 
-TEST_F(DownloadTest, ReplacesWhatTheFileHeld) {
-  WriteFile(path, "something much longer than the reply");
-  recorder.NextPerform(Answer(200, "new"));
-  EXPECT_EQ(Download(), 0);
-  EXPECT_EQ(ReadFile(path), "new");
-}
-
-TEST_F(DownloadTest, DownloadRunsBesideAGet) {
-  Latch both(2);
-  Script script = Answer(200, "{}");
-  script.during = [&both](const Transfer&) { EXPECT_TRUE(both.CountDownAndWait()); };
-  recorder.NextPerform(script);
-  recorder.NextPerform(script);
-  RunBoth(
-      both, [this] { EXPECT_EQ(Download(), 0); }, [this] { Call(kGet); });
-  EXPECT_EQ(responseCode, 200);
-}
-
 // --- Failures
 
 // The one path on which a handle is never released, which nothing else may join.
@@ -161,25 +138,6 @@ TEST_F(DownloadTest, FailsWhenWhatIsLeftCannotBeWritten) {
   EXPECT_EQ(Download(), -10000);
   ExpectEvents(StartEvents() + TransferEvents() + Events{"fflush"} + FailureEvents(23));
   EXPECT_TRUE(Exists(path));
-}
-
-TEST_F(DownloadTest, FailsOnAFullDiskWhateverTheSize) {
-  path = "/dev/full";
-  for (const std::size_t size : {1u, 4096u, 65535u, 65536u, 65537u, 1000000u}) {
-    recorder.Reset();
-    recorder.NextPerform(Answer(200, std::string(size, 'x')));
-    EXPECT_EQ(Download(), -10000) << size;
-    ExpectLogs({Log(3, "DownloadFile", "download file " + std::string(kUrl) + " to " + path),
-                Log(1, "DownloadFile", "curl_easy_perform() failed: strerror 23")});
-    ExpectNothingKept();
-  }
-}
-
-TEST_F(DownloadTest, AFailedTransferIsToldWithItsOwnReasonEvenOnAFullDisk) {
-  path = "/dev/full";
-  recorder.NextPerform(Broken(CURLE_OPERATION_TIMEDOUT, 0, "", {"x"}));
-  EXPECT_EQ(Download(), -10000);
-  ExpectEvents(StartEvents() + TransferEvents() + FailureEvents(28));
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // Get and Post: every call of theirs in order, and what the engine makes of it. What they return
 // and log in the end is EndingsTest's, and memory that runs out MemoryTest's.
 
-#include <stdexcept>
 #include <system_error>
 
 #include "HttpTest.h"
@@ -154,19 +153,6 @@ TEST_F(HttpTest, PostOfAnEmptyBodySendsLengthZero) {
 
 // --- What comes back
 
-TEST_P(HttpRequest, CollectsABodyOfManyPieces) {
-  Script script;
-  std::string whole;
-  for (int i = 0; i < 100; ++i) {
-    script.chunks.push_back(std::to_string(i) + std::string(static_cast<std::size_t>(i) * 7, '\0'));
-    whole += script.chunks.back();
-  }
-  recorder.NextPerform(script);
-  const HttpResult result = CallEngine(GetParam());
-  EXPECT_EQ(result.code, 200);
-  EXPECT_EQ(result.body, whole);
-}
-
 TEST_P(HttpRequest, ThatFailsTellsLibcurlsReasonInPlaceOfWhatHadArrived) {
   recorder.NextPerform(
       Broken(CURLE_OPERATION_TIMEDOUT, 206, "took 100%s too long", {"{\"half", "\":"}));
@@ -178,14 +164,6 @@ TEST_P(HttpRequest, ThatFailsTellsLibcurlsReasonInPlaceOfWhatHadArrived) {
 TEST_P(HttpRequest, WithoutAHandleHasAnEmptyBody) {
   recorder.FailInit();
   EXPECT_EQ(CallEngine(GetParam()).body, "");
-}
-
-TEST_P(HttpRequest, LeavesTheCallersTextsAlone) {
-  const std::string url = kUrl;
-  const std::string body = "{\"a\":1}";
-  (client.*GetParam().call)(url, body, false, responseCode);
-  EXPECT_EQ(url, kUrl);
-  EXPECT_EQ(body, "{\"a\":1}");
 }
 
 // --- Failures

@@ -194,31 +194,11 @@ TEST_P(OneShot, ItIsWipedBeforeTheTransferWhichStillHasIt) {
   EXPECT_TRUE(ran);
 }
 
-TEST_P(OneShot, ItIsWipedWhenTheTransferFails) {
-  Set("secret");
-  recorder.NextPerform(Broken(CURLE_SSL_CERTPROBLEM, 0, "bad key"));
-  Call(GetParam(), kUrl, true);
-  ExpectStored("");
-}
-
 TEST_P(OneShot, ItIsWipedWhenLibcurlRefusesIt) {
   Set("secret");
   recorder.FailOption(CURLOPT_KEYPASSWD, CURLE_BAD_FUNCTION_ARGUMENT);
   Call(GetParam(), kUrl, true);
   ExpectStored("");
-}
-
-TEST_P(OneShot, ItOutlivesARequestWithoutTls) {
-  Set("secret");
-  Call(GetParam());
-  ExpectStored("secret");
-}
-
-TEST_P(OneShot, ItOutlivesARequestThatLacksAFile) {
-  Set("secret");
-  Engine().m_clientKeyPath.clear();
-  Call(GetParam(), kUrl, true);
-  ExpectStored("secret");
 }
 
 TEST_P(OneShot, ItOutlivesARequestWithoutAHandle) {

@@ -87,11 +87,6 @@ INSTANTIATE_TEST_SUITE_P(Urls, RefusedUrlTest,
                                            "Http://h/", "https:/h", "https//h", "http:h", "ttp://h",
                                            "http:\\\\h", "file:///etc/passwd", "%s%s%n"));
 
-TEST_F(ServiceTest, HostOfAUrlNeedsNoPrivateObject) {
-  const WithoutPrivate<LumCurlOrvOps> without(client);
-  EXPECT_EQ(client.GetDomain("https://h/p"), "h");
-}
-
 // --- Pinning ---
 
 struct Pin {
@@ -201,10 +196,6 @@ class InterfaceTest : public ServiceTest {
   const std::string otherMac = "02:00:00:00:00:02";
 };
 
-TEST_F(InterfaceTest, NothingSetAsksForNothing) {
-  RequestAndExpect({});
-}
-
 TEST_F(InterfaceTest, NameGoesBeforeAMac) {
   client.SetBindInterface("eth1");
   SetMac(mac, "eth2");
@@ -249,15 +240,6 @@ TEST_F(InterfaceTest, LookUpReplacesTheNameEvenByNothing) {
   Engine().UpdateInterfaceNameFromMac();
 
   EXPECT_EQ(Engine().bindInterface, "");
-}
-
-TEST_F(InterfaceTest, LookUpWithoutAMacDoesNothing) {
-  Engine().bindInterface = "old";
-
-  Engine().UpdateInterfaceNameFromMac();
-
-  EXPECT_EQ(Engine().bindInterface, "old");
-  ExpectEvents({});
 }
 
 TEST_F(InterfaceTest, NoRequestReadsTheBindAddress) {

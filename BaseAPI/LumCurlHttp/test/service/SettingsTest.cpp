@@ -166,14 +166,6 @@ TEST_P(StringSetting, StoresItsValueAndLogsItsLine) {
   ExpectEvents(LogOf("value"));
 }
 
-TEST_P(StringSetting, ReplacesAnEarlierValue) {
-  Set("one");
-  Set("two");
-
-  EXPECT_EQ(Stored(), "two");
-  ExpectLogs(LogOf("one") + LogOf("two"));
-}
-
 TEST_P(StringSetting, LogsBeforeItStores) {
   Set("old");
   Forget();
@@ -262,17 +254,6 @@ TEST_F(SettingsTest, EmptyAuthorisationKeepsTheEarlierOneWithoutALogLine) {
 
   EXPECT_EQ(Engine().uploadLogAuthorisation, "AWS key:signature");
   ExpectEvents({});
-}
-
-TEST_F(SettingsTest, AuthorisationAndSecurityTokenAreNeverLogged) {
-  client.SetUploadLogAuthorisation("AWS key:signature");
-  client.SetSecurityToken("token of the store");
-
-  for (const std::string& event : recorder.Events()) {
-    EXPECT_EQ(event.find("signature"), std::string::npos);
-    EXPECT_EQ(event.find("token of the store"), std::string::npos);
-  }
-  ExpectLogs({Log(3, "SetUploadLogAuthorisation", "Set Auth")});
 }
 
 TEST_F(SettingsTest, SwiftAndDomainAddressAreOneSetting) {

@@ -177,20 +177,6 @@ INSTANTIATE_TEST_SUITE_P(Kinds, EveryBufferedTransfer,
                          ::testing::Values(kGet, kPut, kRawPost, kStringPost),
                          [](const auto& instance) { return instance.param.name; });
 
-TEST_P(EveryBufferedTransfer, CollectsTheWholeBodyFromItsPieces) {
-  Script script = Answer(200);
-  script.chunks = {"one ", std::string(70000, 'x'), std::string("\0\xFF", 2)};
-  recorder.NextPerform(script);
-
-  EXPECT_EQ(Run().body, "one " + std::string(70000, 'x') + std::string("\0\xFF", 2));
-}
-
-TEST_P(EveryBufferedTransfer, DiscardsAPartialBodyOnATransportFailure) {
-  recorder.NextPerform(Broken(CURLE_PARTIAL_FILE, 200, "closed", {"part", "ial"}));
-
-  EXPECT_EQ(Run().body, std::string(GetParam().verb) + " failed for: closed .");
-}
-
 TEST_P(EveryBufferedTransfer, ReadsItsTimeLimitsFromTheObject) {
   Engine().connectTimeout = 11;
   Engine().requestTimeout = 12;
@@ -233,12 +219,6 @@ TEST_F(TransferTest, AnEmptyBodyIsSentAsSuch) {
   }
 }
 
-TEST_F(TransferTest, StringPostHandsTheLargestTimeLimitOnUnchanged) {
-  Engine().Post(kUrl, std::string("b"), kLines, 0xFFFFFFFF);
-
-  ExpectEvents(PostEvents(kUrl, 1, kLines, "4294967295"));
-}
-
 // --- The certificate and its pass phrase on their way to libcurl ---
 
 TEST_F(TransferTest, CertificateWithoutAPassPhraseIsNotOffered) {
@@ -275,19 +255,6 @@ TEST_F(TransferTest, PassPhraseServesEveryRequestAndIsNotWiped) {
   }
   EXPECT_EQ(recorder.Transfers().size(), 3U);
   EXPECT_EQ(std::memcmp(Engine().keyPassword, "secret\0", 7), 0);
-}
-
-TEST_F(TransferTest, PassPhraseThatFillsItsBufferIsHandedOnWithATerminator) {
-  UseCertificate(std::string(2048, 'p'));
-
-  Engine().Get(kUrl, {});
-
-  EXPECT_EQ(TheTransfer().texts.at(CURLOPT_KEYPASSWD), std::string(2048, 'p'));
-  const Events wipes = {"memcpy_s 2049 2048", "CURLOPT_KEYPASSWD " + std::string(2048, 'p'),
-                        "memset_s 2049 0 2049"};
-  EXPECT_THAT(recorder.Events(), ::testing::IsSupersetOf(wipes))
-      << "the terminated copy must be wiped again";
-  EXPECT_EQ(Engine().keyPassword[2047], 'p');
 }
 
 }  // namespace

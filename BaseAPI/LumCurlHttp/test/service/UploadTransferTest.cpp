@@ -2,12 +2,10 @@
 // what each early return leaves.
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <thread>
 
 #include "ServiceTest.h"
 #include "support/Files.h"
@@ -18,7 +16,6 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::StartsWith;
 
 const std::string kUrl = "https://store.example/bucket/a.zip";
 const Lines kLines = {"Content-Type: application/zip", "X-A: 1"};
@@ -132,20 +129,6 @@ TEST_F(UploadTransferTest, FileWhoseEndIsNotFoundIsSentWholeWithoutASize) {
   EXPECT_THAT(recorder.Events(), Contains("ftell"));
   EXPECT_EQ(recorder.Transfers().at(0).numbers.at(CURLOPT_INFILESIZE_LARGE), -1);
   EXPECT_EQ(recorder.Transfers().at(0).uploaded, "0123456789");
-}
-
-TEST_F(UploadTransferTest, NamedPipeIsSentWithoutASizeAndClosed) {
-  const std::string pipe = directory.Path("pipe");
-  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  std::thread writer([&pipe] { WriteFile(pipe, "of the other end"); });
-
-  const HttpResult result = Engine().Upload(kUrl, pipe, {}, 30);
-  writer.join();
-
-  EXPECT_EQ(result.code, 200);
-  EXPECT_EQ(recorder.Transfers().at(0).numbers.at(CURLOPT_INFILESIZE_LARGE), -1);
-  EXPECT_EQ(recorder.Transfers().at(0).uploaded, "of the other end");
-  EXPECT_THAT(Logs(), IsEmpty());
 }
 
 // --- The caller's stream ---
