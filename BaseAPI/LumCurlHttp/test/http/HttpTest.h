@@ -17,13 +17,9 @@ const char kCa[] = "/tls/ca.pem";
 const char kCertificate[] = "/tls/client.pem";
 const char kKey[] = "/tls/client.key";
 
-inline unsigned char* Bytes(std::string& text) {
-  return reinterpret_cast<unsigned char*>(&text[0]);
-}
-
 // SetSslInfo with a pass phrase whose length is that of the text.
 inline void SetSsl(LumCurlHttp& client, std::string passPhrase) {
-  client.SetSslInfo(kCa, kCertificate, kKey, Bytes(passPhrase),
+  client.SetSslInfo(kCa, kCertificate, kKey, reinterpret_cast<unsigned char*>(passPhrase.data()),
                     static_cast<int>(passPhrase.size()));
 }
 

@@ -132,11 +132,6 @@ TEST_F(HttpTest, SetHeadersWithoutItsPrivatePartSaysTheSame) {
 // What is stored is PassPhraseTest's (../operations).
 class PassPhrase : public HttpTest {
  protected:
-  void Set(const std::string& bytes) {
-    std::string copy = bytes;
-    client.SetSslInfo("ca", "cert", "key", Bytes(copy), static_cast<int>(copy.size()));
-  }
-
   void ExpectStored(const std::string& text) {
     const std::string stored(reinterpret_cast<const char*>(Engine().m_keyPassword),
                              lumhttp::kKeyPasswordSize);
@@ -152,13 +147,13 @@ class PassPhrase : public HttpTest {
 
 TEST_F(PassPhrase, IsStoredWithoutALock) {
   recorder.WatchMutex(&Engine().m_mutex, true);
-  Set("secret");
+  SetSsl(client, "secret");
   ExpectEvents({"memcpy_s 6 6"});
 }
 
 TEST_F(PassPhrase, WithoutThePrivatePartNothingIsStored) {
   const WithoutPrivate<LumCurlHttp> without(client);
-  Set("secret");
+  SetSsl(client, "secret");
   ExpectEvents({Log(1, "SetSslInfo", "d_LumCurlHttpPrivate is null")});
 }
 
@@ -167,21 +162,21 @@ TEST_F(PassPhrase, WithoutThePrivatePartNothingIsStored) {
 class OneShot : public PassPhrase, public ::testing::WithParamInterface<Method> {};
 
 TEST_P(OneShot, TheSecondRequestSendsAnEmptyOne) {
-  Set("secret");
+  SetSsl(client, "secret");
   EXPECT_EQ(Sent(GetParam()), "secret");
   EXPECT_EQ(Sent(GetParam()), "");
-  EXPECT_EQ(recorder.Transfers().back().texts.at(CURLOPT_SSLKEY), "key");
+  EXPECT_EQ(recorder.Transfers().back().texts.at(CURLOPT_SSLKEY), kKey);
 }
 
 TEST_P(OneShot, AShorterOneServesTheNextRequest) {
-  Set(std::string(lumhttp::kKeyPasswordSize, 'x'));
+  SetSsl(client, std::string(lumhttp::kKeyPasswordSize, 'x'));
   Sent(GetParam());
-  Set("second");
+  SetSsl(client, "second");
   EXPECT_EQ(Sent(GetParam()), "second");
 }
 
 TEST_P(OneShot, ItIsWipedBeforeTheTransferWhichStillHasIt) {
-  Set("secret");
+  SetSsl(client, "secret");
   Script script = Answer(200, "{}");
   bool ran = false;
   script.during = [&](const Transfer& transfer) {
@@ -195,14 +190,14 @@ TEST_P(OneShot, ItIsWipedBeforeTheTransferWhichStillHasIt) {
 }
 
 TEST_P(OneShot, ItIsWipedWhenLibcurlRefusesIt) {
-  Set("secret");
+  SetSsl(client, "secret");
   recorder.FailOption(CURLOPT_KEYPASSWD, CURLE_BAD_FUNCTION_ARGUMENT);
   Call(GetParam(), kUrl, true);
   ExpectStored("");
 }
 
 TEST_P(OneShot, ItOutlivesARequestWithoutAHandle) {
-  Set("secret");
+  SetSsl(client, "secret");
   recorder.FailInit();
   Call(GetParam(), kUrl, true);
   ExpectStored("secret");
