@@ -72,18 +72,6 @@ TEST_F(DownloadTest, CallsThisAndNothingElseWithEverythingSet) {
   EXPECT_STREQ(reinterpret_cast<const char*>(Engine().m_keyPassword), "secret");
 }
 
-TEST_F(DownloadTest, WritesTheBodyIntoTheFile) {
-  Script script;
-  std::string whole;
-  for (int i = 0; i < 300; ++i) {
-    script.chunks.push_back(std::string(1, '\0') + std::to_string(i) + std::string(3000, '\xff'));
-    whole += script.chunks.back();
-  }
-  recorder.NextPerform(script);
-  EXPECT_EQ(Download(), 0);
-  EXPECT_TRUE(ReadFile(path) == whole);
-}
-
 TEST_F(DownloadTest, TellsLibcurlHowManyItemsWereWritten) {
   Script script;
   script.during = [](const Transfer& transfer) {
