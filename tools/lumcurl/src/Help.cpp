@@ -82,7 +82,7 @@ std::string ValueName(const CLI::Option* option) {
 }
 
 std::string OptionSynopsis(const CLI::Option* option) {
-  const std::string value = ValueName(option);
+  std::string value = ValueName(option);
   if (option->get_positional()) {
     return value;
   }
@@ -134,7 +134,7 @@ std::string Help(const CLI::App* app) {
   std::string text = Wrap(app->get_description() + (isCommand ? "." : ""), kWidth, 0) +
                      "\n\nUsage: " + CommandSynopsis(app) + "\n";
   for (const auto& [title, rows] : sections) {
-    text += "\n" + title + ":\n" + rows;
+    text.append("\n").append(title).append(":\n").append(rows);
   }
   return text + "\n" + Wrap(app->get_footer(), kWidth, 0) + "\n";
 }

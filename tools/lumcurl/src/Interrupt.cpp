@@ -25,7 +25,7 @@ constexpr std::array<int, 3> kSignals = {SIGINT, SIGTERM, SIGHUP};
 // Texts for the handler. Each is filled before its flag is raised.
 std::array<char, PATH_MAX> keptArchive;
 struct stat replacedFile = {};  // zeros when there is none
-std::array<char, 2 * PATH_MAX> keptMessage;
+std::array<char, std::size_t{2} * PATH_MAX> keptMessage;
 std::atomic<bool> hasKept{false};
 std::array<char, PATH_MAX> temporaryDirectory;
 std::array<char, PATH_MAX> temporaryArchive;
@@ -53,7 +53,7 @@ void OnSignal(int number) {
   } else if (hasKept && IsMade()) {
     Say(keptMessage.data());
   }
-  raise(number);  // blocked until the handler returns; its action is the default one again
+  (void)raise(number);  // blocked until the handler returns; its action is the default one again
 }
 
 template <std::size_t size>

@@ -30,6 +30,10 @@ int ResultOfText(const std::string& text) {
   return CURL_LAST;
 }
 
+int NumberAt(const std::string& text, std::size_t place) {
+  return static_cast<int>(std::strtol(text.c_str() + place, nullptr, 10));
+}
+
 struct Judgement {
   std::vector<int> numbers;
   Exit exit;
@@ -101,8 +105,8 @@ bool FactReader::ReadTransferFailure(const std::string& message) {
   if (detail == std::string::npos) {
     return false;
   }
-  m_facts.status = std::atoi(message.c_str() + status + kStatus.size());
-  m_facts.curlResult = std::atoi(message.c_str() + message.rfind(' ', status) + 1);
+  m_facts.status = NumberAt(message, status + kStatus.size());
+  m_facts.curlResult = NumberAt(message, message.rfind(' ', status) + 1);
   m_facts.curlText = message.substr(detail + kDetail.size());
   if (m_facts.curlText.empty()) {
     m_facts.curlText = message.substr(words, message.rfind(", ", status - 1) - words);

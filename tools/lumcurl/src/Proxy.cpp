@@ -47,7 +47,7 @@ bool NetworkHolds(const std::string& network, const std::string& host) {
       inet_pton(AF_INET, host.c_str(), &address) != 1) {
     return false;
   }
-  const int bits = std::clamp(std::atoi(network.c_str() + slash + 1), 0, 32);
+  const long bits = std::clamp(std::strtol(network.c_str() + slash + 1, nullptr, 10), 0L, 32L);
   const std::uint32_t mask = bits == 0 ? 0 : ~std::uint32_t{0} << (32 - bits);
   return ((ntohl(base.s_addr) ^ ntohl(address.s_addr)) & mask) == 0;
 }
