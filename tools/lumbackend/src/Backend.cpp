@@ -240,7 +240,9 @@ std::optional<Reply> Backend::RefuseForeign(const Call& call) const {
         std::none_of(m_options.hosts.begin(), m_options.hosts.end(), [&](const std::string& known) {
           return boost::beast::iequals(known, name);
         })) {
-      return Problem(403, "'" + name + "' is a foreign host; --host " + name + " allows it");
+      std::string problem = "'" + name;
+      problem.append("' is a foreign host; --host ").append(name).append(" allows it");
+      return Problem(403, problem);
     }
   }
   return std::nullopt;

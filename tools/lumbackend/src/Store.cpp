@@ -2,6 +2,7 @@
 #include "Store.h"
 
 #include <algorithm>
+#include <boost/algorithm/string/replace.hpp>
 #include <cstdio>
 #include <fstream>
 #include <memory>
@@ -18,6 +19,11 @@ namespace asio = boost::asio;
 namespace {
 
 constexpr std::size_t kLeastPruned = 1000;  // rows at once, of which there may be a million
+
+// For a table *: all rows but the newest ?1 are too old, ?2 of them go.
+constexpr char kPrune[] =
+    "DELETE FROM * WHERE id IN (SELECT id FROM * WHERE id <= (SELECT max(id) - ?1 FROM *) "
+    "ORDER BY id LIMIT ?2) RETURNING id";
 
 // A name by which readers tell databases apart, counts by what can be filtered for, and the index
 // of words: texts, and what can be filtered for in words that nobody types, which begin with a
@@ -72,7 +78,7 @@ Database Open(const std::string& root) try {
     TakeOver(database, old);
     database.Run("PRAGMA user_version = 1; COMMIT;");
     // Whoever still looks for it there is to see that it has an end.
-    std::rename(old.c_str(), (old + ".old").c_str());
+    (void)std::rename(old.c_str(), (old + ".old").c_str());
   }
   return database;
 } catch (const DatabaseError& failure) {
@@ -118,6 +124,7 @@ std::vector<std::string> Store::Read(const std::string& sql, const std::vector<C
   Query query(m_reader, sql, cells);
   query.Next();
   std::vector<std::string> columns;
+  columns.reserve(static_cast<std::size_t>(query.Columns()));
   for (int i = 0; i < query.Columns(); ++i) {
     columns.emplace_back(query.Text(i));
   }
@@ -203,10 +210,8 @@ bool Store::Prune(std::size_t most) {
     bool removed = false;
     m_database.Run("BEGIN IMMEDIATE");
     // Exchanges first: the index of words still needs their reports.
-    for (const std::string table : {"exchange", "report"}) {
-      Query query(m_database, "DELETE FROM " + table + " WHERE id IN (SELECT id FROM " + table +
-                                  " WHERE id <= (SELECT max(id) - ?1 FROM " + table +
-                                  ") ORDER BY id LIMIT ?2) RETURNING id");
+    for (const char* table : {"exchange", "report"}) {
+      Query query(m_database, boost::algorithm::replace_all_copy(std::string(kPrune), "*", table));
       removed =
           query.Run({static_cast<std::int64_t>(m_keep), static_cast<std::int64_t>(most)}) > 0 ||
           removed;

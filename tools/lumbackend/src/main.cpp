@@ -55,8 +55,8 @@ boost::asio::ssl::context MakeContext(const Options& options) {
 
 int Serve(const Options& options) {
   // A connection or a file that takes no more is an error of the call, not the end.
-  std::signal(SIGPIPE, SIG_IGN);
-  std::signal(SIGXFSZ, SIG_IGN);
+  (void)std::signal(SIGPIPE, SIG_IGN);
+  (void)std::signal(SIGXFSZ, SIG_IGN);
   Backend backend(options, ReadKey(options.signKeyFile));
   Server server(backend);
   std::string ports;
