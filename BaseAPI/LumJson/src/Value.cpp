@@ -197,8 +197,11 @@ const Value& Value::At(std::size_t index) const noexcept {
 }
 
 void Value::AddJsonValue(const std::string& key, const std::string& text) {
-  Value value(text);  // before the member: when this throws there is none
-  (*this)[key] = std::move(value);
+  // On other kinds operator[] would keep the text, with nobody to own it.
+  if (IsNull() || IsObject()) {
+    Value value(text);
+    (*this)[key] = std::move(value);
+  }
 }
 
 bool Value::Append(Value element) {

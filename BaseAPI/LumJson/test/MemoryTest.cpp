@@ -221,6 +221,16 @@ TEST(MemoryTest, MoreSlotsThanABlockCanCountAreRefused) {
   EXPECT_EQ("[1]", array.JsonValueToString());
 }
 
+TEST(MemoryTest, AMemberForWhatIsNoObjectTakesNone) {
+  const std::string text(100, 'x');
+  for (Value value : {Value::Array(), Value(1), Value("a")}) {
+    lumtest::FailNextNew(1);
+    EXPECT_NO_THROW(value.AddJsonValue("name", text));
+    EXPECT_FALSE(lumtest::AllocationHasFailed());
+    lumtest::FailNextNew(0);
+  }
+}
+
 TEST(MemoryTest, AReadDocumentTakesOneAllocationForEachContainerAndLongText) {
   const std::pair<std::string, long> cases[] = {
       {"12345", 0},

@@ -13,12 +13,12 @@
 
 // How long clients may take.
 struct Patience {
-  std::chrono::milliseconds idle{300'000};    // between two requests
-  std::chrono::milliseconds head{10'000};     // from the first byte of a head to its last
-  std::chrono::milliseconds body{30'000};     // for each so many bytes of a body:
-  std::uint64_t bodyBytes = 30'720;           // 1 KiB/s
-  std::chrono::milliseconds answer{30'000};   // for each piece of an answer
-  std::chrono::milliseconds farewell{2'000};  // for a client that does not close its side
+  std::chrono::milliseconds idle{300'000};             // between two requests
+  std::chrono::milliseconds head{10'000};              // from the first byte of a head to its last
+  std::chrono::milliseconds body{30'000};              // for each so many bytes of a body:
+  std::uint64_t bodyBytes = std::uint64_t{30} * 1024;  // 1 KiB/s
+  std::chrono::milliseconds answer{30'000};            // for each piece of an answer
+  std::chrono::milliseconds farewell{2'000};           // for a client that does not close its side
 };
 
 // One accepted connection, plain or TLS. Everything but Stop() runs on the socket's own strand.
