@@ -189,6 +189,18 @@ TEST_F(LivePage, FiltersAllThatIsKept) {
   EXPECT_THAT(Rows(), Each(StartsWith("200 POST /report")));
 }
 
+TEST_F(LivePage, CountsWhatIsKeptThoughTheFilteredRowsCameFirst) {
+  BackendProcess backend(kOpen);
+  Report(backend, "1", 2);
+  Open(backend, "?kind=report");
+  Run("source.close();");
+  Report(backend, "2");
+  Run("update();");
+  ASSERT_TRUE(AwaitRange("1\u20133 of 3 that match, 2 kept"));
+  Run("listen();");
+  EXPECT_TRUE(AwaitRange("1\u20133 of 3 that match, 3 kept"));
+}
+
 TEST_F(LivePage, HasItsFilterInTheUrl) {
   BackendProcess backend(kOpen);
   Report(backend, R"({"topic_name": "engine"})");

@@ -281,8 +281,11 @@ function receive(news, last) {
   if (!isFiltered()) {
     arrive({...news, last, more: news.skipped > 0, arrived: news.rows.length + news.skipped,
             total: totals.all, totalIsExact: true});
-  } else if (!updating && last > seen) {
-    update();
+  } else {
+    draw();  // what is kept in all has changed, whatever passes the filter
+    if (!updating && last > seen) {
+      update();
+    }
   }
   if (Date.now() - charted >= 1000) {
     showChart();
