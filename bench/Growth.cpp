@@ -18,8 +18,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "Documents.h"
 #include "Rounds.h"
-#include "json/Documents.h"
 
 namespace {
 

@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "Bare.h"
+#include "Documents.h"
 #include "Rounds.h"
-#include "json/Documents.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Documents of a wanted size, the same ones in every run.
-#ifndef LUM_JSON_BENCH_DOCUMENTS_H
-#define LUM_JSON_BENCH_DOCUMENTS_H
+#ifndef LUM_BENCH_DOCUMENTS_H
+#define LUM_BENCH_DOCUMENTS_H
 
 #include <cstddef>
 #include <string>
@@ -19,4 +19,4 @@ std::string MakeDocument(Shape shape, std::size_t size);
 
 }  // namespace lumbench
 
-#endif  // LUM_JSON_BENCH_DOCUMENTS_H
+#endif  // LUM_BENCH_DOCUMENTS_H
