@@ -1,6 +1,8 @@
 // Makes the documents out of one pseudo-random sequence.
 #include "Documents.h"
 
+#include <LumJson.h>
+
 #include <cstdio>
 #include <iterator>
 #include <random>
@@ -100,6 +102,13 @@ class Maker {
 
 std::string MakeDocument(Shape shape, std::size_t size) {
   return Maker().Make(shape, size);
+}
+
+std::string MakeDocumentToWrite(Shape shape, std::size_t size) {
+  LumJson::Value value;
+  const std::string compact = MakeDocument(shape, size);
+  value.Parse(compact);
+  return MakeDocument(shape, size * compact.size() / value.ToStyledString().size());
 }
 
 }  // namespace lumbench

@@ -17,6 +17,9 @@ enum class Shape {
 // A document of about `size` bytes (of one item at least) without superfluous blanks.
 std::string MakeDocument(Shape shape, std::size_t size);
 
+// One that has about `size` bytes when LumJson writes it with its blanks and line ends.
+std::string MakeDocumentToWrite(Shape shape, std::size_t size);
+
 }  // namespace lumbench
 
 #endif  // LUM_BENCH_DOCUMENTS_H

@@ -1,216 +1,179 @@
-// Reading and writing, by LumJson and by its peers, of documents from 1 KiB to 64 MiB.
+// Reading and writing, by LumJson and by its peers, of documents from 1 KiB on.
 //
-// The sizes and rates are those of the text that is read, or of the one that is written, which has
-// its blanks and line ends besides. Reading includes giving the tree back.
-#include <benchmark/benchmark.h>
+//   LumBenchJson LARGEST ROUNDS SLICE-SECONDS
+//
+// A case is a shape and a nominal size of up to LARGEST bytes; "bytes" are those of the text that
+// is read, or of the one that is written, which has its blanks and line ends besides. Reading
+// includes giving the tree back.
+
+#include <LumJson.h>
 #include <json/json.h>
 #include <rapidjson/document.h>
+#include <rapidjson/memorystream.h>
 #include <rapidjson/prettywriter.h>
+#include <rapidjson/reader.h>
 #include <rapidjson/stringbuffer.h>
 
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
-#include <map>
+#include <functional>
+#include <iterator>
 #include <memory>
-#include <new>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
 #include <utility>
+#include <variant>
+#include <vector>
 
 #include "Documents.h"
-#include "LumJson.h"
-#include "RapidTree.h"
+#include "Rounds.h"
 
 namespace {
 
-std::size_t allocations = 0;
-
-}  // namespace
-
-// Counts what the libraries allocate through operator new (RapidJSON goes to malloc directly).
-void* operator new(std::size_t size) {
-  ++allocations;
-  void* const memory = std::malloc(size);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-
-namespace {
-
+using lumbench::Candidate;
 using lumbench::Shape;
+
+// A plain tree that RapidJSON's event reader fills: values that own their parts, as in LumJson.
+struct Node {
+  using Elements = std::vector<Node>;
+  using Members = std::vector<std::pair<std::string, Node>>;
+  std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string, Elements,
+               Members>
+      value;
+};
+
+// Stacks up values that arrays and objects take in when they end.
+class TreeBuilder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, TreeBuilder> {
+ public:
+  bool Null() { return Push({nullptr}); }
+  bool Bool(bool boolean) { return Push({boolean}); }
+  bool Int(int number) { return Push({std::int64_t{number}}); }
+  bool Uint(unsigned number) { return Push({std::int64_t{number}}); }
+  bool Int64(std::int64_t number) { return Push({number}); }
+  bool Uint64(std::uint64_t number) { return Push({number}); }
+  bool Double(double number) { return Push({number}); }
+  bool String(const char* text, rapidjson::SizeType size, bool) {
+    return Push({std::string(text, size)});
+  }
+  bool Key(const char* text, rapidjson::SizeType size, bool) {
+    m_names.emplace_back(text, size);
+    return true;
+  }
+  bool StartArray() { return true; }
+  bool StartObject() { return true; }
+  bool EndArray(rapidjson::SizeType count) {
+    Node::Elements elements(std::make_move_iterator(m_values.end() - count),
+                            std::make_move_iterator(m_values.end()));
+    m_values.erase(m_values.end() - count, m_values.end());
+    return Push({std::move(elements)});
+  }
+  bool EndObject(rapidjson::SizeType count) {
+    Node::Members members;
+    members.reserve(count);
+    for (rapidjson::SizeType i = count; i != 0; --i) {
+      members.emplace_back(std::move(*(m_names.end() - i)), std::move(*(m_values.end() - i)));
+    }
+    m_names.erase(m_names.end() - count, m_names.end());
+    m_values.erase(m_values.end() - count, m_values.end());
+    return Push({std::move(members)});
+  }
+
+ private:
+  bool Push(Node&& node) {
+    m_values.push_back(std::move(node));
+    return true;
+  }
+
+  std::vector<Node> m_values;
+  std::vector<std::string> m_names;
+};
 
 constexpr unsigned kChecked = rapidjson::kParseValidateEncodingFlag;
 constexpr unsigned kExact = kChecked | rapidjson::kParseFullPrecisionFlag;
 
-const std::string& Document(Shape shape, std::size_t size) {
-  static std::map<std::pair<Shape, std::size_t>, std::string> documents;
-  std::string& text = documents[{shape, size}];
-  if (text.empty()) {
-    text = lumbench::MakeDocument(shape, size);
-  }
-  return text;
-}
-
-// A document that has about the wanted size when it is written with its blanks.
-const std::string& DocumentToWrite(Shape shape, std::size_t size) {
-  LumJson::Value value;
-  value.Parse(Document(shape, size));
-  return Document(shape, size * size / value.ToStyledString().size());
-}
-
-void SetRate(benchmark::State& state, std::size_t bytes) {
-  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes));
-}
-
-void Check(benchmark::State& state, bool good) {
-  if (!good) {
-    state.SkipWithError("the document was refused");
-  }
-}
-
-void ReadLumJson(benchmark::State& state, Shape shape) {
-  const std::string& text = Document(shape, static_cast<std::size_t>(state.range(0)));
-  allocations = 0;
-  for (auto _ : state) {
-    LumJson::Value value;
-    Check(state, value.Parse(text));
-  }
-  state.counters["allocations"] =
-      benchmark::Counter(static_cast<double>(allocations), benchmark::Counter::kAvgIterations);
-  SetRate(state, text.size());
-}
-
-void ReadNlohmann(benchmark::State& state, Shape shape) {
-  const std::string& text = Document(shape, static_cast<std::size_t>(state.range(0)));
-  allocations = 0;
-  for (auto _ : state) {
-    const auto value = nlohmann::json::parse(text, nullptr, false);
-    Check(state, !value.is_discarded());
-  }
-  state.counters["allocations"] =
-      benchmark::Counter(static_cast<double>(allocations), benchmark::Counter::kAvgIterations);
-  SetRate(state, text.size());
-}
-
-template <bool kExactDoubles>
-void ReadRapidEvents(benchmark::State& state, Shape shape) {
-  const std::string& text = Document(shape, static_cast<std::size_t>(state.range(0)));
-  for (auto _ : state) {
-    lumbench::Node root;
-    Check(state, lumbench::ReadByRapidEvents(text, kExactDoubles, root));
-  }
-  SetRate(state, text.size());
-}
-
 template <unsigned kFlags>
-void ReadRapidDocument(benchmark::State& state, Shape shape) {
-  const std::string& text = Document(shape, static_cast<std::size_t>(state.range(0)));
-  for (auto _ : state) {
-    rapidjson::Document document;
-    Check(state, !document.Parse<kFlags>(text.data(), text.size()).HasParseError());
-  }
-  SetRate(state, text.size());
+bool ReadRapidEvents(const std::string& text) {
+  rapidjson::MemoryStream bytes(text.data(), text.size());
+  rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> stream(bytes);
+  TreeBuilder builder;
+  return !rapidjson::Reader().Parse<kFlags>(stream, builder).IsError();
 }
 
-void ReadJsonCpp(benchmark::State& state, Shape shape) {
-  const std::string& text = Document(shape, static_cast<std::size_t>(state.range(0)));
-  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-  for (auto _ : state) {
-    Json::Value value;
-    Check(state, reader->parse(text.data(), text.data() + text.size(), &value, nullptr));
-  }
-  SetRate(state, text.size());
+using Reader = std::unique_ptr<Json::CharReader>;
+
+void MeasureReading(const std::string& name, const std::string& text, const lumbench::Plan& plan) {
+  const Reader jsoncpp(Json::CharReaderBuilder().newCharReader());
+  lumbench::Measure(
+      "read", name, static_cast<double>(text.size()), plan,
+      {{"LumJson",
+        [&](int) {
+          LumJson::Value value;
+          return value.Parse(text);
+        }},
+       {"RapidEvents", [&](int) { return ReadRapidEvents<kChecked>(text); }},
+       {"RapidEventsExact", [&](int) { return ReadRapidEvents<kExact>(text); }},
+       {"nlohmann",
+        [&](int) { return !nlohmann::json::parse(text, nullptr, false).is_discarded(); }},
+       {"jsoncpp", [&](int) {
+          Json::Value value;
+          return jsoncpp->parse(text.data(), text.data() + text.size(), &value, nullptr);
+        }}});
 }
 
-void WriteLumJson(benchmark::State& state, Shape shape) {
-  LumJson::Value value;
-  Check(state, value.Parse(DocumentToWrite(shape, static_cast<std::size_t>(state.range(0)))));
-  std::size_t size = 0;
-  for (auto _ : state) {
-    size = value.ToStyledString().size();
-  }
-  SetRate(state, size);
+// `write` gives the size of the text.
+Candidate Writer(const char* name, const std::function<std::size_t()>& write) {
+  return {name, [write](int) { return write() > 0; }, static_cast<double>(write())};
 }
 
-void WriteNlohmann(benchmark::State& state, Shape shape) {
-  const auto value =
-      nlohmann::json::parse(DocumentToWrite(shape, static_cast<std::size_t>(state.range(0))));
-  std::size_t size = 0;
-  for (auto _ : state) {
-    size = value.dump(4).size();
-  }
-  SetRate(state, size);
-}
-
-void WriteRapid(benchmark::State& state, Shape shape) {
-  rapidjson::Document document;
-  document.Parse<kExact>(DocumentToWrite(shape, static_cast<std::size_t>(state.range(0))).c_str());
-  std::size_t size = 0;
-  for (auto _ : state) {
-    rapidjson::StringBuffer buffer;
-    rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
-    Check(state, document.Accept(writer));
-    size = buffer.GetSize();
-  }
-  SetRate(state, size);
-}
-
-void WriteJsonCpp(benchmark::State& state, Shape shape) {
-  Json::Value value;
-  std::istringstream text(DocumentToWrite(shape, static_cast<std::size_t>(state.range(0))));
-  Check(state, Json::parseFromStream(Json::CharReaderBuilder(), text, &value, nullptr));
-  const Json::StreamWriterBuilder builder;
-  std::size_t size = 0;
-  for (auto _ : state) {
-    size = Json::writeString(builder, value).size();
-  }
-  SetRate(state, size);
-}
-
-using Run = void (*)(benchmark::State&, Shape);
-
-void Register(const std::string& name, Run run) {
-  const std::pair<const char*, Shape> shapes[] = {{"records", Shape::kRecords},
-                                                  {"text", Shape::kText},
-                                                  {"escapes", Shape::kEscapes},
-                                                  {"numbers", Shape::kNumbers}};
-  for (const auto& [shapeName, shape] : shapes) {
-    benchmark::RegisterBenchmark((name + "/" + shapeName).c_str(), run, shape)
-        ->Arg(1 << 10)
-        ->Arg(64 << 10)
-        ->Arg(4 << 20)
-        ->Arg(64 << 20)
-        ->Unit(benchmark::kMicrosecond);
-  }
+void MeasureWriting(const std::string& name, const std::string& text, const lumbench::Plan& plan) {
+  LumJson::Value ours;
+  ours.Parse(text);
+  const nlohmann::json nlohmann = nlohmann::json::parse(text);
+  rapidjson::Document rapid;
+  rapid.Parse<kExact>(text.c_str());
+  Json::Value jsoncpp;
+  Reader(Json::CharReaderBuilder().newCharReader())
+      ->parse(text.data(), text.data() + text.size(), &jsoncpp, nullptr);
+  const Json::StreamWriterBuilder jsoncppWriter;
+  lumbench::Measure(
+      "write", name, 0, plan,
+      {Writer("LumJson", [&] { return ours.ToStyledString().size(); }),
+       Writer("RapidPretty",
+              [&] {
+                rapidjson::StringBuffer buffer;
+                rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+                rapid.Accept(writer);
+                return buffer.GetSize();
+              }),
+       Writer("nlohmann", [&] { return nlohmann.dump(4).size(); }),
+       Writer("jsoncpp", [&] { return Json::writeString(jsoncppWriter, jsoncpp).size(); })});
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  Register("read/LumJson", ReadLumJson);
-  Register("read/RapidEvents", ReadRapidEvents<false>);
-  Register("read/RapidEventsExact", ReadRapidEvents<true>);
-  Register("read/RapidDocument", ReadRapidDocument<kChecked>);
-  Register("read/RapidDocumentExact", ReadRapidDocument<kExact>);
-  Register("read/nlohmann", ReadNlohmann);
-  Register("read/jsoncpp", ReadJsonCpp);
-  Register("write/LumJson", WriteLumJson);
-  Register("write/RapidPretty", WriteRapid);
-  Register("write/nlohmann", WriteNlohmann);
-  Register("write/jsoncpp", WriteJsonCpp);
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+  if (argc != 4) {
+    std::fprintf(stderr, "usage: LumBenchJson LARGEST ROUNDS SLICE-SECONDS\n");
     return 2;
   }
-  benchmark::RunSpecifiedBenchmarks();
+  const std::size_t largest = std::strtoull(argv[1], nullptr, 10);
+  const lumbench::Plan plan = {std::atoi(argv[2]), std::atof(argv[3]), 1};
+  // Records, the shape of what is reported, in all sizes; the other shapes in the two middle ones.
+  const std::pair<const char*, Shape> shapes[] = {{"records", Shape::kRecords},
+                                                  {"text", Shape::kText},
+                                                  {"escapes", Shape::kEscapes},
+                                                  {"numbers", Shape::kNumbers}};
+  for (const auto& [shapeName, shape] : shapes) {
+    for (const std::size_t size : {1 << 10, 64 << 10, 4 << 20, 64 << 20}) {
+      const bool middle = size == 64 << 10 || size == 4 << 20;
+      if (size > largest || (shape != Shape::kRecords && !middle)) {
+        continue;
+      }
+      const std::string name = std::string(shapeName) + "/" + std::to_string(size);
+      MeasureReading(name, lumbench::MakeDocument(shape, size), plan);
+      MeasureWriting(name, lumbench::MakeDocumentToWrite(shape, size), plan);
+    }
+  }
   return 0;
 }

@@ -39,17 +39,6 @@ std::vector<char> Gzip(const std::string& text, int level) {
   return out;
 }
 
-// A document whose indented text has about `size` bytes.
-std::string DocumentOf(std::size_t size) {
-  LumJson::Value value;
-  const std::string compact = lumbench::MakeDocument(lumbench::Shape::kRecords, size);
-  value.Parse(compact);
-  const double growth =
-      static_cast<double>(value.ToStyledString().size()) / static_cast<double>(compact.size());
-  return lumbench::MakeDocument(lumbench::Shape::kRecords,
-                                static_cast<std::size_t>(static_cast<double>(size) / growth));
-}
-
 void PrintSize(const char* what, std::size_t of, std::size_t bytes) {
   std::printf("{\"section\": \"sizes\", \"case\": \"%s\", \"bytes\": %zu, \"size\": %zu}\n", what,
               of, bytes);
@@ -74,7 +63,7 @@ int main(int argc, char** argv) {
   const lumbench::Lines gzipLines = {"Content-Type: application/json", tokenLine.c_str(),
                                      "X-ORV-ACCESS-ID: a-1", "Content-Encoding: gzip"};
   for (std::size_t size = 1024; size <= largest; size *= 4) {
-    const std::string compact = DocumentOf(size);
+    const std::string compact = lumbench::MakeDocumentToWrite(lumbench::Shape::kRecords, size);
     LumJson::Value ours;
     ours.Parse(compact);
     const nlohmann::json theirs = nlohmann::json::parse(compact);

@@ -88,7 +88,8 @@ void Measure(const std::string& section, const std::string& name, double bytes, 
     std::printf(
         "{\"section\": \"%s\", \"case\": \"%s\", \"candidate\": \"%s\", \"threads\": %d, "
         "\"bytes\": %.0f",
-        section.c_str(), name.c_str(), candidates[i].name.c_str(), plan.threads, bytes);
+        section.c_str(), name.c_str(), candidates[i].name.c_str(), plan.threads,
+        candidates[i].bytes > 0 ? candidates[i].bytes : bytes);
     PrintNumbers("wall", costs[i].wall);
     PrintNumbers("cpu", costs[i].cpu);
     std::printf("}\n");

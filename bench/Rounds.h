@@ -13,6 +13,7 @@ struct Candidate {
   std::string name;
   // One piece of work on thread number `thread`; false when it failed.
   std::function<bool(int thread)> run;
+  double bytes = 0;  // where they are not those of the case
 };
 
 struct Plan {
