@@ -1,5 +1,5 @@
-// A GET of the service client's kind as users of other libraries would write it: a connection of
-// its own each, the server's certificate not verified, the reply in a string.
+// Requests of the service client's kind as users of other libraries would write them: a connection
+// of its own each, the server's certificate not verified.
 
 #ifndef LUM_BENCH_PEER_REQUESTS_H
 #define LUM_BENCH_PEER_REQUESTS_H
@@ -7,7 +7,15 @@
 #include <list>
 #include <string>
 
+#include "Bare.h"
+
 namespace lumbench {
+
+Reply CurlppGet(const std::string& url, const std::list<std::string>& lines);
+Reply CurlppPost(const std::string& url, const std::string& data,
+                 const std::list<std::string>& lines);
+Reply CurlppPut(const std::string& url, const std::string& data,
+                const std::list<std::string>& lines);
 
 struct Target {
   bool tls;
@@ -16,9 +24,8 @@ struct Target {
   std::string path;
 };
 
-// The status; the reply's body in `body`.
-int HttplibGet(const Target& target, const std::list<std::string>& lines, std::string& body);
-int BeastGet(const Target& target, const std::list<std::string>& lines, std::string& body);
+Reply HttplibGet(const Target& target, const std::list<std::string>& lines);
+Reply BeastGet(const Target& target, const std::list<std::string>& lines);
 
 }  // namespace lumbench
 

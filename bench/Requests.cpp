@@ -24,7 +24,6 @@
 #include <string>
 
 #include "Bare.h"
-#include "CurlppRequests.h"
 #include "PeerRequests.h"
 #include "Rounds.h"
 
@@ -56,13 +55,9 @@ struct Work {
   std::string text;
 };
 
-bool IsDocument(long status, const std::string& body) {
-  LumJson::Value document;
-  return status == 200 && document.Parse(body);
-}
-
 bool IsDocument(const lumbench::Reply& reply) {
-  return IsDocument(reply.status, reply.body);
+  LumJson::Value document;
+  return reply.status == 200 && document.Parse(reply.body);
 }
 
 // Every operation over one scheme, each beside libcurl with the same options and, where it is the
@@ -90,29 +85,19 @@ void MeasureOperations(Clients& clients, const Work& work, bool tls, int port, c
                    {"libcurl",
                     [&](int) { return IsDocument(lumbench::BarePost(url.c_str(), work.text)); }}});
   const lumbench::Target target = {tls, "127.0.0.1", port, kPath};
-  measure("service Get",
-          {{"library",
-            [&](int thread) {
-              int status = 0;
-              clients.service[thread].Get(url, work.headers, status);
-              return status == 200;
-            }},
-           {"libcurl",
-            [&](int) { return IsDocument(lumbench::BareServiceGet(url.c_str(), work.lines)); }},
-           {"curlpp",
-            [&](int) {
-              std::string body;
-              return IsDocument(lumbench::CurlppGet(url, work.headers, body), body);
-            }},
-           {"cpp-httplib",
-            [&](int) {
-              std::string body;
-              return IsDocument(lumbench::HttplibGet(target, work.headers, body), body);
-            }},
-           {"Boost.Beast", [&](int) {
-              std::string body;
-              return IsDocument(lumbench::BeastGet(target, work.headers, body), body);
-            }}});
+  measure(
+      "service Get",
+      {{"library",
+        [&](int thread) {
+          int status = 0;
+          clients.service[thread].Get(url, work.headers, status);
+          return status == 200;
+        }},
+       {"libcurl",
+        [&](int) { return IsDocument(lumbench::BareServiceGet(url.c_str(), work.lines)); }},
+       {"curlpp", [&](int) { return IsDocument(lumbench::CurlppGet(url, work.headers)); }},
+       {"cpp-httplib", [&](int) { return IsDocument(lumbench::HttplibGet(target, work.headers)); }},
+       {"Boost.Beast", [&](int) { return IsDocument(lumbench::BeastGet(target, work.headers)); }}});
   measure("service Post", {{"library",
                             [&](int thread) {
                               int status = 0;
