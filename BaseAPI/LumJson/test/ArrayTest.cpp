@@ -13,12 +13,6 @@ namespace {
 using LumJson::Value;
 using lumtest::Read;
 
-TEST(ArrayTest, AppendMakesAnArrayOfNull) {
-  Value value;
-  EXPECT_TRUE(value.Append(1));
-  EXPECT_EQ("[1]", value.JsonValueToString());
-}
-
 TEST(ArrayTest, AppendAddsAtTheEnd) {
   Value value = Read("[1]");
   EXPECT_TRUE(value.Append("two"));

@@ -1,4 +1,4 @@
-// One document of a table of documents, and how values show in failure messages.
+// Reading in one step, and how values show in failure messages.
 #ifndef LUM_JSON_TEST_CASES_H
 #define LUM_JSON_TEST_CASES_H
 
@@ -27,29 +27,12 @@ inline LumJson::Value Read(std::string_view text) {
   return value;
 }
 
-// The texts may hold zero bytes: write them as literals with the suffix sv.
-struct Accepted {
-  std::string_view name;
-  std::string_view text;
-  std::string_view written;  // the same document without blanks
-};
-
-struct Refused {
-  std::string_view name;
-  std::string_view text;
-};
-
-// For failure messages and for the names of the cases.
-inline std::ostream& operator<<(std::ostream& out, const Accepted& item) {
-  return out << item.text;
-}
-inline std::ostream& operator<<(std::ostream& out, const Refused& item) {
-  return out << item.text;
-}
-
-template <typename Case>
-std::string NameOf(const testing::TestParamInfo<Case>& info) {
-  return std::string(info.param.name);
+// Whether a text is a document.
+inline bool Accepts(const std::string& text) {
+  LumJson::Value value;
+  const bool accepted = value.Parse(text);
+  EXPECT_TRUE(accepted || value.IsNull());
+  return accepted;
 }
 
 }  // namespace lumtest

@@ -230,12 +230,6 @@ TEST(NumberTest, IntegralDoublesStayDoubles) {
   }
 }
 
-TEST(NumberTest, MinusZeroSurvives) {
-  EXPECT_EQ("-0.0", Written(-0.0));
-  EXPECT_TRUE(std::signbit(Read("-0.0").AsDouble()));
-  EXPECT_EQ("-0.0", Written(Read("-0")));
-}
-
 TEST(NumberTest, WhatIsNoNumberIsWrittenAsNull) {
   const double infinity = std::numeric_limits<double>::infinity();
   Value array;

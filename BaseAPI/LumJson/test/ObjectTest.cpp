@@ -26,14 +26,6 @@ std::string NamesOf(const Value& value) {
   return names;
 }
 
-TEST(SubscriptTest, OfNullMakesAnObject) {
-  Value value;
-  Value& member = value["key"];
-  EXPECT_TRUE(value.IsObject());
-  EXPECT_TRUE(member.IsNull());
-  EXPECT_EQ("{\"key\":null}", value.JsonValueToString());
-}
-
 TEST(SubscriptTest, AddsAMissingMemberAsNull) {
   Value value = Read("{\"a\":1}");
   EXPECT_TRUE(value["b"].IsNull());
@@ -151,12 +143,6 @@ TEST(AddJsonValueTest, AddsAndReplaces) {
   value.AddJsonValue("b", "");
   EXPECT_EQ("{\"a\":\"a text of more than fourteen bytes\",\"b\":\"\",\"c\":\"text\"}",
             value.JsonValueToString());
-}
-
-TEST(AddJsonValueTest, MakesAnObjectOfNull) {
-  Value value;
-  value.AddJsonValue("topic_name", "status");
-  EXPECT_EQ("{\"topic_name\":\"status\"}", value.JsonValueToString());
 }
 
 TEST(AddJsonValueTest, ChangesNoOtherKind) {

@@ -120,7 +120,7 @@ TEST_P(Utf8Test, IsWrittenAsReplacementCharacters) {
 }
 
 INSTANTIATE_TEST_SUITE_P(IllFormed, Utf8Test, testing::ValuesIn(kIllFormed),
-                         lumtest::NameOf<IllFormed>);
+                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST(Utf8ExamplesTest, TheStandardsOwnExampleIsReplacedAsItSays) {
   // The Unicode Standard, 3.9, table 3-8 and the two behind it.

@@ -1,29 +1,30 @@
-// What several threads may do at once. Says little by itself, much under the thread sanitizer.
+// Callers in C++11, and callers on several threads.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "Cases.h"
 #include "LumJson.h"
+#include "support/Threads.h"
+
+std::string UseAllFromCpp11();
 
 namespace {
 
 using LumJson::Value;
 using lumtest::Read;
 
-template <typename Function>
-void OnFourThreads(Function function) {
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back(function, i);
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
+TEST(HeaderTest, ServesCallersInCpp11) {
+  EXPECT_EQ(
+      "boolbool intint unsignedunsigned doubledouble texttext bytesbytes nullnull arrayarray "
+      "objectobject addedadded -1",
+      UseAllFromCpp11());
 }
+
+// What several threads may do at once says little by itself, much under the thread sanitizer.
+constexpr int kThreads = 4;
 
 TEST(ThreadTest, OneValueIsReadByManyThreads) {
   Value built;
@@ -32,7 +33,7 @@ TEST(ThreadTest, OneValueIsReadByManyThreads) {
   }
   const Value& value = built;
   const std::string text = value.ToStyledString();
-  OnFourThreads([&value, &text](int) {
+  lumtest::OnThreads(kThreads, [&value, &text](int) {
     for (int i = 0; i < 100; ++i) {
       EXPECT_EQ(i, value["name " + std::to_string(i)].At(0).AsInt64(-1));
       EXPECT_TRUE(value["missing"]["deeper"].IsNull());
@@ -45,13 +46,13 @@ TEST(ThreadTest, OneValueIsReadByManyThreads) {
 
 TEST(ThreadTest, TheNullThatBelongsToNobodyIsEachThreadsOwn) {
   std::atomic<int> ready(0);
-  OnFourThreads([&ready](int number) {
+  lumtest::OnThreads(kThreads, [&ready](int number) {
     Value value("no object");
     Value& nobody = value["key"];
     nobody = "set by thread " + std::to_string(number);
     // Everybody has written before anybody reads.
     ++ready;
-    while (ready != 4) {
+    while (ready != kThreads) {
       std::this_thread::yield();
     }
     EXPECT_EQ("set by thread " + std::to_string(number), nobody.AsString());
@@ -59,7 +60,7 @@ TEST(ThreadTest, TheNullThatBelongsToNobodyIsEachThreadsOwn) {
 }
 
 TEST(ThreadTest, DistinctDocumentsAreReadAtOnce) {
-  OnFourThreads([](int number) {
+  lumtest::OnThreads(kThreads, [](int number) {
     for (int i = 0; i < 50; ++i) {
       Value value = Read("{\"a\":[" + std::to_string(number) + ",{\"b\":\"text\"}]}");
       value["c"] = i;
