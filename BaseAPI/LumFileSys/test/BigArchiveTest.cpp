@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <unistd.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -10,9 +9,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "LumFileSys.h"
-#include "support/Files.h"
+#include "UnpackedArchive.h"
 #include "support/Process.h"
 #include "support/ProcessState.h"
 
@@ -27,41 +27,6 @@ std::size_t MemoryToPack(const std::string& path) {
   const std::size_t before = lumtest::ResidentBytes();
   EXPECT_EQ(LumCompressAndDeCompress::CompressFile(path.c_str()), 0) << std::strerror(errno);
   return lumtest::PeakResidentBytes() - before;
-}
-
-// What zlib gets out of a file of gzip: how much, its last bytes, and whether it ended as it
-// should, checksum and length included.
-struct Unpacked {
-  bool whole = false;
-  std::uint64_t size = 0;
-  std::string head;
-  std::string tail;
-};
-
-Unpacked Unpack(const std::string& path) {
-  const std::string packed = lumtest::ReadFile(path);
-  Unpacked unpacked;
-  std::string block(1 << 16, '\0');
-  z_stream stream = {};
-  inflateInit2(&stream, 15 + 16);
-  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(packed.data()));
-  stream.avail_in = static_cast<uInt>(packed.size());
-  int result = Z_OK;
-  while (result == Z_OK) {
-    stream.next_out = reinterpret_cast<Bytef*>(&block[0]);
-    stream.avail_out = static_cast<uInt>(block.size());
-    result = inflate(&stream, Z_NO_FLUSH);
-    const std::size_t got = block.size() - stream.avail_out;
-    if (unpacked.size == 0) {
-      unpacked.head = block.substr(0, std::min<std::size_t>(got, 512));
-    }
-    unpacked.tail.append(block, got > 4096 ? got - 4096 : 0, std::min<std::size_t>(got, 4096));
-    unpacked.tail.erase(0, unpacked.tail.size() > 4096 ? unpacked.tail.size() - 4096 : 0);
-    unpacked.size += got;
-  }
-  unpacked.whole = result == Z_STREAM_END && stream.avail_in == 0;
-  inflateEnd(&stream);
-  return unpacked;
 }
 
 TEST(LumBigArchive, FileBeyondTwoGibibytesInFlatMemory) {
@@ -79,13 +44,22 @@ TEST(LumBigArchive, FileBeyondTwoGibibytesInFlatMemory) {
   EXPECT_LT(MemoryToPack(small), 16 * kMebibyte);
   EXPECT_LT(MemoryToPack(path), 16 * kMebibyte);
 
-  const Unpacked unpacked = Unpack(path + ".tar.gz");
-  EXPECT_TRUE(unpacked.whole);
+  std::uint64_t size = 0;
+  std::string head;
+  std::string tail;
+  EXPECT_TRUE(lumtest::Inflate(lumtest::ReadFile(path + ".tar.gz"), [&](std::string_view piece) {
+    size += piece.size();
+    if (head.size() < 512) {
+      head += piece.substr(0, 512 - head.size());
+    }
+    tail += piece;
+    tail.erase(0, tail.size() - std::min<std::size_t>(tail.size(), 4096));
+  }));
   // Header, content up to the next 512 bytes, two blocks of zeros.
-  EXPECT_EQ(unpacked.size, 512 + (kSize + 7 + 511) / 512 * 512 + 1024);
-  EXPECT_EQ(unpacked.tail.find("the end"), 4096 - 1024 - 512 + (kSize % 512));
+  EXPECT_EQ(size, 512 + (kSize + 7 + 511) / 512 * 512 + 1024);
+  EXPECT_EQ(tail.find("the end"), 4096 - 1024 - 512 + (kSize % 512));
   lumtest::ProcessOptions header;
-  header.input = unpacked.head;
+  header.input = head;
   const lumtest::ProcessResult list = lumtest::RunCommand({"tar", "-tvf", "-"}, header);
   EXPECT_NE(list.out.find(" " + std::to_string(kSize + 7) + " "), std::string::npos)
       << list.Describe();

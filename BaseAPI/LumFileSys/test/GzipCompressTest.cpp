@@ -16,16 +16,20 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "LumFileSys.h"
-#include "support/Files.h"
+#include "UnpackedArchive.h"
 #include "support/Process.h"
+#include "support/Threads.h"
 
 int Cxx11Compress(const std::string& text, char* destination, int length);
 
 namespace {
+
+using lumtest::Noise;
 
 // Memory whose last byte lies right before a page without access.
 class GuardedBuffer {
@@ -60,29 +64,12 @@ std::string Text(std::size_t size) {
   return text;
 }
 
-std::string Noise(std::size_t size) {
-  std::mt19937 random(5);
-  std::string noise(size, '\0');
-  for (char& byte : noise) {
-    byte = static_cast<char>(random());
-  }
-  return noise;
-}
-
-// Unpacks exactly one gzip member that fills `packed`; "not one member" for anything else.
-std::string Inflate(const char* packed, std::size_t size, std::size_t expected) {
-  std::string out(expected + 1, '\0');
-  z_stream stream = {};
-  inflateInit2(&stream, 15 + 16);
-  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(packed));
-  stream.avail_in = static_cast<uInt>(size);
-  stream.next_out = reinterpret_cast<Bytef*>(&out[0]);
-  stream.avail_out = static_cast<uInt>(out.size());
-  const int result = inflate(&stream, Z_FINISH);
-  out.resize(out.size() - stream.avail_out);
-  const bool whole = result == Z_STREAM_END && stream.avail_in == 0;
-  inflateEnd(&stream);
-  return whole ? out : "not one member";
+// What one gzip member that fills `packed` unpacks to; "not one member" for anything else.
+std::string Inflated(std::string_view packed) {
+  std::string plain;
+  return lumtest::Inflate(packed, [&](std::string_view piece) { plain += piece; })
+             ? plain
+             : "not one member";
 }
 
 int Compress(const std::string& source, char* destination, std::size_t size) {
@@ -119,7 +106,7 @@ void CheckLength(std::size_t size) {
         EXPECT_LE(length, 0) << size;
       } else {
         ASSERT_EQ(length, static_cast<int>(needed)) << size;
-        EXPECT_TRUE(Inflate(destination, needed, size) == plain) << size;
+        EXPECT_TRUE(Inflated({destination, needed}) == plain) << size;
       }
     }
   }
@@ -315,25 +302,12 @@ TEST(LumGzipCompress, WhatTheMemoryHeldBeforeDoesNotShow) {
 }
 
 TEST(LumGzipCompress, ThreadsDoNotMeet) {
-  std::vector<std::thread> threads;
-  std::vector<int> good(8);
-  for (std::size_t id = 0; id < good.size(); ++id) {
-    threads.emplace_back([id, &good] {
-      for (std::size_t i = 0; i < 20; ++i) {
-        const std::string plain = Text(1000 * (id + 1) + i);
-        std::string packed(plain.size() + 100, '\0');
-        const int length = Compress(plain, &packed[0], packed.size());
-        good[id] += length > 0 && Inflate(packed.data(), static_cast<std::size_t>(length),
-                                          plain.size()) == plain
-                        ? 1
-                        : 0;
-      }
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
-  EXPECT_EQ(good, std::vector<int>(8, 20));
+  lumtest::OnThreads(8, [](int id) {
+    for (int i = 0; i < 20; ++i) {
+      const auto size = static_cast<std::size_t>(1000 * (id + 1) + i);
+      EXPECT_TRUE(Inflated(Compressed(Text(size))) == Text(size)) << size;
+    }
+  });
 }
 
 TEST(LumGzipCompress, DestructorOfAStaticObjectMayCompress) {
@@ -345,7 +319,7 @@ TEST(LumGzipCompress, CallerInCxx11Links) {
   char out[200];
   const int length = Cxx11Compress(Text(100), out, sizeof out);
   ASSERT_GT(length, 0);
-  EXPECT_EQ(Inflate(out, static_cast<std::size_t>(length), 100), Text(100));
+  EXPECT_EQ(Inflated({out, static_cast<std::size_t>(length)}), Text(100));
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <random>
 
 #include "support/Process.h"
@@ -24,37 +23,29 @@ std::vector<std::string> Split(const std::string& text, char separator) {
   return parts;
 }
 
-// Whether the file is one gzip member from its first byte to its last; gunzip would take several.
-bool IsOneMember(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::vector<char> in(1 << 16);
-  std::vector<char> out(1 << 18);
+}  // namespace
+
+bool Inflate(std::string_view packed, const std::function<void(std::string_view)>& take) {
+  std::string piece(1 << 18, '\0');
   z_stream stream = {};
   inflateInit2(&stream, 15 + 16);
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(packed.data()));
+  stream.avail_in = static_cast<uInt>(packed.size());
   int result = Z_OK;
-  while (result == Z_OK &&
-         (file.read(in.data(), static_cast<std::streamsize>(in.size())), file.gcount() > 0)) {
-    stream.next_in = reinterpret_cast<Bytef*>(in.data());
-    stream.avail_in = static_cast<uInt>(file.gcount());
-    do {
-      stream.next_out = reinterpret_cast<Bytef*>(out.data());
-      stream.avail_out = static_cast<uInt>(out.size());
-      result = inflate(&stream, Z_NO_FLUSH);
-    } while (result == Z_OK && stream.avail_out == 0);
-    if (result == Z_BUF_ERROR) {
-      result = Z_OK;  // only more input is missing
-    }
+  while (result == Z_OK) {
+    stream.next_out = reinterpret_cast<Bytef*>(piece.data());
+    stream.avail_out = static_cast<uInt>(piece.size());
+    result = inflate(&stream, Z_NO_FLUSH);
+    take(std::string_view(piece).substr(0, piece.size() - stream.avail_out));
   }
-  const bool one = result == Z_STREAM_END && stream.avail_in == 0 && file.peek() == EOF;
+  const bool isOneMember = result == Z_STREAM_END && stream.avail_in == 0;
   inflateEnd(&stream);
-  return one;
+  return isOneMember;
 }
-
-}  // namespace
 
 UnpackedArchive::UnpackedArchive(const std::string& archive,
                                  const std::vector<std::string>& tarOptions) {
-  EXPECT_TRUE(IsOneMember(archive)) << archive;
+  EXPECT_TRUE(Inflate(ReadFile(archive), [](std::string_view) {})) << archive;
   const ProcessResult test = RunCommand({"gzip", "-t", "-v", archive});
   EXPECT_TRUE(test.Succeeded()) << test.Describe();
 

@@ -3,12 +3,18 @@
 #ifndef LUM_TEST_UNPACKED_ARCHIVE_H
 #define LUM_TEST_UNPACKED_ARCHIVE_H
 
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "support/Files.h"
 
 namespace lumtest {
+
+// Hands what one gzip member unpacks to, as zlib has it, on in pieces. False when `packed` is
+// anything but one whole member from its first byte to its last; gunzip would take several.
+bool Inflate(std::string_view packed, const std::function<void(std::string_view piece)>& take);
 
 // An archive that GNU tar has unpacked, with permissions, into a directory that goes with this
 // object. A complaint of gzip's or tar's, be it a warning, is a failed expectation, and so is
