@@ -48,7 +48,7 @@ TEST(ArrayTest, ManyElements) {
   constexpr int kElements = 200000;
   Value value;
   for (int i = 0; i < kElements; ++i) {
-    value.Append(i);
+    ASSERT_TRUE(value.Append(i));
   }
   ASSERT_EQ(std::size_t{kElements}, value.Size());
   EXPECT_EQ(kElements - 1, value.At(kElements - 1).AsInt64());
