@@ -157,3 +157,14 @@ function(lum_add_test name)
             --gtest_output=json:${PROJECT_BINARY_DIR}/test-results/${name}.json)
   set_tests_properties(${name} PROPERTIES LABELS "${arg_LABEL}" TIMEOUT ${arg_TIMEOUT})
 endfunction()
+
+# lum_expect_kept_memory(TEST...)
+#
+# What the library keeps on purpose (testing/lsan.supp) is no leak of these tests. It is libcurl's
+# memory: to name the function that kept it, the sanitizer has to unwind libcurl's frames, which have
+# no frame pointers and take long.
+function(lum_expect_kept_memory)
+  set_property(TEST ${ARGN} APPEND PROPERTY ENVIRONMENT
+    ASAN_OPTIONS=fast_unwind_on_malloc=0:malloc_context_size=10
+    LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/testing/lsan.supp:print_suppressions=0)
+endfunction()

@@ -1,4 +1,4 @@
-// Every operation ends at its time limit whatever keeps it waiting: those with limits of seconds.
+// Every operation ends at its time limit whatever keeps it waiting.
 
 #include "LimitFaults.h"
 
@@ -14,6 +14,13 @@ TEST(LimitFaultTest, NothingThatNeverEndsHoldsAnOperationBeyondItsLimit) {
   const NeverEnding servers;
   RunAtOnce(servers.Meet(
       OperationsWhere([](const Operation& operation) { return !operation.Is60Seconds(); })));
+}
+
+// Those with limits of a minute, which all wait at the same time.
+TEST(LongLimitFaultTest, NothingThatNeverEndsHoldsAnOperationBeyondItsLimit) {
+  const NeverEnding servers;
+  RunAtOnce(servers.Meet(
+      OperationsWhere([](const Operation& operation) { return operation.Is60Seconds(); })));
 }
 
 // A server that takes a part of a large file and then reads no more.
