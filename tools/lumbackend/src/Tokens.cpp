@@ -31,20 +31,6 @@ std::string Tokens::Issue() {
   return token;
 }
 
-Tokens::State Tokens::Check(const std::string& token) const {
-  const std::lock_guard<std::mutex> lock(m_mutex);
-  const auto found = m_expiry.find(token);
-  if (found == m_expiry.end()) {
-    return State::kUnknown;
-  }
-  return m_now() < found->second ? State::kValid : State::kExpired;
-}
-
-void Tokens::Revoke(const std::string& token) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
-  m_expiry.erase(token);
-}
-
 Task<Reply> Tokens::New(const Call& call, BodySource& body, std::uint64_t limit) {
   Document request = co_await ReadJson(call, body, limit);
   if (request.refusal) {
@@ -59,7 +45,8 @@ Task<Reply> Tokens::New(const Call& call, BodySource& body, std::uint64_t limit)
   // The old token ends only when there is a new one.
   if (const std::string* token = call.Header("X-Auth-Token");
       token != nullptr && call.method == "PUT") {
-    Revoke(*token);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_expiry.erase(*token);
   }
   Reply reply = JsonReply(answer);
   reply.note = SubjectOf(request.value);
@@ -71,16 +58,12 @@ std::optional<Reply> Tokens::Refuse(const Call& call) const {
   const std::string* token = call.Header("X-Auth-Token");
   const char* problem = "no token in X-Auth-Token";
   if (token != nullptr && !token->empty()) {
-    switch (Check(*token)) {
-      case State::kValid:
-        return std::nullopt;
-      case State::kExpired:
-        problem = "the token has expired";
-        break;
-      case State::kUnknown:
-        problem = "the token is unknown";
-        break;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = m_expiry.find(*token);
+    if (found != m_expiry.end() && m_now() < found->second) {
+      return std::nullopt;
     }
+    problem = found == m_expiry.end() ? "the token is unknown" : "the token has expired";
   }
   Reply reply = Problem(401, problem);
   reply.headers.push_back({"WWW-Authenticate", "X-Auth-Token"});

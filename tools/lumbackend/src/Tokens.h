@@ -16,7 +16,6 @@
 class Tokens {
  public:
   using Clock = std::chrono::steady_clock;
-  enum class State { kValid, kExpired, kUnknown };
 
   // Tokens live for `lifetime` of the time that `now` tells.
   explicit Tokens(std::chrono::seconds lifetime,
@@ -24,11 +23,6 @@ class Tokens {
 
   // A new token of 32 hex digits. Throws std::runtime_error when the system has no random bytes.
   std::string Issue();
-
-  State Check(const std::string& token) const;
-
-  // Ends `token`; it is unknown from then on.
-  void Revoke(const std::string& token);
 
   // POST and PUT /token: {"token", "expiresIn"}; after PUT the token in X-Auth-Token has ended.
   Task<Reply> New(const Call& call, BodySource& body, std::uint64_t limit);

@@ -1,41 +1,28 @@
 // The configuration centre.
-#include "Routes.h"
-
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "Fakes.h"
-#include "support/Files.h"
+#include "BackendFixture.h"
 
 namespace {
 
-using lumtest::ErrorOf;
-using lumtest::MakeCall;
-
-class ApolloTest : public testing::Test {
+class ApolloTest : public lumtest::BackendFixture {
  protected:
   ApolloTest() {
+    Subject();
     for (const char* name : {"configs/app", "configs/app/default", "configs/app/east"}) {
       m_temp.MakeDir(name);
     }
   }
 
-  LumJson::Value Ask(const std::string& target, int status = 200) const {
-    const Reply reply = GetNamespace(m_root, MakeCall("GET", target));
-    EXPECT_EQ(reply.status, status) << reply.body;
-    LumJson::Value answer;
-    EXPECT_TRUE(answer.Parse(reply.body)) << reply.body;
-    return answer;
+  std::string ErrorAt(const std::string& target, int status) {
+    return Json(target, status)["error"].AsString();
   }
-
-  lumtest::TempDir m_temp;
-  const RootDir m_root{m_temp.Path("configs")};
 };
 
 TEST_F(ApolloTest, ServesPropertiesInTheOrderOfTheFile) {
   m_temp.Write("configs/app/east/application.properties",
                "# settings\nz.url=http\\://x\na = 1\nname=\\u4f60\n");
-  const LumJson::Value answer = Ask("/configs/app/east/application");
+  const LumJson::Value answer = Json("/configs/app/east/application");
   EXPECT_EQ(answer["appId"].AsString(), "app");
   EXPECT_EQ(answer["cluster"].AsString(), "east");
   EXPECT_EQ(answer["namespaceName"].AsString(), "application");
@@ -49,7 +36,7 @@ TEST_F(ApolloTest, ServesJsonAsOneProperty) {
   const std::string text = "{\n  \"a\": [1, 2]\n}\n";
   m_temp.Write("configs/app/default/sources.json", text);
   for (const char* name : {"sources.json", "sources"}) {
-    const LumJson::Value answer = Ask(std::string("/configs/app/default/") + name);
+    const LumJson::Value answer = Json(std::string("/configs/app/default/") + name);
     EXPECT_EQ(answer["namespaceName"].AsString(), name);
     EXPECT_EQ(answer["configurations"]["content"].AsString(), text);
     EXPECT_EQ(answer["configurations"].Size(), 1u);
@@ -59,53 +46,51 @@ TEST_F(ApolloTest, ServesJsonAsOneProperty) {
 TEST_F(ApolloTest, PropertiesComeBeforeJson) {
   m_temp.Write("configs/app/default/n.properties", "a=1");
   m_temp.Write("configs/app/default/n.json", "{}");
-  EXPECT_TRUE(Ask("/configs/app/default/n")["configurations"].Has("a"));
-  EXPECT_TRUE(Ask("/configs/app/default/n.properties")["configurations"].Has("a"));
-  EXPECT_TRUE(Ask("/configs/app/default/n.json")["configurations"].Has("content"));
+  EXPECT_TRUE(Json("/configs/app/default/n")["configurations"].Has("a"));
+  EXPECT_TRUE(Json("/configs/app/default/n.properties")["configurations"].Has("a"));
+  EXPECT_TRUE(Json("/configs/app/default/n.json")["configurations"].Has("content"));
 }
 
 TEST_F(ApolloTest, AnEmptyNamespaceHasNoConfigurations) {
   m_temp.Write("configs/app/default/empty.properties", "");
-  EXPECT_EQ(Ask("/configs/app/default/empty")["configurations"].JsonValueToString(), "{}");
+  EXPECT_EQ(Json("/configs/app/default/empty")["configurations"].JsonValueToString(), "{}");
 }
 
 TEST_F(ApolloTest, FallsBackToTheDefaultCluster) {
   m_temp.Write("configs/app/default/n.properties", "from=default");
-  EXPECT_EQ(Ask("/configs/app/east/n")["cluster"].AsString(), "default");
-  EXPECT_EQ(Ask("/configs/app/unknown/n")["configurations"]["from"].AsString(), "default");
+  EXPECT_EQ(Json("/configs/app/east/n")["cluster"].AsString(), "default");
+  EXPECT_EQ(Json("/configs/app/unknown/n")["configurations"]["from"].AsString(), "default");
   m_temp.Write("configs/app/east/n.properties", "from=east");
-  EXPECT_EQ(Ask("/configs/app/east/n")["configurations"]["from"].AsString(), "east");
+  EXPECT_EQ(Json("/configs/app/east/n")["configurations"]["from"].AsString(), "east");
 }
 
 TEST_F(ApolloTest, UnknownNamespacesAre404) {
-  EXPECT_EQ(ErrorOf(Ask("/configs/app/east/none", 404).ToStyledString()),
+  EXPECT_EQ(ErrorAt("/configs/app/east/none", 404),
             "no namespace 'none' of application 'app' in cluster 'east' or 'default'");
-  Ask("/configs/none/east/none", 404);
-  Ask("/configs/app/east", 404);
-  Ask("/configs/app/east/a/b", 404);
+  Json("/configs/none/east/none", 404);
+  Json("/configs/app/east", 404);
+  Json("/configs/app/east/a/b", 404);
 }
 
 TEST_F(ApolloTest, AMatchingReleaseKeyIs304UntilTheContentChanges) {
   m_temp.Write("configs/app/default/n.properties", "a=1");
-  const std::string key = Ask("/configs/app/default/n")["releaseKey"].AsString();
+  const std::string key = Json("/configs/app/default/n")["releaseKey"].AsString();
   const std::string target = "/configs/app/default/n?ip=1.2.3.4&releaseKey=" + key;
-  const Reply unchanged = GetNamespace(m_root, MakeCall("GET", target));
+  const Reply unchanged = Ask("GET", target);
   EXPECT_EQ(unchanged.status, 304);
   EXPECT_EQ(unchanged.body, "");
-  Ask("/configs/app/default/n?releaseKey=other");
+  Json("/configs/app/default/n?releaseKey=other");
   m_temp.Write("configs/app/default/n.properties", "a=2");
-  EXPECT_NE(Ask(target)["releaseKey"].AsString(), key);
+  EXPECT_NE(Json(target)["releaseKey"].AsString(), key);
   m_temp.Write("configs/app/default/n.properties", "a=1");
-  EXPECT_EQ(GetNamespace(m_root, MakeCall("GET", target)).status, 304);
+  EXPECT_EQ(Ask("GET", target).status, 304);
 }
 
 TEST_F(ApolloTest, BadFilesAreNamed) {
   m_temp.Write("configs/app/default/bad.properties", "a=1\nb=\\u12");
-  EXPECT_EQ(ErrorOf(Ask("/configs/app/default/bad", 500).ToStyledString()),
-            "bad.properties: line 2: malformed \\uXXXX");
+  EXPECT_EQ(ErrorAt("/configs/app/default/bad", 500), "bad.properties: line 2: malformed \\uXXXX");
   m_temp.Write("configs/app/default/latin.json", "{\"a\":\"\xE9\"}");
-  EXPECT_EQ(ErrorOf(Ask("/configs/app/default/latin", 500).ToStyledString()),
-            "latin.json: not UTF-8");
+  EXPECT_EQ(ErrorAt("/configs/app/default/latin", 500), "latin.json: not UTF-8");
 }
 
 TEST_F(ApolloTest, NamesDoNotLeadOut) {
@@ -113,10 +98,10 @@ TEST_F(ApolloTest, NamesDoNotLeadOut) {
   ASSERT_EQ(::symlink(m_temp.Path("secret.json").c_str(),
                       m_temp.Path("configs/app/default/link.json").c_str()),
             0);
-  Ask("/configs/app/default/..%2f..%2f..%2fsecret", 400);
-  Ask("/configs/../app/default/n", 404);  // five segments
-  Ask("/configs/%2e%2e/default/n", 400);
-  Ask("/configs/app/default/link", 500);
+  Json("/configs/app/default/..%2f..%2f..%2fsecret", 400);
+  Json("/configs/../app/default/n", 404);  // five segments
+  Json("/configs/%2e%2e/default/n", 400);
+  Json("/configs/app/default/link", 500);
 }
 
 }  // namespace

@@ -1,143 +1,94 @@
-// Bodies in memory: limits, gzip, JSON.
+// Documents in bodies: limits, gzip, JSON. What an echo does with them is what all routes do.
 #include "Body.h"
-
-#include <gtest/gtest.h>
 
 #include <functional>
 
-#include "Fakes.h"
+#include "BackendFixture.h"
+#include "Gzip.h"
 
 namespace {
 
-using lumtest::Await;
 using lumtest::ErrorOf;
 using lumtest::FakeBody;
 using lumtest::Gzip;
-using lumtest::MakeCall;
+using lumtest::Parsed;
 
-constexpr std::uint64_t kLimit = 1000;
+class BodyTest : public lumtest::BackendFixture {
+ protected:
+  Reply Read(const std::string& text, const std::string& line = "X: y") {
+    return Ask("POST", "/echo", text, {line});
+  }
+  Reply Unpack(const std::string& packed) { return Read(packed, "Content-Encoding: gzip"); }
 
-struct Outcome {
-  int status = 0;  // 0: no refusal
-  std::string error;
-  LumJson::Value document;
-  std::string kept;
-  std::uint64_t size = 0;
+  static std::string DocumentOf(const Reply& reply) {
+    return Parsed(reply)["body"].JsonValueToString();
+  }
 };
 
-Outcome Read(FakeBody body, const std::vector<std::string>& lines = {},
-             std::uint64_t limit = kLimit) {
-  Outcome outcome;
-  const Call call = MakeCall("POST", "/", lines);
-  Document document = Await(ReadJson(call, body, limit));
-  if (document.refusal) {
-    outcome.status = document.refusal->status;
-    outcome.error = ErrorOf(document.refusal->body);
+TEST_F(BodyTest, ReadsJsonOfAnyKind) {
+  for (const char* method : {"POST", "PUT"}) {
+    for (const char* text : {R"({"n":[18446744073709551615,0.1,"two"]})", "[null]", "17"}) {
+      EXPECT_EQ(DocumentOf(Ask(method, "/echo", text)), text);
+    }
   }
-  outcome.document = std::move(document.value);
-  outcome.kept = document.kept;
-  outcome.size = document.size;
-  return outcome;
+  EXPECT_EQ(DocumentOf(Read("\"text\"")), "text");
+  EXPECT_EQ(Read("null").status, 200);
 }
 
-TEST(Body, ReadsJsonOfAnyKind) {
-  const Outcome object = Read(FakeBody(R"({"a": [1, "two"]})"));
-  EXPECT_EQ(object.status, 0) << object.error;
-  EXPECT_EQ(object.document.JsonValueToString(), R"({"a":[1,"two"]})");
-  EXPECT_EQ(Read(FakeBody("\"text\"")).document.AsString(), "text");
-  EXPECT_EQ(Read(FakeBody("null")).status, 0);
+TEST_F(BodyTest, SaysWhatIsWrong) {
+  EXPECT_EQ(ErrorOf(Read("")), "the body is empty, a JSON document is expected");
+  EXPECT_EQ(ErrorOf(Read("{")), "the body is no valid JSON");
+  EXPECT_EQ(ErrorOf(Read("{\"a\":\"\xFF\"}")), "the body is no valid JSON");
+  EXPECT_EQ(Read("{").status, 400);
+  FakeBody cut("{\"a\"", false);
+  EXPECT_EQ(ErrorOf(Ask("POST", "/echo", cut)), "the body ends after 4 bytes, too early");
+  const Reply unknown = Read("{", "Content-Encoding: br");
+  EXPECT_EQ(unknown.status, 415);
+  EXPECT_EQ(ErrorOf(unknown), "Content-Encoding 'br' is not understood, 'gzip' is");
 }
 
-TEST(Body, UnpacksGzip) {
-  for (const char* encoding : {"gzip", "x-gzip", "GZIP"}) {
-    const Outcome outcome =
-        Read(FakeBody(Gzip("{\"a\":1}")), {std::string("Content-Encoding: ") + encoding});
-    EXPECT_EQ(outcome.status, 0) << outcome.error;
-    EXPECT_EQ(outcome.document["a"].AsInt64(), 1);
-  }
-}
-
-TEST(Body, IdentityIsNoEncoding) {
-  EXPECT_EQ(Read(FakeBody("1"), {"Content-Encoding: identity"}).status, 0);
-}
-
-TEST(Body, SaysWhatIsWrong) {
-  const std::vector<std::string> gzip = {"Content-Encoding: gzip"};
-  EXPECT_EQ(Read(FakeBody("")).error, "the body is empty, a JSON document is expected");
-  EXPECT_EQ(Read(FakeBody("{")).error, "the body is no valid JSON");
-  EXPECT_EQ(Read(FakeBody("{\"a\":\"\xFF\"}")).error, "the body is no valid JSON");
-  EXPECT_EQ(Read(FakeBody("{\"a\"", false)).error, "the body ends after 4 bytes, too early");
-  EXPECT_EQ(Read(FakeBody(Gzip("{")), gzip).error, "the unpacked body is no valid JSON");
-  EXPECT_EQ(Read(FakeBody(Gzip("")), gzip).error, "the unpacked body is no valid JSON");
-  EXPECT_EQ(Read(FakeBody("{\"a\":1}"), gzip).error, "the body is no gzip data, or damaged");
-  EXPECT_EQ(Read(FakeBody("{"), {"Content-Encoding: br"}).error,
-            "Content-Encoding 'br' is not understood, 'gzip' is");
-  EXPECT_EQ(Read(FakeBody("{"), {"Content-Encoding: br"}).status, 415);
-  EXPECT_EQ(Read(FakeBody("{")).status, 400);
-}
-
-TEST(Body, LimitsWhatIsReceived) {
-  EXPECT_EQ(Read(FakeBody("\"" + std::string(kLimit - 2, 'a') + "\"")).status, 0);
-  const Outcome longer = Read(FakeBody("\"" + std::string(kLimit - 1, 'a') + "\""));
+TEST_F(BodyTest, LimitsWhatIsReceived) {
+  m_options.maxBody = 1000;
+  EXPECT_EQ(Read("\"" + std::string(998, 'a') + "\"").status, 200);
+  const Reply longer = Read("\"" + std::string(999, 'a') + "\"");
   EXPECT_EQ(longer.status, 413);
-  EXPECT_EQ(longer.error, "the body is longer than 1000 bytes");
+  EXPECT_EQ(ErrorOf(longer), "the body is longer than 1000 bytes");
 }
 
-TEST(Body, DoesNotReadWhatSaysThatItIsTooLong) {
+TEST_F(BodyTest, DoesNotReadWhatSaysThatItIsTooLong) {
+  m_options.maxBody = 1000;
   FakeBody body("1");
-  const Call call = MakeCall("POST", "/", {"Content-Length: 1001"});
-  const Document document = Await(ReadJson(call, body, kLimit));
-  ASSERT_TRUE(document.refusal.has_value());
-  EXPECT_EQ(document.refusal->status, 413);
-  EXPECT_EQ(body.reads, 0);
+  EXPECT_EQ(Ask("POST", "/echo", body, {"Content-Length: 1001"}).status, 413);
+  EXPECT_EQ(body.given, 0u);
 }
 
-TEST(Body, LimitsWhatIsUnpacked) {
-  const std::vector<std::string> gzip = {"Content-Encoding: gzip"};
-  EXPECT_EQ(Read(FakeBody(Gzip("\"" + std::string(kLimit - 2, 'a') + "\"")), gzip).status, 0);
-  const Outcome bomb = Read(FakeBody(Gzip(std::string(100'000, ' '))), gzip);
-  EXPECT_EQ(bomb.status, 413);
-  EXPECT_EQ(bomb.error, "the gzip body unpacks to more than 1000 bytes");
-}
-
-TEST(Body, LimitsTheNumberOfValues) {
-  const std::uint64_t limit = 64 << 20;
+TEST_F(BodyTest, LimitsTheNumberOfValues) {
   std::string many = "[0";
   while (many.size() < 2 * kMostValues) {
     many += ",0";
   }
-  EXPECT_EQ(Read(FakeBody(many + "]", true, 65536), {}, limit).status, 0);
-  for (const char* piece : {"0,", "[],", "{\"\":0},"}) {
-    std::string bomb = "[";
-    while (bomb.size() < 20'000'000) {
-      bomb += piece;
-    }
-    const Outcome outcome =
-        Read(FakeBody(Gzip(bomb), true, 65536), {"Content-Encoding: gzip"}, limit);
-    EXPECT_EQ(outcome.status, 413) << piece;
-    EXPECT_EQ(outcome.error, "the document is made of too many values") << piece;
-  }
-  EXPECT_EQ(
-      Read(FakeBody("\"" + std::string(3'000'000, ',') + "\"", true, 65536), {}, limit).status, 0);
+  EXPECT_EQ(Read(many + "]").status, 200);
+  EXPECT_EQ(ErrorOf(Read(many + ",0]")), "the document is made of too many values");
+  EXPECT_EQ(Read("\"" + std::string(3'000'000, ',') + "\"").status, 200);
 }
 
-TEST(Body, LimitsTheDepth) {
-  const auto nested = [](std::size_t depth) {
-    return Read(FakeBody(std::string(depth, '[') + std::string(depth, ']'), true, 4096), {}, 4096);
+TEST_F(BodyTest, LimitsTheDepth) {
+  const auto nested = [&](std::size_t depth) {
+    return Read(std::string(depth, '[') + std::string(depth, ']'));
   };
-  EXPECT_EQ(nested(512).status, 0);
+  EXPECT_EQ(nested(512).status, 200);
   EXPECT_EQ(nested(513).status, 413);
-  EXPECT_EQ(nested(513).error, "the document is nested too deeply");
+  EXPECT_EQ(ErrorOf(nested(513)), "the document is nested too deeply");
 }
 
-TEST(Body, AllDocumentsShareABudget) {
-  // A body that waits in its middle until others have been read.
+TEST_F(BodyTest, AllDocumentsShareABudget) {
+  // A body at whose end others are read.
   class Waiting final : public FakeBody {
    public:
-    explicit Waiting(std::function<void()> meanwhile)
-        : FakeBody(std::string(60 << 20, ' ') + "1", true, 60 << 20), m_meanwhile(meanwhile) {}
+    Waiting(const std::string& text, std::function<void()> meanwhile)
+        : FakeBody(text), m_meanwhile(std::move(meanwhile)) {}
     Task<std::string_view> Next() override {
-      if (reads == 1) {
+      if (IsWhole()) {
         m_meanwhile();
       }
       return FakeBody::Next();
@@ -146,51 +97,57 @@ TEST(Body, AllDocumentsShareABudget) {
    private:
     const std::function<void()> m_meanwhile;
   };
-  const std::uint64_t limit = 64 << 20;
-  Outcome other;
-  Waiting body([&] {
-    FakeBody second(std::string(60 << 20, ' ') + "2", true, 60 << 20);
-    const Call call = MakeCall("POST", "/");
-    const Document document = Await(ReadJson(call, second, limit));
-    ASSERT_TRUE(document.refusal.has_value());
-    EXPECT_EQ(document.refusal->status, 413);
-    EXPECT_EQ(ErrorOf(document.refusal->body), "too much is being read at once");
-    ASSERT_EQ(document.refusal->headers.size(), 1u);
-    EXPECT_EQ(document.refusal->headers[0].name, "Retry-After");
+  const std::string large = std::string(60 << 20, ' ') + "1";
+  Waiting body(large, [&] {
+    const Reply refused = Read(large);
+    EXPECT_EQ(refused.status, 413);
+    EXPECT_EQ(ErrorOf(refused), "too much is being read at once");
+    ASSERT_EQ(refused.headers.size(), 1u);
+    EXPECT_EQ(refused.headers[0].name, "Retry-After");
   });
-  const Call call = MakeCall("POST", "/");
-  EXPECT_FALSE(Await(ReadJson(call, body, limit)).refusal.has_value());
-  EXPECT_EQ(Read(FakeBody(std::string(60 << 20, ' ') + "3", true, 60 << 20), {}, limit).status, 0);
+  EXPECT_EQ(Ask("POST", "/echo", body).status, 200);
+  EXPECT_EQ(Read(large).status, 200);
 }
 
-TEST(Body, KeepsTheBeginningUnpacked) {
+TEST_F(BodyTest, KeepsTheBeginningUnpacked) {
   const std::string text = "\"" + std::string(100'000, 'x') + "\"";
-  const Outcome outcome =
-      Read(FakeBody(Gzip(text), true, 4096), {"Content-Encoding: gzip"}, 200'000);
-  EXPECT_EQ(outcome.kept, text.substr(0, 65536));
-  EXPECT_EQ(outcome.size, text.size());
-  EXPECT_EQ(Read(FakeBody("no JSON")).kept, "no JSON");
+  const Reply reply = Unpack(Gzip(text));
+  EXPECT_EQ(reply.note.body, text.substr(0, 65536));
+  EXPECT_EQ(reply.note.size, text.size());
+  EXPECT_EQ(Read("no JSON").note.body, "no JSON");
   std::string accents = "a";
   while (accents.size() < 80'000) {
     accents += "\xC3\xA9";
   }
-  EXPECT_EQ(Read(FakeBody(accents), {}, 100'000).kept.size(), 65535u);
+  EXPECT_EQ(Read(accents).note.body.size(), 65535u);
 }
 
-const std::vector<std::string> kPacked = {"Content-Encoding: gzip"};
+// --- gzip.
 
-TEST(Body, UnpacksEveryMember) {
+TEST_F(BodyTest, UnpacksEveryMember) {
   const std::string packed = Gzip("[1,") + Gzip("") + Gzip("2]");
-  EXPECT_EQ(Read(FakeBody(packed), kPacked, 100).document.JsonValueToString(), "[1,2]");
-  EXPECT_EQ(Read(FakeBody(Gzip("[1,") + Gzip(std::string(100, ' '))), kPacked, 100).error,
-            "the gzip body unpacks to more than 100 bytes");
+  for (const char* encoding : {"gzip", "x-gzip", "GZIP"}) {
+    EXPECT_EQ(DocumentOf(Read(packed, std::string("Content-Encoding: ") + encoding)), "[1,2]");
+  }
+  EXPECT_EQ(ErrorOf(Unpack(Gzip("{"))), "the unpacked body is no valid JSON");
+  EXPECT_EQ(ErrorOf(Unpack(Gzip(""))), "the unpacked body is no valid JSON");
 }
 
-TEST(Body, TellsWhatIsWrongWithGzip) {
+TEST_F(BodyTest, LimitsWhatIsUnpacked) {
+  m_options.maxBody = 1000;
+  EXPECT_EQ(Unpack(Gzip("\"" + std::string(998, 'a') + "\"")).status, 200);
+  for (const std::string& packed :
+       {Gzip(std::string(100'000, ' ')), Gzip("[1,") + Gzip(std::string(1000, ' '))}) {
+    const Reply bomb = Unpack(packed);
+    EXPECT_EQ(bomb.status, 413);
+    EXPECT_EQ(ErrorOf(bomb), "the gzip body unpacks to more than 1000 bytes");
+  }
+}
+
+TEST_F(BodyTest, TellsWhatIsWrongWithGzip) {
   const std::string packed = Gzip("\"some text that is to be damaged in every byte\"");
   for (std::size_t size = 1; size < packed.size(); ++size) {
-    EXPECT_EQ(Read(FakeBody(packed.substr(0, size)), kPacked).error, "the gzip body ends too early")
-        << size;
+    EXPECT_EQ(ErrorOf(Unpack(packed.substr(0, size))), "the gzip body ends too early") << size;
   }
   std::string damaged = packed;
   damaged[damaged.size() - 6] ^= 1;  // of the check sum
@@ -199,9 +156,9 @@ TEST(Body, TellsWhatIsWrongWithGzip) {
   ASSERT_EQ(compress(reinterpret_cast<Bytef*>(zlib.data()), &size,
                      reinterpret_cast<const Bytef*>("text"), 4),
             Z_OK);
-  for (const std::string& bad :
-       {packed + "xx", packed + std::string(20, '\0'), damaged, zlib.substr(0, size)}) {
-    EXPECT_EQ(Read(FakeBody(bad), kPacked).error, "the body is no gzip data, or damaged");
+  for (const std::string& bad : {std::string("{\"a\":1}"), packed + "xx",
+                                 packed + std::string(20, '\0'), damaged, zlib.substr(0, size)}) {
+    EXPECT_EQ(ErrorOf(Unpack(bad)), "the body is no gzip data, or damaged");
   }
 }
 

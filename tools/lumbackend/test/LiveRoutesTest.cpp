@@ -69,14 +69,17 @@ TEST(LiveRoutes, RequiresClientCertificates) {
   const TempDir tls;
   // Makes the material that the second one is to ask for.
   { BackendProcess first({"--tls-port", "0", "--tls-dir", tls.Path()}); }
+  const std::string made = ReadFile(tls.Path("server.pem"));
   BackendProcess backend(
       {"--tls-port", "0", "--tls-dir", tls.Path(), "--client-ca", tls.Path("ca.pem")});
+  EXPECT_EQ(ReadFile(tls.Path("server.pem")), made);
   const auto ask = [&](const std::string& certificate, const std::string& key) {
     return Curl({"--cacert", tls.Path("ca.pem"), "--cert", certificate, "--key", tls.Path(key),
                  backend.TlsUrl("/echo")});
   };
   EXPECT_EQ(ask(tls.Path("client.pem"), "client.key").Json()["clientCertificate"].AsString(),
             "O=Lum, CN=Lum test client");
+  EXPECT_EQ(lumtest::FileMode(tls.Path("client-encrypted.pass")), 0600u);
   std::string passPhrase = ReadFile(tls.Path("client-encrypted.pass"));
   passPhrase.pop_back();
   EXPECT_EQ(ask(tls.Path("client.pem") + ":" + passPhrase, "client-encrypted.key").status, 200);
@@ -87,6 +90,25 @@ TEST(LiveRoutes, RequiresClientCertificates) {
   EXPECT_NE(ask(tls.Path("untrusted-client.pem"), "untrusted-client.key").exitStatus, 0);
   EXPECT_TRUE(backend.Logged("TLS handshake failed: certificate verify failed"));
   EXPECT_EQ(ask(tls.Path("client.pem"), "client.key").status, 200);
+}
+
+TEST(LiveRoutes, ExpiredCertificatesAreMadeAnew) {
+  const TempDir tls;
+  const std::vector<std::string> options{"--tls-port", "0", "--tls-dir", tls.Path()};
+  BackendProcess backend(options);
+  lumtest::WriteFile(tls.Path("server.pem"), ReadFile(tls.Path("expired-server.pem")));
+  lumtest::WriteFile(tls.Path("server.key"), ReadFile(tls.Path("expired-server.key")));
+  backend.Start(options);
+  EXPECT_EQ(Curl({"--cacert", tls.Path("ca.pem"), backend.TlsUrl("/echo")}).status, 200);
+}
+
+TEST(LiveRoutes, SeveralMayMakeCertificatesInOneDirectory) {
+  const TempDir tls;
+  lumtest::OnThreads(4, [&](int i) {
+    BackendProcess backend({"--tls-port", "0", "--tls-dir", tls.Path("tls")});
+    const std::string ca = tls.Path("tls/ca.pem");
+    EXPECT_EQ(Curl({"--cacert", ca, backend.TlsUrl("/echo")}).status, 200) << i;
+  });
 }
 
 TEST(LiveRoutes, TakesACertificateOfOnesOwn) {

@@ -209,7 +209,7 @@ TEST(LiveWire, SurvivesPlainTextOnTheTlsPort) {
 TEST(LiveWire, LogsNoSecretsAndNoControlCharacters) {
   BackendProcess backend({"--port", "0"});
   Exchange(backend, "GET /\x1B[31m HTTP/1.1\r\nX-Auth-Token: s3cret\r\n\r\n");
-  EXPECT_TRUE(backend.Logged(R"(- - 400 in=0 out=)"));
+  EXPECT_TRUE(backend.Logged(R"(Z - - 400 in=0 out=[0-9]+ \(malformed request\)$)"));
   Exchange(backend,
            "GET /\xC2\x9B[31m?token=s3cret HTTP/1.1\r\nX-Auth-Token: s3cret\r\n"
            "Authorization: s3cret\r\nConnection: close\r\n\r\n");
@@ -229,6 +229,10 @@ TEST(LiveFaults, EveryAnswerHasTheStatusAskedFor) {
     EXPECT_EQ(Curl({"-X", "PUT", "-d", "x", backend.Url("/objects/a")}).status, std::stoi(status));
     EXPECT_THAT(FilesBelow(backend.Root().Path("objects")), IsEmpty());
     EXPECT_EQ(Curl({backend.Url("/events")}).status, 200);
+    EXPECT_EQ(Curl({backend.Url("/")}).status, 200);
+    // A body is read to its end, as by a server that fails later.
+    const std::string put = "PUT /objects/a HTTP/1.1\r\nContent-Length: 1\r\n\r\nx";
+    EXPECT_EQ(CountOf(Exchange(backend, put + put), "HTTP/1.1 " + std::string(status)), 2);
   }
 }
 
@@ -287,6 +291,13 @@ TEST(LiveFaults, LongBodiesAreRefused) {
       Curl({"-H", "Transfer-Encoding: chunked", "-T", tooLong, backend.Url("/objects/b")}).status,
       413);
   EXPECT_EQ(Curl({"-d", "@" + tooLong, backend.Url("/report")}).status, 413);
+  EXPECT_EQ(Curl({"-d", "@" + tooLong, backend.Url("/token")}).status, 413);
+  EXPECT_EQ(Curl({"-d", "@" + tooLong, backend.Url("/echo")}).status, 413);
+  // What says that it is too long is not asked for.
+  EXPECT_THAT(Exchange(backend,
+                       "PUT /objects/b HTTP/1.1\r\nExpect: 100-continue\r\n"
+                       "Content-Length: 1001\r\n\r\n"),
+              StartsWith("HTTP/1.1 413 "));
   EXPECT_THAT(FilesBelow(backend.Root().Path("objects")), ElementsAre("a"));
 }
 
@@ -394,16 +405,33 @@ TEST(LiveEnd, WhatCannotBeUsedIsNamed) {
   const TempDir root;
   const std::string file = root.Write("file", "");
   const std::string none = root.Path("none");
+  const TempDir noDatabase;
+  noDatabase.Write("lumbackend.db", std::string(5000, 'x'));
+  const TempDir tls;
+  { BackendProcess maker({"--tls-port", "0", "--tls-dir", tls.Path()}); }
+  const auto withTls = [&](const char* certificate, const char* key, const std::string& ca = "") {
+    std::vector<std::string> options{"--root", root.Path(),           "--tls-port", "0",
+                                     "--cert", tls.Path(certificate), "--key",      tls.Path(key)};
+    if (!ca.empty()) {
+      options.insert(options.end(), {"--client-ca", tls.Path(ca)});
+    }
+    return options;
+  };
   const std::vector<std::pair<std::vector<std::string>, std::string>> kCases = {
       {{"--root", file}, "cannot use directory '" + file},
       {{"--root", root.Path(), "--sign-key-file", none}, "cannot read the signature key '" + none},
       {{"--root", root.Path(), "--sign-key-file", root.Path()}, "cannot read the signature key"},
       {{"--root", root.Path(), "--sign-key-file", file},
        "the signature key '" + file + "' is empty"},
-      {{"--root", root.Path(), "--tls-port", "0", "--cert", none, "--key", none},
-       "cannot use certificate '" + none},
-      {{"--root", root.Path(), "--tls-port", "0", "--client-ca", none},
-       "cannot use client authorities '" + none},
+      {{"--root", noDatabase.Path()}, "cannot use '" + noDatabase.Path("lumbackend.db") + "'"},
+      {withTls("none", "server.key"), "cannot use certificate '" + tls.Path("none") + "'"},
+      {withTls("server.pem", "none"), "cannot use private key '" + tls.Path("none") + "'"},
+      {withTls("server.pem", "client.key"), "cannot use private key '" + tls.Path("client.key")},
+      // Without a question on the terminal.
+      {withTls("client.pem", "client-encrypted.key"),
+       "cannot use private key '" + tls.Path("client-encrypted.key") + "'"},
+      {withTls("server.pem", "server.key", "server.key"),
+       "cannot use client authorities '" + tls.Path("server.key") + "'"},
       {{"--root", root.Path(), "--bind", "192.0.2.1"}, "cannot listen on 192.0.2.1 port 0"},
   };
   for (const auto& [options, message] : kCases) {

@@ -2,66 +2,21 @@
 #include "Store.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/resource.h>
 
-#include <csignal>
-#include <optional>
-#include <stdexcept>
-
-#include "Backend.h"
-#include "Fakes.h"
-#include "support/CaptureFd.h"
-#include "support/Files.h"
+#include "BackendFixture.h"
 #include "support/Threads.h"
 
 namespace {
 
 using lumtest::Await;
-using lumtest::ErrorOf;
 using lumtest::FakeBody;
 using lumtest::MakeCall;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::ThrowsMessage;
 
-class StoreTest : public testing::Test {
+class StoreTest : public lumtest::BackendFixture {
  protected:
-  StoreTest() {
-    m_options.root = m_temp.Path();
-    m_options.open = true;
-  }
-
-  void Restart() {
-    m_backend.reset();
-    m_backend.emplace(m_options, "");
-  }
-
-  // Asks, and keeps the exchange as a connection does.
-  Reply Ask(const std::string& method, const std::string& target, const std::string& body = "",
-            const std::vector<std::string>& lines = {}) {
-    if (!m_backend) {
-      Restart();
-    }
-    Exchange exchange;
-    exchange.call = MakeCall(method, target, lines);
-    FakeBody source(body, true, 65536);
-    exchange.reply = Await(m_backend->Handle(exchange.call, source));
-    exchange.status = exchange.reply.status;
-    exchange.bytesIn = body.size();
-    const Reply reply = exchange.reply;
-    Await(m_backend->Finished(std::move(exchange)));
-    return reply;
-  }
-
-  LumJson::Value Json(const std::string& target) {
-    const Reply reply = Ask("GET", target);
-    LumJson::Value document;
-    EXPECT_TRUE(document.Parse(reply.body)) << reply.body;
-    return document;
-  }
-
   // Numbers of the exchanges that a list holds.
   std::vector<std::int64_t> Ids(const std::string& query) {
     std::vector<std::int64_t> ids;
@@ -72,21 +27,7 @@ class StoreTest : public testing::Test {
     return ids;
   }
 
-  // All that GET /reports answers.
-  std::string Reports() {
-    const Reply reply = Ask("GET", "/reports");
-    std::string text;
-    for (std::string_view piece = Await(reply.stream->Next()); !piece.empty();
-         piece = Await(reply.stream->Next())) {
-      text += piece;
-    }
-    return text;
-  }
-
-  lumtest::CaptureStderr m_log;
-  lumtest::TempDir m_temp;
-  Options m_options;
-  std::optional<Backend> m_backend;
+  std::string Reports() { return lumtest::Streamed(Ask("GET", "/reports")); }
 };
 
 TEST_F(StoreTest, KeepsOneCompactDocumentALine) {
@@ -262,25 +203,8 @@ TEST_F(StoreTest, LongBodiesAreKeptInPartAndReportsWhole) {
   EXPECT_EQ(Ask("GET", "/exchanges/2/body").body, text);
 }
 
-TEST_F(StoreTest, AFullFileSystemIsSaidAndForgotten) {
-  Ask("POST", "/report", "\"first\"");
-  rlimit before = {};
-  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
-  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-  const rlimit limit = {lumtest::FileSize(m_temp.Path("lumbackend.db-wal")) + 20'000,
-                        before.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-  const Reply refused = Ask("POST", "/report", "\"" + std::string(100'000, 'x') + "\"");
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
-  std::signal(SIGXFSZ, handler);
-  EXPECT_EQ(refused.status, 507);
-  EXPECT_THAT(ErrorOf(refused.body), HasSubstr("cannot store the report: "));
-  EXPECT_EQ(Ask("POST", "/report", "2").status, 200);
-  EXPECT_EQ(Reports(), "\"first\"\n2\n");
-}
-
 TEST_F(StoreTest, ManyThreadsReportAtOnce) {
-  Restart();
+  Subject();
   lumtest::OnThreads(4, [this](int i) {
     for (int j = 0; j < 50; ++j) {
       FakeBody body("\"" + std::string(1000, static_cast<char>('a' + i)) + "\"");
@@ -292,19 +216,6 @@ TEST_F(StoreTest, ManyThreadsReportAtOnce) {
   for (std::size_t at = 0; at < content.size(); at += 1003) {
     EXPECT_EQ(content.substr(at, 1003), "\"" + std::string(1000, content[at + 1]) + "\"\n");
   }
-}
-
-TEST_F(StoreTest, ASecondBackEndOnOneRootIsRefused) {
-  Restart();
-  EXPECT_THAT(
-      [this] { Backend(m_options, ""); },
-      ThrowsMessage<std::runtime_error>("'" + m_temp.Path() + "' is in use by another lumbackend"));
-}
-
-TEST_F(StoreTest, AFileThatIsNoDatabaseIsNamed) {
-  const std::string file = m_temp.Write("lumbackend.db", std::string(5000, 'x'));
-  EXPECT_THAT([this] { Backend(m_options, ""); },
-              ThrowsMessage<std::runtime_error>(HasSubstr(file)));
 }
 
 TEST_F(StoreTest, TheStreamTellsOfNewExchanges) {
