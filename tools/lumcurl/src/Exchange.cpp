@@ -6,8 +6,8 @@
 #include "Input.h"
 #include "LumJson.h"
 #include "LumLogger.h"
-#include "Proxy.h"
 #include "Text.h"
+#include "Url.h"
 
 namespace {
 
@@ -120,5 +120,24 @@ void Exchange::WarnOfUrl() {
 void Exchange::WarnOfInterface() {
   if (Told().noInterface) {
     m_console.Warn("no interface has the address given with --mac: the system chose one");
+  }
+}
+
+ServiceCall::ServiceCall(const Options& options, Console& console, Request request)
+    : exchange(options, console, std::move(request)) {
+  if (!options.cert.empty()) {
+    SetCertificate(client, options, console);
+  }
+  if (!options.interfaceName.empty()) {
+    client.SetBindInterface(options.interfaceName);
+  }
+  if (!options.mac.empty()) {
+    client.SetBindMac(options.mac);
+  }
+  if (!options.pinIp.empty()) {
+    client.SetDomainIp(options.pinIp);
+  }
+  if (options.limitRate > 0) {
+    client.SetLimitSpeed(options.limitRate);
   }
 }

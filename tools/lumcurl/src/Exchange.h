@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Console.h"
+#include "LumCurlOrvOps.h"
 #include "Options.h"
 #include "Outcome.h"
 
@@ -58,6 +59,16 @@ class Exchange {
   Console& m_console;
   const Request m_request;
   FactReader m_reader;
+};
+
+// One call of the service client: a client with the settings of the command line, and what stands
+// around its one request.
+struct ServiceCall {
+  // Throws Failure for files that cannot be read and pass phrases that cannot be used.
+  ServiceCall(const Options& options, Console& console, Request request);
+
+  Exchange exchange;  // first: the library logs what it makes of the settings
+  LumCurlOrvOps client;
 };
 
 #endif  // LUM_LUMCURL_EXCHANGE_H

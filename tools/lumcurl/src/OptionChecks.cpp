@@ -4,7 +4,6 @@
 #include <netinet/in.h>
 
 #include <algorithm>
-#include <cctype>
 #include <climits>
 #include <cstdint>
 #include <map>
@@ -97,12 +96,9 @@ std::string CheckMac(const std::string& text) {
 }
 
 std::string CheckVariablePrefix(const std::string& text) {
-  bool right = !text.empty() && std::isdigit(static_cast<unsigned char>(text[0])) == 0;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    right = right && (c == '_' || (byte < 0x80 && std::isalnum(byte) != 0));
-  }
-  return right ? std::string() : "'" + text + "' cannot begin the name of a variable";
+  static const std::regex kBeginning("[A-Za-z_][A-Za-z0-9_]*");
+  return std::regex_match(text, kBeginning) ? std::string()
+                                            : "'" + text + "' cannot begin the name of a variable";
 }
 
 std::string CheckSeconds(const std::string& text) {

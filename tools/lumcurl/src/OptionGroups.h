@@ -86,10 +86,7 @@ std::string CheckSeconds(const std::string& text);
 // Rewrites a rate such as 500K as bytes per second, as far as the library takes it.
 std::string ToBytesPerSecond(std::string& text);
 
-// The commands.
-void AddHttpCommands(CLI::App& app, Options& options);
-void AddApolloCommand(CLI::App& app, Options& options);
-void AddServiceCommands(CLI::App& app, Options& options);
-void AddUploadCommands(CLI::App& app, Options& options);
+// Every command that asks something of a server.
+void AddCommands(CLI::App& app, Options& options);
 
 #endif  // LUM_LUMCURL_OPTION_GROUPS_H

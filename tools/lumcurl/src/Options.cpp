@@ -21,11 +21,7 @@ std::unique_ptr<CLI::App> MakeParser(Options& options) {
       "command has its own --help; man lumcurl has all of it, and the environment variables." +
       std::string(kExampleMark) + "  lumcurl get http://127.0.0.1:8080/echo");
 
-  AddHttpCommands(*app, options);
-  AddServiceCommands(*app, options);
-  AddUploadCommands(*app, options);
-  AddApolloCommand(*app, options);
-
+  AddCommands(*app, options);
   auto* completion = AddCommand(
       *app, options, "completion", kTool, "Print a shell completion",
       "Where each shell looks: ~/.local/share/bash-completion/completions/lumcurl for bash, a "

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "Commands.h"
+#include "Exchange.h"
 #include "Input.h"
-#include "ServiceCall.h"
 
 namespace {
 

@@ -15,14 +15,14 @@
 #include <vector>
 
 #include "Commands.h"
+#include "Exchange.h"
 #include "Input.h"
 #include "Interrupt.h"
 #include "Progress.h"
-#include "RequestPath.h"
 #include "Sending.h"
-#include "ServiceCall.h"
 #include "Signature.h"
 #include "Text.h"
+#include "Url.h"
 
 namespace {
 

@@ -1,9 +1,11 @@
-#include "Proxy.h"
+#include "Url.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <vector>
+
+#include "Failure.h"
 
 namespace {
 
@@ -73,6 +75,18 @@ TEST_F(ProxyTest, KnowsNetworksAndAddresses) {
   }
   setenv("no_proxy", "::1", 1);
   EXPECT_EQ(VariableFor("http://[::1]:80/"), "");
+}
+
+TEST(RequestPath, IsWhatLibcurlSends) {
+  EXPECT_EQ(RequestPath("http://h/objects/a.zip"), "/objects/a.zip");
+  EXPECT_EQ(RequestPath("http://h:8080/a%20b/%C3%A9?query=1#fragment"), "/a%20b/%C3%A9");
+  EXPECT_EQ(RequestPath("http://h/a/./b/../c"), "/a/c");
+  EXPECT_EQ(RequestPath("http://h"), "/");
+  EXPECT_EQ(RequestPath("https://u:p@[::1]:1/x/"), "/x/");
+}
+
+TEST(RequestPath, RefusesWhatIsNoUrl) {
+  EXPECT_THROW(RequestPath("http://"), Failure);
 }
 
 }  // namespace

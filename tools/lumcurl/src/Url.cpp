@@ -1,16 +1,19 @@
-// The proxy that libcurl takes from the environment, by libcurl's rules:
-// https://curl.se/libcurl/c/CURLOPT_PROXY.html and CURLOPT_NOPROXY.html
+// The proxy by libcurl's rules: https://curl.se/libcurl/c/CURLOPT_PROXY.html and
+// CURLOPT_NOPROXY.html; the path by libcurl's own reading.
 
-#include "Proxy.h"
+#include "Url.h"
 
 #include <arpa/inet.h>
+#include <curl/curl.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
 #include <sstream>
 #include <vector>
 
+#include "Failure.h"
 #include "Text.h"
 
 namespace {
@@ -88,4 +91,15 @@ std::optional<Proxy> ProxyFor(const std::string& url) {
   const auto proxy = isTls ? FirstSet({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
                            : FirstSet({"http_proxy", "all_proxy", "ALL_PROXY"});
   return proxy && !IsReachedWithout(HostOf(url)) ? proxy : std::nullopt;
+}
+
+std::string RequestPath(const std::string& url) {
+  const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), &curl_url_cleanup);
+  char* path = nullptr;
+  if (!parsed || curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK ||
+      curl_url_get(parsed.get(), CURLUPART_PATH, &path, 0) != CURLUE_OK) {
+    throw Failure(Exit::kUsage, "'" + url + "' is no URL");
+  }
+  const std::unique_ptr<char, decltype(&curl_free)> owned(path, &curl_free);
+  return path;
 }
