@@ -130,6 +130,13 @@ TEST_P(EveryCommand, EndsWith8WhereNoTlsIs) {
   EXPECT_THAT(result.err, HasSubstr("speaks TLS"));
 }
 
+TEST_P(EveryCommand, SaysOnceThatAnHttpsServerIsNotVerified) {
+  const RefusedPort port;
+  const std::string url = port.Url("https", "/p");
+  EXPECT_THAT(Run(url), Ends(6, WarnsOnceOf("the https server is not verified")));
+  EXPECT_THAT(Run(url, {"-q"}), Ends(6, Not(HasSubstr("verified"))));
+}
+
 TEST_P(EveryCommand, LeavesNoArchive) {
   WireServer server;
   server.Script(JsonReply("{}")).Script(JsonReply("{}", 500));

@@ -43,6 +43,13 @@ MATCHER_P2(Ends, exitStatus, err, "") {
   return arg.exitStatus == exitStatus && testing::Value(arg.err, err);
 }
 
+// What it shows holds one warning, which begins so.
+MATCHER_P(WarnsOnceOf, text, "") {
+  const std::string warning = std::string("lumcurl: warning: ") + text;
+  const std::size_t at = arg.find(warning);
+  return at != std::string::npos && arg.find(warning, at + 1) == std::string::npos;
+}
+
 // A program on a pseudo-terminal of its own, which is its standard input, output and error. Not
 // for use by two threads.
 class OnTerminal {
