@@ -1,5 +1,7 @@
-/* A caller in C11, which asks the system for its own Annex K names first. */
+/* A caller in C11, which asks the system for its own Annex K names too, before and after. */
 #define __STDC_WANT_LIB_EXT1__ 1
+#include "LumBoundsCheck.h"
+
 #include <errno.h>
 #include <stddef.h>
 #include <stdint.h>

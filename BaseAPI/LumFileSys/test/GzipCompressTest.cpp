@@ -25,8 +25,6 @@
 #include "support/Process.h"
 #include "support/Threads.h"
 
-int Cxx11Compress(const std::string& text, char* destination, int length);
-
 namespace {
 
 using lumtest::Noise;
@@ -313,13 +311,6 @@ TEST(LumGzipCompress, ThreadsDoNotMeet) {
 TEST(LumGzipCompress, DestructorOfAStaticObjectMayCompress) {
   const lumtest::ProcessResult probe = lumtest::RunCommand({LUM_FILE_SYS_PROBE});
   EXPECT_TRUE(probe.Succeeded()) << probe.Describe();
-}
-
-TEST(LumGzipCompress, CallerInCxx11Links) {
-  char out[200];
-  const int length = Cxx11Compress(Text(100), out, sizeof out);
-  ASSERT_GT(length, 0);
-  EXPECT_EQ(Inflated({out, static_cast<std::size_t>(length)}), Text(100));
 }
 
 }  // namespace

@@ -197,30 +197,16 @@ TEST(LumNetInterfaces, TextsThatAreNoMac) {
       .IPv4("eth0", "10.0.0.5")
       .IPv4("eth1", "10.0.0.6");
   const std::string good = kMacText;
-  std::vector<std::string> texts = {"",
-                                    " ",
-                                    "eth0",
-                                    "02abcdef0001",
-                                    "02:ab:cd:ef:00",
-                                    "02:ab:cd:ef:00:",
-                                    "02:ab:cd:ef:00:1",
-                                    "2:ab:cd:ef:00:01",
-                                    "02:ab:cd:ef:00:011",
-                                    "02:ab:cd:ef:00:01:00",
-                                    "02:ab-cd:ef-00:01",
-                                    "02:ab:cd:ef:00-01",
-                                    "02.ab.cd.ef.00.01",
-                                    "02 ab cd ef 00 01",
-                                    "02ab.cdef.0001",
-                                    "0x:ab:cd:ef:00:01",
-                                    "02:ab:cd:ef:00:0g",
-                                    "+2:ab:cd:ef:00:01",
-                                    " 2:ab:cd:ef:00:01",
-                                    good + " ",
-                                    " " + good,
-                                    good + '\n',
-                                    good + '\0',
-                                    std::string(17, '\0')};
+  std::vector<std::string> texts = {
+      // Not six pairs.
+      "", " ", "eth0", "02abcdef0001", "02:ab:cd:ef:00", "02:ab:cd:ef:00:", "02:ab:cd:ef:00:1",
+      "2:ab:cd:ef:00:01", "02:ab:cd:ef:00:011", "02:ab:cd:ef:00:01:00",
+      // Other separators, or more than one.
+      "02:ab-cd:ef-00:01", "02:ab:cd:ef:00-01", "02.ab.cd.ef.00.01", "02 ab cd ef 00 01",
+      "02ab.cdef.0001",
+      // Not digits alone.
+      "0x:ab:cd:ef:00:01", "02:ab:cd:ef:00:0g", "+2:ab:cd:ef:00:01", " 2:ab:cd:ef:00:01",
+      good + " ", " " + good, good + '\n', good + '\0', std::string(17, '\0')};
   for (std::size_t i = 0; i < good.size(); ++i) {  // each byte of a good one spoilt
     texts.push_back(good);
     texts.back()[i] = '\xe9';
