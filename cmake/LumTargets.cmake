@@ -14,6 +14,16 @@ function(lum_test_warnings target)
     $<$<BOOL:${CMAKE_CROSSCOMPILING}>:-O0 -U_FORTIFY_SOURCE>)
 endfunction()
 
+# lum_add_program(NAME SOURCES file... [LIBRARIES target...])
+#
+# A program of the tests' or the benchmarks' own.
+function(lum_add_program name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
+  lum_test_warnings(${name})
+endfunction()
+
 # An ABI's name. While the major version is 0, each minor one may break callers.
 if(PROJECT_VERSION_MAJOR EQUAL 0)
   set(LUM_SOVERSION 0.${PROJECT_VERSION_MINOR})
@@ -27,7 +37,7 @@ endif()
 #                          [LIBRARIES target...] [PRIVATE library...] [PACKAGES package...]
 #                          [MODULES module...])
 #
-# One platform library NAME with its public headers from include/, offered in the build tree under
+# One platform library NAME with its public headers from include/ and its tests from test/, offered in the build tree under
 # the name an installed package gives it, NAME::NAME. PACKAGES and MODULES are what LIBRARIES come
 # from, PRIVATE the platform libraries that it stands on: see lum_install_library.
 function(lum_add_platform_library name)
@@ -45,6 +55,9 @@ function(lum_add_platform_library name)
   lum_product_warnings(${name})
   lum_install_library(${name} DESCRIPTION ${arg_DESCRIPTION} PRIVATE ${arg_PRIVATE}
     PACKAGES ${arg_PACKAGES} MODULES ${arg_MODULES})
+  if(BUILD_TESTING)
+    add_subdirectory(test)
+  endif()
 endfunction()
 
 # lum_install_library(NAME DESCRIPTION text [PUBLIC library...] [PRIVATE library...]
