@@ -17,8 +17,11 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <stdexcept>
+
+#include "FileDescriptor.h"
 
 namespace lumtools {
 
@@ -149,61 +152,46 @@ class Writer {
     }
   }
 
-  std::string WriteCertificate(const char* name, const Identity& identity) const {
-    const Memory pem(BIO_new(BIO_s_mem()), &BIO_free);
-    return Put(name, S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH, pem.get(),
-               pem != nullptr && PEM_write_bio_X509(pem.get(), identity.certificate.get()) == 1);
+  std::string WriteCertificate(const std::string& name, const Identity& identity) const {
+    return Write(name, 0644,
+                 [&](BIO* pem) { return PEM_write_bio_X509(pem, identity.certificate.get()); });
   }
 
-  std::string WriteKey(const char* name, const Identity& identity) const {
-    const Memory pem(BIO_new(BIO_s_mem()), &BIO_free);
-    return Put(
-        name, S_IRUSR | S_IWUSR, pem.get(),
-        pem != nullptr && PEM_write_bio_PKCS8PrivateKey(pem.get(), identity.key.get(), nullptr,
-                                                        nullptr, 0, nullptr, nullptr) == 1);
+  // Encrypted where there is a pass phrase.
+  std::string WriteKey(const std::string& name, const Identity& identity,
+                       const std::string& passPhrase = "") const {
+    return Write(name, 0600, [&](BIO* pem) {
+      return PEM_write_bio_PKCS8PrivateKey(
+          pem, identity.key.get(), passPhrase.empty() ? nullptr : EVP_aes_256_cbc(),
+          passPhrase.data(), static_cast<int>(passPhrase.size()), nullptr, nullptr);
+    });
   }
 
-  std::string WriteEncryptedKey(const char* name, const Identity& identity,
-                                const std::string& passPhrase) const {
-    const Memory pem(BIO_new(BIO_s_mem()), &BIO_free);
-    return Put(name, S_IRUSR | S_IWUSR, pem.get(),
-               pem != nullptr && PEM_write_bio_PKCS8PrivateKey(pem.get(), identity.key.get(),
-                                                               EVP_aes_256_cbc(), passPhrase.data(),
-                                                               static_cast<int>(passPhrase.size()),
-                                                               nullptr, nullptr) == 1);
-  }
-
-  std::string WriteTraditionalKey(const char* name, const Identity& identity,
+  std::string WriteTraditionalKey(const std::string& name, const Identity& identity,
                                   const std::string& passPhrase) const {
-    const Memory pem(BIO_new(BIO_s_mem()), &BIO_free);
-    const auto* phrase = reinterpret_cast<const unsigned char*>(passPhrase.data());
-    return Put(name, S_IRUSR | S_IWUSR, pem.get(),
-               pem != nullptr && PEM_write_bio_PrivateKey_traditional(
-                                     pem.get(), identity.key.get(), EVP_aes_256_cbc(), phrase,
-                                     static_cast<int>(passPhrase.size()), nullptr, nullptr) == 1);
+    return Write(name, 0600, [&](BIO* pem) {
+      return PEM_write_bio_PrivateKey_traditional(
+          pem, identity.key.get(), EVP_aes_256_cbc(),
+          reinterpret_cast<const unsigned char*>(passPhrase.data()),
+          static_cast<int>(passPhrase.size()), nullptr, nullptr);
+    });
   }
 
  private:
-  std::string Put(const char* name, mode_t mode, BIO* pem, bool made) const {
-    std::string path = m_directory + "/" + name;
-    Require(made, "cannot make " + path);
+  std::string Write(const std::string& name, mode_t mode,
+                    const std::function<int(BIO*)>& print) const {
+    const std::string path = m_directory + "/" + name;
+    const Memory pem(BIO_new(BIO_s_mem()), &BIO_free);
+    Require(pem != nullptr && print(pem.get()) == 1, "cannot make " + path);
     char* bytes = nullptr;
-    const auto size = static_cast<std::size_t>(BIO_get_mem_data(pem, &bytes));
+    const auto size = static_cast<std::size_t>(BIO_get_mem_data(pem.get(), &bytes));
     // A new file: an old one may have another mode, other readers, or be a link to elsewhere.
     if (unlink(path.c_str()) != 0 && errno != ENOENT) {
       throw std::runtime_error("cannot replace " + path + ": " + std::strerror(errno));
     }
-    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    bool good = file >= 0 && fchmod(file, mode) == 0;
-    for (std::size_t done = 0; good && done < size;) {
-      const ssize_t written = write(file, bytes + done, size - done);
-      good = written >= 0 || errno == EINTR;
-      done += written > 0 ? static_cast<std::size_t>(written) : 0;
-    }
-    const int error = errno;
-    const bool closed = file < 0 || close(file) == 0;
-    if (!good || !closed) {
-      throw std::runtime_error("cannot write " + path + ": " + std::strerror(good ? errno : error));
+    const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    if (!file || fchmod(file.Get(), mode) != 0 || !WriteAll(file.Get(), bytes, size)) {
+      throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
     }
     return path;
   }
@@ -236,43 +224,39 @@ TlsMaterial MakeTlsMaterial(const std::string& directory, const std::string& pas
   const std::string localhost = ServerNames({});
   TlsMaterial made;
 
-  const Identity ca = Issue(CaProfile("Lum test CA"), nullptr);
-  made.caCertificate = writer.WriteCertificate("ca.pem", ca);
+  const auto authority = [&](const char* name, const char* commonName, std::string& certificate) {
+    Identity identity = Issue(CaProfile(commonName), nullptr);
+    certificate = writer.WriteCertificate(name, identity);
+    return identity;
+  };
+  const Identity ca = authority("ca.pem", "Lum test CA", made.caCertificate);
+  const Identity untrustedCa =
+      authority("untrusted-ca.pem", "Lum untrusted CA", made.untrustedCaCertificate);
 
-  const Identity server = Issue(ServerProfile("localhost", ServerNames(moreNames)), &ca);
-  made.serverCertificate = writer.WriteCertificate("server.pem", server);
-  made.serverKey = writer.WriteKey("server.key", server);
-
-  const Identity expired = Issue(Expired(ServerProfile("localhost", localhost)), &ca);
-  made.expiredServerCertificate = writer.WriteCertificate("expired-server.pem", expired);
-  made.expiredServerKey = writer.WriteKey("expired-server.key", expired);
-
-  const Identity wrongHost = Issue(ServerProfile("wrong.example", "DNS:wrong.example"), &ca);
-  made.wrongHostServerCertificate = writer.WriteCertificate("wrong-host-server.pem", wrongHost);
-  made.wrongHostServerKey = writer.WriteKey("wrong-host-server.key", wrongHost);
-
-  const Identity client = Issue(ClientProfile("Lum test client"), &ca);
-  made.clientCertificate = writer.WriteCertificate("client.pem", client);
-  made.clientKey = writer.WriteKey("client.key", client);
-  made.clientEncryptedKey = writer.WriteEncryptedKey("client-encrypted.key", client, passPhrase);
+  const auto issue = [&](const std::string& name, const Profile& profile, const Identity& issuer,
+                         std::string& certificate, std::string& key) {
+    Identity identity = Issue(profile, &issuer);
+    certificate = writer.WriteCertificate(name + ".pem", identity);
+    key = writer.WriteKey(name + ".key", identity);
+    return identity;
+  };
+  issue("server", ServerProfile("localhost", ServerNames(moreNames)), ca, made.serverCertificate,
+        made.serverKey);
+  issue("expired-server", Expired(ServerProfile("localhost", localhost)), ca,
+        made.expiredServerCertificate, made.expiredServerKey);
+  issue("wrong-host-server", ServerProfile("wrong.example", "DNS:wrong.example"), ca,
+        made.wrongHostServerCertificate, made.wrongHostServerKey);
+  issue("untrusted-server", ServerProfile("localhost", localhost), untrustedCa,
+        made.untrustedServerCertificate, made.untrustedServerKey);
+  const Identity client =
+      issue("client", ClientProfile("Lum test client"), ca, made.clientCertificate, made.clientKey);
+  made.clientEncryptedKey = writer.WriteKey("client-encrypted.key", client, passPhrase);
   made.clientTraditionalKey =
       writer.WriteTraditionalKey("client-traditional.key", client, passPhrase);
-
-  const Identity expiredClient = Issue(Expired(ClientProfile("Lum expired client")), &ca);
-  made.expiredClientCertificate = writer.WriteCertificate("expired-client.pem", expiredClient);
-  made.expiredClientKey = writer.WriteKey("expired-client.key", expiredClient);
-
-  const Identity untrustedCa = Issue(CaProfile("Lum untrusted CA"), nullptr);
-  made.untrustedCaCertificate = writer.WriteCertificate("untrusted-ca.pem", untrustedCa);
-
-  const Identity untrusted = Issue(ServerProfile("localhost", localhost), &untrustedCa);
-  made.untrustedServerCertificate = writer.WriteCertificate("untrusted-server.pem", untrusted);
-  made.untrustedServerKey = writer.WriteKey("untrusted-server.key", untrusted);
-
-  const Identity untrustedClient = Issue(ClientProfile("Lum untrusted client"), &untrustedCa);
-  made.untrustedClientCertificate =
-      writer.WriteCertificate("untrusted-client.pem", untrustedClient);
-  made.untrustedClientKey = writer.WriteKey("untrusted-client.key", untrustedClient);
+  issue("expired-client", Expired(ClientProfile("Lum expired client")), ca,
+        made.expiredClientCertificate, made.expiredClientKey);
+  issue("untrusted-client", ClientProfile("Lum untrusted client"), untrustedCa,
+        made.untrustedClientCertificate, made.untrustedClientKey);
   return made;
 }
 

@@ -155,7 +155,7 @@ Backend::Backend(const Options& options, const std::string& signKey)
       m_store(options.root, options.keep),
       m_tokens(std::chrono::seconds(options.tokenLifetime)),
       m_objects(m_root, signKey, options.maxBody),
-      m_faults(options.failRate, options.seed) {
+      m_faults(options.seed) {
   // A handler that waits for nothing.
   const auto plain = [](auto handler) -> Handler {
     return [handler](const Call& call, BodySource& /*body*/) -> Task<Reply> {
@@ -212,12 +212,20 @@ Task<Reply> Backend::Handle(const Call& call, BodySource& body) {
       co_await Discard(body);
       co_return Problem(*m_options.status, "every answer has this status (--status)");
     }
-    if (m_faults.NextFails()) {
+    if (FailsOnPurpose()) {
       co_await Discard(body);
       co_return Problem(503, "failed on purpose (--fail-rate)");
     }
   }
   co_return co_await Dispatch(call, body);
+}
+
+// Which requests fail depends on rate and seed alone, one step a request. 53 bits fill a double
+// from 0 up to, but without, 1. The distributions of <random> may differ from one standard library
+// to the next, the engine may not.
+bool Backend::FailsOnPurpose() {
+  const std::lock_guard<std::mutex> lock(m_faultsMutex);
+  return static_cast<double>(m_faults() >> 11) * 0x1p-53 < m_options.failRate;
 }
 
 // Names that strangers can make point to this machine, and pages of theirs, get nothing: a browser

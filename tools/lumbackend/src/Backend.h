@@ -6,11 +6,12 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
-#include "Faults.h"
 #include "Message.h"
 #include "Objects.h"
 #include "Options.h"
@@ -58,6 +59,7 @@ class Backend {
   using Handler = std::function<Task<Reply>(const Call&, BodySource&)>;
 
   std::optional<Reply> RefuseForeign(const Call& call) const;
+  bool FailsOnPurpose();
   Task<Reply> Dispatch(const Call& call, BodySource& body);
 
   const Options m_options;
@@ -68,7 +70,8 @@ class Backend {
   Store m_store;
   Tokens m_tokens;
   const Objects m_objects;
-  Faults m_faults;
+  std::mutex m_faultsMutex;
+  std::mt19937_64 m_faults;                   // guarded by m_faultsMutex
   std::map<std::string, Handler> m_handlers;  // by method and path of the table in Paths.h
 };
 

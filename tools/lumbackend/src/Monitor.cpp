@@ -8,10 +8,13 @@
 #include <boost/algorithm/string/split.hpp>
 #include <cctype>
 #include <charconv>
+#include <chrono>
+#include <cstdlib>
 #include <ctime>
 #include <limits>
 #include <optional>
 
+#include "Boost.h"
 #include "Paths.h"
 #include "Routes.h"
 #include "Signature.h"
@@ -21,12 +24,17 @@
 extern const char kPageHtml[];
 extern const std::size_t kPageHtmlSize;
 
+using std::chrono::steady_clock;
+
 namespace {
 
 constexpr std::int64_t kEnd = std::numeric_limits<std::int64_t>::max();
-constexpr std::int64_t kChartStep = 10'000;    // milliseconds
-constexpr std::int64_t kMostCounted = 10'000;  // exchanges that hold words
-constexpr char kPrivate[] = "\xEE\x80\x80";    // U+E000, see the index of words
+constexpr std::int64_t kChartStep = 10'000;      // milliseconds
+constexpr std::int64_t kMostCounted = 10'000;    // exchanges that hold words
+constexpr std::chrono::milliseconds kPace(250);  // between two events
+constexpr std::chrono::seconds kSignOfLife(15);  // after so long without one
+constexpr std::int64_t kMostRows = 100;          // of one event
+constexpr char kPrivate[] = "\xEE\x80\x80";      // U+E000, see the index of words
 
 // The members of an exchange, in a list and whole.
 constexpr char kRow[] =
@@ -42,6 +50,12 @@ constexpr char kMore[] =
 
 // Number of the newest exchange that the same statement sees: who has it has missed none.
 constexpr char kLast[] = "(SELECT ifnull(max(id), 0) FROM exchange)";
+
+// {"all", "kinds", "database"}: how many exchanges of each kind, and the name of the database.
+constexpr char kTotals[] =
+    "(SELECT json_object('all', ifnull(sum(n), 0), 'kinds', json_group_object(kind, n), "
+    "'database', (SELECT name FROM identity)) "
+    "FROM (SELECT kind, sum(n) AS n FROM tally GROUP BY kind))";
 
 std::optional<std::int64_t> Number(const std::string& text) {
   std::int64_t number = 0;
@@ -103,6 +117,28 @@ std::string Words(const Call& call) {
     }
   }
   return expression;
+}
+
+// Makes a table `list` of one row out of the exchanges that hold the words ?1, all where `words` is
+// empty, and are numbered between ?2 and ?3: "rows" are ?4 of them as JSON, newest first, the
+// newest or the oldest there are, "newest" and "oldest" numbers of theirs, and "more" says that
+// there are others.
+std::string ListOfExchanges(const std::string& words = "", bool fromOldest = false) {
+  const std::string first =
+      " ORDER BY id " + std::string(fromOldest ? "ASC" : "DESC") + " LIMIT ?4";
+  const std::string which = words.empty()
+                                ? "id > ?2 AND id < ?3"
+                                : "id IN (SELECT rowid AS id FROM search WHERE search MATCH ?1 AND "
+                                  "rowid > ?2 AND rowid < ?3" +
+                                      first + " + 1)";
+  return "WITH found AS (SELECT id, json_object(" + std::string(kRow) +
+         ") AS row FROM exchange WHERE " + which + first +
+         " + 1), "
+         "page AS (SELECT * FROM found" +
+         first +
+         "), "
+         "list (rows, newest, oldest, more) AS (SELECT json_group_array(json(row)), max(id), "
+         "min(id), (SELECT count(*) FROM found) > ?4 FROM (SELECT * FROM page ORDER BY id DESC))";
 }
 
 Reply Exchanges(Store& store, const Call& call) {
@@ -207,6 +243,65 @@ Reply Events(Store& store, const std::string& run, const Call& call) {
       {facet + "report\" OR " + facet + "upload\" OR " + facet + "refusal\"", *after, run}));
 }
 
+class Stream final : public BodySource {
+ public:
+  Stream(Store& store, std::int64_t after) : m_store(store), m_seen(after) {}
+
+  Task<std::string_view> Next() override {
+    boost::asio::steady_timer timer(co_await boost::asio::this_coro::executor);
+    for (bool first = !std::exchange(m_begun, true);
+         m_store.Last() <= m_seen && !first && !m_ended;) {
+      timer.expires_after(kPace);
+      co_await timer.async_wait(boost::asio::use_awaitable);
+      if (steady_clock::now() >= m_lastSign + kSignOfLife) {
+        m_lastSign = steady_clock::now();
+        co_return ": alive\n\n";
+      }
+    }
+    if (m_ended) {
+      co_return std::string_view();
+    }
+    // No faster than the pace, however much comes in.
+    timer.expires_at(m_lastSign + kPace);
+    co_await timer.async_wait(boost::asio::use_awaitable);
+    m_lastSign = steady_clock::now();
+    m_event = Event();
+    co_return m_event;
+  }
+
+  void End() override { m_ended = true; }
+
+ private:
+  std::string Event() {
+    const std::vector<std::string> news =
+        m_store.Read(ListOfExchanges() +
+                         "SELECT max(?2, ifnull(newest, 0)), json_object('rows', json(rows), "
+                         "'skipped', iif(more, oldest - ?2 - 1, 0), 'totals', json(" +
+                         kTotals + ")) FROM list",
+                     {"", m_seen, kEnd, kMostRows});
+    m_seen = std::stoll(news[0]);
+    return "retry: 1000\nevent: rows\nid: " + news[0] + "\ndata: " + news[1] + "\n\n";
+  }
+
+  Store& m_store;
+  std::int64_t m_seen;  // number of the last exchange that was told of
+  bool m_begun = false;
+  bool m_ended = false;
+  steady_clock::time_point m_lastSign;
+  std::string m_event;
+};
+
+// Each event tells of the newest exchanges, of how many there was no room for, and the totals. A
+// reader that comes back says in Last-Event-ID, or else in "after" of the query, what it has seen.
+Reply News(Store& store, const Call& call) {
+  const std::string* last = call.Header("Last-Event-ID");
+  const std::string after = last != nullptr ? *last : call.QueryValue("after").value_or("");
+  const std::int64_t seen = after.empty() ? store.Last() : std::strtoll(after.c_str(), nullptr, 10);
+  Reply reply = LiveReply("text/event-stream");
+  reply.stream = std::make_shared<Stream>(store, seen);
+  return reply;
+}
+
 Reply ListOfPaths() {
   LumJson::Value document;
   LumJson::Value& list = document["paths"] = LumJson::Value::Array();
@@ -231,39 +326,7 @@ std::string HashOf(const std::string& page, const std::string& tag) {
   return "'sha256-" + ToBase64(digest.data(), size) + "'";
 }
 
-}  // namespace
-
-std::map<std::string, std::function<Reply(const Call&)>> MonitorAnswers(Store& store) {
-  return {{"/", [](const Call&) { return PageReply(); }},
-          {"/events",
-           [&store, run = RandomHex(8)](const Call& call) { return Events(store, run, call); }},
-          {"/stream", [&store](const Call& call) { return StreamReply(store, call); }},
-          {"/exchanges", [&store](const Call& call) { return Exchanges(store, call); }},
-          {"/exchanges/ID", [&store](const Call& call) { return Exchange(store, call); }},
-          {"/exchanges/ID/body", [&store](const Call& call) { return Body(store, call); }},
-          {"/totals", [&store](const Call&) { return Totals(store); }},
-          {"/chart", [&store](const Call& call) { return Chart(store, call); }},
-          {"/paths", [](const Call&) { return ListOfPaths(); }}};
-}
-
-std::string ListOfExchanges(const std::string& words, bool fromOldest) {
-  const std::string first =
-      " ORDER BY id " + std::string(fromOldest ? "ASC" : "DESC") + " LIMIT ?4";
-  const std::string which = words.empty()
-                                ? "id > ?2 AND id < ?3"
-                                : "id IN (SELECT rowid AS id FROM search WHERE search MATCH ?1 AND "
-                                  "rowid > ?2 AND rowid < ?3" +
-                                      first + " + 1)";
-  return "WITH found AS (SELECT id, json_object(" + std::string(kRow) +
-         ") AS row FROM exchange WHERE " + which + first +
-         " + 1), "
-         "page AS (SELECT * FROM found" +
-         first +
-         "), "
-         "list (rows, newest, oldest, more) AS (SELECT json_group_array(json(row)), max(id), "
-         "min(id), (SELECT count(*) FROM found) > ?4 FROM (SELECT * FROM page ORDER BY id DESC))";
-}
-
+// With headers that let the page load and run nothing but itself.
 Reply PageReply() {
   static const std::string kPage(kPageHtml, kPageHtmlSize);
   static const std::string kPolicy =
@@ -273,4 +336,19 @@ Reply PageReply() {
   reply.body = kPage;
   reply.headers.push_back({"Content-Security-Policy", kPolicy});
   return reply;
+}
+
+}  // namespace
+
+std::map<std::string, std::function<Reply(const Call&)>> MonitorAnswers(Store& store) {
+  return {{"/", [](const Call&) { return PageReply(); }},
+          {"/events",
+           [&store, run = RandomHex(8)](const Call& call) { return Events(store, run, call); }},
+          {"/stream", [&store](const Call& call) { return News(store, call); }},
+          {"/exchanges", [&store](const Call& call) { return Exchanges(store, call); }},
+          {"/exchanges/ID", [&store](const Call& call) { return Exchange(store, call); }},
+          {"/exchanges/ID/body", [&store](const Call& call) { return Body(store, call); }},
+          {"/totals", [&store](const Call&) { return Totals(store); }},
+          {"/chart", [&store](const Call& call) { return Chart(store, call); }},
+          {"/paths", [](const Call&) { return ListOfPaths(); }}};
 }

@@ -40,30 +40,9 @@ Reply LogAddress(const Call& call);
 // the answer, 404 when there is no such namespace.
 Reply GetNamespace(const RootDir& directory, const Call& call);
 
-// --- Monitor.cpp and Stream.cpp: the page and what it asks for. `store` must outlive the answers.
+// --- Monitor.cpp: the page and what it asks for. `store` must outlive the answers.
 
 // What answers the paths of the page in Paths.h, all by GET.
 std::map<std::string, std::function<Reply(const Call&)>> MonitorAnswers(Store& store);
-
-// GET /: the page, embedded at build time, with headers that let it load and run nothing but
-// itself.
-Reply PageReply();
-
-// GET /stream: server-sent events without an end. Each tells of the newest exchanges, of how many
-// there was no room for, and the totals. A reader that comes back says in Last-Event-ID, or else in
-// "after" of the query, what it has seen.
-Reply StreamReply(Store& store, const Call& call);
-
-// Parts of statements, between which the answers share them. The first makes a table `list` of one
-// row out of the exchanges that hold the words ?1, all where `words` is empty, and are numbered
-// between ?2 and ?3: "rows" are ?4 of them as JSON, newest first, the newest or the oldest there
-// are, "newest" and "oldest" numbers of theirs, and "more" says that there are others.
-std::string ListOfExchanges(const std::string& words = "", bool fromOldest = false);
-
-// {"all", "kinds", "database"}: how many exchanges of each kind, and the name of the database.
-constexpr char kTotals[] =
-    "(SELECT json_object('all', ifnull(sum(n), 0), 'kinds', json_group_object(kind, n), "
-    "'database', (SELECT name FROM identity)) "
-    "FROM (SELECT kind, sum(n) AS n FROM tally GROUP BY kind))";
 
 #endif  // LUM_BACKEND_ROUTES_H

@@ -102,15 +102,6 @@ TEST(LiveRoutes, ExpiredCertificatesAreMadeAnew) {
   EXPECT_EQ(Curl({"--cacert", tls.Path("ca.pem"), backend.TlsUrl("/echo")}).status, 200);
 }
 
-TEST(LiveRoutes, SeveralMayMakeCertificatesInOneDirectory) {
-  const TempDir tls;
-  lumtest::OnThreads(4, [&](int i) {
-    BackendProcess backend({"--tls-port", "0", "--tls-dir", tls.Path("tls")});
-    const std::string ca = tls.Path("tls/ca.pem");
-    EXPECT_EQ(Curl({"--cacert", ca, backend.TlsUrl("/echo")}).status, 200) << i;
-  });
-}
-
 TEST(LiveRoutes, TakesACertificateOfOnesOwn) {
   const TempDir tls;
   { BackendProcess first({"--tls-port", "0", "--tls-dir", tls.Path()}); }

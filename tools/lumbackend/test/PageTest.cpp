@@ -1,36 +1,35 @@
 // The embedded page.
-#include "Routes.h"
-
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include "support/Files.h"
+#include "BackendFixture.h"
 
 namespace {
 
 using testing::HasSubstr;
 using testing::Not;
 
-TEST(Page, HoldsItsFilesByteForByte) {
+class PageTest : public lumtest::BackendFixture {};
+
+TEST_F(PageTest, HoldsItsFilesByteForByte) {
   for (const char* file : {"page.css", "text.js", "list.js", "exchange.js", "controls.js"}) {
-    EXPECT_THAT(PageReply().body,
+    EXPECT_THAT(Ask("GET", "/").body,
                 HasSubstr("\n" + lumtest::ReadFile(std::string(LUM_PAGE_FILES) + file)));
   }
 }
 
-TEST(Page, IsSmall) {
-  EXPECT_LT(PageReply().body.size(), 64u << 10);
+TEST_F(PageTest, IsSmall) {
+  EXPECT_LT(Ask("GET", "/").body.size(), 64u << 10);
 }
 
-TEST(Page, NeedsNothingFromElsewhere) {
+TEST_F(PageTest, NeedsNothingFromElsewhere) {
   for (const char* reference : {"://", "src=", "url(", "@import", "innerHTML"}) {
-    EXPECT_THAT(PageReply().body, Not(HasSubstr(reference)));
+    EXPECT_THAT(Ask("GET", "/").body, Not(HasSubstr(reference)));
   }
 }
 
-TEST(Page, MayLoadAndRunNothingButItself) {
+TEST_F(PageTest, MayLoadAndRunNothingButItself) {
   std::string policy;
-  for (const HeaderField& field : PageReply().headers) {
+  for (const HeaderField& field : Ask("GET", "/").headers) {
     if (field.name == "Content-Security-Policy") {
       policy = field.value;
     }

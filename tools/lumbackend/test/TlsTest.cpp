@@ -1,0 +1,21 @@
+// TLS material that several want at once.
+#include "Tls.h"
+
+#include <gmock/gmock.h>
+
+#include "support/Files.h"
+#include "support/Threads.h"
+
+namespace {
+
+TEST(Tls, SeveralMayAskForOneDirectory) {
+  const lumtest::TempDir temp;
+  std::vector<std::string> certificates(4);
+  lumtest::OnThreads(4, [&](int i) {
+    certificates[static_cast<std::size_t>(i)] =
+        lumtest::ReadFile(SelfMadeServerFiles(temp.Path("tls"), "127.0.0.1").certificate);
+  });
+  EXPECT_THAT(certificates, testing::Each(certificates[0]));
+}
+
+}  // namespace
