@@ -282,6 +282,12 @@ TEST_F(LumLoggerTest, LongMessageIsFormattedWithTheErrnoOfItsCaller) {
   register_printf_specifier('Y', nullptr, nullptr);
 }
 
+TEST_F(LumLoggerTest, EmptyMessageStaysEmpty) {
+  CaptureStderr capture;
+  LogText("");
+  EXPECT_EQ(capture.Text(), "file:7 Function info \n");
+}
+
 TEST_F(LumLoggerTest, MessageOfUpTo1023BytesTakesNoMemory) {
   m_logger.SetSink([](const LumLogger::Record&) {});
   const std::string fits(1023, 'x');
