@@ -15,12 +15,13 @@ class Service : public testing::Test {
       : m_token(m_directory.Secret("token", "t0ken-value\n")),
         m_json(m_directory.Secret("json", R"({"a":1,"accessId":"robot-7"})")) {}
 
-  // The first request, once `arguments` have run with the server's URL behind them.
-  WireRequest Sent(Words arguments, int exitStatus = 0) {
+  // The request of `arguments`, run with the server's URL behind them; `reply` is what it gets.
+  WireRequest Sent(const WireReply& reply, Words arguments, int exitStatus = 0) {
+    m_server.Script(reply);
     arguments.push_back(m_server.Url("/p"));
     m_result = Lumcurl(arguments, m_options);
     EXPECT_EQ(m_result.exitStatus, exitStatus) << m_result.Describe();
-    return m_server.Request(0);
+    return m_server.Requests().back();
   }
 
   SecretDir m_directory;
@@ -34,8 +35,8 @@ class Service : public testing::Test {
 const char kStyled[] = "{\n    \"a\": 1,\n    \"accessId\": \"robot-7\"\n}\n";
 
 TEST_F(Service, TokenPostsTheRequestAndPrintsTheAnswer) {
-  m_server.Script(JsonReply(R"({"token":"new"})"));
-  const WireRequest request = Sent({"token", "--data-file", m_json});
+  const WireRequest request =
+      Sent(JsonReply(R"({"token":"new"})"), {"token", "--data-file", m_json});
   EXPECT_EQ(request.method, "POST");
   EXPECT_EQ(request.body, kStyled);
   EXPECT_EQ(m_result.out, "{\n    \"token\": \"new\"\n}\n");
@@ -43,58 +44,52 @@ TEST_F(Service, TokenPostsTheRequestAndPrintsTheAnswer) {
 }
 
 TEST_F(Service, TokenReadsStandardInput) {
-  m_server.Script(JsonReply("{}"));
   m_options.input = "[1]";
-  EXPECT_EQ(Sent({"token", "--data-file", "-"}).body, "[\n    1\n]\n");
+  EXPECT_EQ(Sent(JsonReply("{}"), {"token", "--data-file", "-"}).body, "[\n    1\n]\n");
 }
 
 TEST_F(Service, TokenTellsANullAnswerFromAFailure) {
-  m_server.Script(JsonReply("null"));
-  Sent({"token", "--data-file", m_json});
+  Sent(JsonReply("null"), {"token", "--data-file", m_json});
   EXPECT_EQ(m_result.out, "null\n");
 }
 
 TEST_F(Service, TokenFailsForStatusesBut200AndForWhatIsNotJson) {
-  m_server.Script(StatusReply(204)).Script(StatusReply(200, "<p>"));
-  Sent({"token", "--data-file", m_json}, 1);
+  Sent(StatusReply(204), {"token", "--data-file", m_json}, 1);
   EXPECT_THAT(m_result.err, HasSubstr("the server answered 204"));
-  Sent({"token", "--data-file", m_json}, 1);
+  Sent(StatusReply(200, "<p>"), {"token", "--data-file", m_json}, 1);
   EXPECT_THAT(m_result.err, AllOf(HasSubstr("not JSON"), HasSubstr("the reply: <p>")));
   EXPECT_THAT(m_result.out, IsEmpty());
 }
 
 TEST_F(Service, TokenShowsTheReplyThatRefuses) {
-  m_server.Script(JsonReply("{\"error\":\"no \\u001b[31m user\"}", 401));
-  Sent({"token", "--data-file", m_json}, 4);
+  Sent(JsonReply("{\"error\":\"no \\u001b[31m user\"}", 401), {"token", "--data-file", m_json}, 4);
   EXPECT_THAT(m_result.out, IsEmpty());
   EXPECT_THAT(m_result.err, HasSubstr("the reply: {\"error\":\"no \\u001b[31m user\"}"));
 }
 
 TEST_F(Service, TokenFailsWhenTheAnswerBreaksOff) {
-  m_server.Script(WireReply(WireHead(200, {"Content-Length: 50"}) + "{}").Close());
-  Sent({"token", "--data-file", m_json}, 6);
+  Sent(WireReply(WireHead(200, {"Content-Length: 50"}) + "{}").Close(),
+       {"token", "--data-file", m_json}, 6);
   EXPECT_THAT(m_result.out, IsEmpty());
 }
 
 TEST_F(Service, RefreshTokenPutsWithTheToken) {
-  m_server.Script(JsonReply("{}"));
   const WireRequest request =
-      Sent({"refresh-token", "--token-file", m_token, "--data-file", m_json});
+      Sent(JsonReply("{}"), {"refresh-token", "--token-file", m_token, "--data-file", m_json});
   EXPECT_EQ(request.method, "PUT");
   EXPECT_EQ(request.Header("X-Auth-Token"), "t0ken-value");
   EXPECT_EQ(request.body, kStyled);
 }
 
 TEST_F(Service, TokenComesFromTheEnvironment) {
-  m_server.Script(JsonReply("{}"));
   m_options.environment = {"LUMCURL_TOKEN=from-environment"};
-  EXPECT_EQ(Sent({"refresh-token", "--data-file", m_json}).Header("X-Auth-Token"),
+  EXPECT_EQ(Sent(JsonReply("{}"), {"refresh-token", "--data-file", m_json}).Header("X-Auth-Token"),
             "from-environment");
 }
 
 TEST_F(Service, ReportSendsTheStyledDocument) {
-  m_server.Script(StatusReply(204));
-  const WireRequest request = Sent({"report", "--token-file", m_token, "--data-file", m_json});
+  const WireRequest request =
+      Sent(StatusReply(204), {"report", "--token-file", m_token, "--data-file", m_json});
   EXPECT_EQ(request.method, "POST");
   EXPECT_EQ(request.Header("Content-Type"), "application/json");
   EXPECT_EQ(request.Header("X-Auth-Token"), "t0ken-value");
@@ -104,23 +99,19 @@ TEST_F(Service, ReportSendsTheStyledDocument) {
 }
 
 TEST_F(Service, ReportAddsTheTopic) {
-  m_server.Script(StatusReply(200));
-  EXPECT_THAT(Sent({"report", "--topic", "t 1", "--data-file", m_json}).body,
+  EXPECT_THAT(Sent(StatusReply(200), {"report", "--topic", "t 1", "--data-file", m_json}).body,
               HasSubstr("\"topic_name\": \"t 1\""));
 }
 
 TEST_F(Service, ReportTakesItsTimeLimit) {
-  m_server.Script(WireReply().Stall());
-  Sent({"report", "--timeout", "1", "--data-file", m_json}, 7);
+  Sent(WireReply().Stall(), {"report", "--timeout", "1", "--data-file", m_json}, 7);
   EXPECT_THAT(m_result.err, HasSubstr("the limit is 1 s"));
 }
 
 TEST_F(Service, ReportSendsDocumentsThatAreNoObject) {
   for (const char* document : {"[]", "\"text\"", "null", "12"}) {
-    m_server.Script(StatusReply(200));
-    Words arguments = {"report", "-d", document, m_server.Url()};
-    EXPECT_EQ(Lumcurl(arguments).exitStatus, 0) << document;
-    EXPECT_EQ(m_server.Requests().back().body, std::string(document) + "\n");
+    EXPECT_EQ(Sent(StatusReply(200), {"report", "-d", document}).body,
+              std::string(document) + "\n");
   }
 }
 
@@ -134,31 +125,28 @@ std::string Unpacked(const std::string& body) {
 }
 
 TEST_F(Service, GzipReportTakesTheSenderFromTheDocument) {
-  m_server.Script(StatusReply(200));
-  const WireRequest request = Sent({"report", "--gzip", "--data-file", m_json});
+  const WireRequest request = Sent(StatusReply(200), {"report", "--gzip", "--data-file", m_json});
   EXPECT_EQ(request.Header("Content-Encoding"), "gzip");
   EXPECT_EQ(request.Header("X-ORV-ACCESS-ID"), "robot-7");
   EXPECT_EQ(Unpacked(request.body), kStyled);
 }
 
 TEST_F(Service, GzipReportTakesTheSenderAndTheTopicFromOptions) {
-  m_server.Script(StatusReply(200));
-  const WireRequest request =
-      Sent({"report", "--gzip", "--access-id", "r8", "--topic", "t", "--data-file", m_json});
+  const WireRequest request = Sent(StatusReply(200), {"report", "--gzip", "--access-id", "r8",
+                                                      "--topic", "t", "--data-file", m_json});
   EXPECT_EQ(request.Header("X-ORV-ACCESS-ID"), "r8");
   EXPECT_THAT(Unpacked(request.body), HasSubstr("\"topic_name\": \"t\""));
 }
 
 TEST_F(Service, GzipReportTakesATopicBesideTheDocumentsSender) {
-  m_server.Script(StatusReply(200));
-  const WireRequest request = Sent({"report", "--gzip", "--topic", "t", "--data-file", m_json});
+  const WireRequest request =
+      Sent(StatusReply(200), {"report", "--gzip", "--topic", "t", "--data-file", m_json});
   EXPECT_EQ(request.Header("X-ORV-ACCESS-ID"), "robot-7");
   EXPECT_THAT(Unpacked(request.body), HasSubstr("\"topic_name\": \"t\""));
 }
 
 TEST_F(Service, GzipReportWarnsOfAMissingSender) {
-  m_server.Script(StatusReply(200));
-  Sent({"report", "--gzip", "-d", R"({"text":"long enough to be compressed"})"});
+  Sent(StatusReply(200), {"report", "--gzip", "-d", R"({"text":"long enough to be compressed"})"});
   EXPECT_THAT(m_result.err, HasSubstr("warning: the document has no accessId"));
 }
 
@@ -169,23 +157,21 @@ TEST_F(Service, GzipReportExplainsADocumentTooSmall) {
 }
 
 TEST_F(Service, ReportShowsTheReplyThatRefuses) {
-  m_server.Script(StatusReply(503, "come back later")).Script(StatusReply(503, "later still"));
-  Sent({"report", "--gzip", "--data-file", m_json}, 5);
+  Sent(StatusReply(503, "come back later"), {"report", "--gzip", "--data-file", m_json}, 5);
   EXPECT_THAT(m_result.err, HasSubstr("the reply: come back later\n"));
-  Sent({"report", "--data-file", m_json}, 5);
+  Sent(StatusReply(503, "later still"), {"report", "--data-file", m_json}, 5);
   EXPECT_THAT(m_result.err, HasSubstr("the reply: later still\n"));
 }
 
 TEST_F(Service, ReportThatBreaksOffAfterItsStatusIsDoneWithAWarning) {
-  m_server.Script(WireReply(WireHead(200, {"Content-Length: 50"}) + "{}").Close());
-  Sent({"report", "--data-file", m_json});
+  Sent(WireReply(WireHead(200, {"Content-Length: 50"}) + "{}").Close(),
+       {"report", "--data-file", m_json});
   EXPECT_THAT(m_result.err, HasSubstr("warning: "));
   EXPECT_THAT(m_result.err, HasSubstr("broke after the answer"));
 }
 
 TEST_F(Service, ReportFailsForA201) {
-  m_server.Script(StatusReply(201));
-  Sent({"report", "--data-file", m_json}, 1);
+  Sent(StatusReply(201), {"report", "--data-file", m_json}, 1);
   EXPECT_THAT(m_result.err, HasSubstr("does not count as done"));
 }
 
@@ -203,20 +189,17 @@ TEST_F(Service, RefusesATokenWithALineBreakBeforeAnythingIsSent) {
 }
 
 TEST_F(Service, SendsEmptyAndVeryLongTokens) {
-  m_server.Script(StatusReply(200)).Script(StatusReply(200));
-  const std::string empty = m_directory.Write("empty", "");
-  const std::string longToken = m_directory.Write("long", std::string(50000, 't'));
-  for (const std::string& file : {empty, longToken}) {
-    EXPECT_EQ(
-        Lumcurl({"report", "-q", "--token-file", file, "-d", "{}", m_server.Url()}).exitStatus, 0);
-  }
-  EXPECT_EQ(m_server.Request(0).HeaderValues("X-Auth-Token"), Words{""});
-  EXPECT_EQ(m_server.Request(1).Header("X-Auth-Token").size(), 50000u);
+  const auto sent = [this](const std::string& token) {
+    const std::string file = m_directory.Write("file", token);
+    return Sent(StatusReply(200), {"report", "-q", "-d", "{}", "--token-file", file});
+  };
+  EXPECT_EQ(sent("").HeaderValues("X-Auth-Token"), Words{""});
+  EXPECT_EQ(sent(std::string(50000, 't')).Header("X-Auth-Token").size(), 50000u);
 }
 
 TEST_F(Service, LogAddressAsksWithItsQuery) {
-  m_server.Script(JsonReply(R"({"url":"http://h/o"})"));
   const WireRequest request = Sent(
+      JsonReply(R"({"url":"http://h/o"})"),
       {"log-address", "--access-id", "a1", "--file-name", "x%20y.log", "--token-file", m_token});
   EXPECT_EQ(request.method, "GET");
   EXPECT_EQ(request.target, "/p?access_id=a1&file_name=x%20y.log");
@@ -225,31 +208,29 @@ TEST_F(Service, LogAddressAsksWithItsQuery) {
 }
 
 TEST_F(Service, ServiceGetSendsNothingButTheLinesGiven) {
-  m_server.Script(JsonReply("[]"));
-  const WireRequest request = Sent({"service-get", "-H", "B: 2", "-H", "A: 1", "-H", "Empty: "});
+  const WireRequest request =
+      Sent(JsonReply("[]"), {"service-get", "-H", "B: 2", "-H", "A: 1", "-H", "Empty: "});
   EXPECT_THAT(request.headerLines,
               ElementsAre(StartsWith("Host: "), "Accept: */*", "B: 2", "A: 1", "Empty:"));
   EXPECT_EQ(m_result.out, "[]\n");
 }
 
 TEST_F(Service, ServicePostSendsTheBodyAsItStands) {
-  m_server.Script(JsonReply("[]"));
-  const WireRequest request = Sent({"service-post", "-d", "{ }", "-H", "Content-Type: x/y"});
+  const WireRequest request =
+      Sent(JsonReply("[]"), {"service-post", "-d", "{ }", "-H", "Content-Type: x/y"});
   EXPECT_EQ(request.method, "POST");
   EXPECT_EQ(request.body, "{ }");
   EXPECT_EQ(request.Header("Content-Type"), "x/y");
 }
 
 TEST_F(Service, LeavesByTheInterfaceAskedFor) {
-  m_server.Script(JsonReply("{}"));
-  Sent({"service-get", "--interface", "lo"});
+  Sent(JsonReply("{}"), {"service-get", "--interface", "lo"});
   Words arguments = {"service-get", "--interface", "none9", m_server.Url()};
   EXPECT_THAT(Lumcurl(arguments), Ends(6, HasSubstr("check --interface: 'ip link'")));
 }
 
 TEST_F(Service, WarnsOfAMacThatNoInterfaceHas) {
-  m_server.Script(JsonReply("{}"));
-  Sent({"service-get", "--mac", "02:00:5e:10:00:01"});
+  Sent(JsonReply("{}"), {"service-get", "--mac", "02:00:5e:10:00:01"});
   EXPECT_EQ(m_result.err,
             "lumcurl: warning: no interface has the address given with --mac: the system chose "
             "one\n");
