@@ -31,7 +31,6 @@ constexpr std::size_t kMostBytes = 65536;  // that fit the socket's buffer
 class Root {
  public:
   Root() {
-    m_directory.MakeDir("files");
     m_directory.Write("files/notice.txt", "notice\n");
     std::filesystem::create_directories(m_directory.Path("configs/app/default"));
     m_directory.Write("configs/app/default/application.properties", "a = 1\\\n 2\n# b\nc:\\u00e4");

@@ -35,6 +35,10 @@ void Write(const std::string& path, const std::string& content, const char* mode
   }
 }
 
+void MakeParents(const std::string& path) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+}
+
 struct stat Status(const std::string& path) {
   struct stat status;
   if (stat(path.c_str(), &status) != 0) {
@@ -74,11 +78,13 @@ TempDir::~TempDir() {
 }
 
 std::string TempDir::Write(const std::string& name, const std::string& content) const {
+  MakeParents(Path(name));
   WriteFile(Path(name), content);
   return Path(name);
 }
 
 std::string TempDir::MakeDir(const std::string& name) const {
+  MakeParents(Path(name));
   if (mkdir(Path(name).c_str(), S_IRWXU) != 0) {
     Fail("make", Path(name));
   }

@@ -27,10 +27,10 @@ class TempDir {
   // The path of `name` in it; nothing is made.
   std::string Path(const std::string& name) const { return m_path + "/" + name; }
 
-  // Writes a file in it and returns the file's path.
+  // Writes a file in it and returns the file's path. Directories on the way are made.
   std::string Write(const std::string& name, const std::string& content) const;
 
-  // Makes a directory in it and returns the directory's path.
+  // Likewise a directory, which must be new.
   std::string MakeDir(const std::string& name) const;
 
  private:

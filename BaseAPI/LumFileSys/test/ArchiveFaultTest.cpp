@@ -234,8 +234,6 @@ bool KnowsUnnamedFiles(const TempDir& dir) {
 class LumArchiveFault : public ::testing::Test {
  protected:
   LumArchiveFault() {
-    m_dir.MakeDir("d");
-    m_dir.MakeDir("d/sub");
     m_dir.Write("d/big", Noise(900000));
     m_dir.Write("d/sub/small", "small");
     m_dir.Write("d/z", "last");
@@ -620,7 +618,6 @@ TEST_F(LumArchiveFault, EveryOpenSaysWhatItMeans) {
 TEST_F(LumArchiveFault, ArchiveHasNoNameUntilItIsWhole) {
   const TemporaryFilesIn memory("/dev/shm");
   const TempDir dir;
-  dir.MakeDir("d");
   dir.Write("d/big", Noise(900000));
   int calls = 0;
   const auto expectOnly = [&](std::vector<std::string> names) {
@@ -830,7 +827,6 @@ bool PackAndKill(const TempDir& dir, Hooks hooks, int call) {
 class LumArchiveKill : public ::testing::TestWithParam<std::string> {
  protected:
   LumArchiveKill() : m_place(GetParam()) {
-    m_dir.MakeDir("d");
     m_dir.MakeDir("d/sub");
     m_dir.Write("d/big", Noise(600000));
   }

@@ -57,7 +57,6 @@ class EveryCommand : public testing::TestWithParam<Command> {
   EveryCommand() {
     m_directory.Write("file", "content of the file\n");
     m_directory.Write("json", R"({"accessId":"robot-7","text":"long enough to be compressed"})");
-    m_directory.MakeDir("dir");
     m_directory.Write("dir/member", "content of the member\n");
   }
 

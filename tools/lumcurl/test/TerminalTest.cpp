@@ -112,7 +112,6 @@ TEST_F(Terminal, ShowsThatItPacks) {
 }
 
 TEST_F(Terminal, ShowsTheProgressOfAnArchiveThatIsMadeMeanwhile) {
-  m_directory.MakeDir("dir");
   m_directory.Write("dir/member", "m");
   m_server.Script(StatusReply(200));
   OnTerminal terminal(LumcurlCommand({"upload-dir", m_server.Url(), m_directory.Path("dir")}));

@@ -278,8 +278,7 @@ TEST_F(Upload, WarnsOfAFileThatGrowsWhileItIsPacked) {
 }
 
 TEST_F(Upload, GroupPacksSeveralFiles) {
-  const std::string other = m_directory.MakeDir("other") + "/b.log";
-  WriteFile(other, "b");
+  const std::string other = m_directory.Write("other/b.log", "b");
   TempDir temporary;
   ProcessOptions options;
   options.environment = {"TMPDIR=" + temporary.Path()};
@@ -299,8 +298,7 @@ TEST_F(Upload, GroupMakesItsArchiveWhereAsked) {
 }
 
 TEST_F(Upload, GroupNamesAnArchiveThatCannotBeMade) {
-  const std::string twin = m_directory.MakeDir("other") + "/a.log";
-  WriteFile(twin, "b");
+  const std::string twin = m_directory.Write("other/a.log", "b");
   EXPECT_THAT(Lumcurl({"upload-group", m_server.Url(), m_file, twin}),
               Ends(9, HasSubstr("no two files have one name")));
   EXPECT_THAT(

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <regex>
 
@@ -110,9 +109,7 @@ TEST_F(WithBackend, DownloadsAndEchoes) {
 }
 
 TEST_F(WithBackend, ReadsANamespace) {
-  mkdir(Root("configs/robot").c_str(), 0700);
-  mkdir(Root("configs/robot/default").c_str(), 0700);
-  WriteFile(Root("configs/robot/default/application.properties"), "db.url = a b\nn=2\n");
+  m_backend.Root().Write("configs/robot/default/application.properties", "db.url = a b\nn=2\n");
   const ProcessResult env = Lumcurl({"apollo", "-q", "--env-file", m_tls, "robot", "application"});
   EXPECT_EQ(env.out, "db_url='a b'\nn='2'\n");
   EXPECT_THAT(env.err, IsEmpty());
