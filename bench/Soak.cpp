@@ -69,8 +69,8 @@ struct Ports {
   }
   while (true) {
     usleep(100000);
-    plain.ForgetEnded();
-    secure.ForgetEnded();
+    plain.Forget();
+    secure.Forget();
   }
 }
 

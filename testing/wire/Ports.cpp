@@ -3,11 +3,9 @@
 #include "wire/Ports.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -74,25 +72,15 @@ std::runtime_error SystemError(const std::string& what) {
   return std::system_error(errno, std::generic_category(), what);
 }
 
-int BoundSocket(const std::string& address, std::uint16_t port, SocketAddress* bound) {
-  SocketAddress wanted(address, port);
-  const int result = socket(wanted.Family(), SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (result < 0) {
-    throw SystemError("socket");
-  }
-  if (port != 0) {
-    // A port asked for by number may still have connections of an earlier server dying away.
-    const int on = 1;
-    setsockopt(result, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  }
+FileDescriptor BoundSocket(const std::string& address, SocketAddress* bound) {
+  SocketAddress wanted(address, 0);
+  FileDescriptor made(socket(wanted.Family(), SOCK_STREAM | SOCK_CLOEXEC, 0));
   *bound = SocketAddress();
-  if (bind(result, wanted.Get(), wanted.length) != 0 ||
-      getsockname(result, bound->Get(), &bound->length) != 0) {
-    const std::runtime_error error = SystemError("bind to " + address);
-    close(result);
-    throw error;
+  if (bind(made.Get(), wanted.Get(), wanted.length) != 0 ||
+      getsockname(made.Get(), bound->Get(), &bound->length) != 0) {
+    throw SystemError("bind to " + address);
   }
-  return result;
+  return made;
 }
 
 std::string MakeUrl(const std::string& scheme, const std::string& host, std::uint16_t port,
@@ -103,61 +91,34 @@ std::string MakeUrl(const std::string& scheme, const std::string& host, std::uin
 
 RefusedPort::RefusedPort(const std::string& address) : m_address(address) {
   SocketAddress bound;
-  m_socket = BoundSocket(address, 0, &bound);
+  m_socket = BoundSocket(address, &bound);
   m_port = bound.Port();
-}
-
-RefusedPort::~RefusedPort() {
-  close(m_socket);
 }
 
 std::string RefusedPort::Url(const std::string& scheme, const std::string& path) const {
   return MakeUrl(scheme, m_address, m_port, path);
 }
 
-SilentPort::SilentPort(const std::string& address) : m_address(address) {
-  SocketAddress bound;
-  m_listener = BoundSocket(address, 0, &bound);
-  m_port = bound.Port();
-  if (listen(m_listener, 0) != 0) {
-    const std::runtime_error error = SystemError("listen");
-    close(m_listener);
-    throw error;
+SilentPort::SilentPort() {
+  if (listen(m_socket.Get(), 0) != 0) {
+    throw SystemError("listen");
   }
   // Connections nobody accepts, until the kernel says that the queue is full.
+  const SocketAddress address(m_address, m_port);
   constexpr int kMostFillers = 16;
   constexpr int kRoundMilliseconds = 200;
   for (int i = 0; i < kMostFillers; ++i) {
-    const int filler = socket(bound.Family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (filler < 0) {
-      break;
-    }
-    m_fillers.push_back(filler);
-    pollfd waiting = {filler, POLLOUT, 0};
-    bool connected = connect(filler, bound.Get(), bound.length) == 0;
+    m_fillers.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    pollfd waiting = {m_fillers.back().Get(), POLLOUT, 0};
+    bool connected = connect(waiting.fd, address.Get(), address.length) == 0;
     if (!connected && errno == EINPROGRESS) {
       connected = poll(&waiting, 1, kRoundMilliseconds) == 1;
     }
-    if (QueueIsFull(m_listener, connected)) {
+    if (QueueIsFull(m_socket.Get(), connected)) {
       return;
     }
   }
-  for (const int filler : m_fillers) {
-    close(filler);
-  }
-  close(m_listener);
-  throw std::runtime_error("the connection queue of " + address + " did not fill up");
-}
-
-SilentPort::~SilentPort() {
-  for (const int filler : m_fillers) {
-    close(filler);
-  }
-  close(m_listener);
-}
-
-std::string SilentPort::Url(const std::string& scheme, const std::string& path) const {
-  return MakeUrl(scheme, m_address, m_port, path);
+  throw std::runtime_error("the connection queue did not fill up");
 }
 
 }  // namespace lumtest

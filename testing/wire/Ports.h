@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "FileDescriptor.h"
+
 namespace lumtest {
 
 // A port of the kernel's choice that is taken, so that nobody else can get it, but not listened on:
@@ -15,36 +17,24 @@ class RefusedPort {
  public:
   // `address` is an IPv4 or IPv6 address of this machine. Throws std::runtime_error.
   explicit RefusedPort(const std::string& address = "127.0.0.1");
-  ~RefusedPort();
-  RefusedPort(const RefusedPort&) = delete;
-  RefusedPort& operator=(const RefusedPort&) = delete;
 
   std::uint16_t Port() const { return m_port; }
   std::string Url(const std::string& scheme = "http", const std::string& path = "/") const;
 
- private:
-  std::string m_address;
-  int m_socket;
+ protected:
+  const std::string m_address;
+  FileDescriptor m_socket;
   std::uint16_t m_port;
 };
 
 // A port whose queue of connections is full: a further connection is neither made nor refused, as
 // if the packets were lost. Any thread may use it.
-class SilentPort {
+class SilentPort : public RefusedPort {
  public:
-  explicit SilentPort(const std::string& address = "127.0.0.1");
-  ~SilentPort();
-  SilentPort(const SilentPort&) = delete;
-  SilentPort& operator=(const SilentPort&) = delete;
-
-  std::uint16_t Port() const { return m_port; }
-  std::string Url(const std::string& scheme = "http", const std::string& path = "/") const;
+  SilentPort();
 
  private:
-  std::string m_address;
-  int m_listener;
-  std::vector<int> m_fillers;
-  std::uint16_t m_port;
+  std::vector<FileDescriptor> m_fillers;
 };
 
 }  // namespace lumtest

@@ -1,4 +1,4 @@
-// Small helpers around socket addresses, for this folder's sources.
+// Small helpers around socket addresses.
 
 #ifndef LUM_TESTING_WIRE_SOCKET_H
 #define LUM_TESTING_WIRE_SOCKET_H
@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+
+#include "FileDescriptor.h"
 
 namespace lumtest {
 
@@ -30,9 +32,9 @@ struct SocketAddress {
 // A std::runtime_error with errno's text.
 std::runtime_error SystemError(const std::string& what);
 
-// A TCP socket (close-on-exec) bound to `address`; which address it got is in `bound`. Throws
-// std::runtime_error.
-int BoundSocket(const std::string& address, std::uint16_t port, SocketAddress* bound);
+// A TCP socket (close-on-exec) bound to a port of the kernel's choice; which one is in `bound`.
+// Throws std::runtime_error.
+FileDescriptor BoundSocket(const std::string& address, SocketAddress* bound);
 
 // "scheme://host:port/path", with brackets around an IPv6 host.
 std::string MakeUrl(const std::string& scheme, const std::string& host, std::uint16_t port,

@@ -8,15 +8,11 @@
 #include <memory>
 #include <string>
 
-namespace lumtest {
+#include "FileDescriptor.h"
 
-// The client's side of TLS; empty members are left out. Paths are those of PEM files.
-struct WireClientTls {
-  std::string ca;          // checks the server's certificate; without it nothing is checked
-  std::string serverName;  // sent as SNI
-  std::string certificate;
-  std::string key;  // not encrypted
-};
+struct ssl_st;
+
+namespace lumtest {
 
 // One connection, used by one thread. Each call waits for at most half a minute and then throws
 // std::runtime_error, as every call does that cannot do its work.
@@ -27,8 +23,8 @@ class WireClient {
   WireClient(const WireClient&) = delete;
   WireClient& operator=(const WireClient&) = delete;
 
-  // Does the TLS handshake; what follows is encrypted.
-  void StartTls(const WireClientTls& tls = {});
+  // Does the TLS handshake, checking nothing; what follows is encrypted.
+  void StartTls();
 
   // Sends all of `bytes`; false when the server has closed or reset the connection.
   bool Send(const std::string& bytes);
@@ -43,11 +39,9 @@ class WireClient {
   // Reads to the connection's end.
   std::string ReadAll();
 
-  // Whether reading ended in a reset, and whether it ended in TLS's own closing message. OpenSSL's
-  // reason when TLS ended in an error, an alert of the server's included.
+  // Whether reading ended in a reset, and whether it ended in TLS's own closing message.
   bool WasReset() const { return m_reset; }
   bool SawTlsClose() const { return m_tlsClosed; }
-  const std::string& TlsError() const { return m_tlsError; }
 
   // Says that nothing more will be sent.
   void HalfClose();
@@ -55,18 +49,14 @@ class WireClient {
   // Closes; with `reset` by RST.
   void Close(bool reset = false);
 
-  std::uint16_t LocalPort() const;
-
  private:
-  struct Tls;
   bool Fill();  // one read; false at the end
 
-  int m_socket;
-  std::unique_ptr<Tls> m_tls;
+  FileDescriptor m_socket;
+  std::shared_ptr<ssl_st> m_tls;
   std::string m_in;
   bool m_reset = false;
   bool m_tlsClosed = false;
-  std::string m_tlsError;
 };
 
 }  // namespace lumtest

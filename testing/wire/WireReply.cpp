@@ -1,98 +1,16 @@
-// Builds scripts and common answers; gates.
+// Builds scripts and common answers.
 
 #include "wire/WireReply.h"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <charconv>
-#include <iterator>
-#include <system_error>
+#include <sstream>
 #include <utility>
 
-#include "wire/WireGate.h"
+#include "wire/WireSession.h"
 
 namespace lumtest {
 
-namespace {
-
-const char* ReasonPhrase(int status) {
-  switch (status) {
-    case 100:
-      return "Continue";
-    case 200:
-      return "OK";
-    case 201:
-      return "Created";
-    case 204:
-      return "No Content";
-    case 301:
-      return "Moved Permanently";
-    case 302:
-      return "Found";
-    case 307:
-      return "Temporary Redirect";
-    case 400:
-      return "Bad Request";
-    case 401:
-      return "Unauthorized";
-    case 403:
-      return "Forbidden";
-    case 404:
-      return "Not Found";
-    case 417:
-      return "Expectation Failed";
-    case 500:
-      return "Internal Server Error";
-    case 501:
-      return "Not Implemented";
-    case 503:
-      return "Service Unavailable";
-    default:
-      return "Status";
-  }
-}
-
-bool HasBody(int status) {
-  return status >= 200 && status != 204 && status != 304;
-}
-
-}  // namespace
-
-WireGate::State::State() : opened(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  if (opened < 0) {
-    throw std::system_error(errno, std::generic_category(), "eventfd");
-  }
-}
-
-WireGate::State::~State() {
-  close(opened);
-}
-
-void WireGate::State::Reach() {
-  const std::lock_guard<std::mutex> lock(mutex);
-  reached = true;
-  changed.notify_all();
-}
-
-WireGate::WireGate() : m_state(std::make_shared<State>()) {}
-
-void WireGate::Release() {
-  // Nobody ever reads the counter back, so that the gate stays open.
-  if (eventfd_write(m_state->opened, 1) != 0) {
-    throw std::system_error(errno, std::generic_category(), "eventfd_write");
-  }
-}
-
-bool WireGate::WaitReached(std::chrono::milliseconds deadline) const {
-  std::unique_lock<std::mutex> lock(m_state->mutex);
-  return m_state->changed.wait_for(lock, deadline, [this] { return m_state->reached; });
-}
-
-WireReply& WireReply::Add(Step::Kind kind, std::string bytes, std::uint64_t count,
-                          std::chrono::milliseconds pause) {
-  m_steps.push_back(Step{kind, std::move(bytes), count, pause, std::nullopt, nullptr});
+WireReply& WireReply::Add(Step step) {
+  m_steps.push_back(std::move(step));
   return *this;
 }
 
@@ -107,90 +25,78 @@ WireReply& WireReply::AtBytes(std::uint64_t count) {
   return *this;
 }
 
-WireReply& WireReply::NoContinue() {
-  m_continue = false;
-  return *this;
-}
-
 WireReply& WireReply::Send(std::string bytes) {
-  return Add(Step::Kind::kSend, std::move(bytes));
+  return Add([bytes = std::move(bytes)](WireSession& session) { session.Write(bytes); });
 }
 
-WireReply& WireReply::Repeat(std::string bytes, std::uint64_t times) {
-  return Add(Step::Kind::kRepeat, std::move(bytes), times);
-}
-
-WireReply& WireReply::SendGenerated(std::uint64_t count) {
-  return Add(Step::Kind::kGenerated, "", count);
-}
-
-WireReply& WireReply::Drip(std::string bytes, std::size_t piece, std::chrono::milliseconds pause) {
-  return Add(Step::Kind::kDrip, std::move(bytes), piece, pause);
+WireReply& WireReply::Drip(std::string bytes, int times, std::chrono::milliseconds pause) {
+  return Add([bytes = std::move(bytes), times, pause](WireSession& session) {
+    for (int i = 0; i < times; ++i) {
+      session.Write(bytes);
+      session.Hold(pause);
+    }
+  });
 }
 
 WireReply& WireReply::SendBeneathTls(std::string bytes) {
-  return Add(Step::Kind::kSendBeneathTls, std::move(bytes));
+  return Add([bytes = std::move(bytes)](WireSession& session) { session.WriteBeneathTls(bytes); });
 }
 
 WireReply& WireReply::Wait(const WireGate& gate) {
-  Add(Step::Kind::kWait);
-  m_steps.back().gate = gate;
-  return *this;
+  return Add([gate](WireSession& session) { session.WaitAt(gate); });
 }
 
 WireReply& WireReply::Pause(std::chrono::milliseconds duration) {
-  return Add(Step::Kind::kPause, "", 0, duration);
+  return Add([duration](WireSession& session) { session.Hold(duration); });
 }
 
 WireReply& WireReply::ReadBytes(std::uint64_t count) {
-  return Add(Step::Kind::kReadBytes, "", count);
+  return Add([count](WireSession& session) { session.ReadMore(count); });
 }
 
 WireReply& WireReply::ReadBody() {
-  return Add(Step::Kind::kReadBody);
+  return Add([](WireSession& session) { session.ReadMore(WireSession::kNoLimit); });
 }
 
 WireReply& WireReply::Call(std::function<void()> call) {
-  Add(Step::Kind::kCall);
-  m_steps.back().call = std::move(call);
-  return *this;
+  return Add([call = std::move(call)](WireSession&) { call(); });
 }
 
 WireReply& WireReply::Stall() {
-  return Add(Step::Kind::kStall);
+  return Add([](WireSession& session) { session.Hold(WireSession::kForEver); });
 }
 
 WireReply& WireReply::HalfClose() {
-  return Add(Step::Kind::kHalfClose);
+  return Add([](WireSession& session) { session.HalfClose(); });
 }
 
 WireReply& WireReply::Close() {
-  return Add(Step::Kind::kClose);
+  return Add([](WireSession& session) { session.Close(); });
 }
 
 WireReply& WireReply::Drop() {
-  return Add(Step::Kind::kDrop);
+  return Add([](WireSession& session) { session.Leave(WireEnd::kByServer); });
 }
 
 WireReply& WireReply::Reset() {
-  return Add(Step::Kind::kReset);
+  return Add([](WireSession& session) { session.Reset(); });
 }
 
 WireReply& WireReply::Alert() {
-  return Add(Step::Kind::kAlert);
+  return Add([](WireSession& session) { session.Alert(); });
 }
 
 std::string WireHead(int status, const std::vector<std::string>& headerLines) {
-  std::string head = "HTTP/1.1 " + std::to_string(status) + " " + ReasonPhrase(status) + "\r\n";
+  std::string head = "HTTP/1.1 " + std::to_string(status) + (status == 200 ? " OK" : " Status");
   for (const std::string& line : headerLines) {
-    head += line + "\r\n";
+    head += "\r\n" + line;
   }
-  return head + "\r\n";
+  return head + "\r\n\r\n";
 }
 
 std::string WireAnswer(int status, const std::string& body,
                        const std::vector<std::string>& headerLines) {
-  if (!HasBody(status)) {
+  if (status < 200 || status == 204 || status == 304) {
     return WireHead(status, headerLines);
   }
   std::vector<std::string> lines = headerLines;
@@ -199,9 +105,9 @@ std::string WireAnswer(int status, const std::string& body,
 }
 
 std::string WireChunk(const std::string& bytes) {
-  char size[20];
-  char* const end = std::to_chars(std::begin(size), std::end(size), bytes.size(), 16).ptr;
-  return std::string(size, end) + "\r\n" + bytes + "\r\n";
+  std::ostringstream chunk;
+  chunk << std::hex << bytes.size() << "\r\n" << bytes << "\r\n";
+  return chunk.str();
 }
 
 std::string WireContinue() {
@@ -217,18 +123,22 @@ WireReply JsonReply(const std::string& json, int status) {
   return StatusReply(status, json, {"Content-Type: application/json"});
 }
 
-WireReply ChunkedReply(const std::vector<std::string>& chunks, int status) {
-  WireReply reply(WireHead(status, {"Transfer-Encoding: chunked"}));
-  for (const std::string& chunk : chunks) {
-    reply.Send(WireChunk(chunk));
+std::string GeneratedBytes(std::size_t offset, std::size_t size) {
+  constexpr std::size_t kPeriod = 251;
+  std::string period;
+  for (std::size_t i = 0; i < kPeriod; ++i) {
+    period += static_cast<char>((offset + i) % kPeriod);
   }
-  return reply.Send(WireChunk(""));
+  std::string bytes;
+  while (bytes.size() < size) {
+    bytes += period;
+  }
+  bytes.resize(size);
+  return bytes;
 }
 
-WireReply GeneratedReply(std::uint64_t size, int status) {
-  return WireReply(WireHead(status, {"Content-Type: application/octet-stream",
-                                     "Content-Length: " + std::to_string(size)}))
-      .SendGenerated(size);
+WireReply GeneratedReply(std::size_t size, int status) {
+  return StatusReply(status, GeneratedBytes(0, size), {"Content-Type: application/octet-stream"});
 }
 
 }  // namespace lumtest

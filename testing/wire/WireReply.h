@@ -8,11 +8,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace lumtest {
+
+class WireSession;
 
 // How long the waits of these fixtures last by default. A wait ends as soon as its condition holds;
 // only a failing test ever waits this long.
@@ -49,40 +50,12 @@ enum class WireStart {
 // One script. The members add steps, which run in the order in which they were added; each returns
 // the script, so that calls can be chained. When the steps are through, the server reads what is
 // missing of the request and then waits for the next one on the same connection, unless a step has
-// ended the connection or the client asked for an end ("Connection: close", HTTP/1.0).
+// ended the connection.
 //
 // A script is a plain value; not for use by two threads at once.
 class WireReply {
  public:
-  // One step, for the server. `bytes`, `count` and the rest mean what the kind says.
-  struct Step {
-    enum class Kind {
-      kSend,
-      kSendBeneathTls,
-      kRepeat,
-      kGenerated,
-      kDrip,
-      kWait,
-      kPause,
-      kReadBytes,
-      kReadBody,
-      kCall,
-      kHalfClose,
-      kClose,
-      kDrop,
-      kReset,
-      kStall,
-      kAlert,
-    };
-    Kind kind;
-    std::string bytes;
-    std::uint64_t count = 0;
-    std::chrono::milliseconds pause{0};
-    std::optional<WireGate> gate;
-    std::function<void()> call;
-  };
-
-  static constexpr std::uint64_t kForever = UINT64_MAX;
+  using Step = std::function<void(WireSession&)>;
 
   WireReply() = default;
   // A script that sends `bytes`.
@@ -91,32 +64,19 @@ class WireReply {
   // --- When it begins. Without any of these: WireStart::kBody.
 
   // kAccept and kHandshake scripts belong to the next connection that is accepted, others to the
-  // next request. Not for kBytes.
+  // next request. Not for kBytes. A request with "Expect: 100-continue" is told to go on by kBody
+  // scripts alone; one that begins earlier sends WireContinue() itself if it wants to.
   WireReply& At(WireStart start);
 
   // WireStart::kBytes: `count` bytes of the request, head and body together. 0 is kHandshake.
   WireReply& AtBytes(std::uint64_t count);
 
-  // A request with "Expect: 100-continue" is told to go on when its body is wanted, which only
-  // kBody scripts do by themselves. NoContinue() leaves it waiting. A script that begins earlier
-  // sends WireContinue() itself if it wants to.
-  WireReply& NoContinue();
-
   // --- What is sent. An error in sending (the client is gone) ends script and connection.
 
   WireReply& Send(std::string bytes);
 
-  // Sends `bytes` `times` over, without ever holding more than a buffer of them.
-  WireReply& Repeat(std::string bytes, std::uint64_t times);
-
-  // Sends `bytes` over and over until the client is gone or the server is stopped.
-  WireReply& Forever(std::string bytes) { return Repeat(std::move(bytes), kForever); }
-
-  // Sends the first `count` bytes of the pattern of GeneratedBytes (wire/Digest.h).
-  WireReply& SendGenerated(std::uint64_t count);
-
-  // Sends `bytes` in pieces of `piece` bytes, with a pause after each.
-  WireReply& Drip(std::string bytes, std::size_t piece, std::chrono::milliseconds pause);
+  // Sends `bytes` so many times, with a pause after each.
+  WireReply& Drip(std::string bytes, int times, std::chrono::milliseconds pause);
 
   // With TLS: puts `bytes` on the TCP connection itself, beneath the encryption.
   WireReply& SendBeneathTls(std::string bytes);
@@ -163,16 +123,13 @@ class WireReply {
 
   WireStart Start() const { return m_start; }
   std::uint64_t StartBytes() const { return m_startBytes; }
-  bool WantsContinue() const { return m_start == WireStart::kBody && m_continue; }
   const std::vector<Step>& Steps() const { return m_steps; }
 
  private:
-  WireReply& Add(Step::Kind kind, std::string bytes = "", std::uint64_t count = 0,
-                 std::chrono::milliseconds pause = std::chrono::milliseconds(0));
+  WireReply& Add(Step step);
 
   WireStart m_start = WireStart::kBody;
   std::uint64_t m_startBytes = 0;
-  bool m_continue = true;
   std::vector<Step> m_steps;
 };
 
@@ -199,11 +156,12 @@ WireReply StatusReply(int status, const std::string& body = "",
 // `json` with its content type.
 WireReply JsonReply(const std::string& json, int status = 200);
 
-// A chunked answer of these chunks.
-WireReply ChunkedReply(const std::vector<std::string>& chunks, int status = 200);
+// Bytes `offset` to `offset + size` of the pattern 0, 1, ... 250, 0, 1, ... The period is prime:
+// losing or repeating a buffer of the usual sizes shifts the rest.
+std::string GeneratedBytes(std::size_t offset, std::size_t size);
 
-// An answer with a generated body of `size` bytes (see GeneratedBytes), in flat memory.
-WireReply GeneratedReply(std::uint64_t size, int status = 200);
+// An answer with the first `size` bytes of that pattern.
+WireReply GeneratedReply(std::size_t size, int status = 200);
 
 }  // namespace lumtest
 

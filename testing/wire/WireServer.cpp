@@ -4,48 +4,40 @@
 
 #include <openssl/err.h>
 #include <poll.h>
+#include <strings.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <stdexcept>
 #include <utility>
 
 #include "support/Signals.h"
 #include "tls/TlsMaterial.h"
 #include "wire/Socket.h"
-#include "wire/WireServerState.h"
 #include "wire/WireSession.h"
 
 namespace lumtest {
 
 namespace {
 
-void RequireTls(bool good, const std::string& what) {
+using TlsContext = std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)>;
+
+void Require(bool good, const std::string& what) {
   if (!good) {
-    const char* reason = ERR_reason_error_string(ERR_peek_last_error());
-    ERR_clear_error();
-    throw std::runtime_error("TLS: " + what +
-                             (reason != nullptr ? ": " + std::string(reason) : ""));
+    const char* const reason = ERR_reason_error_string(ERR_peek_last_error());
+    throw std::runtime_error("TLS, " + what + ": " + (reason != nullptr ? reason : "no reason"));
   }
 }
 
-SSL_CTX* MakeTlsContext(const WireTls& tls) {
-  std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context(SSL_CTX_new(TLS_server_method()),
-                                                            &SSL_CTX_free);
-  RequireTls(context != nullptr, "context");
-  SSL_CTX* raw = context.get();
-  RequireTls(SSL_CTX_use_certificate_chain_file(raw, tls.certificate.c_str()) == 1,
-             "certificate " + tls.certificate);
-  RequireTls(SSL_CTX_use_PrivateKey_file(raw, tls.key.c_str(), SSL_FILETYPE_PEM) == 1,
-             "key " + tls.key);
-  RequireTls(SSL_CTX_check_private_key(raw) == 1, "key " + tls.key + " for its certificate");
-  RequireTls(SSL_CTX_set_max_proto_version(raw, tls.maxVersion) == 1, "version");
+TlsContext MakeTlsContext(const WireTls& tls) {
+  ERR_clear_error();
+  TlsContext context(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free);
+  SSL_CTX* const raw = context.get();
+  Require(SSL_CTX_use_certificate_chain_file(raw, tls.certificate.c_str()) == 1, tls.certificate);
+  Require(SSL_CTX_use_PrivateKey_file(raw, tls.key.c_str(), SSL_FILETYPE_PEM) == 1, tls.key);
+  SSL_CTX_set_max_proto_version(raw, tls.maxVersion);
   if (tls.clientCertificate != WireTls::ClientCertificate::kNone) {
-    RequireTls(SSL_CTX_load_verify_locations(raw, tls.clientCa.c_str(), nullptr) == 1,
-               "client CA " + tls.clientCa);
+    Require(SSL_CTX_load_verify_locations(raw, tls.clientCa.c_str(), nullptr) == 1, tls.clientCa);
     const bool required = tls.clientCertificate == WireTls::ClientCertificate::kRequired;
     SSL_CTX_set_verify(raw, SSL_VERIFY_PEER | (required ? SSL_VERIFY_FAIL_IF_NO_PEER_CERT : 0),
                        nullptr);
@@ -53,12 +45,56 @@ SSL_CTX* MakeTlsContext(const WireTls& tls) {
   // Every connection has a handshake of its own, and nothing is sent that no script asked for.
   SSL_CTX_set_session_cache_mode(raw, SSL_SESS_CACHE_OFF);
   SSL_CTX_set_options(raw, SSL_OP_NO_TICKET);
-  RequireTls(SSL_CTX_set_num_tickets(raw, 0) == 1, "tickets");
+  SSL_CTX_set_num_tickets(raw, 0);
   SSL_CTX_set_mode(raw, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
-  return context.release();
+  return context;
 }
 
 }  // namespace
+
+std::vector<std::string> WireRequest::HeaderValues(const std::string& name) const {
+  std::vector<std::string> values;
+  for (const std::string& line : headerLines) {
+    if (line.size() > name.size() && line[name.size()] == ':' &&
+        strncasecmp(line.c_str(), name.c_str(), name.size()) == 0) {
+      std::string value = line.substr(name.size() + 1);
+      value.erase(0, value.find_first_not_of(" \t"));
+      value.erase(value.find_last_not_of(" \t") + 1);
+      values.push_back(value);
+    }
+  }
+  return values;
+}
+
+std::string WireRequest::Header(const std::string& name) const {
+  const std::vector<std::string> values = HeaderValues(name);
+  return values.empty() ? "" : values.front();
+}
+
+WireEvent::WireEvent() : m_descriptor(eventfd(0, EFD_CLOEXEC)) {
+  if (!m_descriptor) {
+    throw SystemError("eventfd");
+  }
+}
+
+void WireEvent::Set() const {
+  eventfd_write(Descriptor(), 1);  // nobody ever reads it back
+}
+
+bool WireEvent::Wait(std::chrono::milliseconds deadline) const {
+  pollfd waiting = {Descriptor(), POLLIN, 0};
+  return poll(&waiting, 1, static_cast<int>(deadline.count())) == 1;
+}
+
+WireGate::WireGate() : m_state(std::make_shared<State>()) {}
+
+void WireGate::Release() {
+  m_state->opened.Set();
+}
+
+bool WireGate::WaitReached(std::chrono::milliseconds deadline) const {
+  return m_state->reached.Wait(deadline);
+}
 
 WireTls MakeWireTls(const TlsMaterial& material, WireTls::ClientCertificate clientCertificate) {
   WireTls tls;
@@ -71,69 +107,52 @@ WireTls MakeWireTls(const TlsMaterial& material, WireTls::ClientCertificate clie
 
 WireServerState::WireServerState(WireOptions wanted) : options(std::move(wanted)) {
   if (options.tls) {
-    tls.reset(MakeTlsContext(*options.tls));
+    tls = MakeTlsContext(*options.tls);
   }
   SocketAddress bound;
-  listener = BoundSocket(options.address, options.port, &bound);
+  listener = BoundSocket(options.address, &bound);
   port = bound.Port();
   if (options.receiveBuffer > 0) {
     // Accepted connections inherit it; later would be too late for the window that is announced.
-    setsockopt(listener, SOL_SOCKET, SO_RCVBUF, &options.receiveBuffer,
+    setsockopt(listener.Get(), SOL_SOCKET, SO_RCVBUF, &options.receiveBuffer,
                sizeof options.receiveBuffer);
   }
-  stop = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  if (stop < 0 || listen(listener, SOMAXCONN) != 0) {
-    const std::runtime_error error = SystemError("listen on " + options.address);
-    close(listener);
-    if (stop >= 0) {
-      close(stop);
-    }
-    throw error;
+  if (listen(listener.Get(), SOMAXCONN) != 0) {
+    throw SystemError("listen on " + options.address);
   }
-}
-
-WireServerState::~WireServerState() {
-  if (listener >= 0) {
-    close(listener);
-  }
-  close(stop);
 }
 
 void WireServerState::Accept() {
   while (true) {
-    pollfd waiting[] = {{stop, POLLIN, 0}, {listener, POLLIN, 0}};
-    if (poll(waiting, 2, -1) < 0 && errno != EINTR) {
-      return;
-    }
+    pollfd waiting[] = {{stop.Descriptor(), POLLIN, 0}, {listener.Get(), POLLIN, 0}};
+    poll(waiting, 2, -1);
     JoinFinished();
     if (waiting[0].revents != 0) {
       return;
     }
     if (waiting[1].revents == 0) {
-      continue;
+      continue;  // a change of the process's user interrupts every thread
     }
     SocketAddress peer;
-    const int socket = accept4(listener, peer.Get(), &peer.length, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    const int socket =
+        accept4(listener.Get(), peer.Get(), &peer.length, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (socket < 0) {
       // Out of descriptors, say: the connection stays in the queue, to be had a little later.
-      poll(waiting, 1, 10);
+      stop.Wait(std::chrono::milliseconds(10));
       continue;
     }
     SocketAddress local;
     getsockname(socket, local.Get(), &local.length);
-    const std::lock_guard<std::mutex> lock(mutex);
     WireConnection connection;
-    connection.number = connectionsBegun++;
     connection.peerAddress = peer.Address();
-    connection.peerPort = peer.Port();
     connection.localAddress = local.Address();
-    connection.localPort = local.Port();
-    connections.emplace(connection.number, connection);
+    const std::lock_guard<std::mutex> lock(mutex);
+    const std::size_t number = connectionsBegun++;
+    connections[number] = connection;
     ++connectionsOpen;
-    workers.emplace(connection.number, std::thread([this, socket, connection] {
-                      WireSession(*this, socket, connection).Run();
+    workers.emplace(number, std::thread([this, socket, number, connection] {
+                      WireSession(*this, socket, number, connection).Run();
                     }));
-    changed.notify_all();
   }
 }
 
@@ -152,26 +171,14 @@ void WireServerState::JoinFinished() {
   }
 }
 
-std::optional<WireReply> WireServerState::TakeConnectionScript() {
+// The next script, if it is one for a connection or one for a request as asked for.
+std::optional<WireReply> WireServerState::TakeScript(bool ofConnection) {
   const std::lock_guard<std::mutex> lock(mutex);
-  if (scripts.empty() || scripts.front().Start() > WireStart::kHandshake) {
+  if (scripts.empty() || (scripts.front().Start() <= WireStart::kHandshake) != ofConnection) {
     return std::nullopt;
   }
   WireReply script = std::move(scripts.front());
   scripts.pop_front();
-  return script;
-}
-
-std::optional<WireReply> WireServerState::TakeRequestScript() {
-  const std::lock_guard<std::mutex> lock(mutex);
-  const auto found = std::find_if(scripts.begin(), scripts.end(), [](const WireReply& script) {
-    return script.Start() > WireStart::kHandshake;
-  });
-  if (found == scripts.end()) {
-    return std::nullopt;
-  }
-  WireReply script = std::move(*found);
-  scripts.erase(found);
   return script;
 }
 
@@ -194,33 +201,19 @@ std::size_t WireServerState::NewRequest() {
   return requestsBegun++;
 }
 
-void WireServerState::Publish(const WireRequest& request) {
-  const auto headDone = [](const WireRequest& record) {
-    return !record.head.empty() || record.state == WireState::kAborted;
-  };
-  const auto ended = [](const WireRequest& record) {
-    return record.state != WireState::kReceiving;
-  };
+void WireServerState::Publish(std::size_t number, const WireRequest& request) {
   const std::lock_guard<std::mutex> lock(mutex);
-  WireRequest& record = requests[request.number];
-  headsSeen += !headDone(record) && headDone(request) ? 1 : 0;
-  requestsEnded += !ended(record) && ended(request) ? 1 : 0;
-  record = request;
+  requests[number] = request;
+  requestsEnded += request.state != WireState::kReceiving ? 1 : 0;
   changed.notify_all();
 }
 
-void WireServerState::Publish(const WireConnection& connection) {
+void WireServerState::Finish(std::size_t number, const WireConnection& connection) {
   const std::lock_guard<std::mutex> lock(mutex);
-  connections[connection.number] = connection;
-  if (connection.end != WireEnd::kOpen) {
-    --connectionsOpen;
-  }
+  connections[number] = connection;
+  --connectionsOpen;
+  finished.push_back(number);
   changed.notify_all();
-}
-
-void WireServerState::Finished(std::size_t connection) {
-  const std::lock_guard<std::mutex> lock(mutex);
-  finished.push_back(connection);
 }
 
 WireServer::WireServer(WireOptions options)
@@ -240,15 +233,14 @@ void WireServer::Stop() {
   if (!m_state->acceptor.joinable()) {
     return;
   }
-  eventfd_write(m_state->stop, 1);
+  m_state->stop.Set();
   m_state->acceptor.join();
   // With the acceptor gone nobody adds workers any more.
   for (auto& worker : m_state->workers) {
     worker.second.join();
   }
   m_state->workers.clear();
-  close(m_state->listener);
-  m_state->listener = -1;
+  m_state->listener = FileDescriptor();
 }
 
 std::uint16_t WireServer::Port() const {
@@ -270,9 +262,6 @@ WireServer& WireServer::Script(WireReply reply) {
 }
 
 void WireServer::SetHandler(std::function<WireReply(const WireRequest&)> handler, WireStart start) {
-  if (start < WireStart::kHead) {
-    throw std::runtime_error("a handler needs the request's head");
-  }
   const std::lock_guard<std::mutex> lock(m_state->mutex);
   m_state->handler = std::move(handler);
   m_state->handlerStart = start;
@@ -306,30 +295,15 @@ std::vector<WireConnection> WireServer::Connections() const {
   return all;
 }
 
-void WireServer::ForgetEnded() {
+void WireServer::Forget() {
   const std::lock_guard<std::mutex> lock(m_state->mutex);
-  for (auto i = m_state->requests.begin(); i != m_state->requests.end();) {
-    i = i->second.state == WireState::kReceiving ? std::next(i) : m_state->requests.erase(i);
-  }
-  for (auto i = m_state->connections.begin(); i != m_state->connections.end();) {
-    i = i->second.end == WireEnd::kOpen ? std::next(i) : m_state->connections.erase(i);
-  }
+  m_state->requests.clear();
+  m_state->connections.clear();
 }
 
 bool WireServer::WaitForRequests(std::size_t count, std::chrono::milliseconds deadline) const {
   std::unique_lock<std::mutex> lock(m_state->mutex);
   return m_state->changed.wait_for(lock, deadline, [&] { return m_state->requestsEnded >= count; });
-}
-
-bool WireServer::WaitForHeads(std::size_t count, std::chrono::milliseconds deadline) const {
-  std::unique_lock<std::mutex> lock(m_state->mutex);
-  return m_state->changed.wait_for(lock, deadline, [&] { return m_state->headsSeen >= count; });
-}
-
-bool WireServer::WaitForConnections(std::size_t count, std::chrono::milliseconds deadline) const {
-  std::unique_lock<std::mutex> lock(m_state->mutex);
-  return m_state->changed.wait_for(lock, deadline,
-                                   [&] { return m_state->connectionsBegun >= count; });
 }
 
 bool WireServer::WaitIdle(std::chrono::milliseconds deadline) const {

@@ -49,7 +49,6 @@ WireTls MakeWireTls(const TlsMaterial& material, WireTls::ClientCertificate clie
 
 struct WireOptions {
   std::string address = "127.0.0.1";  // or another of 127.0.0.0/8, or "::1"
-  std::uint16_t port = 0;             // 0: the kernel's choice
   std::optional<WireTls> tls;
 
   // Bytes kept of a request's body. What is beyond them is counted and hashed, then forgotten.
@@ -105,22 +104,15 @@ class WireServer {
 
   std::vector<WireConnection> Connections() const;
 
-  // Forgets the requests and connections that have ended, for runs of very many. Numbers of later
+  // Forgets the requests and connections that have come in, for runs of very many. Numbers of later
   // ones go on as if nothing had been forgotten.
-  void ForgetEnded();
+  void Forget();
 
   // --- Conditions. True as soon as it holds, false when `deadline` has passed first. Counts are
   // those since the server's start.
 
   // `count` requests are whole (or aborted).
   bool WaitForRequests(std::size_t count, std::chrono::milliseconds deadline = kWireDeadline) const;
-
-  // The heads of `count` requests are whole (or the requests aborted).
-  bool WaitForHeads(std::size_t count, std::chrono::milliseconds deadline = kWireDeadline) const;
-
-  // `count` connections have been accepted.
-  bool WaitForConnections(std::size_t count,
-                          std::chrono::milliseconds deadline = kWireDeadline) const;
 
   // Of the connections accepted so far none is open, nor its descriptor.
   bool WaitIdle(std::chrono::milliseconds deadline = kWireDeadline) const;

@@ -6,7 +6,6 @@
 
 #include "Lumcurl.h"
 #include "support/Files.h"
-#include "wire/Digest.h"
 #include "wire/Ports.h"
 #include "wire/WireServer.h"
 

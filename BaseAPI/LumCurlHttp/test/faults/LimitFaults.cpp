@@ -32,7 +32,7 @@ constexpr int kPieces = 80000 / 50;
 
 // Sends `start` at once and `piece` again and again.
 WireReply Dripping(const std::string& start, const std::string& piece) {
-  return WireReply(start).Drip(Times(kPieces, piece), piece.size(), kPause);
+  return WireReply(start).Drip(piece, kPieces, kPause);
 }
 
 }  // namespace

@@ -15,7 +15,6 @@
 #include "support/NetNamespace.h"
 #include "support/Process.h"
 #include "support/ProcessState.h"
-#include "wire/Digest.h"
 #include "wire/Socket.h"
 
 namespace lumtest {

@@ -31,10 +31,10 @@ void Reset(int socket) {
 
 Relay::Relay(std::uint16_t target) : m_target(target) {
   SocketAddress bound;
-  m_listener = BoundSocket("127.0.0.1", 0, &bound);
+  m_listener = BoundSocket("127.0.0.1", &bound);
   m_port = bound.Port();
   m_stop = eventfd(0, EFD_CLOEXEC);
-  if (m_stop < 0 || listen(m_listener, 16) != 0) {
+  if (m_stop < 0 || listen(m_listener.Get(), 16) != 0) {
     throw SystemError("relay");
   }
   const AllSignalsBlocked blocked;
@@ -44,7 +44,6 @@ Relay::Relay(std::uint16_t target) : m_target(target) {
 Relay::~Relay() {
   eventfd_write(m_stop, 1);
   m_thread.join();
-  close(m_listener);
   close(m_stop);
 }
 
@@ -71,12 +70,12 @@ void Relay::WaitForEnds(std::size_t count) const {
 
 void Relay::Serve() {
   while (true) {
-    pollfd waiting[] = {{m_stop, POLLIN, 0}, {m_listener, POLLIN, 0}};
+    pollfd waiting[] = {{m_stop, POLLIN, 0}, {m_listener.Get(), POLLIN, 0}};
     poll(waiting, 2, -1);
     if (waiting[0].revents != 0) {
       return;
     }
-    const int client = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+    const int client = accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC);
     const int server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     SocketAddress target("127.0.0.1", m_target);
     if (client < 0 || server < 0 || connect(server, target.Get(), target.length) != 0) {

@@ -8,6 +8,8 @@
 #include <string>
 #include <thread>
 
+#include "FileDescriptor.h"
+
 namespace lumtest {
 
 // Passes one connection after the other on to a port of 127.0.0.1, on a thread of its own.
@@ -39,7 +41,7 @@ class Relay {
 
   std::uint16_t m_target;
   std::uint16_t m_port = 0;
-  int m_listener = -1;
+  FileDescriptor m_listener;
   int m_stop = -1;
   std::atomic<std::uint64_t> m_limit[2] = {{kNever}, {kNever}};
   std::atomic<std::uint64_t> m_passed[2] = {{0}, {0}};

@@ -6,7 +6,6 @@
 #include <climits>
 
 #include "LiveTest.h"
-#include "wire/Digest.h"
 
 namespace lumtest {
 namespace {
@@ -69,8 +68,7 @@ TEST_F(DownloadLiveTest, StoresALargeBodyWhole) {
   WireServer server;
   server.Script(GeneratedReply(9000001));
   EXPECT_EQ(Download(server.Url()), 0);
-  EXPECT_EQ(FileSize(path), 9000001u);
-  EXPECT_EQ(Sha256OfFile(path), GeneratedSha256(9000001));
+  EXPECT_TRUE(ReadFile(path) == GeneratedBytes(0, 9000001));
 }
 
 TEST_F(DownloadLiveTest, ReplacesALongerFile) {

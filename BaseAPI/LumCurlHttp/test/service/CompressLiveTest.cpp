@@ -5,7 +5,6 @@
 
 #include "ServiceLiveTest.h"
 #include "support/Process.h"
-#include "wire/Digest.h"
 
 namespace lumtest {
 namespace {

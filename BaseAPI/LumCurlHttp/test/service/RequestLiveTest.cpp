@@ -4,7 +4,6 @@
 #include "ServiceLiveTest.h"
 #include "support/Process.h"
 #include "support/ProcessState.h"
-#include "wire/Digest.h"
 
 namespace lumtest {
 namespace {
@@ -241,8 +240,7 @@ TEST_F(RequestLiveTest, ErrorTextOfSixtyFourMegabytesBecomesTheLastErrorWhole) {
 
   EXPECT_EQ(client.ReportData(server.Url(), Json(kDocument), "t", 0, ""), -10000);
 
-  EXPECT_EQ(client.GetLastErrorBody().size(), kSize);
-  EXPECT_EQ(Sha256Hex(client.GetLastErrorBody()), GeneratedSha256(kSize));
+  EXPECT_TRUE(client.GetLastErrorBody() == GeneratedBytes(0, kSize));
   log.Clear();
 }
 

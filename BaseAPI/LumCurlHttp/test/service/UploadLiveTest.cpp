@@ -10,7 +10,6 @@
 
 #include "ServiceLiveTest.h"
 #include "support/ProcessState.h"
-#include "wire/Digest.h"
 
 namespace lumtest {
 namespace {
@@ -67,7 +66,8 @@ TEST_F(UploadLiveTest, EachFormOnTheWire) {
 TEST_F(UploadLiveTest, ReplyAppearsOnStandardOutputWhateverTheStatus) {
   server.Script(StatusReply(200, "stored\n"));
   server.Script(StatusReply(403, "<Error>AccessDenied</Error>"));
-  server.Script(ChunkedReply({"in ", "pieces"}, 201));
+  server.Script(WireReply(WireHead(201, {"Transfer-Encoding: chunked"}) + WireChunk("in ") +
+                          WireChunk("pieces") + WireChunk("")));
   expectedOutput = "stored\n<Error>AccessDenied</Error>in pieces";
 
   EXPECT_EQ(client.UploadLog(Url(), path, 5), 0);
@@ -156,7 +156,7 @@ TEST_F(UploadLiveTest, NamedPipeArrivesWholeInChunks) {
 }
 
 TEST_F(UploadLiveTest, ServerThatAsksForTheLengthOfAPipeIsAFailedUpload) {
-  server.Script(WireReply(WireAnswer(411)).At(WireStart::kHead).NoContinue().Close());
+  server.Script(WireReply(WireAnswer(411)).At(WireStart::kHead).Close());
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   ASSERT_EQ(write(ends[1], "data", 4), 4);
@@ -292,7 +292,7 @@ TEST_F(UploadLiveTest, RefusalBeforeTheBodyIsReadIsItsStatus) {
   const std::string file = directory.Path("large");
   MakeSparseFile(file, 64 << 20);
   server.Script(StatusReply(413, "too large").At(WireStart::kHead).Close());
-  server.Script(WireReply(WireAnswer(401, "who?")).At(WireStart::kHead).NoContinue().Close());
+  server.Script(WireReply(WireAnswer(401, "who?")).At(WireStart::kHead).Close());
   expectedOutput = "too largewho?";
 
   EXPECT_EQ(client.UploadLog(Url(), file), -10000);

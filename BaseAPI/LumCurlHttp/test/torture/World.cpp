@@ -17,7 +17,6 @@
 
 #include "FailingMalloc.h"
 #include "LumFileSys.h"
-#include "wire/Digest.h"
 
 namespace lumtest {
 namespace {
@@ -174,11 +173,11 @@ Observation World::Observe(const std::function<std::string(World&)>& operation, 
 
   if (m_served) {
     WaitFor(m_plainServer);
-    m_plainServer.ForgetEnded();
+    m_plainServer.Forget();
   }
   if (m_served && m_tlsServer) {
     WaitFor(*m_tlsServer);
-    m_tlsServer->ForgetEnded();
+    m_tlsServer->Forget();
   }
   seen.descriptorLeft = NextDescriptor() != nextDescriptor;
   {
