@@ -1,8 +1,6 @@
 // Calls of SQLite.
 #include "Database.h"
 
-#include <sqlite3.h>
-
 namespace {
 
 constexpr int kPatience = 5000;  // milliseconds for somebody who uses the file by hand
@@ -14,10 +12,6 @@ void Require(bool done, sqlite3* handle) {
 }
 
 }  // namespace
-
-void Database::Close::operator()(sqlite3* handle) const {
-  sqlite3_close(handle);
-}
 
 Database::Database(const std::string& path) {
   sqlite3* handle = nullptr;
@@ -36,10 +30,6 @@ void Database::Run(const std::string& sql) const {
 
 void Database::RollBack() const noexcept {
   sqlite3_exec(m_handle.get(), "ROLLBACK", nullptr, nullptr, nullptr);
-}
-
-void Query::Finalize::operator()(sqlite3_stmt* statement) const {
-  sqlite3_finalize(statement);
 }
 
 Query::Query(const Database& database, const std::string& sql, const std::vector<Cell>& cells)

@@ -2,6 +2,8 @@
 #ifndef LUM_BACKEND_DATABASE_H
 #define LUM_BACKEND_DATABASE_H
 
+#include <sqlite3.h>
+
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
@@ -9,9 +11,6 @@
 #include <string_view>
 #include <variant>
 #include <vector>
-
-struct sqlite3;
-struct sqlite3_stmt;
 
 // What SQLite could not do, in its words.
 struct DatabaseError : std::runtime_error {
@@ -38,10 +37,7 @@ class Database {
 
  private:
   friend class Query;
-  struct Close {
-    void operator()(sqlite3* handle) const;
-  };
-  std::unique_ptr<sqlite3, Close> m_handle;
+  std::unique_ptr<sqlite3, decltype(&sqlite3_close)> m_handle{nullptr, &sqlite3_close};
 };
 
 // One statement, which may be run again and again. The database must outlive it.
@@ -65,11 +61,9 @@ class Query {
  private:
   void Bind(const std::vector<Cell>& cells);
 
-  struct Finalize {
-    void operator()(sqlite3_stmt* statement) const;
-  };
   const Database& m_database;
-  std::unique_ptr<sqlite3_stmt, Finalize> m_statement;
+  std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)> m_statement{nullptr,
+                                                                         &sqlite3_finalize};
 };
 
 #endif  // LUM_BACKEND_DATABASE_H

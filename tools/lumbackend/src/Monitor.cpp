@@ -22,7 +22,6 @@
 
 // Written at build time from the files of page/.
 extern const char kPageHtml[];
-extern const std::size_t kPageHtmlSize;
 
 using std::chrono::steady_clock;
 
@@ -328,7 +327,7 @@ std::string HashOf(const std::string& page, const std::string& tag) {
 
 // With headers that let the page load and run nothing but itself.
 Reply PageReply() {
-  static const std::string kPage(kPageHtml, kPageHtmlSize);
+  static const std::string kPage = kPageHtml;
   static const std::string kPolicy =
       "default-src 'none'; connect-src 'self'; img-src data:; style-src " + HashOf(kPage, "style") +
       "; script-src " + HashOf(kPage, "script") + "; base-uri 'none'; form-action 'none'";

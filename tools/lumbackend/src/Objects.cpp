@@ -16,6 +16,7 @@
 #include <limits>
 #include <map>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -25,9 +26,8 @@
 
 namespace {
 
-constexpr std::size_t kWritePiece = 262144;  // bytes handed to the file system at once
-constexpr std::size_t kReadPiece = 131072;   // and taken from it
-constexpr char kUnfinished[] = ".upload-";   // begins the names of objects on their way in
+constexpr std::size_t kReadPiece = 131072;  // bytes taken from the file system at once
+constexpr char kUnfinished[] = ".upload-";  // begins the names of objects on their way in
 constexpr char kLinked[] = "symbolic links are not followed";
 
 bool IsUnfinished(const std::string& name) {
@@ -102,7 +102,6 @@ class UnfinishedFile {
     m_file = FileDescriptor(
         ::openat(directory, m_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     m_error = m_file ? 0 : errno;
-    m_piece.reserve(kWritePiece);
   }
   UnfinishedFile(const UnfinishedFile&) = delete;
   UnfinishedFile& operator=(const UnfinishedFile&) = delete;
@@ -115,22 +114,15 @@ class UnfinishedFile {
   // errno of the first step that failed, or 0.
   int Error() const { return m_error; }
 
-  bool Write(const char* data, std::size_t size) {
-    while (m_error == 0 && size > 0) {
-      const std::size_t count = std::min(size, kWritePiece - m_piece.size());
-      m_piece.insert(m_piece.end(), data, data + count);
-      data += count;
-      size -= count;
-      if (m_piece.size() == kWritePiece) {
-        Flush();
-      }
+  bool Write(std::string_view piece) {
+    if (m_error == 0 && !WriteAll(m_file.Get(), piece.data(), piece.size())) {
+      m_error = errno;
     }
     return m_error == 0;
   }
 
   // Gives the file its own name, instead of any file that has it.
   bool MoveTo(int directory, const std::string& name) {
-    Flush();
     if (m_error == 0 && ::renameat(m_directory, m_name.c_str(), directory, name.c_str()) != 0) {
       m_error = errno;
     }
@@ -139,17 +131,9 @@ class UnfinishedFile {
   }
 
  private:
-  void Flush() {
-    if (m_error == 0 && !WriteAll(m_file.Get(), m_piece.data(), m_piece.size())) {
-      m_error = errno;
-    }
-    m_piece.clear();
-  }
-
   const int m_directory;
   std::string m_name;
   FileDescriptor m_file;
-  std::vector<char> m_piece;  // not yet written
   int m_error = 0;
   bool m_moved = false;
 };
@@ -236,7 +220,7 @@ Task<Reply> Objects::Put(const Call& call, BodySource& body) const {
       co_return tooLong;
     }
     bytes += piece.size();
-    more = !piece.empty() && file.Write(piece.data(), piece.size());
+    more = !piece.empty() && file.Write(piece);
   }
   if (file.Error() != 0) {
     co_return CannotStore(file.Error());

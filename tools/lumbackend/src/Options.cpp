@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <boost/asio/ip/address.hpp>
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
@@ -93,7 +92,7 @@ std::string CheckUnsigned(const std::string& text) {
 std::string CheckShare(const std::string& text) {
   char* end = nullptr;
   const double value = std::strtod(text.c_str(), &end);
-  if (text.empty() || *end != '\0' || !std::isfinite(value) || value < 0 || value > 1) {
+  if (text.empty() || *end != '\0' || !(value >= 0 && value <= 1)) {
     return "'" + text + "' is no number from 0 to 1";
   }
   return {};

@@ -11,13 +11,11 @@
 #include "RootDir.h"
 #include "Store.h"
 
-// --- Echo.cpp
+// --- Reports.cpp. `store` must outlive the answers.
 
 // /echo: the head as it was sent, secrets hidden, and the JSON document of a POST or PUT. `limit`
 // is the longest document in bytes.
 Task<Reply> Echo(const Call& call, BodySource& body, std::uint64_t limit);
-
-// --- Reports.cpp. `store` must outlive the answers.
 
 // POST /report: keeps the document, of `limit` bytes at most, and answers {"stored": n}, n being
 // the number of reports so far, or an empty 204 when the query says "status=204".

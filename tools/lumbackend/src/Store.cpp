@@ -12,7 +12,6 @@
 
 // Written at build time from tables.sql.
 extern const char kTablesSql[];
-extern const std::size_t kTablesSqlSize;
 
 namespace asio = boost::asio;
 
@@ -88,7 +87,7 @@ Database Open(const std::string& root) try {
 }  // namespace
 
 std::string Store::Tables() {
-  return {kTablesSql, kTablesSqlSize};
+  return kTablesSql;
 }
 
 Store::Store(const std::string& root, std::uint64_t keep)

@@ -2,11 +2,12 @@
 #include "Text.h"
 
 #include <openssl/asn1.h>
-#include <openssl/crypto.h>
 #include <openssl/rand.h>
 
 #include <algorithm>
 #include <boost/algorithm/hex.hpp>
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/predicate.hpp>
 #include <boost/algorithm/string/split.hpp>
 #include <cctype>
 #include <stdexcept>
@@ -28,20 +29,16 @@ std::string RandomHex(std::size_t size) {
 
 std::optional<std::string> DecodePercent(const std::string& text) {
   std::string decoded;
-  decoded.reserve(text.size());
   for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      decoded += text[i];
-      continue;
+    decoded += text[i];
+    if (text[i] == '%') {
+      const std::string digits = text.substr(i + 1, 2);
+      if (digits.size() < 2 || !boost::algorithm::all(digits, boost::algorithm::is_xdigit())) {
+        return std::nullopt;
+      }
+      decoded.back() = boost::algorithm::unhex(digits)[0];
+      i += 2;
     }
-    const bool both = i + 2 < text.size();
-    const int high = both ? OPENSSL_hexchar2int(static_cast<unsigned char>(text[i + 1])) : -1;
-    const int low = both ? OPENSSL_hexchar2int(static_cast<unsigned char>(text[i + 2])) : -1;
-    if (high < 0 || low < 0) {
-      return std::nullopt;
-    }
-    decoded += static_cast<char>(high * 16 + low);
-    i += 2;
   }
   return decoded;
 }

@@ -58,20 +58,18 @@ void Require(const boost::system::error_code& failure, const std::string& what,
 
 }  // namespace
 
-ServerFiles SelfMadeServerFiles(const std::string& directory, const std::string& address) {
+void MakeServerFiles(const std::string& directory, const std::string& address) {
   const RootDir place(directory);
   // Whoever comes second waits here and finds everything done. Closing the directory unlocks it.
   if (::flock(place.Get(), LOCK_EX) != 0) {
     throw std::runtime_error("cannot lock '" + directory +
                              "': " + std::generic_category().message(errno));
   }
-  ServerFiles files{directory + "/server.pem", directory + "/server.key"};
-  if (!IsGood(files.certificate) || !place.Open({"server.key"}).file) {
+  if (!IsGood(directory + "/server.pem") || !place.Open({"server.key"}).file) {
     const std::string passPhrase = RandomHex(16);
     lumtools::MakeTlsMaterial(directory, passPhrase, {address});
     WritePassPhrase(place, passPhrase);
   }
-  return files;
 }
 
 ssl::context MakeServerContext(const std::string& certificate, const std::string& key,

@@ -13,19 +13,13 @@
 boost::asio::ssl::context MakeServerContext(const std::string& certificate, const std::string& key,
                                             const std::string& clientCa);
 
-// A server's certificate and key, as paths of PEM files.
-struct ServerFiles {
-  std::string certificate;
-  std::string key;
-};
-
 // Self-made material in `directory`, which is made where it is missing: ca.pem, server.pem and
 // server.key for the server, which answers for loopback and `address`; client.pem with client.key,
 // and client-encrypted.key with its pass phrase in client-encrypted.pass, for clients; and some
 // more that a client or server should refuse. What an earlier call made is used again as long as it
 // is good for another day. Several processes may call it for one directory. Throws
 // std::runtime_error.
-ServerFiles SelfMadeServerFiles(const std::string& directory, const std::string& address);
+void MakeServerFiles(const std::string& directory, const std::string& address);
 
 // Subject of the certificate that the client has shown, as "CN=lum client", or "" without one.
 std::string ClientSubject(const SSL* ssl);

@@ -3,6 +3,8 @@
 #include <sys/ioctl.h>
 #include <CLI/CLI.hpp>
 
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/trim.hpp>
 #include <cerrno>
 #include <csignal>
 #include <exception>
@@ -29,28 +31,25 @@ std::string ReadKey(const std::string& path) {
     return {};
   }
   const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  const auto content = ReadAll(file.Get(), kLongestKey);
-  if (!content) {
+  auto key = ReadAll(file.Get(), kLongestKey);
+  if (!key) {
     throw std::runtime_error("cannot read the signature key '" + path +
                              "': " + std::generic_category().message(errno));
   }
-  std::string key = *content;
-  while (!key.empty() && (key.back() == '\n' || key.back() == '\r')) {
-    key.pop_back();
-  }
-  if (key.empty()) {
+  boost::algorithm::trim_right_if(*key, boost::algorithm::is_any_of("\r\n"));
+  if (key->empty()) {
     throw std::runtime_error("the signature key '" + path + "' is empty");
   }
-  return key;
+  return *key;
 }
 
 boost::asio::ssl::context MakeContext(const Options& options) {
-  ServerFiles files{options.cert, options.key};
-  if (files.certificate.empty()) {
-    const std::string directory = options.tlsDir.empty() ? options.root + "/tls" : options.tlsDir;
-    files = SelfMadeServerFiles(directory, options.bind);
+  if (!options.cert.empty()) {
+    return MakeServerContext(options.cert, options.key, options.clientCa);
   }
-  return MakeServerContext(files.certificate, files.key, options.clientCa);
+  const std::string directory = options.tlsDir.empty() ? options.root + "/tls" : options.tlsDir;
+  MakeServerFiles(directory, options.bind);
+  return MakeServerContext(directory + "/server.pem", directory + "/server.key", options.clientCa);
 }
 
 int Serve(const Options& options) {

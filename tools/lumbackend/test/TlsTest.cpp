@@ -12,8 +12,8 @@ TEST(Tls, SeveralMayAskForOneDirectory) {
   const lumtest::TempDir temp;
   std::vector<std::string> certificates(4);
   lumtest::OnThreads(4, [&](int i) {
-    certificates[static_cast<std::size_t>(i)] =
-        lumtest::ReadFile(SelfMadeServerFiles(temp.Path("tls"), "127.0.0.1").certificate);
+    MakeServerFiles(temp.Path("tls"), "127.0.0.1");
+    certificates[static_cast<std::size_t>(i)] = lumtest::ReadFile(temp.Path("tls/server.pem"));
   });
   EXPECT_THAT(certificates, testing::Each(certificates[0]));
 }
