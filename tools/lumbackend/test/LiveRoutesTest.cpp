@@ -179,6 +179,7 @@ TEST(LiveRoutes, ObjectsArePutAndRead) {
       200);
   EXPECT_TRUE(ReadFile(backend.Root().Path("objects/chunks")) == content);
   EXPECT_EQ(Curl({"-T", file, backend.Url("/objects/a")}).status, 409);
+  EXPECT_EQ(Curl({"-T", file, backend.Url("/objects/chunks/a")}).status, 409);
   EXPECT_EQ(Curl({"-T", file, backend.Url("/objects/../x")}).status, 400);
   EXPECT_EQ(Curl({backend.Url("/objects/none")}).status, 404);
   EXPECT_THAT(FilesBelow(backend.Root().Path("objects")), ElementsAre("a", "a/b c", "chunks"));

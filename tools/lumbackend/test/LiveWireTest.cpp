@@ -173,14 +173,17 @@ TEST(LiveWire, BodylessAnswersHaveNoLength) {
 
 TEST(LiveWire, AnUploadLostOnItsWayLeavesNothingBehind) {
   BackendProcess backend;
+  backend.Root().Write("objects/old", "old");
   for (const bool reset : {false, true}) {
+    const std::string path = reset ? "/objects/old" : "/objects/dir/lost";
     WireClient client("127.0.0.1", backend.Port());
-    client.Send("PUT /objects/dir/lost" + std::to_string(reset) +
-                " HTTP/1.1\r\nContent-Length: 9000000\r\n\r\n" + std::string(1'000'000, 'x'));
+    client.Send("PUT " + path + " HTTP/1.1\r\nContent-Length: 9000000\r\n\r\n" +
+                std::string(1'000'000, 'x'));
     client.Close(reset);
-    EXPECT_TRUE(backend.Logged("PUT /objects/dir/lost" + std::to_string(reset) + " 400 "));
+    EXPECT_TRUE(backend.Logged("PUT " + path + " 400 "));
   }
-  EXPECT_THAT(FilesBelow(backend.Root().Path("objects")), IsEmpty());
+  EXPECT_THAT(FilesBelow(backend.Root().Path("objects")), ElementsAre("old"));
+  EXPECT_EQ(lumtest::ReadFile(backend.Root().Path("objects/old")), "old");
 }
 
 TEST(LiveWire, ADownloadLostOnItsWayHarmsNobody) {

@@ -44,16 +44,6 @@ TEST_F(ObjectsTest, StoresAndReplacesTheBodyUnderItsName) {
   }
 }
 
-TEST_F(ObjectsTest, AnUploadThatEndsEarlyLeavesNothingBehind) {
-  Put("/objects/old", "old");
-  for (const char* target : {"/objects/old", "/objects/new/dir/x"}) {
-    FakeBody cut("ne", false);
-    EXPECT_EQ(ErrorOf(Ask("PUT", target, cut)), "the upload ends after 2 bytes, too early");
-  }
-  EXPECT_THAT(Stored(), ElementsAre("old"));
-  EXPECT_EQ(ReadFile(m_temp.Path("objects/old")), "old");
-}
-
 TEST_F(ObjectsTest, ASymbolicLinkIsReplacedNotFollowed) {
   const std::string outside = m_temp.Write("outside", "untouched");
   ASSERT_EQ(::symlink(outside.c_str(), m_temp.Path("objects/a").c_str()), 0);
@@ -73,13 +63,6 @@ TEST_F(ObjectsTest, NamesThatLeadOutAreRefused) {
   EXPECT_EQ(Put("/objects/" + std::string(256, 'a')).status, 400);
   EXPECT_THAT(Stored(), IsEmpty());
   EXPECT_FALSE(lumtest::Exists(m_temp.Path("x")));
-}
-
-TEST_F(ObjectsTest, ObjectsAndDirectoriesDoNotTakeEachOthersPlace) {
-  Put("/objects/a/b");
-  EXPECT_EQ(Put("/objects/a").status, 409);
-  EXPECT_EQ(Put("/objects/a/b/c").status, 409);
-  EXPECT_THAT(Stored(), ElementsAre("a", "a/b"));
 }
 
 TEST_F(ObjectsTest, LinkedDirectoriesAreNotEntered) {

@@ -105,13 +105,6 @@ TEST(Options, RefusalsNameTheOption) {
   EXPECT_THAT(ProblemOf("--root r word"), HasSubstr("word"));
 }
 
-TEST(Options, HelpEndsInAnExample) {
-  Options options;
-  const std::string help = MakeParser(options)->help();
-  EXPECT_GT(help.rfind("Example: "), help.rfind("--cut-after"));
-  EXPECT_THAT(help, HasSubstr("\n  lumbackend --root "));
-}
-
 TEST(Options, HelpListsEveryPathWithinItsWidth) {
   Options options;
   const std::string help = MakeParser(options, 60)->help();
