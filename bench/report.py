@@ -59,6 +59,16 @@ def index(entries, section):
             for e in entries if e["section"] == section}
 
 
+def sizes_in(found):
+    return sorted({key[3] for key in found})
+
+
+def report_sizes(results):
+    """Of what was written, by how, and by what was asked for."""
+    return {(e["case"], e["bytes"]): e["size"] for e in results["reports"]
+            if e["section"] == "sizes"}
+
+
 def net(costs, operation, what):
     """What an operation takes without its documents."""
     return costs[operation]["library"][what] - sum(
@@ -163,10 +173,9 @@ def json(results):
 
 def reports(results):
     found = index(results["reports"], "reports")
-    sizes = {(e["case"], e["bytes"]): e["size"] for e in results["reports"]
-             if e["section"] == "sizes"}
+    sizes = report_sizes(results)
     rows = []
-    for count in sorted({key[3] for key in found}):
+    for count in sizes_in(found):
 
         def cpu(who):
             return found["report", who, 1, count]["cpu"]["median"] * 1e6
@@ -186,7 +195,7 @@ def reports(results):
 def gzip(results):
     found = index(results["reports"], "gzip")
     rows = []
-    for count in sorted({key[3] for key in found}):
+    for count in sizes_in(found):
         ours, six, one = (found["one-shot", who, 1, count]["cpu"]["median"] * 1e6
                           for who in ("library", "zlib 6", "zlib 1"))
         rows.append([size(count), figure(ours), figure(six), f"{six / ours:.1f}", figure(one),
@@ -267,35 +276,37 @@ def threads(results):
                   for count, e in sorted(lines.items())])
 
 
+def by_size(files):
+    return dict(sorted(files.items(), key=lambda item: -item[1]))
+
+
 def load(results):
     found = results["load"]
-    own = sum(found["own"].values())
-    others = sum(found["dependencies"].values())
-    rows = [[name, f"{count / 1024:,.0f}", f"{count / (own + others) * 100:.1f} %"]
-            for name, count in sorted(found["own"].items(), key=lambda item: -item[1])]
-    rows += [[name, f"{count / 1024:,.0f}", f"{count / (own + others) * 100:.1f} %"]
-             for name, count in sorted(found["dependencies"].items(), key=lambda item: -item[1])]
-    text = table(["file, stripped", "KiB", "share"], rows)
-    text += "\n\n" + table(
-        ["dlopen", "ms"], [[name, f"{value['median'] / 1000:.2f}"]
-                           for name, value in found["dlopen"].items()])
-    text += "\n\n" + table(["idle object", "bytes"],
-                           [[name, f"{count:,}"] for name, count in found["idle"].items()])
-    return text
+    large = {name: count for name, count in found["dependencies"].items() if count >= 1 << 20}
+    small = found["dependencies"].keys() - large.keys()
+    files = {**by_size(found["own"]), **by_size(large), f"{len(small)} smaller ones":
+             sum(found["dependencies"][name] for name in small)}
+    return "\n\n".join([
+        table(["file, stripped", "KiB", "share"],
+              [[name, f"{count / 1024:,.0f}", f"{count / sum(files.values()) * 100:.1f} %"]
+               for name, count in files.items()]),
+        table(["dlopen", "ms"],
+              [[name, f"{value['median'] / 1000:.2f}"] for name, value in found["dlopen"].items()]),
+        table(["idle object", "bytes"],
+              [[name, f"{count:,}"] for name, count in found["idle"].items()])])
 
 
 def links(results):
     """The link speed below which zlib's level 6, smaller and slower, is done earlier."""
     rows = []
     found = index(results["reports"], "gzip")
-    sizes = {(e["case"], e["bytes"]): e["size"] for e in results["reports"]
-             if e["section"] == "sizes"}
+    sizes = report_sizes(results)
 
     def speed(bytes_saved, seconds_spent):
         bits = bytes_saved * 8 / seconds_spent if seconds_spent > 0 else 0
         return f"{bits / 1e6:,.1f} Mbit/s"
 
-    for count in sorted({key[3] for key in found}):
+    for count in sizes_in(found):
         spent = (found["one-shot", "zlib 6", 1, count]["cpu"]["median"] -
                  found["one-shot", "library", 1, count]["cpu"]["median"])
         plain = found["one-shot", "library", 1, count]["cpu"]["median"]
@@ -398,7 +409,7 @@ def charts(results, out):
         who = ("library", "nlohmann, zlib 6, libcurl", "nlohmann, zlib 1, libcurl")
         lines_plot(out, "reports", who,
                    [[(count, found["report", name, 1, count]["cpu"]["median"])
-                     for count in sorted({key[3] for key in found})] for name in who],
+                     for count in sizes_in(found)] for name in who],
                    ("bytes of the document", "processor seconds per report"),
                    ["set logscale xy", "set format x '10^{%L}'", "set format y '10^{%L}'"])
     if "archives" in results:

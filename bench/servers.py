@@ -12,6 +12,7 @@ import time
 PROCESSORS = sorted(os.sched_getaffinity(0))
 SERVER, CLIENT = {PROCESSORS[0]}, {PROCESSORS[-1]}
 ALL = set(PROCESSORS)
+P256 = ["ec", "-pkeyopt", "ec_paramgen_curve:P-256"]
 
 NGINX = """
 {user}
@@ -51,6 +52,16 @@ def free_port():
     with socket.socket() as probe:
         probe.bind(("127.0.0.1", 0))
         return probe.getsockname()[1]
+
+
+def certificate(directory, name, kind=P256):
+    """A certificate for 127.0.0.1 that its own key has signed, and that key."""
+    path, key = directory / f"{name}.pem", directory / f"{name}.key"
+    if not path.exists():
+        run(["openssl", "req", "-x509", "-newkey", *kind, "-nodes", "-days", "2", "-subj",
+             f"/CN={name}", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key, "-out", path],
+            stderr=subprocess.DEVNULL)
+    return path, key
 
 
 def nginx_conf(directory, lines, connections=1024):
