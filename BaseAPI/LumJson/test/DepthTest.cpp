@@ -72,10 +72,6 @@ Value BuildDeep() {
   return value;
 }
 
-TEST(DepthTest, DeepTreesAreDestroyed) {
-  EXPECT_TRUE(BuildDeep().IsObject());
-}
-
 TEST(DepthTest, DeepTreesAreBuiltFromTheOutsideToo) {
   Value value;
   Value* innermost = &value;

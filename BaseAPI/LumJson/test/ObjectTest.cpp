@@ -191,15 +191,6 @@ TEST(ObjectTest, MembersStayAtTheirPlaceWhenOthersAreAdded) {
   }
 }
 
-TEST(ObjectTest, AMemberMayBeMadeFromAnother) {
-  Value value;
-  value["a"] = "a text of more than fourteen bytes";
-  for (char name = 'b'; name <= 'z'; ++name) {
-    value[std::string(1, name)] = value[std::string(1, static_cast<char>(name - 1))];
-  }
-  EXPECT_EQ("a text of more than fourteen bytes", value["z"].AsString());
-}
-
 TEST(ObjectTest, MembersComeInTheOrderInWhichTheyWereAdded) {
   Value value;
   std::string expected;

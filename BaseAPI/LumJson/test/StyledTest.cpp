@@ -176,10 +176,6 @@ TEST(JsonValueToStringTest, OfAStringItIsItsCharacters) {
   EXPECT_EQ(bytes, Value(bytes).JsonValueToString());
 }
 
-TEST(JsonValueToStringTest, OfNullItIsEmpty) {
-  EXPECT_EQ("", Value().JsonValueToString());
-}
-
 TEST(JsonValueToStringTest, OfAnythingElseItIsTheDocumentWithoutBlanks) {
   EXPECT_EQ("true", Value(true).JsonValueToString());
   EXPECT_EQ("17", Value(17).JsonValueToString());

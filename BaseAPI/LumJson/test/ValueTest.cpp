@@ -242,15 +242,6 @@ TEST(ValueTest, CopiesAreDeep) {
   EXPECT_NE(original, copy);
 }
 
-TEST(ValueTest, CopiesOutliveTheirOriginal) {
-  Value copy;
-  {
-    const Value original = Sample();
-    copy = original;
-  }
-  EXPECT_EQ(Sample(), copy);
-}
-
 TEST(ValueTest, MovesLeaveNullBehind) {
   Value from = Sample();
   Value to(std::move(from));
