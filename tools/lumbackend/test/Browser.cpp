@@ -37,15 +37,13 @@ Browser::Browser() {
   m_url = "http://127.0.0.1:" + Start(m_driver);
 
   LumJson::Value arguments = LumJson::Value::Array();
-  for (const std::string& argument :
-       {std::string("--headless"), std::string("--no-sandbox"), std::string("--disable-gpu"),
-        std::string("--disable-dev-shm-usage"), std::string("--disable-quic"),
-        std::string("--no-first-run"), std::string("--disable-background-networking"),
-        std::string("--disable-component-update"), std::string("--disable-sync"),
-        std::string("--no-proxy-server"), std::string("--window-size=1200,900"),
-        "--user-data-dir=" + m_profile.Path()}) {
+  for (const char* argument :
+       {"--headless", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--disable-quic",
+        "--no-first-run", "--disable-background-networking", "--disable-component-update",
+        "--disable-sync", "--no-proxy-server", "--window-size=1200,900"}) {
     arguments.Append(argument);
   }
+  arguments.Append("--user-data-dir=" + m_profile.Path());
   LumJson::Value session;
   LumJson::Value& wanted = session["capabilities"]["alwaysMatch"];
   wanted["browserName"] = "chrome";
@@ -70,17 +68,18 @@ void Browser::Open(const std::string& url) {
 }
 
 LumJson::Value Browser::Run(const std::string& script) {
-  LumJson::Value body;
-  body["script"] = script;
-  body["args"] = LumJson::Value::Array();
-  return Ask("POST", "/execute/sync", body);
+  return Execute("sync", script);
 }
 
 LumJson::Value Browser::RunAsync(const std::string& script) {
+  return Execute("async", script);
+}
+
+LumJson::Value Browser::Execute(const std::string& way, const std::string& script) {
   LumJson::Value body;
   body["script"] = script;
   body["args"] = LumJson::Value::Array();
-  return Ask("POST", "/execute/async", body);
+  return Ask("POST", "/execute/" + way, body);
 }
 
 bool Browser::Await(const std::string& expression) {

@@ -58,6 +58,7 @@ class Browser {
   std::vector<std::string> Console();
 
  private:
+  LumJson::Value Execute(const std::string& way, const std::string& script);
   void Tell(const std::string& command, LumJson::Value parameters);
   LumJson::Value Ask(const std::string& method, const std::string& path,
                      const LumJson::Value& body = LumJson::Value::Object());
