@@ -6,14 +6,10 @@
 #include "BackendFixture.h"
 #include "Gzip.h"
 
+namespace lumtest {
 namespace {
 
-using lumtest::ErrorOf;
-using lumtest::FakeBody;
-using lumtest::Gzip;
-using lumtest::Parsed;
-
-class BodyTest : public lumtest::BackendFixture {
+class BodyTest : public BackendFixture {
  protected:
   Reply Read(const std::string& text, const std::string& line = "X: y") {
     return Ask("POST", "/echo", text, {line});
@@ -163,3 +159,4 @@ TEST_F(BodyTest, TellsWhatIsWrongWithGzip) {
 }
 
 }  // namespace
+}  // namespace lumtest

@@ -16,16 +16,9 @@
 #include "support/Threads.h"
 #include "wire/WireClient.h"
 
+namespace lumtest {
 namespace {
 
-using lumtest::BackendProcess;
-using lumtest::Curl;
-using lumtest::CurlAnswer;
-using lumtest::FilesBelow;
-using lumtest::PeakResidentBytes;
-using lumtest::ResidentBytes;
-using lumtest::TempDir;
-using lumtest::WireClient;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -48,7 +41,7 @@ TEST(LiveLimits, MemoryIsFlatForHeadsAndChunkLinesWithoutEnd) {
     EXPECT_TRUE(answer.empty() || answer.compare(0, 10, "HTTP/1.1 4") == 0) << answer;
   }
   EXPECT_LT(PeakResidentBytes(backend.Process().Pid()),
-            before + 8 * 1024 * 1024 + lumtest::kSanitizersShare);
+            before + 8 * 1024 * 1024 + kSanitizersShare);
 }
 
 TEST(LiveLimits, HoldsTenThousandIdleConnections) {
@@ -70,8 +63,7 @@ TEST(LiveLimits, HoldsTenThousandIdleConnections) {
   for (std::size_t i = 0; i < count; ++i) {
     clients.push_back(connect());
   }
-  EXPECT_LT(ResidentBytes(backend.Process().Pid()),
-            before + count * 32 * 1024 + lumtest::kSanitizersShare);
+  EXPECT_LT(ResidentBytes(backend.Process().Pid()), before + count * 32 * 1024 + kSanitizersShare);
   EXPECT_EQ(Curl({backend.Url("/")}).status, 200);
   EXPECT_EQ(Curl({"-d", "1", backend.Url("/report")}).status, 200);
   // All of them are still there.
@@ -91,10 +83,10 @@ TEST(LiveLimits, BombsAreRefusedWithinABudget) {
     while (text.size() < 64 << 20) {
       text += piece;
     }
-    bombs.push_back(temp.Write(piece, lumtest::Gzip(text)));
-    ASSERT_LT(lumtest::FileSize(bombs.back()), 512u * 1024);
+    bombs.push_back(temp.Write(piece, Gzip(text)));
+    ASSERT_LT(FileSize(bombs.back()), 512u * 1024);
   }
-  lumtest::OnThreads(16, [&](int i) {
+  OnThreads(16, [&](int i) {
     const std::string& bomb = bombs[static_cast<std::size_t>(i) % bombs.size()];
     const CurlAnswer answer =
         Curl({"-H", "Content-Encoding: gzip", "--data-binary", "@" + bomb, backend.Url("/report")});
@@ -104,8 +96,7 @@ TEST(LiveLimits, BombsAreRefusedWithinABudget) {
                                                "too much is being read at once"))
         << bomb;
   });
-  EXPECT_LT(PeakResidentBytes(backend.Process().Pid()),
-            256u * 1024 * 1024 + lumtest::kSanitizersShare);
+  EXPECT_LT(PeakResidentBytes(backend.Process().Pid()), 256u * 1024 * 1024 + kSanitizersShare);
   EXPECT_EQ(Curl({"-d", "1", backend.Url("/report")}).status, 200);
 }
 
@@ -125,8 +116,7 @@ TEST(LiveLimits, AnUploadThatIsKilledLeavesNothingUnderItsName) {
   ASSERT_THAT(FilesBelow(root.Path("objects")), testing::Contains(testing::StartsWith(".upload-")));
   backend.Start(kOpen);
   EXPECT_THAT(FilesBelow(root.Path("objects")), IsEmpty());
-  const lumtest::ProcessResult third =
-      lumtest::RunCommand({LUM_BACKEND, "--root", root.Path(), "--port", "0"});
+  const ProcessResult third = RunCommand({LUM_BACKEND, "--root", root.Path(), "--port", "0"});
   EXPECT_EQ(third.exitStatus, 1);
   EXPECT_THAT(third.err, HasSubstr("'" + root.Path() + "' is in use by another lumbackend"));
   EXPECT_EQ(Curl({backend.Url("/echo")}).status, 200);
@@ -217,3 +207,4 @@ TEST(LiveLimits, AFullDiskIsSaidAndForgotten) {
 }
 
 }  // namespace
+}  // namespace lumtest

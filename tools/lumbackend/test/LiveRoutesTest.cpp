@@ -6,15 +6,9 @@
 #include "support/ProcessState.h"
 #include "support/Threads.h"
 
+namespace lumtest {
 namespace {
 
-using lumtest::BackendProcess;
-using lumtest::Curl;
-using lumtest::CurlAnswer;
-using lumtest::FilesBelow;
-using lumtest::PeakResidentBytes;
-using lumtest::ReadFile;
-using lumtest::TempDir;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -79,7 +73,7 @@ TEST(LiveRoutes, RequiresClientCertificates) {
   };
   EXPECT_EQ(ask(tls.Path("client.pem"), "client.key").Json()["clientCertificate"].AsString(),
             "O=Lum, CN=Lum test client");
-  EXPECT_EQ(lumtest::FileMode(tls.Path("client-encrypted.pass")), 0600u);
+  EXPECT_EQ(FileMode(tls.Path("client-encrypted.pass")), 0600u);
   std::string passPhrase = ReadFile(tls.Path("client-encrypted.pass"));
   passPhrase.pop_back();
   EXPECT_EQ(ask(tls.Path("client.pem") + ":" + passPhrase, "client-encrypted.key").status, 200);
@@ -96,8 +90,8 @@ TEST(LiveRoutes, ExpiredCertificatesAreMadeAnew) {
   const TempDir tls;
   const std::vector<std::string> options{"--tls-port", "0", "--tls-dir", tls.Path()};
   BackendProcess backend(options);
-  lumtest::WriteFile(tls.Path("server.pem"), ReadFile(tls.Path("expired-server.pem")));
-  lumtest::WriteFile(tls.Path("server.key"), ReadFile(tls.Path("expired-server.key")));
+  WriteFile(tls.Path("server.pem"), ReadFile(tls.Path("expired-server.pem")));
+  WriteFile(tls.Path("server.key"), ReadFile(tls.Path("expired-server.key")));
   backend.Start(options);
   EXPECT_EQ(Curl({"--cacert", tls.Path("ca.pem"), backend.TlsUrl("/echo")}).status, 200);
 }
@@ -109,7 +103,7 @@ TEST(LiveRoutes, TakesACertificateOfOnesOwn) {
                           tls.Path("untrusted-server.key")});
   EXPECT_EQ(Curl({"--cacert", tls.Path("untrusted-ca.pem"), backend.TlsUrl("/echo")}).status, 200);
   EXPECT_EQ(Curl({"--cacert", tls.Path("ca.pem"), backend.TlsUrl("/echo")}).exitStatus, 60);
-  EXPECT_FALSE(lumtest::Exists(backend.Root().Path("tls")));
+  EXPECT_FALSE(Exists(backend.Root().Path("tls")));
 }
 
 TEST(LiveRoutes, ServesFiles) {
@@ -131,15 +125,15 @@ TEST(LiveRoutes, ServesFiles) {
 TEST(LiveRoutes, FilesGoOutWithFlatMemory) {
   BackendProcess backend;
   constexpr std::uint64_t kSize = 128u * 1024 * 1024;
-  lumtest::MakeSparseFile(backend.Root().Path("files/large"), kSize);
+  MakeSparseFile(backend.Root().Path("files/large"), kSize);
   Curl({backend.Url("/echo")});
   const std::uint64_t before = PeakResidentBytes(backend.Process().Pid());
   const TempDir target;
   const CurlAnswer answer = Curl({"-o", target.Path("large"), backend.Url("/files/large")});
   EXPECT_EQ(answer.exitStatus, 0) << answer.problem;
-  EXPECT_EQ(lumtest::FileSize(target.Path("large")), kSize);
+  EXPECT_EQ(FileSize(target.Path("large")), kSize);
   EXPECT_LT(PeakResidentBytes(backend.Process().Pid()),
-            before + 16 * 1024 * 1024 + lumtest::kSanitizersShare);
+            before + 16 * 1024 * 1024 + kSanitizersShare);
 }
 
 TEST(LiveRoutes, ALogAddressIsWhereTheLogCanBePut) {
@@ -189,20 +183,20 @@ TEST(LiveRoutes, UploadsComeInWithFlatMemory) {
   BackendProcess backend({"--port", "0", "--tls-port", "0"});
   constexpr std::uint64_t kSize = 256u * 1024 * 1024;
   const TempDir temp;
-  lumtest::MakeSparseFile(temp.Path("large"), kSize);
+  MakeSparseFile(temp.Path("large"), kSize);
   Curl({"-T", temp.Write("small", "x"), backend.Url("/objects/small")});
   const std::uint64_t before = PeakResidentBytes(backend.Process().Pid());
   for (const std::string& url : {backend.Url("/objects/large"), backend.TlsUrl("/objects/large")}) {
     EXPECT_EQ(Curl({"-k", "-T", temp.Path("large"), url}).Json()["bytes"].AsUint64(), kSize);
   }
   EXPECT_LT(PeakResidentBytes(backend.Process().Pid()),
-            before + 16 * 1024 * 1024 + lumtest::kSanitizersShare);
+            before + 16 * 1024 * 1024 + kSanitizersShare);
 }
 
 TEST(LiveRoutes, ManyUploadsAtOnce) {
   BackendProcess backend({"--port", "0", "--tls-port", "0"});
   const TempDir temp;
-  lumtest::OnThreads(10, [&](int i) {
+  OnThreads(10, [&](int i) {
     const std::string name = std::to_string(i);
     const std::string file = temp.Write(name, std::string(3'000'000, static_cast<char>('a' + i)));
     const std::string path = "/objects/dir/" + name;
@@ -241,3 +235,4 @@ TEST(LiveRoutes, ServesThePage) {
 }
 
 }  // namespace
+}  // namespace lumtest

@@ -9,16 +9,9 @@
 #include "BackendProcess.h"
 #include "wire/WireClient.h"
 
+namespace lumtest {
 namespace {
 
-using lumtest::BackendProcess;
-using lumtest::Curl;
-using lumtest::CurlAnswer;
-using lumtest::FilesBelow;
-using lumtest::ProcessResult;
-using lumtest::RunCommand;
-using lumtest::TempDir;
-using lumtest::WireClient;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -120,7 +113,7 @@ TEST(LiveWire, ServesSeveralRequestsOnAConnection) {
   const std::string answer = Exchange(backend, first + second + third + last);
   EXPECT_EQ(CountOf(answer, "HTTP/1.1 200 OK\r\n"), 4);
   EXPECT_EQ(CountOf(answer, "Connection: close\r\n"), 1);
-  EXPECT_EQ(lumtest::ReadFile(backend.Root().Path("objects/a")), "abc");
+  EXPECT_EQ(ReadFile(backend.Root().Path("objects/a")), "abc");
 }
 
 TEST(LiveWire, AConnectionToBeClosedIsClosed) {
@@ -183,12 +176,12 @@ TEST(LiveWire, AnUploadLostOnItsWayLeavesNothingBehind) {
     EXPECT_TRUE(backend.Logged("PUT " + path + " 400 "));
   }
   EXPECT_THAT(FilesBelow(backend.Root().Path("objects")), ElementsAre("old"));
-  EXPECT_EQ(lumtest::ReadFile(backend.Root().Path("objects/old")), "old");
+  EXPECT_EQ(ReadFile(backend.Root().Path("objects/old")), "old");
 }
 
 TEST(LiveWire, ADownloadLostOnItsWayHarmsNobody) {
   BackendProcess backend;
-  lumtest::MakeSparseFile(backend.Root().Path("files/large"), kLarge);
+  MakeSparseFile(backend.Root().Path("files/large"), kLarge);
   {
     WireClient client("127.0.0.1", backend.Port());
     client.Send("GET /files/large HTTP/1.1\r\n\r\n");
@@ -324,7 +317,7 @@ TEST(LiveEnd, SignalsEndAnIdleBackEnd) {
 TEST(LiveEnd, ASignalEndsTransfers) {
   for (const bool secure : {false, true}) {
     BackendProcess backend({"--port", "0", "--tls-port", "0"});
-    lumtest::MakeSparseFile(backend.Root().Path("files/large"), kLarge);
+    MakeSparseFile(backend.Root().Path("files/large"), kLarge);
     const std::uint16_t port = secure ? backend.TlsPort() : backend.Port();
     WireClient upload("127.0.0.1", port);
     WireClient download("127.0.0.1", port);
@@ -456,3 +449,4 @@ TEST(LiveEnd, HelpAndVersionGoToStandardOutput) {
 }
 
 }  // namespace
+}  // namespace lumtest

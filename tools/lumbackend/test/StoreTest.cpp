@@ -6,16 +6,14 @@
 #include "BackendFixture.h"
 #include "support/Threads.h"
 
+namespace lumtest {
 namespace {
 
-using lumtest::Await;
-using lumtest::FakeBody;
-using lumtest::MakeCall;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-class StoreTest : public lumtest::BackendFixture {
+class StoreTest : public BackendFixture {
  protected:
   // Numbers of the exchanges that a list holds.
   std::vector<std::int64_t> Ids(const std::string& query) {
@@ -27,7 +25,7 @@ class StoreTest : public lumtest::BackendFixture {
     return ids;
   }
 
-  std::string Reports() { return lumtest::Streamed(Ask("GET", "/reports")); }
+  std::string Reports() { return Streamed(Ask("GET", "/reports")); }
 };
 
 TEST_F(StoreTest, KeepsOneCompactDocumentALine) {
@@ -62,7 +60,7 @@ TEST_F(StoreTest, ReportsOfAnOlderRootAreTakenOverOnce) {
   m_temp.Write("reports.jsonl", "4\n");
   Restart();
   EXPECT_EQ(Reports(), "{\"old\":1}\n2\n3\n");
-  EXPECT_EQ(lumtest::ReadFile(m_temp.Path("reports.jsonl.old")), "{\"old\":1}\n2\n{\"cut");
+  EXPECT_EQ(ReadFile(m_temp.Path("reports.jsonl.old")), "{\"old\":1}\n2\n{\"cut");
 }
 
 TEST_F(StoreTest, AListKnowsWhatAnExchangeWasAbout) {
@@ -205,7 +203,7 @@ TEST_F(StoreTest, LongBodiesAreKeptInPartAndReportsWhole) {
 
 TEST_F(StoreTest, ManyThreadsReportAtOnce) {
   Subject();
-  lumtest::OnThreads(4, [this](int i) {
+  OnThreads(4, [this](int i) {
     for (int j = 0; j < 50; ++j) {
       FakeBody body("\"" + std::string(1000, static_cast<char>('a' + i)) + "\"");
       EXPECT_EQ(Await(m_backend->Handle(MakeCall("POST", "/report"), body)).status, 200);
@@ -237,3 +235,4 @@ TEST_F(StoreTest, TheStreamTellsOfNewExchanges) {
 }
 
 }  // namespace
+}  // namespace lumtest
