@@ -2,20 +2,19 @@
 #include "BackendFixture.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <tuple>
 
+namespace lumtest {
 namespace {
 
-using lumtest::Await;
-using lumtest::ErrorOf;
-using lumtest::FakeBody;
-using lumtest::Parsed;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
-class BackendTest : public lumtest::BackendFixture {};
+class BackendTest : public BackendFixture {};
 
 TEST_F(BackendTest, UnknownPathsAndMethods) {
   for (const char* target : {"/nothing", "/echo/", "/echo/x", "/report/x", "/files", "/objects",
@@ -139,46 +138,74 @@ TEST_F(BackendTest, ALogAddressNeedsBothValues) {
 }
 
 TEST_F(BackendTest, SendsFilesAndObjectsAndNothingElse) {
+  constexpr char kOdd[] = "the path holds an empty name, '.', '..' or a name that is too long";
+  constexpr char kLinked[] = "symbolic links are not followed";
+  constexpr char kNone[] = "no such file";
+  constexpr char kNoFile[] = "not a file";
   Subject();
   m_temp.Write("secret", "secret");
   for (const std::string directory : {"files", "objects"}) {
+    const std::string start = "/" + directory;
+    const auto link = [&](const std::string& target, const std::string& name) {
+      EXPECT_EQ(::symlink(target.c_str(), m_temp.Path(directory + "/" + name).c_str()), 0);
+    };
+    link(m_temp.Path("secret"), "link");
+    link(m_temp.Path(), "up");
+    link("sub", "inside");
+    EXPECT_EQ(::mkfifo(m_temp.Path(directory + "/pipe").c_str(), 0600), 0);
     m_temp.MakeDir(directory + "/sub");
     m_temp.Write(directory + "/sub/a.txt", "text");
     // What somebody has uploaded is not for a browser to run.
     m_temp.Write(directory + "/page.html", "<html>");
-    const std::string link = m_temp.Path(directory);
-    ASSERT_EQ(::symlink(m_temp.Path("secret").c_str(), (link + "/link").c_str()), 0);
-    ASSERT_EQ(::symlink(m_temp.Path().c_str(), (link + "/up").c_str()), 0);
-    const Reply reply = Ask("GET", "/" + directory + "/sub/a.txt");
+    const Reply reply = Ask("GET", start + "/sub/a.txt");
     EXPECT_EQ(reply.contentType, "text/plain; charset=utf-8");
     EXPECT_EQ(reply.length, 4u);
-    EXPECT_EQ(lumtest::Streamed(reply), "text");
-    EXPECT_EQ(Ask("GET", "/" + directory + "/page.html").contentType, "application/octet-stream");
-    const std::pair<const char*, int> kRefused[] = {
-        {"/../secret", 400},
-        {"/sub/../../secret", 400},
-        {"/%2e%2e/secret", 400},
-        {"/..%2fsecret", 400},
-        {"//secret", 400},
-        {"/%00", 400},
-        {"/", 400},
-        {"/link", 403},
-        {"/up/secret", 403},
-        {"/none", 404},
-        {"/sub", 404},
-        {"/sub/%ff", 404},
-        {"/sub/a.txt/b", 404},
+    EXPECT_EQ(Streamed(reply), "text");
+    EXPECT_EQ(Ask("GET", start + "/page.html").contentType, "application/octet-stream");
+    const std::string longName(256, 'a');
+    const std::tuple<std::string, int, const char*> kRefused[] = {
+        {"/../secret", 400, kOdd},
+        {"/sub/../../secret", 400, kOdd},
+        {"/%2e%2e/secret", 400, kOdd},
+        {"/..%2fsecret", 400, kOdd},
+        {"/.", 400, kOdd},
+        {"//secret", 400, kOdd},
+        {"/a%00b", 400, kOdd},
+        {"/", 400, kOdd},
+        {"/" + longName, 400, kOdd},
+        {"/" + longName + "/a", 400, kOdd},
+        {"/" + longName.substr(1), 404, kNone},
+        {"/...", 404, kNone},
+        {"/link", 403, kLinked},
+        {"/up/secret", 403, kLinked},
+        {"/inside/a.txt", 403, kLinked},
+        {"/none", 404, kNone},
+        {"/none/a.txt", 404, kNone},
+        {"/sub/a.txt/b", 404, kNone},
+        {"/sub/%ff", 404, kNone},
+        {"/sub", 404, kNoFile},
+        {"/pipe", 404, kNoFile},
     };
-    for (const auto& [target, status] : kRefused) {
-      const Reply refused = Ask("GET", "/" + directory + target);
-      EXPECT_EQ(refused.status, status) << directory << target;
-      EXPECT_FALSE(refused.stream) << directory << target;
+    for (const auto& [target, status, error] : kRefused) {
+      const Reply refused = Ask("GET", start + target);
+      EXPECT_EQ(refused.status, status) << start << target;
+      EXPECT_EQ(ErrorOf(refused), error) << start << target;
+      EXPECT_FALSE(refused.stream) << start << target;
     }
+    EXPECT_FALSE(Exists(m_temp.Path(directory + "/none")));
   }
   m_temp.Write("objects/.upload-1", "half");
   for (const char* target : {"/objects/.upload-1", "/../secret", "/reports.jsonl"}) {
     EXPECT_EQ(Ask("GET", target).status, 404) << target;
   }
+}
+
+TEST_F(BackendTest, TheRootItselfMayBeALink) {
+  m_temp.MakeDir("root");
+  m_options.root = m_temp.Path("link");
+  ASSERT_EQ(::symlink("root", m_options.root.c_str()), 0);
+  EXPECT_EQ(Ask("PUT", "/objects/a", "content").status, 200);
+  EXPECT_TRUE(Exists(m_temp.Path("root/objects/a")));
 }
 
 // --- Misbehaviour, events and the access log.
@@ -272,3 +299,4 @@ TEST_F(BackendTest, ForeignHostsAndOriginsAreRefused) {
 }
 
 }  // namespace
+}  // namespace lumtest
