@@ -47,10 +47,7 @@ class Apollo : public testing::Test {
 
 TEST_F(Apollo, PrintsTheAnswerAsItCame) {
   const std::string answer = Answer(R"({"b":"2","a":"1"})");
-  const ProcessResult result = Run(JsonReply(answer), {"-q"});
-  EXPECT_EQ(result.exitStatus, 0);
-  EXPECT_EQ(result.out, answer);
-  EXPECT_THAT(result.err, IsEmpty());
+  EXPECT_THAT(Run(JsonReply(answer), {"-q"}), Ends(0, answer, IsEmpty()));
   EXPECT_EQ(m_server->Request(0).target, "/configs/robot/default/application");
 }
 
@@ -61,10 +58,8 @@ TEST_F(Apollo, AsksForACluster) {
 
 TEST_F(Apollo, PrintsOneProperty) {
   EXPECT_EQ(Run(JsonReply(Answer(R"({"b":"2","a.b":"x\ty"})")), {"--key", "a.b"}).out, "x\ty\n");
-  const ProcessResult none = Run(JsonReply(Answer(R"({"b":"2"})")), {"--key", "c"});
-  EXPECT_EQ(none.exitStatus, 1);
-  EXPECT_THAT(none.out, IsEmpty());
-  EXPECT_THAT(none.err, HasSubstr("has no property 'c'"));
+  EXPECT_THAT(Run(JsonReply(Answer(R"({"b":"2"})")), {"--key", "c"}),
+              Ends(1, IsEmpty(), HasSubstr("has no property 'c'")));
 }
 
 TEST_F(Apollo, PrintsLinesThatAShellReadsBack) {
@@ -92,13 +87,10 @@ TEST_F(Apollo, RefusesNamesThatSteerAShell) {
       "ftp_proxy CURL_HOME CURL_CA_BUNDLE SSLKEYLOGFILE "
       "SSL_CERT_FILE LUMCURL_TOKEN");
   for (std::string name; names >> name;) {
-    const ProcessResult result =
-        Run(JsonReply(Answer(R"({"a":"1",")" + name + R"(":"x"})")), {"--env-file"});
     std::string variable = name;
     std::replace(variable.begin(), variable.end(), '.', '_');
-    EXPECT_EQ(result.exitStatus, 1) << name;
-    EXPECT_THAT(result.out, IsEmpty());
-    EXPECT_THAT(result.err, AllOf(HasSubstr(": " + variable + ";"), HasSubstr("--prefix")));
+    EXPECT_THAT(Run(JsonReply(Answer(R"({"a":"1",")" + name + R"(":"x"})")), {"--env-file"}),
+                Ends(1, IsEmpty(), AllOf(HasSubstr(": " + variable + ";"), HasSubstr("--prefix"))));
   }
   EXPECT_THAT(Run(JsonReply(Answer(R"({"PATH":"1","IFS":"2"})")), {"--env-file"}).err,
               HasSubstr(": PATH, IFS;"));
@@ -119,10 +111,9 @@ TEST_F(Apollo, PutsAPrefixInFrontOfNames) {
 }
 
 TEST_F(Apollo, RefusesNamesThatFallTogether) {
-  const ProcessResult result = Run(JsonReply(Answer(R"({"a.b":"1","a-b":"2"})")), {"--env-file"});
-  EXPECT_EQ(result.exitStatus, 1);
-  EXPECT_THAT(result.out, IsEmpty());
-  EXPECT_THAT(result.err, AllOf(HasSubstr("'a.b'"), HasSubstr("'a-b'"), HasSubstr("--key")));
+  EXPECT_THAT(
+      Run(JsonReply(Answer(R"({"a.b":"1","a-b":"2"})")), {"--env-file"}),
+      Ends(1, IsEmpty(), AllOf(HasSubstr("'a.b'"), HasSubstr("'a-b'"), HasSubstr("--key"))));
 }
 
 TEST_F(Apollo, TellsStatusesApart) {

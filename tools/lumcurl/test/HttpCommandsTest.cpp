@@ -32,11 +32,9 @@ using Post = Http;
 using Download = Http;
 
 TEST_F(Get, PrintsTheDocument) {
-  const ProcessResult result =
-      Run(JsonReply(R"({"b":[1,2],"a":null})"), {"get", m_server.Url("/status?x=1")});
-  EXPECT_EQ(result.exitStatus, 0);
-  EXPECT_EQ(result.out, "{\n    \"b\": [\n        1,\n        2\n    ],\n    \"a\": null\n}\n");
-  EXPECT_THAT(result.err, IsEmpty());
+  EXPECT_THAT(
+      Run(JsonReply(R"({"b":[1,2],"a":null})"), {"get", m_server.Url("/status?x=1")}),
+      Ends(0, "{\n    \"b\": [\n        1,\n        2\n    ],\n    \"a\": null\n}\n", IsEmpty()));
   const WireRequest request = m_server.Request(0);
   EXPECT_EQ(request.method, "GET");
   EXPECT_EQ(request.target, "/status?x=1");
@@ -52,11 +50,9 @@ TEST_F(Get, SendsOneHeaderLineInPlaceOfTheUsualOnes) {
 }
 
 TEST_F(Get, PrintsTheDocumentOfAnErrorToo) {
-  const ProcessResult result =
-      Run(JsonReply(R"({"error":"gone"})", 404), {"get", m_server.Url("/p")});
-  EXPECT_EQ(result.exitStatus, 4);
-  EXPECT_EQ(result.out, "{\n    \"error\": \"gone\"\n}\n");
-  EXPECT_THAT(result.err, HasSubstr("get " + m_server.Url("/p") + ": the server answered 404"));
+  EXPECT_THAT(Run(JsonReply(R"({"error":"gone"})", 404), {"get", m_server.Url("/p")}),
+              Ends(4, "{\n    \"error\": \"gone\"\n}\n",
+                   HasSubstr("get " + m_server.Url("/p") + ": the server answered 404")));
 }
 
 TEST_F(Get, DoesNotFollowRedirects) {
@@ -65,12 +61,10 @@ TEST_F(Get, DoesNotFollowRedirects) {
 }
 
 TEST_F(Get, ShowsWhatIsNotJson) {
-  const ProcessResult result =
-      Run(StatusReply(200, "<html>\x1b[31mhello</html>"), {"get", m_server.Url()});
-  EXPECT_EQ(result.exitStatus, 1);
-  EXPECT_THAT(result.out, IsEmpty());
-  EXPECT_THAT(result.err, HasSubstr(m_server.Url() + ": the answer is not JSON"));
-  EXPECT_THAT(result.err, HasSubstr("the reply: <html>\\x1b[31mhello</html>"));
+  EXPECT_THAT(Run(StatusReply(200, "<html>\x1b[31mhello</html>"), {"get", m_server.Url()}),
+              Ends(1, IsEmpty(),
+                   AllOf(HasSubstr(m_server.Url() + ": the answer is not JSON"),
+                         HasSubstr("the reply: <html>\\x1b[31mhello</html>"))));
 }
 
 TEST_F(Get, TakesAnEmptyAnswerForNoJson) {
@@ -150,14 +144,18 @@ class Tls : public testing::Test {
     m_options.tls = MakeWireTls(m_material, WireTls::ClientCertificate::kRequired);
   }
 
-  Words Arguments(const std::string& caCert, const std::string& key, const std::string& pass) {
-    Words words = {"get",   "--ssl", "--cacert",     caCert, "--cert", m_material.clientCertificate,
-                   "--key", key,     m_server->Url()};
+  // get with a key, and with a pass phrase for it unless that is empty.
+  ProcessResult Get(const std::string& key, const std::string& pass,
+                    const ProcessOptions& options = {}) {
+    Words words = {"get",          "--ssl",
+                   "--cacert",     m_material.caCertificate,
+                   "--cert",       m_material.clientCertificate,
+                   "--key",        key,
+                   m_server->Url()};
     if (!pass.empty()) {
-      const std::string file = m_directory.Secret("pass", pass + "\n");
-      words.insert(words.begin() + 1, {"--pass-file", file});
+      words.insert(words.begin() + 1, {"--pass-file", m_directory.Secret("pass", pass + "\n")});
     }
-    return words;
+    return Lumcurl(words, options);
   }
 
   void Serve() {
@@ -173,9 +171,7 @@ class Tls : public testing::Test {
 
 TEST_F(Tls, OffersTheCertificateWithAnEncryptedKey) {
   Serve();
-  EXPECT_THAT(
-      Lumcurl(Arguments(m_material.caCertificate, m_material.clientEncryptedKey, "open sesame")),
-      Ends(0, IsEmpty()));
+  EXPECT_THAT(Get(m_material.clientEncryptedKey, "open sesame"), Ends(0, IsEmpty()));
   EXPECT_EQ(m_server->Request(0).clientSubject, "CN=Lum test client,O=Lum");
 }
 
@@ -183,23 +179,21 @@ TEST_F(Tls, TakesThePassPhraseFromTheEnvironment) {
   Serve();
   ProcessOptions options;
   options.environment = {"LUMCURL_KEY_PASS=open sesame"};
-  EXPECT_EQ(Lumcurl(Arguments(m_material.caCertificate, m_material.clientEncryptedKey, ""), options)
-                .exitStatus,
-            0);
+  EXPECT_EQ(Get(m_material.clientEncryptedKey, "", options).exitStatus, 0);
 }
 
 TEST_F(Tls, RefusesAWrongOrMissingPassPhrase) {
   Serve();
   for (const char* pass : {"open barley", ""}) {
     EXPECT_THAT(
-        Lumcurl(Arguments(m_material.caCertificate, m_material.clientEncryptedKey, pass)),
+        Get(m_material.clientEncryptedKey, pass),
         Ends(8, AllOf(HasSubstr("the pass phrase is the key's"), Not(HasSubstr("barley")))));
   }
 }
 
 TEST_F(Tls, NamesFilesThatAreMissing) {
   Serve();
-  EXPECT_THAT(Lumcurl(Arguments(m_material.caCertificate, m_directory.Path("none.key"), "")),
+  EXPECT_THAT(Get(m_directory.Path("none.key"), ""),
               Ends(9, HasSubstr("--key: cannot read '" + m_directory.Path("none.key"))));
   EXPECT_EQ(m_server->Connections().size(), 0u);
 }
@@ -208,8 +202,7 @@ TEST_F(Tls, RefusesAServerOfAnotherAuthority) {
   m_options.tls->certificate = m_material.untrustedServerCertificate;
   m_options.tls->key = m_material.untrustedServerKey;
   Serve();
-  EXPECT_THAT(Lumcurl(Arguments(m_material.caCertificate, m_material.clientKey, "")),
-              Ends(8, HasSubstr("--cacert")));
+  EXPECT_THAT(Get(m_material.clientKey, ""), Ends(8, HasSubstr("--cacert")));
 }
 
 TEST_F(Tls, SaysSoWhenTheServerWantsACertificate) {
@@ -219,11 +212,8 @@ TEST_F(Tls, SaysSoWhenTheServerWantsACertificate) {
 
 TEST_F(Download, WritesTheFile) {
   const std::string path = m_directory.Write("file", std::string(100, 'x'));
-  const ProcessResult result =
-      Run(GeneratedReply(3'000'000), {"download", m_server.Url("/f"), path});
-  EXPECT_EQ(result.exitStatus, 0);
-  EXPECT_THAT(result.out, IsEmpty());
-  EXPECT_THAT(result.err, IsEmpty());
+  EXPECT_THAT(Run(GeneratedReply(3'000'000), {"download", m_server.Url("/f"), path}),
+              Ends(0, IsEmpty(), IsEmpty()));
   EXPECT_TRUE(ReadFile(path) == GeneratedBytes(0, 3'000'000));
 }
 

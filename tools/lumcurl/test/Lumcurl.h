@@ -43,6 +43,13 @@ MATCHER_P2(Ends, exitStatus, err, "") {
   return arg.exitStatus == exitStatus && testing::Value(arg.err, err);
 }
 
+// Likewise, with what `out` matches on standard output.
+MATCHER_P3(Ends, exitStatus, out, err, "") {
+  *result_listener << arg.Describe();
+  return arg.exitStatus == exitStatus && testing::Value(arg.out, out) &&
+         testing::Value(arg.err, err);
+}
+
 // What it shows holds one warning, which begins so.
 MATCHER_P(WarnsOnceOf, text, "") {
   const std::string warning = std::string("lumcurl: warning: ") + text;
