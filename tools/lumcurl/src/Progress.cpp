@@ -1,8 +1,19 @@
 #include "Progress.h"
 
+#include <fcntl.h>
+#include <linux/sockios.h>
+#include <linux/tcp.h>
+#include <netinet/in.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstddef>
+#include <new>
 #include <utility>
 
 #include "Interrupt.h"
@@ -10,6 +21,36 @@
 namespace {
 
 constexpr std::chrono::milliseconds kInterval{200};
+
+constexpr std::size_t kStreamBuffer = std::size_t{64} * 1024;
+
+// What the other end of a TCP connection has acknowledged.
+std::uint64_t AcknowledgedOn(int fd) {
+  tcp_info info = {};
+  socklen_t size = sizeof(info);
+  const bool hasCount =
+      getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 &&
+      size >= offsetof(tcp_info, tcpi_bytes_acked) + sizeof(info.tcpi_bytes_acked);
+  return hasCount ? info.tcpi_bytes_acked : 0;
+}
+
+// What it has been given: the kernel may still hold some, unsent or unacknowledged.
+std::uint64_t HandedOverOn(int fd) {
+  const std::uint64_t acknowledged = AcknowledgedOn(fd);
+  int queued = 0;
+  return acknowledged > 0 && ioctl(fd, SIOCOUTQ, &queued) == 0
+             ? acknowledged + static_cast<std::uint64_t>(queued)
+             : acknowledged;
+}
+
+// The size of a regular file that is being written.
+std::uint64_t WrittenTo(int fd) {
+  struct stat status = {};
+  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) &&
+                 (fcntl(fd, F_GETFL) & O_ACCMODE) != O_RDONLY
+             ? static_cast<std::uint64_t>(status.st_size)
+             : 0;
+}
 
 }  // namespace
 
@@ -107,4 +148,102 @@ ssize_t EscapedStdout::Write(void* cookie, const char* bytes, std::size_t size) 
   (void)std::fwrite(text.data(), 1, text.size(), self->m_terminal);
   self->m_last = bytes[size - 1];
   return static_cast<ssize_t>(size);
+}
+
+// --- NewDescriptors ---
+
+NewDescriptors::NewDescriptors() {
+  for (int fd = 0; fd < kHighest; ++fd) {
+    m_before[static_cast<std::size_t>(fd)] = fcntl(fd, F_GETFD) >= 0;
+  }
+}
+
+std::uint64_t NewDescriptors::Sum(std::uint64_t (*measure)(int fd)) const {
+  std::uint64_t sum = 0;
+  for (int fd = 0; fd < kHighest; ++fd) {
+    sum += m_before[static_cast<std::size_t>(fd)] ? 0 : measure(fd);
+  }
+  return sum;
+}
+
+// --- UploadStream ---
+
+// The functions of a cookie stream, fopencookie(3).
+struct UploadStream::Callbacks {
+  static ssize_t Read(void* cookie, char* buffer, std::size_t size) {
+    auto* file = static_cast<UploadStream*>(cookie);
+    if (!file->Open()) {
+      return -1;
+    }
+    if (file->m_read == 0) {
+      file->m_handed = file->m_descriptors.Sum(&HandedOverOn);
+    }
+    ssize_t count = 0;
+    do {
+      count = read(file->m_fd, buffer, size);
+    } while (count < 0 && errno == EINTR);
+    if (count > 0) {
+      file->m_read += static_cast<std::uint64_t>(count);
+    }
+    return count;
+  }
+
+  static int Seek(void* cookie, off64_t* offset, int whence) {
+    auto* file = static_cast<UploadStream*>(cookie);
+    if (!file->Open()) {
+      return -1;
+    }
+    const off64_t position = lseek64(file->m_fd, *offset, whence);
+    if (position < 0) {
+      return -1;
+    }
+    file->m_read = 0;
+    file->m_sent = 0;
+    *offset = position;
+    return 0;
+  }
+
+  static int Close(void* cookie) {
+    auto* file = static_cast<UploadStream*>(cookie);
+    return file->m_fd < 0 ? 0 : close(file->m_fd);
+  }
+};
+
+UploadStream::UploadStream(std::string path, std::function<void(std::uint64_t)> opened)
+    : m_path(std::move(path)), m_opened(std::move(opened)), m_buffer(new char[kStreamBuffer]) {
+  const cookie_io_functions_t functions = {&Callbacks::Read, nullptr, &Callbacks::Seek,
+                                           &Callbacks::Close};
+  m_stream.reset(fopencookie(this, "rb", functions));
+  if (!m_stream) {
+    throw std::bad_alloc();
+  }
+  (void)std::setvbuf(m_stream.get(), m_buffer.get(), _IOFBF, kStreamBuffer);
+}
+
+Progress UploadStream::Sent() {
+  if (!m_ready) {
+    return {true, m_descriptors.Sum(&WrittenTo), 0};
+  }
+  const std::uint64_t acknowledged = m_descriptors.Sum(&AcknowledgedOn);
+  const std::uint64_t handed = m_handed;
+  if (acknowledged > handed) {
+    m_sent = std::max(m_sent.load(), std::min(acknowledged - handed, m_read.load()));
+  }
+  return {false, m_sent, m_size};
+}
+
+bool UploadStream::Open() {
+  if (m_fd >= 0) {
+    return true;
+  }
+  m_fd = open(m_path.c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat status = {};
+  if (m_fd < 0 || fstat(m_fd, &status) != 0) {
+    m_failed = true;
+    return false;
+  }
+  m_size = static_cast<std::uint64_t>(status.st_size);
+  m_ready = true;
+  m_opened(m_size);
+  return true;
 }

@@ -19,7 +19,6 @@
 #include "Input.h"
 #include "Interrupt.h"
 #include "Progress.h"
-#include "Sending.h"
 #include "Signature.h"
 #include "Text.h"
 #include "Url.h"
