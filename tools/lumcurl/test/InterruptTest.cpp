@@ -2,7 +2,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 #include "Lumcurl.h"
 #include "support/Files.h"
@@ -11,10 +14,26 @@
 namespace lumtest {
 namespace {
 
-// The names in a directory, hidden ones included, one a line.
-std::string Listing(const std::string& directory) {
-  return RunCommand({"ls", "-A", directory}).out;
-}
+// Tells when a file is read.
+class FileWatch {
+ public:
+  explicit FileWatch(const std::string& file)
+      : m_fd(inotify_init1(IN_CLOEXEC)),
+        m_added(inotify_add_watch(m_fd, file.c_str(), IN_ACCESS) >= 0) {}
+  ~FileWatch() { close(m_fd); }
+  FileWatch(const FileWatch&) = delete;
+  FileWatch& operator=(const FileWatch&) = delete;
+
+  // False when nobody has done so in half a minute.
+  bool WaitForRead() {
+    pollfd wait = {m_fd, POLLIN, 0};
+    return m_added && poll(&wait, 1, 30000) == 1;
+  }
+
+ private:
+  int m_fd;
+  bool m_added;
+};
 
 class Interrupt : public testing::Test {
  protected:
@@ -76,7 +95,7 @@ TEST_F(Interrupt, ComesFromATerminal) {
   terminal.Wait();
   EXPECT_EQ(terminal.Signal(), SIGINT);
   EXPECT_THAT(terminal.Shown(), HasSubstr("\nlumcurl: interrupted\r\n"));
-  EXPECT_EQ(Listing(m_directory.Path()), "f\n");
+  EXPECT_THAT(FilesBelow(m_directory.Path()), ElementsAre("f"));
 }
 
 TEST_F(Interrupt, LeavesFilesAloneThatItWasGivenOpen) {
@@ -86,7 +105,7 @@ TEST_F(Interrupt, LeavesFilesAloneThatItWasGivenOpen) {
   const Words upload = {"upload-file", "--limit-rate", "100K", m_server.Url(), "a.log"};
   const std::string command = "exec 9>>run.log; exec " + ShellWords(LumcurlCommand(upload));
   EXPECT_EQ(Interrupted({"sh", "-c", command}, SIGTERM, options).signal, SIGTERM);
-  EXPECT_EQ(Listing(m_directory.Path()), "a.log\na.log.tar.gz\nrun.log\n");
+  EXPECT_THAT(FilesBelow(m_directory.Path()), ElementsAre("a.log", "a.log.tar.gz", "run.log"));
 }
 
 TEST_F(Interrupt, SaysThatTheArchiveIsKept) {
@@ -95,7 +114,7 @@ TEST_F(Interrupt, SaysThatTheArchiveIsKept) {
       "lumcurl: interrupted\nlumcurl: the archive is kept: send it with upload-log, or remove '" +
       file + ".tar.gz'\n";
   EXPECT_EQ(Interrupted(LumcurlCommand({"upload-file", m_server.Url(), file})).err, said);
-  EXPECT_EQ(Listing(m_directory.Path()), "f\nf.tar.gz\n");
+  EXPECT_THAT(FilesBelow(m_directory.Path()), ElementsAre("f", "f.tar.gz"));
   // It takes the place of the older one.
   EXPECT_EQ(Interrupted(LumcurlCommand({"upload-file", "--overwrite", m_server.Url(), file})).err,
             said);
@@ -103,7 +122,7 @@ TEST_F(Interrupt, SaysThatTheArchiveIsKept) {
 
 TEST_F(Interrupt, LeavesNothingOfAnArchiveThatIsBeingMade) {
   EXPECT_EQ(InterruptedWhilePacking().signal, SIGINT);
-  EXPECT_EQ(Listing(m_directory.Path()), "dir\n");
+  EXPECT_THAT(FilesBelow(m_directory.Path()), ElementsAre("dir", "dir/large"));
 }
 
 TEST_F(Interrupt, CallsNoOlderFileTheArchiveThatIsBeingMade) {
@@ -121,10 +140,10 @@ TEST_F(Interrupt, RemovesTheDirectoryOfAGroup) {
       LumcurlCommand({"upload-group", m_server.Url(), m_directory.Write("f", "content")}),
       LumcurlOptions(options));
   ASSERT_TRUE(m_server.WaitForRequests(1));
-  EXPECT_NE(Listing(temporary.Path()), "");
+  EXPECT_THAT(FilesBelow(temporary.Path()), Not(IsEmpty()));
   process.Signal(SIGINT);
   EXPECT_EQ(process.Wait().signal, SIGINT);
-  EXPECT_EQ(Listing(temporary.Path()), "");
+  EXPECT_THAT(FilesBelow(temporary.Path()), IsEmpty());
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
-#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -133,19 +132,6 @@ int OnTerminal::Wait(std::chrono::milliseconds deadline) {
   m_pid = -1;
   m_signal = ended > 0 && WIFSIGNALED(status) ? WTERMSIG(status) : 0;
   return ended > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-FileWatch::FileWatch(const std::string& file)
-    : m_fd(inotify_init1(IN_CLOEXEC)),
-      m_added(inotify_add_watch(m_fd, file.c_str(), IN_ACCESS) >= 0) {}
-
-FileWatch::~FileWatch() {
-  close(m_fd);
-}
-
-bool FileWatch::WaitForRead() {
-  pollfd wait = {m_fd, POLLIN, 0};
-  return m_added && poll(&wait, 1, 30000) == 1;
 }
 
 WireReply NoTls() {

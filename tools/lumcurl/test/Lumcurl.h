@@ -100,22 +100,6 @@ class OnTerminal {
   std::string m_shown;
 };
 
-// Tells when a file is read. Not for use by two threads.
-class FileWatch {
- public:
-  explicit FileWatch(const std::string& file);
-  ~FileWatch();
-  FileWatch(const FileWatch&) = delete;
-  FileWatch& operator=(const FileWatch&) = delete;
-
-  // False when nobody has done so in half a minute.
-  bool WaitForRead();
-
- private:
-  int m_fd;
-  bool m_added;
-};
-
 // A script for a server that speaks something else than TLS.
 WireReply NoTls();
 
