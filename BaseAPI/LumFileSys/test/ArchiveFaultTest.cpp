@@ -291,6 +291,15 @@ class LumArchiveFault : public ::testing::Test {
     };
   }
 
+  // Runs `work` before each call of `hook`.
+  template <typename Result, typename... Arguments>
+  void Before(std::function<Result(Arguments...)> Hooks::*hook, const std::function<void()>& work) {
+    m_hooks.*hook = [call = Hooks().*hook, work](Arguments... arguments) {
+      work();
+      return call(arguments...);
+    };
+  }
+
   // Packs again and again; of the calls that ask Fails() another one fails each time, and none is
   // made behind it. Returns how many a whole run makes.
   int FailEachCall() {
@@ -559,10 +568,7 @@ TEST_F(LumArchiveFault, FailureEndsAtOnceHoweverMuchWasAnnounced) {
   lumtest::MakeSparseFile(m_dir.Path("d/huge"), std::uint64_t{8} << 30);
   Remove("d/big");
   int writes = 0;
-  m_hooks.write = [&](int fd, const void* data, std::size_t size) {
-    ++writes;
-    return __real_write(fd, data, size);
-  };
+  Before(&Hooks::write, [&] { ++writes; });
   m_hooks.read = [](int, void*, std::size_t) { return FailWith(EIO); };
   EXPECT_EQ(Pack(), EIO);
   EXPECT_EQ(writes, 0);
@@ -627,20 +633,14 @@ TEST_F(LumArchiveFault, ArchiveHasNoNameUntilItIsWhole) {
   const auto pack = [&] {
     return LumCompressAndDeCompress::CompressFilePath(dir.Path("d").c_str());
   };
-  m_hooks.write = [&](int fd, const void* data, std::size_t size) {
-    expectOnly({"d"});
-    return __real_write(fd, data, size);
-  };
+  Before(&Hooks::write, [&] { expectOnly({"d"}); });
   m_hooks.renameat = [](auto...) { return FailWith(ENOSYS); };  // nothing to replace
   EXPECT_EQ(Pack(pack), 0);
   EXPECT_EQ(calls, 4);
   ExpectSameTree(dir.Path("d"), UnpackedArchive(dir.Path("d.tar.gz")).Path("d"));
 
   lumtest::WriteFile(dir.Path("d.tar.gz"), "older archive");
-  m_hooks.write = [&](int fd, const void* data, std::size_t size) {
-    expectOnly({"d", "d.tar.gz"});
-    return __real_write(fd, data, size);
-  };
+  Before(&Hooks::write, [&] { expectOnly({"d", "d.tar.gz"}); });
   m_hooks.renameat = [&](int from, const char* name, int to, const char* newName) {
     expectOnly({name, "d", "d.tar.gz"});
     EXPECT_THAT(name, MatchesRegex("\\.lum-archive-[0-9a-f]{16}"));
@@ -662,13 +662,12 @@ TEST_F(LumArchiveFault, FileSystemWithoutUnnamedFiles) {
   for (const int error : {EOPNOTSUPP, EISDIR, ENOENT, EINVAL}) {
     HaveNoUnnamedFiles(error);
     int writes = 0;
-    m_hooks.write = [&](int fd, const void* data, std::size_t size) {
+    Before(&Hooks::write, [&] {
       ++writes;
       const std::vector<std::string> names = NamesIn(m_dir.Path());
       EXPECT_THAT(names, ElementsAre(MatchesRegex("\\.lum-archive-[0-9a-f]{16}"), "d", "d.tar.gz"));
       EXPECT_EQ(FileMode(m_dir.Path(names[0])), 0600U);
-      return __real_write(fd, data, size);
-    };
+    });
     EXPECT_EQ(Pack(), 0) << error;
     EXPECT_EQ(writes, 4);
     ExpectWholeArchive();
@@ -901,12 +900,11 @@ TEST_F(LumArchiveFault, FileThatShrinksIsFilledUpWithZeroBytes) {
     m_log.clear();
     m_dir.Write("d/big", Noise(900000));
     int reads = 0;
-    m_hooks.read = [&](int fd, void* data, std::size_t room) {
+    Before(&Hooks::read, [&] {
       if (++reads == (size == 0 ? 1 : 2)) {
         EXPECT_EQ(truncate(m_dir.Path("d/big").c_str(), size), 0);
       }
-      return __real_read(fd, data, room);
-    };
+    });
     EXPECT_EQ(Pack(), 0);
     const auto kept = static_cast<std::size_t>(size);
     const UnpackedArchive archive(m_dir.Path("d.tar.gz"));
@@ -921,10 +919,7 @@ TEST_F(LumArchiveFault, FileThatShrinksIsFilledUpWithZeroBytes) {
 }
 
 TEST_F(LumArchiveFault, FileGivenByNameMayShrinkToo) {
-  m_hooks.read = [&](int fd, void* data, std::size_t room) {
-    EXPECT_EQ(truncate(m_dir.Path("d/z").c_str(), 1), 0);
-    return __real_read(fd, data, room);
-  };
+  Before(&Hooks::read, [&] { EXPECT_EQ(truncate(m_dir.Path("d/z").c_str(), 1), 0); });
   EXPECT_EQ(
       Pack([this] { return LumCompressAndDeCompress::CompressFile(m_dir.Path("d/z").c_str()); }),
       0);
@@ -935,10 +930,7 @@ TEST_F(LumArchiveFault, FileGivenByNameMayShrinkToo) {
 }
 
 TEST_F(LumArchiveFault, DiskThatIsFullWhenAFileIsFilledUp) {
-  m_hooks.read = [&](int fd, void* data, std::size_t room) {
-    EXPECT_EQ(truncate(m_dir.Path("d/big").c_str(), 0), 0);
-    return __real_read(fd, data, room);
-  };
+  Before(&Hooks::read, [&] { EXPECT_EQ(truncate(m_dir.Path("d/big").c_str(), 0), 0); });
   m_hooks.write = [](int, const void*, std::size_t) { return FailWith(ENOSPC); };
   EXPECT_EQ(Pack(), ENOSPC);
   m_log.clear();
@@ -952,13 +944,11 @@ TEST_F(LumArchiveFault, FileThatGrowsIsPackedToTheSizeItHad) {
     m_log.clear();
     m_dir.Write("d/big", Noise(size));
     bool first = true;
-    m_hooks.read = [&](int fd, void* data, std::size_t room) {
-      if (first) {
-        first = false;
+    Before(&Hooks::read, [&] {
+      if (std::exchange(first, false)) {
         lumtest::AppendFile(m_dir.Path("d/big"), "x");
       }
-      return __real_read(fd, data, room);
-    };
+    });
     EXPECT_EQ(Pack(), 0);
     const UnpackedArchive archive(m_dir.Path("d.tar.gz"));
     EXPECT_TRUE(ReadFile(archive.Path("d/big")) == Noise(size)) << size;
@@ -1002,19 +992,13 @@ TEST_F(LumArchiveFault, DirectoryThatVanishesWhileItIsPackedKeepsWhatIsPacked) {
 
 TEST_F(LumArchiveFault, LinkThatVanishesAfterItWasListedIsPassedOver) {
   EXPECT_EQ(symlink("big", m_dir.Path("d/link").c_str()), 0);
-  m_hooks.readlinkat = [this](int directory, const char* name, char* target, std::size_t size) {
-    Remove("d/link");
-    return __real_readlinkat(directory, name, target, size);
-  };
+  Before(&Hooks::readlinkat, [this] { Remove("d/link"); });
   ExpectPassedOver("d/link", {"d/", "d/big", "d/sub/", "d/sub/small", "d/z"});
 
   m_log.clear();
   EXPECT_EQ(symlink("big", m_dir.Path("d/link").c_str()), 0);
   m_hooks.readlinkat = [](auto...) -> ssize_t { return FailWith(EIO); };  // is not asked any more
-  m_hooks.fstatat = [this](int directory, const char* name, struct stat* status, int flags) {
-    Remove("d/link");
-    return __real_fstatat(directory, name, status, flags);
-  };
+  Before(&Hooks::fstatat, [this] { Remove("d/link"); });
   ExpectPassedOver("d/link", {"d/", "d/big", "d/sub/", "d/sub/small", "d/z"});
 }
 
