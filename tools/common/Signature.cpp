@@ -15,11 +15,15 @@ constexpr char kDate[] = "%a, %d %b %Y %H:%M:%S GMT";
 
 }  // namespace
 
-std::string HttpDate(std::time_t seconds) {
+std::string UtcTime(std::time_t seconds, const char* format) {
   std::tm parts = {};
   ::gmtime_r(&seconds, &parts);
   std::array<char, 64> text = {};
-  return {text.data(), std::strftime(text.data(), text.size(), kDate, &parts)};
+  return {text.data(), std::strftime(text.data(), text.size(), format, &parts)};
+}
+
+std::string HttpDate(std::time_t seconds) {
+  return UtcTime(seconds, kDate);
 }
 
 std::optional<std::time_t> ParseHttpDate(const std::string& text) {

@@ -7,6 +7,9 @@
 #include <optional>
 #include <string>
 
+// A moment in the words of strftime(3), in UTC.
+std::string UtcTime(std::time_t seconds, const char* format);
+
 // A date like "Sun, 06 Nov 1994 08:49:37 GMT" (RFC 9110 section 5.6.7) for seconds since 1970, and
 // the seconds of such a date.
 std::string HttpDate(std::time_t seconds);

@@ -20,6 +20,7 @@
 #include "Body.h"
 #include "Paths.h"
 #include "Routes.h"
+#include "Signature.h"
 #include "Text.h"
 
 namespace {
@@ -27,15 +28,6 @@ namespace {
 constexpr std::uint64_t kJsonLimit = 64 << 20;  // bytes
 constexpr std::size_t kKeptOfAnswer = 2048;     // bytes
 constexpr std::size_t kLongestName = 200;       // bytes of a device's or a topic's name
-
-std::string TimeText(std::chrono::system_clock::time_point time) {
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-  std::tm parts = {};
-  gmtime_r(&seconds, &parts);
-  std::array<char, 32> text = {};
-  const std::size_t size = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
-  return {text.data(), size};
-}
 
 // For the access log: never empty, and without anything that could look like another column.
 std::string Column(const std::string& text) {
@@ -296,7 +288,7 @@ Task<void> Backend::Finished(Exchange exchange) {
     problem = written.problem;
   }
   if (!quiet || call.path == "/") {
-    Complain(TimeText(std::chrono::system_clock::now()) + " " + Column(call.method) + " " +
+    Complain(UtcTime(std::time(nullptr), "%Y-%m-%dT%H:%M:%SZ") + " " + Column(call.method) + " " +
              Column(call.path) + " " + (status == 0 ? "-" : std::to_string(status)) + " in=" +
              std::to_string(exchange.bytesIn) + " out=" + std::to_string(exchange.bytesOut) +
              (refused && !note.text.empty() ? " (" + LumSafeText(note.text) + ")" : "") +

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/lexical_cast.hpp>
 #include <exception>
 #include <sstream>
 
@@ -18,12 +19,6 @@ namespace {
 constexpr std::size_t kFirstPiece = 512;  // bytes that an idle connection keeps room for
 constexpr std::size_t kHeadPiece = 8192;  // read at once
 constexpr std::size_t kBodyPiece = 65536;
-
-std::string AuthorityOf(const asio::ip::tcp::endpoint& end) {
-  std::ostringstream text;
-  text << end;
-  return text.str();
-}
 
 bool IsBodyless(int status) {
   return status == 204 || status == 304;
@@ -200,8 +195,8 @@ Task<void> Connection::ReadHead() {
   const auto& socket = m_tcp.socket();
   Error ignored;
   Call& call = m_exchange.call;
-  call.authority = AuthorityOf(socket.local_endpoint(ignored));
-  call.client = AuthorityOf(socket.remote_endpoint(ignored));
+  call.authority = boost::lexical_cast<std::string>(socket.local_endpoint(ignored));
+  call.client = boost::lexical_cast<std::string>(socket.remote_endpoint(ignored));
   call.tls = m_tls.has_value();
   call.clientSubject = m_tls ? ClientSubject(m_tls->native_handle()) : "";
 }

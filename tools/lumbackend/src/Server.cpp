@@ -4,9 +4,9 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <boost/lexical_cast.hpp>
 #include <csignal>
 #include <exception>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -53,10 +53,9 @@ std::string Server::Listen(const std::string& address, std::uint16_t port,
     socket.set_option(Acceptor::reuse_address(true));
     socket.bind(where);
     socket.listen();
-    std::ostringstream name;
-    name << socket.local_endpoint();
+    const auto name = boost::lexical_cast<std::string>(socket.local_endpoint());
     m_listeners.push_back({std::move(socket), std::move(tls)});
-    return name.str();
+    return name;
   } catch (const boost::system::system_error& failure) {
     throw std::runtime_error("cannot listen on " + address + " port " + std::to_string(port) +
                              ": " + failure.code().message());
