@@ -133,8 +133,7 @@ function quote(text) {
 
 const urlOf = x => quote(location.origin + target(x));
 const fileOf = x => quote("./" + (x.object.split("/").pop() || "file"));
-const nameIs = (field, name) => field.name.toLowerCase() === name;
-const header = (x, name) => x.head.find(field => nameIs(field, name))?.value ?? "";
+const header = (x, name) => x.head.find(field => field.name.toLowerCase() === name)?.value ?? "";
 
 // Options for the header lines that the tool does not write itself. Secrets become variables; `empty`
 // is what the tool wants behind the name of a line without a value.
