@@ -155,13 +155,9 @@ TEST_F(BackendTest, SendsFilesAndObjectsAndNothingElse) {
     EXPECT_EQ(::mkfifo(m_temp.Path(directory + "/pipe").c_str(), 0600), 0);
     m_temp.MakeDir(directory + "/sub");
     m_temp.Write(directory + "/sub/a.txt", "text");
-    // What somebody has uploaded is not for a browser to run.
-    m_temp.Write(directory + "/page.html", "<html>");
     const Reply reply = Ask("GET", start + "/sub/a.txt");
-    EXPECT_EQ(reply.contentType, "text/plain; charset=utf-8");
     EXPECT_EQ(reply.length, 4u);
     EXPECT_EQ(Streamed(reply), "text");
-    EXPECT_EQ(Ask("GET", start + "/page.html").contentType, "application/octet-stream");
     const std::string longName(256, 'a');
     const std::tuple<std::string, int, const char*> kRefused[] = {
         {"/../secret", 400, kOdd},
@@ -197,6 +193,22 @@ TEST_F(BackendTest, SendsFilesAndObjectsAndNothingElse) {
   m_temp.Write("objects/.upload-1", "half");
   for (const char* target : {"/objects/.upload-1", "/../secret", "/reports.jsonl"}) {
     EXPECT_EQ(Ask("GET", target).status, 404) << target;
+  }
+}
+
+TEST_F(BackendTest, TheNameOfAFileSaysItsType) {
+  const std::pair<const char*, const char*> kTypes[] = {
+      {"/objects/a.txt", "text/plain; charset=utf-8"},
+      {"/objects/a.json", "application/json"},
+      {"/objects/a.zip", "application/zip"},
+      {"/objects/a.gz", "application/gzip"},
+      {"/objects/a.mp4", "video/mp4"},
+      // What somebody has uploaded is not for a browser to run.
+      {"/objects/a.html", "application/octet-stream"},
+      {"/objects/a", "application/octet-stream"}};
+  for (const auto& [target, type] : kTypes) {
+    Ask("PUT", target, "content");
+    EXPECT_EQ(Ask("GET", target).contentType, type);
   }
 }
 
