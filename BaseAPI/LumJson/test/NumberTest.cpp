@@ -97,35 +97,12 @@ TEST(NumberTest, DoublesOfRandomBitsSurvive) {
 }
 
 TEST(NumberTest, DoublesAtEdgesSurvive) {
-  std::vector<double> numbers = {0.0,
-                                 -0.0,
-                                 1.0,
-                                 -1.0,
-                                 0.1,
-                                 1e-3,
-                                 9.99999e-4,
-                                 1e9,
-                                 999999999.0,
-                                 999999999.999999,
-                                 std::numeric_limits<double>::min(),
-                                 std::numeric_limits<double>::max(),
-                                 std::numeric_limits<double>::lowest(),
-                                 std::numeric_limits<double>::denorm_min(),
-                                 -std::numeric_limits<double>::denorm_min(),
-                                 std::numeric_limits<double>::epsilon(),
-                                 9007199254740991.0,
-                                 9007199254740992.0,
-                                 9007199254740994.0,
+  using Limits = std::numeric_limits<double>;
+  // Beside the powers of two and of ten, and their neighbours.
+  std::vector<double> numbers = {0.0, -0.0, -1.0, 9.99999e-4, 999999999.0, 999999999.999999,
                                  4503599627370496.5,
-                                 0x1p63,
-                                 0x1p64,
-                                 1e15,
-                                 1e16,
-                                 1e17,
-                                 1e21,
-                                 1e22,
-                                 1e23,
-                                 5e-324};
+                                 // The largest and the smallest.
+                                 Limits::max(), Limits::lowest(), -Limits::denorm_min()};
   for (int exponent = -1074; exponent <= 1023; ++exponent) {
     const double power = std::ldexp(1.0, exponent);
     numbers.insert(numbers.end(), {power, std::nextafter(power, 0), std::nextafter(power, 1e308)});

@@ -15,13 +15,7 @@ namespace {
 
 class Warnings : public testing::Test {
  protected:
-  std::string File(const std::string& name, const std::string& content, mode_t mode = 0600) {
-    const std::string path = m_directory.Write(name, content);
-    chmod(path.c_str(), mode);
-    return path;
-  }
-
-  TempDir m_directory;
+  SecretDir m_directory;
   RefusedPort m_port;
 };
 
@@ -41,23 +35,24 @@ TEST_F(Warnings, SayHowToVerifyWhereThatIsPossible) {
   const std::string url = m_port.Url("https");
   EXPECT_THAT(Lumcurl({"get", url}).err, HasSubstr("; --ssl with --cacert"));
   EXPECT_THAT(Lumcurl({"service-get", url}).err, Not(HasSubstr("--ssl")));
-  const std::string file = File("pem", "");
+  const std::string file = m_directory.Secret("pem", "");
   EXPECT_THAT(Lumcurl({"get", "--ssl", "--cacert", file, "--cert", file, "--key", file, url}).err,
               Not(HasSubstr("not verified")));
 }
 
 TEST_F(Warnings, TellOfEveryFileWithASecretThatOthersCanRead) {
-  const std::string open = File("open", "{}", 0640);
+  const std::string open = m_directory.Write("open", "{}");
+  chmod(open.c_str(), 0640);
   const std::string url = m_port.Url();
   const std::string tls = m_port.Url("https");
   for (const Words& words :
        {Words{"post", "--data-file", open, url}, Words{"token", "--data-file", open, url},
         Words{"report", "--data-file", open, url}, Words{"service-post", "--data-file", open, url},
         Words{"log-address", "--access-id", "a", "--file-name", "f", "--token-file", open, url},
-        Words{"upload-log", "--sign-key-file", open, url, File("f", "x")},
-        Words{"service-get", "--cert", File("pem", ""), "--key", open, tls},
-        Words{"service-get", "--cert", File("pem", ""), "--key", File("key", ""), "--pass-file",
-              open, tls}}) {
+        Words{"upload-log", "--sign-key-file", open, url, m_directory.Secret("f", "x")},
+        Words{"service-get", "--cert", m_directory.Secret("pem", ""), "--key", open, tls},
+        Words{"service-get", "--cert", m_directory.Secret("pem", ""), "--key",
+              m_directory.Secret("key", ""), "--pass-file", open, tls}}) {
     EXPECT_THAT(Lumcurl(words).err,
                 AllOf(WarnsOnceOf("other users can read "), HasSubstr("chmod 600 " + open + "\n")))
         << words[0];
@@ -69,7 +64,7 @@ TEST_F(Warnings, TellOfSecretsInAUrl) {
   for (const std::string& url : {"http://u:p4ssword@" + port, "http://" + port + "?token=t0ken"}) {
     for (const Words& words : {Words{"get", url}, Words{"service-get", url},
                                Words{"download", url, m_directory.Path("new")},
-                               Words{"upload-log", url, File("f", "x")}}) {
+                               Words{"upload-log", url, m_directory.Secret("f", "x")}}) {
       EXPECT_THAT(Lumcurl(words).err,
                   AllOf(WarnsOnceOf("every user of this machine can read the secrets"),
                         Not(HasSubstr("p4ssword")), Not(HasSubstr("t0ken"))));
