@@ -132,6 +132,15 @@ unsigned FileMode(const std::string& path) {
   return Status(path).st_mode & 07777u;
 }
 
+std::vector<std::string> LinesOf(const std::string& text, char end) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line, end);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
 std::vector<std::string> FilesBelow(const std::string& directory) {
   std::vector<std::string> files;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {

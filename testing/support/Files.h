@@ -1,4 +1,4 @@
-// Temporary directories and whole files.
+// Temporary directories, whole files, and the lines of a text.
 
 #ifndef LUM_TESTING_SUPPORT_FILES_H
 #define LUM_TESTING_SUPPORT_FILES_H
@@ -54,6 +54,9 @@ bool Exists(const std::string& path);
 // The size in bytes, and the permission bits. They throw std::runtime_error naming the file.
 std::uint64_t FileSize(const std::string& path);
 unsigned FileMode(const std::string& path);
+
+// The lines of a text, or what ends in another character, without their ends.
+std::vector<std::string> LinesOf(const std::string& text, char end = '\n');
 
 // Everything below a directory, relative to it, hidden files included, sorted.
 std::vector<std::string> FilesBelow(const std::string& directory);

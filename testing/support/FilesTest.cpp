@@ -56,6 +56,14 @@ TEST(Files, WriteReadAppend) {
   EXPECT_FALSE(Exists(directory.Path("none")));
 }
 
+TEST(Files, TextsAreTakenApartAtTheirLinesEnds) {
+  using Lines = std::vector<std::string>;
+  EXPECT_EQ(LinesOf("a\n\nb c\n"), (Lines{"a", "", "b c"}));
+  EXPECT_EQ(LinesOf("a\nb"), (Lines{"a", "b"}));
+  EXPECT_EQ(LinesOf(std::string("a\n\0b\0", 5), '\0'), (Lines{"a\n", "b"}));
+  EXPECT_EQ(LinesOf(""), Lines());
+}
+
 TEST(Files, SparseFilesTakeNoRoom) {
   const TempDir directory;
   const std::string path = directory.Path("sparse");

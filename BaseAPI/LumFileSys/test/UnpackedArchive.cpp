@@ -11,20 +11,6 @@
 
 namespace lumtest {
 
-namespace {
-
-std::vector<std::string> Split(const std::string& text, char separator) {
-  std::vector<std::string> parts;
-  for (std::size_t start = 0; start < text.size();) {
-    const std::size_t end = std::min(text.find(separator, start), text.size());
-    parts.push_back(text.substr(start, end - start));
-    start = end + 1;
-  }
-  return parts;
-}
-
-}  // namespace
-
 bool Inflate(std::string_view packed, const std::function<void(std::string_view)>& take) {
   std::string piece(1 << 18, '\0');
   z_stream stream = {};
@@ -51,7 +37,7 @@ UnpackedArchive::UnpackedArchive(const std::string& archive,
 
   const ProcessResult list = RunCommand({"tar", "--quoting-style=literal", "-tzf", archive});
   EXPECT_TRUE(list.Succeeded() && list.err.empty()) << list.Describe();
-  m_names = Split(list.out, '\n');
+  m_names = LinesOf(list.out);
 
   std::vector<std::string> command = {"tar", "-xpzf", archive, "-C", m_directory.Path()};
   command.insert(command.begin() + 1, tarOptions.begin(), tarOptions.end());
@@ -63,7 +49,7 @@ std::string Listing(const std::string& path) {
   const ProcessResult found = RunCommand({"find", path, "-type", "d", "-printf", "%P|%y|%m|%Ts\\0",
                                           "-o", "-printf", "%P|%y|%m|%Ts|%l|%s\\0"});
   EXPECT_TRUE(found.Succeeded()) << found.Describe();
-  std::vector<std::string> lines = Split(found.out, '\0');
+  std::vector<std::string> lines = LinesOf(found.out, '\0');
   std::sort(lines.begin(), lines.end());
   std::string listing;
   for (const std::string& line : lines) {

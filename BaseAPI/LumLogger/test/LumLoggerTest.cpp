@@ -25,7 +25,6 @@
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -33,6 +32,7 @@
 
 #include "support/Alloc.h"
 #include "support/CaptureFd.h"
+#include "support/Files.h"
 #include "support/Process.h"
 #include "support/Threads.h"
 
@@ -77,16 +77,8 @@ int sigtimedwait(const sigset_t* signals, siginfo_t* info, const timespec* time)
 namespace {
 
 using lumtest::CaptureStderr;
+using lumtest::LinesOf;
 using ::testing::ElementsAre;
-
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) {
-    lines.push_back(line);
-  }
-  return lines;
-}
 
 // Standard error leads to `fd`, which is closed, while this lives.
 class Redirect {
@@ -302,7 +294,7 @@ TEST_F(LumLoggerTest, LevelDropsWhatIsLessSevere) {
     for (int record = LumLogger::kError; record <= LumLogger::kInfo; ++record) {
       m_logger.Log("f", record, "F", " ", "", record, "m");
     }
-    EXPECT_EQ(Lines(capture.Text()).size(), static_cast<std::size_t>(level));
+    EXPECT_EQ(LinesOf(capture.Text()).size(), static_cast<std::size_t>(level));
   }
 }
 
@@ -449,7 +441,7 @@ TEST_F(LumLoggerTest, LinesOfManyThreadsStayWhole) {
     }
   });
   std::vector<int> seen(kThreads);
-  for (const std::string& line : Lines(capture.Text())) {
+  for (const std::string& line : LinesOf(capture.Text())) {
     const int id = line.back() - 'a';
     ASSERT_TRUE(id >= 0 && id < kThreads) << line;
     ASSERT_EQ(line, "file:7 Function info " +
@@ -529,7 +521,7 @@ TEST_F(LumLoggerTest, ChildOfForkCanLogWhateverOtherThreadsDid) {
     thread.join();
   }
   EXPECT_EQ(good, kForks);
-  const std::vector<std::string> lines = Lines(capture.Text());
+  const std::vector<std::string> lines = LinesOf(capture.Text());
   EXPECT_EQ(std::count(lines.begin(), lines.end(), "file:7 Function info child"), kForks);
 }
 

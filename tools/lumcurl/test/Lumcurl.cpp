@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <regex>
-#include <sstream>
 #include <stdexcept>
 
 namespace lumtest {
@@ -144,15 +143,6 @@ std::string ShellWords(const Words& argv) {
     text += (text.empty() ? "'" : " '") + word + "'";  // no word of these tests holds a quote
   }
   return text;
-}
-
-Words LinesOf(const std::string& text) {
-  Words lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) {
-    lines.push_back(line);
-  }
-  return lines;
 }
 
 Words MembersOf(const std::string& archive) {

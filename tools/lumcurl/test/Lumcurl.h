@@ -106,9 +106,6 @@ WireReply NoTls();
 // "'a' 'b'" for a shell.
 std::string ShellWords(const Words& argv);
 
-// The lines of a text, without their ends.
-Words LinesOf(const std::string& text);
-
 // The names that GNU tar finds in an archive.
 Words MembersOf(const std::string& archive);
 
