@@ -42,6 +42,14 @@ int LivePage::Number(const std::string& expression) {
   return static_cast<int>(Run("return " + expression + ";").AsInt64(-1));
 }
 
+std::vector<std::string> LivePage::Strings(const LumJson::Value& list) {
+  std::vector<std::string> strings;
+  for (const LumJson::Value& item : list.Elements()) {
+    strings.push_back(item.AsString());
+  }
+  return strings;
+}
+
 bool LivePage::AwaitRange(const std::string& end) {
   return Await("document.getElementById('range').textContent.endsWith('" + end + "')");
 }
@@ -66,18 +74,13 @@ void LivePage::Type(const std::string& selector, const std::string& text) {
 }
 
 std::vector<std::string> LivePage::Rows() {
-  const LumJson::Value rows = Run(R"(
+  return Strings(Run(R"(
     return [...document.querySelectorAll('#window .row')].map(row => {
       const text = name => row.querySelector('.' + name).innerText;
       const about = [...row.querySelector('.about').children].map(part => ' | ' + part.innerText);
       return ['status', 'method', 'path', 'in'].map(text).join(' ') + ' | ' + text('device') +
           about.join('');
-    });)");
-  std::vector<std::string> texts;
-  for (const LumJson::Value& row : rows.Elements()) {
-    texts.push_back(row.AsString());
-  }
-  return texts;
+    });)"));
 }
 
 void LivePage::Picture(const std::string& name) {

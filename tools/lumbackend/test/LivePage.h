@@ -29,6 +29,7 @@ class LivePage : public testing::Test {
   static bool Await(const std::string& expression) { return s_browser->Await(expression); }
   static LumJson::Value Run(const std::string& script) { return s_browser->Run(script); }
   static int Number(const std::string& expression);
+  static std::vector<std::string> Strings(const LumJson::Value& list);
 
   // Waits until the line above the list ends so, as in "of 801".
   static bool AwaitRange(const std::string& end);

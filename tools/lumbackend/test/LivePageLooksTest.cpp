@@ -46,16 +46,11 @@ class Looks : public LivePage {
   // What axe-core finds wrong, a line each.
   static std::vector<std::string> Violations() {
     static const std::string axe = ReadFile(LUM_AXE);
-    const LumJson::Value found = s_browser->RunAsync(axe + R"(;
+    return Strings(s_browser->RunAsync(axe + R"(;
       const done = arguments[0];
       axe.run(document, {resultTypes: ['violations']}).then(result => done(
           result.violations.flatMap(({id, nodes}) => nodes.map(node => id + ': ' + node.html))),
-          failure => done([String(failure)]));)");
-    std::vector<std::string> lines;
-    for (const LumJson::Value& line : found.Elements()) {
-      lines.push_back(line.AsString());
-    }
-    return lines;
+          failure => done([String(failure)]));)"));
   }
 
   // Looks at what is shown now in both schemes and three widths: nothing is wider than the window,
