@@ -58,9 +58,7 @@ TEST(Patience, GivesAHeadTenSecondsAndABodyThirtyForEach30KiB) {
 }
 
 TEST_F(ServerTest, AHeadThatDoesNotEndIsGivenUp) {
-  Patience patience;
-  patience.head = std::chrono::milliseconds(200);
-  Start(patience);
+  Start({.head = std::chrono::milliseconds(200)});
   WireClient client("127.0.0.1", m_port);
   client.Send("GET / HTTP/1.1\r\nA: ");
   EXPECT_EQ(client.ReadAll(), "");
@@ -68,10 +66,8 @@ TEST_F(ServerTest, AHeadThatDoesNotEndIsGivenUp) {
 }
 
 TEST_F(ServerTest, ABodyThatIsTooSlowIsGivenUp) {
-  Patience patience;
-  patience.body = std::chrono::milliseconds(200);
-  patience.bodyBytes = std::uint64_t{1} << 50;  // nobody is as fast as that
-  Start(patience);
+  // Nobody is as fast as that.
+  Start({.body = std::chrono::milliseconds(200), .bodyBytes = std::uint64_t{1} << 50});
   WireClient still("127.0.0.1", m_port);
   still.Send("PUT /objects/still HTTP/1.1\r\nContent-Length: 10\r\n\r\nx");
   EXPECT_EQ(still.ReadAll(), "");
@@ -84,9 +80,7 @@ TEST_F(ServerTest, ABodyThatIsTooSlowIsGivenUp) {
 }
 
 TEST_F(ServerTest, ABodyThatIsFastEnoughIsTaken) {
-  Patience patience;
-  patience.bodyBytes = 1;
-  Start(patience);
+  Start({.bodyBytes = 1});
   WireClient client("127.0.0.1", m_port);
   client.Send("PUT /objects/a HTTP/1.1\r\nContent-Length: 3\r\n\r\na");
   client.Send("bc");
@@ -94,9 +88,7 @@ TEST_F(ServerTest, ABodyThatIsFastEnoughIsTaken) {
 }
 
 TEST_F(ServerTest, AnIdleConnectionIsGivenUp) {
-  Patience patience;
-  patience.idle = std::chrono::milliseconds(200);
-  Start(patience);
+  Start({.idle = std::chrono::milliseconds(200)});
   WireClient client("127.0.0.1", m_port);
   client.Send("GET /echo HTTP/1.1\r\n\r\n");
   client.ReadUntil("\r\n\r\n");
