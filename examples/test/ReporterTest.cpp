@@ -105,12 +105,6 @@ class Reporter : public testing::Test {
     }
   }
 
-  // Reports what is left.
-  void Drain(const std::string& url) {
-    const ProcessResult result = lumtest::RunCommand(Command(url), {}, std::chrono::seconds(120));
-    ASSERT_TRUE(result.Succeeded()) << result.Describe();
-  }
-
   // Every accepted record is at the back end, and what is there under its ID is it.
   void ExpectAllArrived(const Arrived& arrived) {
     for (const auto& [id, content] : m_accepted) {
@@ -118,6 +112,16 @@ class Reporter : public testing::Test {
       ASSERT_NE(found, arrived.content.end()) << id << " was accepted and is lost";
       EXPECT_EQ(found->second, content) << id;
     }
+  }
+
+  // Reports what is left, and expects that all is there.
+  Arrived Drain(const BackendProcess& backend) {
+    const ProcessResult result =
+        lumtest::RunCommand(Command(backend.Url("")), {}, std::chrono::seconds(120));
+    EXPECT_TRUE(result.Succeeded()) << result.Describe();
+    Arrived arrived = ArrivedAt(backend);
+    ExpectAllArrived(arrived);
+    return arrived;
   }
 
   void ExpectSuccessAndAllArrived(SpawnedProcess& reporter, const BackendProcess& backend) {
@@ -157,9 +161,7 @@ TEST_F(Reporter, NothingAcceptedIsLostByKills) {
     ASSERT_TRUE(result.signal == SIGKILL || result.Succeeded()) << result.Describe();
     ASSERT_NO_FATAL_FAILURE(Note(result));
   }
-  ASSERT_NO_FATAL_FAILURE(Drain(backend.Url("")));
-  const Arrived arrived = ArrivedAt(backend);
-  ExpectAllArrived(arrived);
+  const Arrived arrived = Drain(backend);
   int again = 0;
   for (const auto& [id, times] : arrived.times) {
     again += times > 1 ? 1 : 0;
@@ -187,8 +189,7 @@ TEST_F(Reporter, NothingAcceptedIsLostByPowerCuts) {
   }
   EXPECT_GT(cuts, 15);
   EXPECT_FALSE(m_accepted.empty());
-  ASSERT_NO_FATAL_FAILURE(Drain(backend.Url("")));
-  ExpectAllArrived(ArrivedAt(backend));
+  Drain(backend);
 }
 
 TEST_F(Reporter, WhatArrivesAgainHasTheSameId) {
@@ -205,9 +206,7 @@ TEST_F(Reporter, WhatArrivesAgainHasTheSameId) {
   ASSERT_NO_FATAL_FAILURE(Note(reporter->Wait()));
   EXPECT_EQ(m_accepted.size(), 3U);
   backend.Start({"--port", "0"});
-  ASSERT_NO_FATAL_FAILURE(Drain(backend.Url("")));
-  const Arrived arrived = ArrivedAt(backend);
-  ExpectAllArrived(arrived);
+  const Arrived arrived = Drain(backend);
   EXPECT_EQ(arrived.content.size(), 3U);
   for (const auto& [id, times] : arrived.times) {
     EXPECT_EQ(times, 2) << id;
@@ -270,9 +269,7 @@ TEST_F(Reporter, ASignalEndsItInOrderAndTheRestWaits) {
   ASSERT_NO_FATAL_FAILURE(Note(result));
   EXPECT_EQ(m_accepted.size(), 20U);
   backend.Start({"--port", "0"});
-  ASSERT_NO_FATAL_FAILURE(Drain(backend.Url("")));
-  const Arrived arrived = ArrivedAt(backend);
-  ExpectAllArrived(arrived);
+  const Arrived arrived = Drain(backend);
   EXPECT_EQ(arrived.times.size(), 20U);
 }
 
