@@ -180,7 +180,7 @@ class Writer {
  private:
   std::string Write(const std::string& name, mode_t mode,
                     const std::function<int(BIO*)>& print) const {
-    const std::string path = m_directory + "/" + name;
+    std::string path = m_directory + "/" + name;
     const Memory pem(BIO_new(BIO_s_mem()), &BIO_free);
     Require(pem != nullptr && print(pem.get()) == 1, "cannot make " + path);
     char* bytes = nullptr;
