@@ -3,13 +3,13 @@
 #include "support/CaptureFd.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <iostream>
 #include <system_error>
+#include <utility>
 
 namespace lumtest {
 
@@ -26,67 +26,39 @@ void Flush(int descriptor) {
   }
 }
 
-[[noreturn]] void Fail(const char* what) {
-  throw std::system_error(errno, std::generic_category(), what);
-}
-
-// Reads by offset: the place where writing goes on is not touched.
-std::string ReadAll(int file) {
-  std::string text;
-  char piece[16 * 1024];
-  ssize_t got;
-  while ((got = pread(file, piece, sizeof piece, static_cast<off_t>(text.size()))) > 0) {
-    text.append(piece, static_cast<std::size_t>(got));
-  }
-  if (got < 0) {
-    Fail("pread");
-  }
-  return text;
-}
-
 }  // namespace
 
-CaptureFd::CaptureFd(int descriptor) : m_descriptor(descriptor) {
+CaptureFd::CaptureFd(int descriptor)
+    : m_descriptor(descriptor),
+      m_saved(fcntl(descriptor, F_DUPFD_CLOEXEC, 3)),
+      m_file(std::in_place) {
   Flush(m_descriptor);
-  m_saved = fcntl(m_descriptor, F_DUPFD_CLOEXEC, 3);
-  m_file = memfd_create("lumtest-capture", MFD_CLOEXEC);
-  // Appending, as several processes may write at a time.
-  if (m_saved < 0 || m_file < 0 || fcntl(m_file, F_SETFL, O_APPEND) != 0 ||
-      dup2(m_file, m_descriptor) < 0) {
-    const int error = errno;
-    close(m_saved);
-    close(m_file);
-    errno = error;
-    Fail("capture");
+  if (!m_saved || dup2(m_file->Get(), m_descriptor) < 0) {
+    throw std::system_error(errno, std::generic_category(), "capture");
   }
 }
 
 CaptureFd::~CaptureFd() {
-  if (m_saved >= 0) {
+  if (m_saved) {
     Flush(m_descriptor);
-    dup2(m_saved, m_descriptor);
-    close(m_saved);
-    close(m_file);
+    dup2(m_saved.Get(), m_descriptor);
   }
 }
 
 std::string CaptureFd::Text() const {
-  if (m_saved < 0) {
+  if (!m_file) {
     return m_text;
   }
   Flush(m_descriptor);
-  return ReadAll(m_file);
+  return m_file->Text();
 }
 
 std::string CaptureFd::Stop() {
-  if (m_saved >= 0) {
-    m_text = Text();
-    if (dup2(m_saved, m_descriptor) < 0) {
-      Fail("end of capture");
-    }
-    close(m_saved);
-    close(m_file);
-    m_saved = -1;
+  m_text = Text();
+  if (m_saved) {
+    dup2(m_saved.Get(), m_descriptor);
+    m_saved = FileDescriptor();
+    m_file.reset();
   }
   return m_text;
 }

@@ -3,7 +3,10 @@
 #ifndef LUM_TESTING_SUPPORT_CAPTUREFD_H
 #define LUM_TESTING_SUPPORT_CAPTUREFD_H
 
+#include <optional>
 #include <string>
+
+#include "support/Files.h"
 
 namespace lumtest {
 
@@ -28,8 +31,8 @@ class CaptureFd {
 
  private:
   const int m_descriptor;
-  int m_saved;
-  int m_file;
+  FileDescriptor m_saved;
+  std::optional<UnnamedFile> m_file;
   std::string m_text;
 };
 

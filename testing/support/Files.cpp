@@ -3,6 +3,7 @@
 #include "support/Files.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -89,6 +90,18 @@ std::string TempDir::MakeDir(const std::string& name) const {
     Fail("make", Path(name));
   }
   return Path(name);
+}
+
+UnnamedFile::UnnamedFile(const std::string& content)
+    : m_file(memfd_create("lumtest", MFD_CLOEXEC)) {
+  if (fcntl(Get(), F_SETFL, O_APPEND) != 0) {
+    Fail("make", "a file without a name");
+  }
+  WriteFile("/proc/self/fd/" + std::to_string(Get()), content);
+}
+
+std::string UnnamedFile::Text() const {
+  return ReadFile("/proc/self/fd/" + std::to_string(Get()));
 }
 
 std::string ReadFile(const std::string& path) {

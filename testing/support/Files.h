@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "FileDescriptor.h"
+
 namespace lumtest {
 
 // A new directory under $TMPDIR (or /tmp), removed with all that is in it at the end. Its name is
@@ -36,6 +38,21 @@ class TempDir {
  private:
   std::string m_path;
   pid_t m_owner;
+};
+
+// A file without a name, which goes with its object. What is written to its descriptor is added at
+// its end. Throws std::runtime_error.
+class UnnamedFile {
+ public:
+  explicit UnnamedFile(const std::string& content = "");
+
+  int Get() const { return m_file.Get(); }
+
+  // All of its content, wherever reading by its descriptor goes on.
+  std::string Text() const;
+
+ private:
+  FileDescriptor m_file;
 };
 
 // The content of a file. Throws std::runtime_error naming it.

@@ -7,6 +7,8 @@
 #include <functional>
 #include <string>
 
+#include "support/Process.h"
+
 namespace lumtest {
 
 struct NetNamespaceOptions {
@@ -24,16 +26,11 @@ struct NetNamespaceOptions {
   std::chrono::milliseconds timeout{60000};
 };
 
-// How it came out.
-struct NetNamespaceResult {
+// How it came out: `exitStatus` is what the function returned.
+struct NetNamespaceResult : ProcessResult {
   bool allowed =
       false;           // false: this machine allows no network namespaces; the function did not run
   std::string reason;  // why it is not allowed
-  int exitStatus = -1;  // what the function returned; -1 when the child was ended by a signal
-  int signal = 0;
-  bool timedOut = false;
-  std::string out;  // standard output and standard error of the child
-  std::string err;
 
   bool Succeeded() const { return allowed && exitStatus == 0; }
   std::string Describe() const;

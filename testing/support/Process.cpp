@@ -1,10 +1,9 @@
-// Children: fork and exec, pipes, and one reader for the pipes.
+// Starts programs, and copies of this one, with output into files.
 
 #include "support/Process.h"
 
 #include <fcntl.h>
 #include <poll.h>
-#include <regex.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -12,13 +11,14 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <condition_variable>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <mutex>
-#include <optional>
+#include <iostream>
+#include <regex>
+#include <sstream>
 #include <stdexcept>
-#include <thread>
 
 #include "support/Signals.h"
 
@@ -26,20 +26,7 @@ namespace lumtest {
 
 namespace {
 
-// The ends of three pipes that the test keeps, and the child.
-struct Child {
-  pid_t pid = -1;
-  int in = -1;
-  int out = -1;
-  int err = -1;
-};
-
-void CloseIf(int* descriptor) {
-  if (*descriptor >= 0) {
-    close(*descriptor);
-    *descriptor = -1;
-  }
-}
+constexpr std::chrono::milliseconds kForEver{-1};
 
 std::vector<std::string> Environment(const std::vector<std::string>& changes) {
   std::vector<std::string> all;
@@ -67,15 +54,9 @@ std::vector<char*> Pointers(std::vector<std::string>* texts) {
 }
 
 // The child between fork and exec: system calls only, as other threads may have held any lock.
-[[noreturn]] void Become(const int* ends, int report, const char* directory, pid_t parent,
-                         char** argv, char** environment) {
-  bool good = true;
-  for (int i = 0; i < 3; ++i) {
-    good = good && dup2(ends[i], i) == i;
-  }
-  setpgid(0, 0);
-  prctl(PR_SET_PDEATHSIG, SIGTERM);
-  good = good && getppid() == parent;
+// Returns when there is no such program.
+void Become(int input, const char* directory, pid_t parent, char* const* argv,
+            char* const* environment) {
   for (int signal = 1; signal < NSIG; ++signal) {
     static_cast<void>(::signal(signal, SIG_DFL));
   }
@@ -84,123 +65,24 @@ std::vector<char*> Pointers(std::vector<std::string>* texts) {
   sigprocmask(SIG_SETMASK, &none, nullptr);
   constexpr unsigned kCloseOnExec = 1u << 2;
   syscall(SYS_close_range, 3u, ~0u, kCloseOnExec);
-  good = good && (*directory == '\0' || chdir(directory) == 0);
-  if (good) {
+  if (dup2(input, 0) == 0 && getppid() == parent && (*directory == '\0' || chdir(directory) == 0)) {
     execvpe(argv[0], argv, environment);
   }
-  const int error = errno;
-  const ssize_t ignored = write(report, &error, sizeof error);
-  static_cast<void>(ignored);
-  _exit(127);
 }
 
-Child Start(const std::vector<std::string>& argv, const ProcessOptions& options) {
-  if (argv.empty()) {
-    throw std::runtime_error("no program to start");
-  }
-  // Pairs of standard input, output, error, and of the report of a failed exec.
-  int pipes[4][2];
-  for (int i = 0; i < 4; ++i) {
-    if (pipe2(pipes[i], O_CLOEXEC) != 0) {
-      const std::string reason = std::strerror(errno);
-      while (i-- > 0) {
-        close(pipes[i][0]);
-        close(pipes[i][1]);
+// Whether `wanted` is found in a line of `text`; its last one counts as a whole line when it has a
+// line end or `ended`.
+bool FindLine(const std::string& text, bool ended, const std::regex& wanted,
+              std::vector<std::string>* groups) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    std::smatch match;
+    if ((ended || !lines.eof()) && std::regex_search(line, match, wanted)) {
+      if (groups != nullptr) {
+        groups->assign(match.begin(), match.end());
       }
-      throw std::runtime_error("cannot start " + argv[0] + ": " + reason);
+      return true;
     }
-  }
-  std::vector<std::string> arguments = argv;
-  std::vector<std::string> environment = Environment(options.environment);
-  const std::vector<char*> argumentPointers = Pointers(&arguments);
-  const std::vector<char*> environmentPointers = Pointers(&environment);
-  const int ends[] = {pipes[0][0], pipes[1][1], pipes[2][1]};
-  const pid_t parent = getpid();
-
-  Child child;
-  {
-    const AllSignalsBlocked blocked;
-    child.pid = fork();
-    if (child.pid == 0) {
-      Become(ends, pipes[3][1], options.directory.c_str(), parent,
-             const_cast<char**>(argumentPointers.data()),
-             const_cast<char**>(environmentPointers.data()));
-    }
-  }
-  int error = child.pid < 0 ? errno : 0;
-  for (const int end : {ends[0], ends[1], ends[2], pipes[3][1]}) {
-    close(end);
-  }
-  child.in = pipes[0][1];
-  child.out = pipes[1][0];
-  child.err = pipes[2][0];
-  if (child.pid >= 0) {
-    // The end of the report is the exec's success.
-    ssize_t got;
-    do {
-      got = read(pipes[3][0], &error, sizeof error);
-    } while (got < 0 && errno == EINTR);
-    if (got > 0) {
-      waitpid(child.pid, nullptr, 0);
-    }
-  }
-  close(pipes[3][0]);
-  if (error != 0) {
-    close(child.in);
-    close(child.out);
-    close(child.err);
-    throw std::runtime_error("cannot start " + argv[0] + ": " + std::strerror(error));
-  }
-  for (const int end : {child.in, child.out, child.err}) {
-    fcntl(end, F_SETFL, O_NONBLOCK);
-  }
-  return child;
-}
-
-// A compiled POSIX regular expression.
-class Regex {
- public:
-  explicit Regex(const std::string& text) {
-    if (regcomp(&m_compiled, text.c_str(), REG_EXTENDED) != 0) {
-      throw std::runtime_error("not a regular expression: " + text);
-    }
-  }
-  ~Regex() { regfree(&m_compiled); }
-  Regex(const Regex&) = delete;
-  Regex& operator=(const Regex&) = delete;
-
-  // Whether it is found in `line`; `groups`, unless null, gets the match and its groups.
-  bool Search(const std::string& line, std::vector<std::string>* groups) const {
-    std::vector<regmatch_t> matches(m_compiled.re_nsub + 1);
-    if (regexec(&m_compiled, line.c_str(), matches.size(), matches.data(), 0) != 0) {
-      return false;
-    }
-    if (groups != nullptr) {
-      groups->clear();
-      for (const regmatch_t& match : matches) {
-        groups->push_back(match.rm_so < 0
-                              ? ""
-                              : line.substr(static_cast<std::size_t>(match.rm_so),
-                                            static_cast<std::size_t>(match.rm_eo - match.rm_so)));
-      }
-    }
-    return true;
-  }
-
- private:
-  regex_t m_compiled;
-};
-
-// Whether something was read; closes `*descriptor` at its end.
-bool ReadSome(int* descriptor, std::string* text) {
-  char piece[64 * 1024];
-  const ssize_t got = *descriptor < 0 ? -1 : read(*descriptor, piece, sizeof piece);
-  if (got > 0) {
-    text->append(piece, static_cast<std::size_t>(got));
-    return true;
-  }
-  if (got == 0 || (errno != EAGAIN && errno != EINTR)) {
-    CloseIf(descriptor);
   }
   return false;
 }
@@ -214,176 +96,121 @@ std::string ProcessResult::Describe() const {
   return text + "\n--- standard output\n" + out + "\n--- standard error\n" + err + "\n";
 }
 
-// One thread feeds and reads the pipes and reaps the child; everyone else waits for what it tells.
-struct SpawnedProcess::State {
-  Child child;
-  std::string input;
-
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::string out;
-  std::string err;
-  std::optional<int> status;  // of waitpid, once the child has been reaped
-  bool timedOut = false;
-  std::thread reader;
-
-  void Read();
-  void Feed(bool ready, std::size_t* fed);
-  bool Kill(int signal, bool group);
-  bool WaitForEnd(std::chrono::milliseconds deadline);
-  ProcessResult Result();
-};
-
-// Signals the child unless it has been reaped: its number could be somebody else's by then.
-bool SpawnedProcess::State::Kill(int signal, bool group) {
-  const std::lock_guard<std::mutex> lock(mutex);
-  return !status && kill(group ? -child.pid : child.pid, signal) == 0;
-}
-
-void SpawnedProcess::State::Feed(bool ready, std::size_t* fed) {
-  if (ready) {
-    const ssize_t written = write(child.in, input.data() + *fed, input.size() - *fed);
-    *fed += written > 0 ? static_cast<std::size_t>(written) : 0;
-    if (written < 0 && errno != EAGAIN && errno != EINTR) {
-      *fed = input.size();  // the child has closed its end
-    }
+SpawnedProcess::SpawnedProcess(const std::vector<std::string>& argv,
+                               const ProcessOptions& options) {
+  if (argv.empty()) {
+    throw std::runtime_error("no program to start");
   }
-  if (*fed == input.size()) {
-    CloseIf(&child.in);
+  std::vector<std::string> arguments = argv;
+  std::vector<std::string> environment = Environment(options.environment);
+  const std::vector<char*> argumentPointers = Pointers(&arguments);
+  const std::vector<char*> environmentPointers = Pointers(&environment);
+  const UnnamedFile input(options.input);
+  int ends[2] = {-1, -1};
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
+  }
+  const FileDescriptor report(ends[0]);
+  FileDescriptor told(ends[1]);
+  {
+    const AllSignalsBlocked blocked;
+    Fork([&, parent = getpid()] {
+      Become(input.Get(), options.directory.c_str(), parent, argumentPointers.data(),
+             environmentPointers.data());
+      const ssize_t ignored = write(told.Get(), &errno, sizeof errno);
+      static_cast<void>(ignored);
+      _exit(127);
+    });
+  }
+  told = FileDescriptor();
+  int error = 0;
+  // The end of the report is the exec's success.
+  if (read(report.Get(), &error, sizeof error) != 0) {
+    HasEnded(kForEver);
+    throw std::runtime_error("cannot start " + argv[0] + ": " + std::strerror(error));
   }
 }
 
-void SpawnedProcess::State::Read() {
-  // A child that has ended is found by asking: its pipes may be held open by what it left behind.
-  constexpr int kRoundMilliseconds = 10;
-  std::size_t fed = 0;
-  Feed(false, &fed);
-  bool ended = false;
-  int waitStatus = 0;
-  while (true) {
-    pollfd waiting[] = {{child.in, POLLOUT, 0}, {child.out, POLLIN, 0}, {child.err, POLLIN, 0}};
-    poll(waiting, 3, ended ? 0 : kRoundMilliseconds);
-    Feed(waiting[0].revents != 0, &fed);
-    bool got = false;
-    {
-      const std::lock_guard<std::mutex> lock(mutex);
-      got = (waiting[1].revents != 0 && ReadSome(&child.out, &out));
-      got = (waiting[2].revents != 0 && ReadSome(&child.err, &err)) || got;
-      changed.notify_all();
-    }
-    if (ended && !got) {
-      break;
-    }
-    if (!ended) {
-      const std::lock_guard<std::mutex> lock(mutex);
-      // Not reaped yet: Kill() must not meet a number that is free again.
-      siginfo_t info;
-      info.si_pid = 0;
-      ended =
-          waitid(P_PID, static_cast<id_t>(child.pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-          info.si_pid == child.pid;
-    }
+SpawnedProcess::SpawnedProcess(const std::function<int()>& function) {
+  // What is buffered here must not come out twice.
+  std::cout.flush();
+  std::cerr.flush();
+  static_cast<void>(std::fflush(nullptr));
+  // The whole way out, so that leak checkers and coverage counters have their say.
+  Fork([&function] { std::exit(function()); });
+}
+
+void SpawnedProcess::Fork(const std::function<void()>& child) {
+  m_pid = fork();
+  if (m_pid == 0) {
+    dup2(m_out.Get(), 1);
+    dup2(m_err.Get(), 2);
+    setpgid(0, 0);
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    child();
   }
-  const std::lock_guard<std::mutex> lock(mutex);
-  waitpid(child.pid, &waitStatus, 0);
-  status = waitStatus;
-  CloseIf(&child.in);
-  CloseIf(&child.out);
-  CloseIf(&child.err);
-  changed.notify_all();
-}
-
-bool SpawnedProcess::State::WaitForEnd(std::chrono::milliseconds deadline) {
-  std::unique_lock<std::mutex> lock(mutex);
-  return changed.wait_for(lock, deadline, [this] { return status.has_value(); });
-}
-
-// For a process that has ended.
-ProcessResult SpawnedProcess::State::Result() {
-  const std::lock_guard<std::mutex> lock(mutex);
-  ProcessResult result;
-  result.timedOut = timedOut;
-  if (WIFEXITED(*status)) {
-    result.exitStatus = WEXITSTATUS(*status);
-  } else if (WIFSIGNALED(*status)) {
-    result.signal = WTERMSIG(*status);
+  m_end = FileDescriptor(static_cast<int>(syscall(SYS_pidfd_open, m_pid, 0)));
+  if (!m_end) {
+    throw std::runtime_error(std::string("cannot fork: ") + std::strerror(errno));
   }
-  result.out = out;
-  result.err = err;
-  return result;
-}
-
-SpawnedProcess::SpawnedProcess(const std::vector<std::string>& argv, const ProcessOptions& options)
-    : m_state(std::make_unique<State>()) {
-  m_state->input = options.input;
-  m_state->child = Start(argv, options);
-  const AllSignalsBlocked blocked;
-  m_state->reader = std::thread([state = m_state.get()] { state->Read(); });
 }
 
 SpawnedProcess::~SpawnedProcess() {
   Stop();
-  m_state->reader.join();
 }
 
-pid_t SpawnedProcess::Pid() const {
-  return m_state->child.pid;
+bool SpawnedProcess::HasEnded(std::chrono::milliseconds deadline) {
+  pollfd waiting = {m_end.Get(), POLLIN, 0};
+  int status = 0;
+  if (!m_status && poll(&waiting, 1, static_cast<int>(deadline.count())) == 1 &&
+      waitpid(m_pid, &status, 0) == m_pid) {
+    m_status = status;
+  }
+  return m_status.has_value();
 }
 
 bool SpawnedProcess::WaitForLine(const std::string& regex, std::vector<std::string>* groups,
                                  std::chrono::milliseconds deadline) {
-  const Regex wanted(regex);
-  // Whole lines only, but for the last one of a program that has ended.
-  const auto found = [&](const std::string& text) {
-    for (std::size_t start = 0; start < text.size();) {
-      const std::size_t end = text.find('\n', start);
-      if (end == std::string::npos && !m_state->status) {
-        return false;
-      }
-      if (wanted.Search(text.substr(start, end - start), groups)) {
-        return true;
-      }
-      start = end == std::string::npos ? text.size() : end + 1;
+  const std::regex wanted(regex, std::regex::extended);
+  const auto end = std::chrono::steady_clock::now() + deadline;
+  // What is written to a file wakes nobody, so that it is looked at again and again.
+  for (std::chrono::milliseconds round{0};; round = std::chrono::milliseconds(5)) {
+    const bool ended = HasEnded(round);
+    if (FindLine(Out(), ended, wanted, groups) || FindLine(Err(), ended, wanted, groups)) {
+      return true;
     }
-    return false;
-  };
-  bool seen = false;
-  std::unique_lock<std::mutex> lock(m_state->mutex);
-  m_state->changed.wait_for(lock, deadline, [&] {
-    seen = found(m_state->out) || found(m_state->err);
-    return seen || m_state->status;
-  });
-  return seen;
+    if (ended || std::chrono::steady_clock::now() >= end) {
+      return false;
+    }
+  }
 }
 
-std::string SpawnedProcess::Out() const {
-  const std::lock_guard<std::mutex> lock(m_state->mutex);
-  return m_state->out;
-}
-
-std::string SpawnedProcess::Err() const {
-  const std::lock_guard<std::mutex> lock(m_state->mutex);
-  return m_state->err;
-}
-
+// Unless it has been reaped: its number could be somebody else's by then.
 void SpawnedProcess::Signal(int signal) {
-  m_state->Kill(signal, false);
+  if (!HasEnded(std::chrono::milliseconds(0))) {
+    kill(m_pid, signal);
+  }
 }
 
 ProcessResult SpawnedProcess::Wait(std::chrono::milliseconds deadline) {
-  if (!m_state->WaitForEnd(deadline)) {
-    {
-      const std::lock_guard<std::mutex> lock(m_state->mutex);
-      m_state->timedOut = true;
-    }
-    m_state->Kill(SIGKILL, true);
-    m_state->WaitForEnd(std::chrono::hours(1));
+  ProcessResult result;
+  if (!HasEnded(deadline)) {
+    result.timedOut = true;
+    kill(-m_pid, SIGKILL);
+    HasEnded(kForEver);
   }
-  return m_state->Result();
+  if (WIFEXITED(*m_status)) {
+    result.exitStatus = WEXITSTATUS(*m_status);
+  } else {
+    result.signal = WTERMSIG(*m_status);
+  }
+  result.out = Out();
+  result.err = Err();
+  return result;
 }
 
 ProcessResult SpawnedProcess::Stop(std::chrono::milliseconds grace) {
-  m_state->Kill(SIGTERM, false);
+  Signal(SIGTERM);
   return Wait(grace);
 }
 

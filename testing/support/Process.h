@@ -6,9 +6,12 @@
 #include <sys/types.h>
 
 #include <chrono>
-#include <memory>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "support/Files.h"
 
 namespace lumtest {
 
@@ -49,12 +52,16 @@ class SpawnedProcess {
   // Starts `argv` as RunCommand does.
   explicit SpawnedProcess(const std::vector<std::string>& argv, const ProcessOptions& options = {});
 
+  // A copy of this process, which must have no other threads: it exits with what `function`
+  // returns.
+  explicit SpawnedProcess(const std::function<int()>& function);
+
   // Stops it if it still runs.
   ~SpawnedProcess();
   SpawnedProcess(const SpawnedProcess&) = delete;
   SpawnedProcess& operator=(const SpawnedProcess&) = delete;
 
-  pid_t Pid() const;
+  pid_t Pid() const { return m_pid; }
 
   // Waits for a line on standard output or standard error in which `regex` (POSIX, extended) is
   // found; false when the program has ended or `deadline` has passed first. `groups`, unless null,
@@ -64,8 +71,8 @@ class SpawnedProcess {
                    std::chrono::milliseconds deadline = std::chrono::seconds(30));
 
   // --- What it wrote so far. All of it once it has ended.
-  std::string Out() const;
-  std::string Err() const;
+  std::string Out() const { return m_out.Text(); }
+  std::string Err() const { return m_err.Text(); }
 
   // --- Its end.
 
@@ -78,8 +85,15 @@ class SpawnedProcess {
   ProcessResult Stop(std::chrono::milliseconds grace = std::chrono::seconds(10));
 
  private:
-  struct State;
-  std::unique_ptr<State> m_state;
+  void Fork(const std::function<void()>& child);
+  bool HasEnded(std::chrono::milliseconds deadline);
+
+  // Files rather than pipes: nobody has to read on while the test does something else.
+  const UnnamedFile m_out;
+  const UnnamedFile m_err;
+  pid_t m_pid = -1;
+  FileDescriptor m_end;         // can be read once it has ended
+  std::optional<int> m_status;  // of waitpid, once it has been reaped
 };
 
 }  // namespace lumtest

@@ -2,11 +2,8 @@
 
 #include "support/ProcessState.h"
 
-#include <dirent.h>
-
-#include <climits>
+#include <filesystem>
 #include <fstream>
-#include <memory>
 #include <stdexcept>
 
 namespace lumtest {
@@ -43,19 +40,14 @@ bool ResetPeakResident() {
 }
 
 std::vector<std::string> DescribeDescriptors() {
-  const auto close = [](DIR* opened) { closedir(opened); };
-  const std::unique_ptr<DIR, decltype(close)> directory(opendir("/proc/self/fd"), close);
-  if (directory == nullptr) {
-    throw std::runtime_error("cannot read /proc/self/fd");
-  }
+  namespace fs = std::filesystem;
   std::vector<std::string> all;
-  const std::string own = std::to_string(dirfd(directory.get()));
-  while (const dirent* entry = readdir(directory.get())) {
-    const std::string name = entry->d_name;
-    char target[PATH_MAX];
-    const ssize_t size = readlink(("/proc/self/fd/" + name).c_str(), target, sizeof target);
-    if (name != own && size >= 0) {
-      all.push_back(name + " " + std::string(target, static_cast<std::size_t>(size)));
+  for (const fs::directory_entry& entry : fs::directory_iterator("/proc/self/fd")) {
+    std::error_code closed;
+    const fs::path target = fs::read_symlink(entry.path(), closed);
+    // The iterator's own is none of the process's.
+    if (!closed && target != "/proc/" + std::to_string(getpid()) + "/fd") {
+      all.push_back(entry.path().filename().string() + " " + target.string());
     }
   }
   return all;

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <optional>
 
@@ -220,11 +221,13 @@ TEST_F(Download, WritesTheFile) {
 TEST_F(Download, NamesWhatItCannotWriteTo) {
   const std::string fifo = m_directory.Path("fifo");
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const std::string link = m_directory.Path("link");
+  ASSERT_EQ(symlink(fifo.c_str(), link.c_str()), 0);
   const std::pair<std::string, std::string> kCases[] = {
       {"", "the name of the file to write is empty"},
       {"-", "a download goes into a file"},
       {fifo, "'" + fifo + "' is a pipe or a device"},
-      {"/dev/stdout", "'/dev/stdout' is a pipe or a device"},
+      {link, "'" + link + "' is a pipe or a device"},
       {m_directory.Path("none/f"), "its directory '" + m_directory.Path("none") + "'"},
       {"/tmp/" + std::string(5000, 'x'), "File name too long"},
       {"/proc/lumcurl-test",
