@@ -108,7 +108,8 @@ TEST_F(ObjectStore, AcceptsASignedArchive) {
 TEST_F(ObjectStore, RefusesAWrongSignature) {
   service.SetUploadLogAuthorisation(Authorisation("/logs/refused.log", "another secret"));
   EXPECT_EQ(-10000, service.UploadLog(base + "/logs/refused.log", file));
-  EXPECT_TRUE(log.Has(LumLogger::kError, "UploadLog failed, code=403, body="));
+  EXPECT_THAT(log.Messages(LumLogger::kError),
+              testing::Contains("UploadLog failed, code=403, body="));
   EXPECT_THAT(out.Stop(), testing::HasSubstr("SignatureDoesNotMatch"));
   EXPECT_FALSE(Exists(objects->Path("logs/refused.log._S3rver_object")));
 }

@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <memory>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -24,9 +23,6 @@ struct LogRecord {
   std::string message;
 };
 
-// For failure messages: "file:line function [tag] [detail] level message".
-std::ostream& operator<<(std::ostream& out, const LogRecord& record);
-
 // From construction to destruction the process's logger hands its records to this object and
 // nothing reaches standard error; afterwards it writes to standard error again. One capture at a
 // time: a second one takes the records over, and the end of either ends both.
@@ -34,29 +30,17 @@ std::ostream& operator<<(std::ostream& out, const LogRecord& record);
 // Records may come in from any thread, and every member may be called from any thread.
 class LogCapture {
  public:
-  // Catches records up to `level`. The logger has no way to ask for its level, so that it is
-  // LumLogger::kInfo, the one it starts with, once the capture has ended.
-  explicit LogCapture(int level = LumLogger::kInfo);
+  static constexpr int kAnyLevel = 0;
+
+  LogCapture();
   ~LogCapture();
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
 
-  // Everything caught so far, in order.
-  std::vector<LogRecord> Records() const;
+  // The messages caught so far, in order.
+  std::vector<std::string> Messages(int level = kAnyLevel) const;
 
-  // The records of one level.
-  std::vector<LogRecord> Records(int level) const;
-
-  // The messages alone, of all levels or of one.
-  std::vector<std::string> Messages() const;
-  std::vector<std::string> Messages(int level) const;
-
-  std::size_t Count() const;
-  std::size_t Count(int level) const;
-
-  // Whether a record of `level` says exactly `message`, or has `part` somewhere in its message.
-  bool Has(int level, const std::string& message) const;
-  bool HasPart(int level, const std::string& part) const;
+  std::size_t Count(int level = kAnyLevel) const { return Messages(level).size(); }
 
   // The last record; one with empty fields when there is none.
   LogRecord Last() const;
@@ -64,7 +48,7 @@ class LogCapture {
   // Forgets what has been caught.
   void Clear();
 
-  // All records, one a line, for failure messages.
+  // All records, one a line, for failure messages: "file:line function level message".
   std::string Text() const;
 
  private:

@@ -6,6 +6,7 @@
 namespace lumtest {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
@@ -36,7 +37,7 @@ TEST(PinningLiveTest, ReachesAnotherAddressForAMadeUpHost) {
   EXPECT_EQ(server.Connections().at(0).localAddress, "127.0.0.2");
   EXPECT_EQ(server.Request(0).Header("Host"), host);
   EXPECT_EQ(server.Request(1).body, "data");
-  EXPECT_TRUE(log.Has(3, "Set domain=" + host + ":127.0.0.2"));
+  EXPECT_THAT(log.Messages(3), Contains("Set domain=" + host + ":127.0.0.2"));
 }
 
 TEST(PinningLiveTest, ReachesAnIpv6Address) {

@@ -8,6 +8,7 @@
 namespace lumtest {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -73,9 +74,10 @@ TEST_F(RequestLiveTest, GzipReportOnTheWireUnpacksToTheStyledDocument) {
     EXPECT_EQ(Gunzip(request.body), Styled(kDocument));
   }
   EXPECT_EQ(log.Count(3), 4U);
-  EXPECT_TRUE(log.Has(3, "Post to url=" + url +
-                             " success, src Length=" + std::to_string(Styled(kDocument).size()) +
-                             ", gzip length=" + std::to_string(server.Request(0).body.size())));
+  EXPECT_THAT(log.Messages(3),
+              Contains("Post to url=" + url +
+                       " success, src Length=" + std::to_string(Styled(kDocument).size()) +
+                       ", gzip length=" + std::to_string(server.Request(0).body.size())));
 }
 
 TEST_F(RequestLiveTest, LargeGzipReportArrivesWhole) {
@@ -202,7 +204,7 @@ TEST_F(RequestLiveTest, LinesWithoutAValueAreSent) {
   }
   EXPECT_THAT(server.Request(1).HeaderValues("X-ORV-ACCESS-ID"), ElementsAre(""));
   EXPECT_THAT(server.Request(4).HeaderValues("X-First"), ElementsAre(""));
-  EXPECT_TRUE(log.Has(2, "accessId is Empty"));
+  EXPECT_THAT(log.Messages(2), Contains("accessId is Empty"));
 }
 
 // --- Answers ---

@@ -285,7 +285,7 @@ TEST_F(UploadLiveTest, ConnectionClosedInMidUploadRaisesNoSignal) {
   server.Script(WireReply().At(WireStart::kHead).Send(WireContinue()).ReadBytes(100000).Drop());
 
   EXPECT_EQ(client.UploadVideoFile(Url(), file, 30), -10000);
-  EXPECT_EQ(log.Records(1).back().function, "UploadVideoFile");
+  EXPECT_EQ(log.Last().function, "UploadVideoFile");
 }
 
 TEST_F(UploadLiveTest, RefusalBeforeTheBodyIsReadIsItsStatus) {
