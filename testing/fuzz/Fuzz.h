@@ -8,6 +8,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 
 // The entry of every target.
@@ -16,7 +18,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 namespace lumtest {
 
 // Ends the program with a message when `holds` is false, whatever the build.
-void Require(bool holds, const char* what, const char* file, int line);
+inline void Require(bool holds, const char* what, const char* file, int line) {
+  if (!holds) {
+    std::fprintf(stderr, "%s:%d: does not hold: %s\n", file, line, what);
+    std::abort();
+  }
+}
 #define LUM_REQUIRE(condition) ::lumtest::Require((condition), #condition, __FILE__, __LINE__)
 
 // Takes an input apart from its start. Behind its end numbers are 0 and texts are empty.

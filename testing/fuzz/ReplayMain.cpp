@@ -1,35 +1,18 @@
 // Runs a fuzz target over files, and over all files of directories, once each:
 //   TARGET PATH...
 
-#include <algorithm>
 #include <cstdio>
-#include <exception>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "Fuzz.h"
+#include "support/Files.h"
 
 namespace {
 
-std::vector<std::string> FilesAt(const std::string& path) {
-  if (!std::filesystem::is_directory(path)) {
-    return {path};
-  }
-  std::vector<std::string> files;
-  for (const auto& entry : std::filesystem::directory_iterator(path)) {
-    files.push_back(entry.path().string());
-  }
-  std::sort(files.begin(), files.end());
-  return files;
-}
-
 void Replay(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  file.exceptions(std::ios::badbit | std::ios::failbit);
-  const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  const std::string bytes = lumtest::ReadFile(path);
   std::fprintf(stderr, "replay: %s\n", path.c_str());  // before the run: it may end here
   // A copy of its own size, so that sanitizers see reads behind its end.
   const std::vector<std::uint8_t> input(bytes.begin(), bytes.end());
@@ -39,18 +22,20 @@ void Replay(const std::string& path) {
 }  // namespace
 
 int main(int count, char** arguments) {
-  try {
-    std::size_t replayed = 0;
-    for (int i = 1; i < count; ++i) {
-      for (const std::string& path : FilesAt(arguments[i])) {
-        Replay(path);
-        ++replayed;
-      }
+  std::vector<std::string> paths;
+  for (int i = 1; i < count; ++i) {
+    const std::string path = arguments[i];
+    if (!std::filesystem::is_directory(path)) {
+      paths.push_back(path);
+      continue;
     }
-    std::printf("replayed %zu inputs\n", replayed);
-    return replayed == 0 ? 1 : 0;
-  } catch (const std::exception& failure) {
-    std::fprintf(stderr, "replay: %s\n", failure.what());
-    return 1;
+    for (const std::string& name : lumtest::FilesBelow(path)) {
+      paths.push_back(path + "/" + name);
+    }
   }
+  for (const std::string& path : paths) {
+    Replay(path);
+  }
+  std::printf("replayed %zu inputs\n", paths.size());
+  return paths.empty() ? 1 : 0;
 }
