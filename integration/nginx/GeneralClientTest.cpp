@@ -12,6 +12,9 @@
 namespace lumtest {
 namespace {
 
+using ::testing::Contains;
+using ::testing::HasSubstr;
+
 constexpr std::uint64_t kGiB = 1024ULL * 1024 * 1024;
 
 class GeneralClientNginx : public NginxTest {
@@ -20,13 +23,6 @@ class GeneralClientNginx : public NginxTest {
   LumCurlHttp http;
   int status = 7;
 };
-
-TEST_F(GeneralClientNginx, GetsJson) {
-  const LumJson::Value reply = http.Get(nginx->Http("/json"), "", false, status);
-  EXPECT_EQ(200, status);
-  EXPECT_EQ("nginx", reply["server"].AsString());
-  EXPECT_TRUE(nginx->Logged("GET /json application/json|"));
-}
 
 TEST_F(GeneralClientNginx, HandsErrorStatusesAndTheirJsonBack) {
   for (const int code : {400, 401, 403, 404, 409, 418, 500, 502, 503}) {
@@ -41,21 +37,15 @@ TEST_F(GeneralClientNginx, HandsErrorStatusesAndTheirJsonBack) {
 TEST_F(GeneralClientNginx, HtmlIsNoAnswer) {
   EXPECT_TRUE(http.Get(nginx->Http("/html"), "", false, status).IsNull());
   EXPECT_EQ(-1, status);
-  EXPECT_TRUE(log.Has(LumLogger::kError, "json parse(<html><body>no JSON</body></html>) failed"));
+  EXPECT_THAT(log.Messages(LumLogger::kError),
+              Contains("json parse(<html><body>no JSON</body></html>) failed"));
 }
 
 TEST_F(GeneralClientNginx, AConnectionCutWithoutAnAnswerIsAFailedTransfer) {
   EXPECT_TRUE(http.Get(nginx->Http("/cut"), "", false, status).IsNull());
   EXPECT_EQ(-1, status);
-  EXPECT_TRUE(log.HasPart(LumLogger::kError, "ret: 52, code: 0"));  // CURLE_GOT_NOTHING
-}
-
-TEST_F(GeneralClientNginx, PostsTheBodyByteForByte) {
-  const std::string body = "{\"text\": \"\xc3\xa4\\u0000\", \"n\": 18446744073709551615}";
-  const LumJson::Value reply = http.Post(nginx->Http("/sink"), body, false, status);
-  EXPECT_EQ(200, status);
-  EXPECT_EQ("from nginx", reply["token"].AsString());
-  EXPECT_EQ(body, nginx->LastBody());
+  EXPECT_THAT(log.Messages(LumLogger::kError),
+              Contains(HasSubstr("ret: 52, code: 0")));  // CURLE_GOT_NOTHING
 }
 
 TEST_F(GeneralClientNginx, ShowsItsCertificateOncePerSslInfo) {
@@ -77,20 +67,8 @@ TEST_F(GeneralClientNginx, IsTurnedAwayWithoutACertificate) {
   const LumJson::Value reply = http.Get(nginx->Https("/json"), "", false, status);
   EXPECT_TRUE(reply.IsNull());
   EXPECT_EQ(-1, status);  // nginx answers 400 with a page that is no JSON
-  EXPECT_TRUE(log.HasPart(LumLogger::kError, "No required SSL certificate was sent"));
-}
-
-TEST_F(GeneralClientNginx, DownloadsOverHttpAndHttps) {
-  TempDir directory;
-  std::string content;
-  for (int i = 0; i < 100000; ++i) {
-    content += static_cast<char>(i * 131 >> 3);
-  }
-  WriteFile(nginx->Root() + "/files/small", content);
-  EXPECT_EQ(0, http.DownloadFile(nginx->Http("/files/small"), directory.Path("plain")));
-  EXPECT_EQ(content, ReadFile(directory.Path("plain")));
-  EXPECT_EQ(0, http.DownloadFile(nginx->OpenHttps("/files/small"), directory.Path("tls")));
-  EXPECT_EQ(content, ReadFile(directory.Path("tls")));
+  EXPECT_THAT(log.Messages(LumLogger::kError),
+              Contains(HasSubstr("No required SSL certificate was sent")));
 }
 
 TEST_F(GeneralClientNginx, DownloadOfaGigabyteKeepsMemoryFlat) {

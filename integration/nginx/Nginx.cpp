@@ -2,10 +2,8 @@
 
 #include "Nginx.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <stdexcept>
 #include <vector>
 
@@ -176,19 +174,9 @@ bool Nginx::Logged(const std::string& request) {
 }
 
 std::string Nginx::LastBody() const {
-  std::vector<std::string> names;
-  DIR* directory = opendir(m_directory.Path("bodies").c_str());
-  while (const dirent* entry = readdir(directory)) {
-    if (entry->d_name[0] != '.') {
-      names.emplace_back(entry->d_name);
-    }
-  }
-  closedir(directory);
-  if (names.empty()) {
-    throw std::runtime_error("nginx kept no body");
-  }
   // nginx numbers the files it keeps.
-  return ReadFile(m_directory.Path("bodies/" + *std::max_element(names.begin(), names.end())));
+  const std::vector<std::string> kept = FilesBelow(m_directory.Path("bodies"));
+  return ReadFile(m_directory.Path("bodies/" + kept.at(kept.size() - 1)));
 }
 
 }  // namespace lumtest
