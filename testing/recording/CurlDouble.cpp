@@ -194,7 +194,7 @@ extern "C" {
 CURLcode curl_global_init(long flags) {
   const InDouble exempt;
   Recorder::Get().Add("curl_global_init " + std::to_string(flags));
-  return Recorder::Get().m_globalInit;
+  return Recorder::Get().globalInit;
 }
 
 void curl_global_cleanup() {
@@ -209,7 +209,7 @@ CURL* curl_easy_init() {
   const InDouble exempt;
   Recorder& recorder = Recorder::Get();
   recorder.Add("curl_easy_init");
-  if (recorder.m_failInit) {
+  if (recorder.failInit) {
     return nullptr;
   }
   const auto handle = std::make_shared<Handle>();

@@ -202,7 +202,7 @@ int __wrap_memcpy_s(void* destination, std::size_t capacity, const void* source,
   const InDouble exempt;
   Recorder::Get().Add("memcpy_s " + std::to_string(capacity) + " " + std::to_string(count));
   const int result = __real_memcpy_s(destination, capacity, source, count);
-  return result == 0 ? Recorder::Get().m_memcpyResult : result;
+  return result == 0 ? Recorder::Get().memcpyResult : result;
 }
 
 FILE* __real_fopen(const char* path, const char* mode);
@@ -210,7 +210,7 @@ FILE* __wrap_fopen(const char* path, const char* mode) {
   const InDouble exempt;
   Recorder& recorder = Recorder::Get();
   recorder.Add(std::string("fopen ") + path + " " + mode);
-  FILE* file = recorder.m_failFopen ? nullptr : __real_fopen(path, mode);
+  FILE* file = recorder.failFopen ? nullptr : __real_fopen(path, mode);
   if (file != nullptr) {
     ++recorder.m_liveFiles;
   }
@@ -233,7 +233,7 @@ int __wrap_fflush(FILE* file) {
   }
   Recorder::Get().Add("fflush");
   const int result = __real_fflush(file);
-  return Recorder::Get().m_failFflush ? EOF : result;
+  return Recorder::Get().failFflush ? EOF : result;
 }
 
 int __real_fseek(FILE* file, long offset, int whence);
@@ -241,7 +241,7 @@ int __wrap_fseek(FILE* file, long offset, int whence) {
   const InDouble exempt;
   Recorder::Get().Add("fseek " + std::to_string(offset) +
                       (whence == SEEK_END ? " from the end" : " from the start"));
-  return Recorder::Get().m_failSeek ? -1 : __real_fseek(file, offset, whence);
+  return Recorder::Get().failSeek ? -1 : __real_fseek(file, offset, whence);
 }
 
 long __real_ftell(FILE* file);

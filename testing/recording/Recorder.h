@@ -95,39 +95,14 @@ class InProduct {
   const int m_depth;
 };
 
-class Recorder {
- public:
-  static Recorder& Get();
-
-  // Forgets events, scripts and failures, frees the handles and lists that nobody has released;
-  // live handles, lists and files start at nothing.
-  void Reset();
-
-  std::vector<std::string> Events() const;
-  // The events that start with none of `prefixes`, for a test that looks at the others.
-  std::vector<std::string> EventsWithout(const std::vector<std::string>& prefixes) const;
-  std::vector<LogLine> Logs() const;
-  std::vector<Transfer> Transfers() const;
-
-  // Balance: made and not yet released.
-  int LiveHandles() const;
-  int LiveLists() const;
-  int LiveFiles() const { return m_liveFiles; }
-
-  // Frees the lists that are still live, for a test whose subject keeps one on purpose. No event.
-  void FreeLists();
-
-  // Scripts, each for the calls to come. Performs without a script succeed with 200 and no body.
-  void NextPerform(Script script);
-  void FailInit() { m_failInit = true; }              // every curl_easy_init answers null
-  void FailAppend(int nth) { m_failAppend = nth; }    // the nth curl_slist_append from now
-  void FailOption(CURLoption option, CURLcode code);  // every setopt of it, which sets nothing
-  void SetGlobalInitResult(CURLcode code) { m_globalInit = code; }
-  void FailFopen() { m_failFopen = true; }
-  void FailFflush() { m_failFflush = true; }
-  void FailSeek() { m_failSeek = true; }
-  void FailMalloc(std::size_t size) { m_failMalloc = size; }     // a malloc of exactly this size
-  void SetMemcpyResult(int result) { m_memcpyResult = result; }  // after a copy that worked
+// What the doubles do; a test sets what it wants otherwise.
+struct Answers {
+  CURLcode globalInit = CURLE_OK;
+  bool failInit = false;  // every curl_easy_init answers null
+  bool failFopen = false;
+  bool failFflush = false;
+  bool failSeek = false;
+  int memcpyResult = 0;  // after a copy that worked
 
   // Answers of the platform libraries.
   bool realPath = true;
@@ -147,10 +122,40 @@ class Recorder {
   // Called by curl_global_cleanup.
   std::function<void()> onGlobalCleanup;
 
-  // Records the locks of one mutex; with `fails`, locking it answers EINVAL.
-  void WatchMutex(std::mutex* mutex, bool fails = false);
   // Called when a thread is about to lock the watched mutex.
   std::function<void()> onLock;
+};
+
+class Recorder : public Answers {
+ public:
+  static Recorder& Get();
+
+  // Forgets events, scripts and answers, frees the handles and lists that nobody has released;
+  // live handles, lists and files start at nothing.
+  void Reset();
+
+  std::vector<std::string> Events() const;
+  // The events that start with none of `prefixes`, for a test that looks at the others.
+  std::vector<std::string> EventsWithout(const std::vector<std::string>& prefixes) const;
+  std::vector<LogLine> Logs() const;
+  std::vector<Transfer> Transfers() const;
+
+  // Balance: made and not yet released.
+  int LiveHandles() const;
+  int LiveLists() const;
+  int LiveFiles() const { return m_liveFiles; }
+
+  // Frees the lists that are still live, for a test whose subject keeps one on purpose. No event.
+  void FreeLists();
+
+  // Scripts, each for the calls to come. Performs without a script succeed with 200 and no body.
+  void NextPerform(Script script);
+  void FailAppend(int nth) { m_state.failAppend = nth; }  // the nth curl_slist_append from now
+  void FailOption(CURLoption option, CURLcode code);      // every setopt of it, which sets nothing
+  void FailMalloc(std::size_t size) { m_failMalloc = size; }  // a malloc of exactly this size
+
+  // Records the locks of one mutex; with `fails`, locking it answers EINVAL.
+  void WatchMutex(std::mutex* mutex, bool fails = false);
 
   // --- For the doubles ---
   void Add(std::string event);
@@ -164,30 +169,37 @@ class Recorder {
   void RemoveList(curl_slist* list);
   CURLcode OptionResult(CURLoption option) const;
   bool IsWatched(const void* mutex, bool& fails) const;
-  CURLcode m_globalInit = CURLE_OK;
-  bool m_failInit = false;
-  bool m_failFopen = false;
-  bool m_failFflush = false;
-  bool m_failSeek = false;
   // Static: operator new may stand on the malloc that asks for it, the one for this object too.
   inline static std::atomic<std::size_t> m_failMalloc{0};
-  int m_memcpyResult = 0;
   std::atomic<int> m_liveFiles{0};
 
  private:
-  // A spin lock: mutexes are among what is recorded.
-  class Guard;
-  mutable std::atomic_flag m_busy = ATOMIC_FLAG_INIT;
-  std::vector<std::string> m_events;
-  std::vector<LogLine> m_logs;
-  std::vector<Transfer> m_transfers;
-  std::deque<Script> m_scripts;
-  std::map<CURLoption, CURLcode> m_optionResults;
-  std::map<void*, std::shared_ptr<void>> m_handles;
-  std::map<curl_slist*, std::shared_ptr<curl_slist>> m_lists;
-  int m_failAppend = 0;
-  const void* m_mutex = nullptr;
-  bool m_mutexFails = false;
+  // Mutexes are among what is recorded.
+  struct SpinLock {
+    void lock() {
+      while (busy.test_and_set(std::memory_order_acquire)) {
+      }
+    }
+    void unlock() { busy.clear(std::memory_order_release); }
+    std::atomic_flag busy = ATOMIC_FLAG_INIT;
+  };
+  using Guard = std::lock_guard<SpinLock>;
+
+  struct State {
+    std::vector<std::string> events;
+    std::vector<LogLine> logs;
+    std::vector<Transfer> transfers;
+    std::deque<Script> scripts;
+    std::map<CURLoption, CURLcode> optionResults;
+    std::map<void*, std::shared_ptr<void>> handles;
+    std::map<curl_slist*, std::shared_ptr<curl_slist>> lists;
+    int failAppend = 0;
+    const void* mutex = nullptr;
+    bool mutexFails = false;
+  };
+
+  mutable SpinLock m_busy;
+  State m_state;
 };
 
 }  // namespace lumtest

@@ -106,7 +106,7 @@ TEST_F(DownloadTest, GivesThePathAndItsLengthUpToTheFirstZero) {
 }
 
 TEST_F(DownloadTest, FailsWhenTheFileCannotBeOpened) {
-  recorder.FailFopen();
+  recorder.failFopen = true;
   EXPECT_EQ(Download(), -10000);
   ExpectEvents(StartEvents() + Events{"fopen " + path + " wb", "curl_easy_cleanup",
                                       "log 1 DownloadFile: fopen failed"});
@@ -121,7 +121,7 @@ TEST_F(DownloadTest, FailsWhenTheTransferFailsAndKeepsThePartOfTheFile) {
 }
 
 TEST_F(DownloadTest, FailsWhenWhatIsLeftCannotBeWritten) {
-  recorder.FailFflush();
+  recorder.failFflush = true;
   recorder.NextPerform(Answer(200, "content"));
   EXPECT_EQ(Download(), -10000);
   ExpectEvents(StartEvents() + TransferEvents() + Events{"fflush"} + FailureEvents(23));

@@ -90,7 +90,7 @@ TEST_P(HttpRequest, ThatFailsLogsBeforeItReleases) {
 
 TEST_P(HttpRequest, WithoutAHandleLogsWhileItHoldsTheLock) {
   recorder.WatchMutex(&Engine().m_mutex);
-  recorder.FailInit();
+  recorder.failInit = true;
   Call(GetParam());
   ExpectEvents(
       {"lock", "curl_easy_init", Log(1, GetParam().name, Message(" curl init failed")), "unlock"});
@@ -162,7 +162,7 @@ TEST_P(HttpRequest, ThatFailsTellsLibcurlsReasonInPlaceOfWhatHadArrived) {
 }
 
 TEST_P(HttpRequest, WithoutAHandleHasAnEmptyBody) {
-  recorder.FailInit();
+  recorder.failInit = true;
   EXPECT_EQ(CallEngine(GetParam()).body, "");
 }
 

@@ -55,7 +55,7 @@ TEST_F(HttpTest, CurlGlobalInitInitialisesEverythingOnEveryCall) {
 }
 
 TEST_F(HttpTest, CurlGlobalInitHandsLibcurlsResultBack) {
-  recorder.SetGlobalInitResult(CURLE_FAILED_INIT);
+  recorder.globalInit = CURLE_FAILED_INIT;
   EXPECT_EQ(LumCurlHttp::CurlGlobalInit(), 2);
 }
 
@@ -198,7 +198,7 @@ TEST_P(OneShot, ItIsWipedWhenLibcurlRefusesIt) {
 
 TEST_P(OneShot, ItOutlivesARequestWithoutAHandle) {
   SetSsl(client, "secret");
-  recorder.FailInit();
+  recorder.failInit = true;
   Call(GetParam(), kUrl, true);
   ExpectStored("secret");
 }

@@ -110,7 +110,7 @@ TEST_P(EndingsTest, WithoutAPrivatePart) {
 }
 
 TEST_P(EndingsTest, WithoutAHandle) {
-  recorder.FailInit();
+  recorder.failInit = true;
   Lack("handle");
 }
 
@@ -128,7 +128,7 @@ TEST_P(FileEndingsTest, WithoutAPathThatIsTaken) {
 }
 
 TEST_P(FileEndingsTest, WithoutAFileThatCanBeOpened) {
-  recorder.FailFopen();
+  recorder.failFopen = true;
   Lack("file");
 }
 

@@ -216,7 +216,7 @@ TYPED_TEST(PassPhraseTest, ThatIsRefusedLeavesTheStoredOneAndTheCertificateOffer
 }
 
 TYPED_TEST(PassPhraseTest, ANegativeResultOfTheCopyIsAFailure) {
-  this->recorder.SetMemcpyResult(-22);
+  this->recorder.memcpyResult = -22;
   this->Set("secret");
 
   this->ExpectEvents({"memcpy_s 6 6", Log(1, "SetSslInfo", "falied to strcpy_s")});
@@ -225,7 +225,7 @@ TYPED_TEST(PassPhraseTest, ANegativeResultOfTheCopyIsAFailure) {
 }
 
 TYPED_TEST(PassPhraseTest, APositiveResultOfTheCopyCountsAsDone) {
-  this->recorder.SetMemcpyResult(22);
+  this->recorder.memcpyResult = 22;
   this->Set("secret");
 
   this->ExpectLogs({});

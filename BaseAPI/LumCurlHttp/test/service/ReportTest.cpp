@@ -408,7 +408,7 @@ TEST_P(EveryReport, SuccessKeepsTheLastErrorAndAMissingHandleEmptiesIt) {
   EXPECT_EQ(Report(), 0);
   EXPECT_EQ(client.GetLastErrorBody(), "before");
 
-  recorder.FailInit();
+  recorder.failInit = true;
   EXPECT_EQ(Report(), -10000);
   EXPECT_EQ(client.GetLastErrorBody(), "");
 }

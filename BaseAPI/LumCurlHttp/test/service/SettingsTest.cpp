@@ -101,7 +101,7 @@ TEST_F(SettingsTest, GlobalInitRunsOnceForEachObject) {
 }
 
 TEST_F(SettingsTest, GlobalInitDoesNotLookAtItsResult) {
-  recorder.SetGlobalInitResult(CURLE_FAILED_INIT);
+  recorder.globalInit = CURLE_FAILED_INIT;
 
   client.CurlGlobalInit();
   client.CurlGlobalInit();

@@ -133,7 +133,7 @@ TEST_P(EveryTransfer, LogsAFailureThenReplacesTheBodyThenReleasesTheHandle) {
 
 TEST_P(EveryTransfer, WithoutAHandleLogsAndDoesNothingElse) {
   UseEverything();
-  recorder.FailInit();
+  recorder.failInit = true;
 
   const HttpResult result = Run();
 

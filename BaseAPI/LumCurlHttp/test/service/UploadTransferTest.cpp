@@ -121,7 +121,7 @@ TEST_F(UploadTransferTest, FileThatCannotBeOpenedIsLogged) {
 
 // What ftell then tells is not the size.
 TEST_F(UploadTransferTest, FileWhoseEndIsNotFoundIsSentWholeWithoutASize) {
-  recorder.FailSeek();
+  recorder.failSeek = true;
 
   const HttpResult result = Engine().Upload(kUrl, path, kLines, 30);
 
@@ -194,7 +194,7 @@ TEST_F(UploadTransferTest, EarlyReturnsLeaveTheStreamSetAndUnread) {
   FILE* stream = cookie.Open();
   client.SetFp(stream);
 
-  recorder.FailInit();
+  recorder.failInit = true;
   Engine().Upload(kUrl, path, kLines, 30);
   EXPECT_EQ(Engine().uploadFp, stream);
 
