@@ -37,9 +37,10 @@ endif()
 #                          [LIBRARIES target...] [PRIVATE library...] [PACKAGES package...]
 #                          [MODULES module...])
 #
-# One platform library NAME with its public headers from include/ and its tests from test/, offered in the build tree under
-# the name an installed package gives it, NAME::NAME. PACKAGES and MODULES are what LIBRARIES come
-# from, PRIVATE the platform libraries that it stands on: see lum_install_library.
+# One platform library NAME with its public headers from include/ and its tests from test/, offered
+# in the build tree under the name an installed package gives it, NAME::NAME. PACKAGES and MODULES
+# are what LIBRARIES come from, PRIVATE the platform libraries that it stands on: see
+# lum_install_library.
 function(lum_add_platform_library name)
   cmake_parse_arguments(arg "" "DESCRIPTION" "SOURCES;HEADERS;LIBRARIES;PRIVATE;PACKAGES;MODULES"
     ${ARGN})
