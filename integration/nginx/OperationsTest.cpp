@@ -1,5 +1,5 @@
-// Every operation over HTTP/1.1, and over HTTP/2, which libcurl takes when a server offers it in
-// the TLS handshake.
+// Every operation over HTTP/1.1, without TLS and with it, and over HTTP/2, which libcurl takes when
+// a server offers it in the TLS handshake.
 
 #include <HttpResult.h>
 #include <LumApollo.h>
@@ -21,17 +21,27 @@ namespace {
 // More than the 64 KiB that a server lets a client send before it has read any of it.
 constexpr std::size_t kMoreThanAWindow = 300000;
 
-class OperationsNginx : public NginxTest, public testing::WithParamInterface<bool> {
+struct Protocol {
+  const char* name;
+  std::string (Nginx::*url)(const std::string& path) const;
+  const char* logged;
+
+  bool IsHttp2() const { return url == &Nginx::Http2; }
+};
+
+constexpr Protocol kProtocols[] = {{"OverHttp11", &Nginx::Http, "HTTP/1.1|"},
+                                   {"OverHttp11AndTls", &Nginx::OpenHttps, "HTTP/1.1|"},
+                                   {"OverHttp2", &Nginx::Http2, "HTTP/2.0|"}};
+
+class OperationsNginx : public NginxTest, public testing::WithParamInterface<Protocol> {
  protected:
   void TearDown() override { EXPECT_EQ(0u, log.Count(LumLogger::kError)); }
 
-  static std::string Url(const std::string& path) {
-    return GetParam() ? nginx->Http2(path) : nginx->Http(path);
-  }
+  static std::string Url(const std::string& path) { return (nginx.get()->*GetParam().url)(path); }
 
   // Waits for the line of a request that came by this protocol.
   static bool Logged(const std::string& request) {
-    return nginx->Logged(request + (GetParam() ? "HTTP/2.0|" : "HTTP/1.1|"));
+    return nginx->Logged(request + GetParam().logged);
   }
 
   static LumJson::Value Document() {
@@ -48,16 +58,15 @@ class OperationsNginx : public NginxTest, public testing::WithParamInterface<boo
   int status = 7;
 };
 
-INSTANTIATE_TEST_SUITE_P(, OperationsNginx, testing::Bool(), [](const auto& protocol) {
-  return protocol.param ? "OverHttp2" : "OverHttp11";
-});
+INSTANTIATE_TEST_SUITE_P(, OperationsNginx, testing::ValuesIn(kProtocols),
+                         [](const auto& protocol) { return protocol.param.name; });
 
 TEST_P(OperationsNginx, GetsAndPostsWithAClientCertificate) {
   Identify(http);
   EXPECT_EQ("nginx", http.Get(Url("/json"), "", true, status)["server"].AsString());
   EXPECT_EQ(200, status);
   EXPECT_TRUE(Logged("GET /json application/json||||"));
-  EXPECT_TRUE(!GetParam() || nginx->Logged("HTTP/2.0|CN=Lum test client,O=Lum"));
+  EXPECT_TRUE(!GetParam().IsHttp2() || nginx->Logged("HTTP/2.0|CN=Lum test client,O=Lum"));
   Identify(http);
   const std::string body = "{\"text\": \"\xc3\xa4\\u0000\", \"n\": 18446744073709551615}" +
                            std::string(kMoreThanAWindow, ' ');
@@ -157,7 +166,7 @@ TEST_P(OperationsNginx, UploadsArchives) {
 TEST_P(OperationsNginx, ReadsTheConfiguration) {
   std::filesystem::create_directories(nginx->Root() + "/configs/app/default");
   WriteFile(nginx->Root() + "/configs/app/default/application", "{\"appId\":\"app\"}");
-  const std::string host = GetParam() ? nginx->Http2Host() : nginx->OpenHttpsHost();
+  const std::string host = GetParam().IsHttp2() ? nginx->Http2Host() : nginx->OpenHttpsHost();
   LumApolloEnv env{host, "app", "", "application"};
   LumApolloEnv unknown{host, "app", "default", "unknown"};
   LumApollo apollo;
