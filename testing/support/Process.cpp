@@ -3,7 +3,6 @@
 #include "support/Process.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -19,6 +18,7 @@
 #include <regex>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include "support/Signals.h"
 
@@ -149,8 +149,7 @@ void SpawnedProcess::Fork(const std::function<void()>& child) {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     child();
   }
-  m_end = FileDescriptor(static_cast<int>(syscall(SYS_pidfd_open, m_pid, 0)));
-  if (!m_end) {
+  if (m_pid < 0) {
     throw std::runtime_error(std::string("cannot fork: ") + std::strerror(errno));
   }
 }
@@ -159,12 +158,20 @@ SpawnedProcess::~SpawnedProcess() {
   Stop();
 }
 
+// Looks again and again: a descriptor of a process, which could be waited for with a limit, is
+// nothing that valgrind knows.
 bool SpawnedProcess::HasEnded(std::chrono::milliseconds deadline) {
-  pollfd waiting = {m_end.Get(), POLLIN, 0};
-  int status = 0;
-  if (!m_status && poll(&waiting, 1, static_cast<int>(deadline.count())) == 1 &&
-      waitpid(m_pid, &status, 0) == m_pid) {
-    m_status = status;
+  const auto end = std::chrono::steady_clock::now() + deadline;
+  const bool forEver = deadline == kForEver;
+  while (!m_status) {
+    int status = 0;
+    if (waitpid(m_pid, &status, forEver ? 0 : WNOHANG) == m_pid) {
+      m_status = status;
+    } else if (!forEver && std::chrono::steady_clock::now() >= end) {
+      break;
+    } else {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
   }
   return m_status.has_value();
 }

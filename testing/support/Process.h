@@ -92,7 +92,6 @@ class SpawnedProcess {
   const UnnamedFile m_out;
   const UnnamedFile m_err;
   pid_t m_pid = -1;
-  FileDescriptor m_end;         // can be read once it has ended
   std::optional<int> m_status;  // of waitpid, once it has been reaped
 };
 
