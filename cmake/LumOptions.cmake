@@ -18,10 +18,10 @@ if(PROJECT_IS_TOP_LEVEL)
 else()
   set(BUILD_TESTING OFF)  # who embeds this project asks for tests of his own
 endif()
-option(LUM_BUILD_TOOLS "Build lumcurl and lumbackend" OFF)
+option(LUM_BUILD_TOOLS "Build lumcurl and lumbackend" ${BUILD_TESTING})
 if(BUILD_TESTING AND NOT (BUILD_SHARED_LIBS AND LUM_BUILD_TOOLS AND LUM_PLATFORM STREQUAL "bundled"))
-  message(FATAL_ERROR "the tests are of the shared libraries, all of them, and of the tools: configure "
-    "with `cmake --preset`")
+  message(FATAL_ERROR "BUILD_TESTING tests the tools and all libraries, built here and shared: "
+    "it needs LUM_BUILD_TOOLS=ON, BUILD_SHARED_LIBS=ON and LUM_PLATFORM=bundled")
 endif()
 option(LUM_BUILD_BENCH "Build the benchmarks" OFF)
 option(LUM_INSTALL "Make the install rules" ${PROJECT_IS_TOP_LEVEL})
