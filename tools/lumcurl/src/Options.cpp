@@ -1,37 +1,9 @@
 #include "Options.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 
 #include "Help.h"
-#include "OptionGroups.h"
-
-std::unique_ptr<CLI::App> MakeParser(Options& options) {
-  auto app = std::make_unique<CLI::App>(
-      "Requests, downloads and uploads over libLumCurlHttp. Data goes to standard output, "
-      "everything else to standard error.",
-      "lumcurl");
-  app->formatter_fn([](const CLI::App* shown, const std::string& /*name*/,
-                       CLI::AppFormatMode /*mode*/) { return Help(shown); });
-  app->set_help_flag("-h,--help", "Print this help and exit");
-  app->set_version_flag("--version", "",
-                        "Print the versions of the tool, the library and libcurl, and exit");
-  app->require_subcommand(1);
-  app->footer(
-      "Secrets (pass phrases, tokens, keys, signatures) come from files or the environment. Each "
-      "command has its own --help; man lumcurl has all of it, and the environment variables." +
-      std::string(kExampleMark) + "  lumcurl get http://127.0.0.1:8080/echo");
-
-  AddCommands(*app, options);
-  auto* completion = AddCommand(
-      *app, options, "completion", kTool, "Print a shell completion",
-      "Where each shell looks: ~/.local/share/bash-completion/completions/lumcurl for bash, a "
-      "directory of $fpath under the name _lumcurl for zsh, "
-      "~/.config/fish/completions/lumcurl.fish for fish. The packages install all three.",
-      "  lumcurl completion fish > ~/.config/fish/completions/lumcurl.fish");
-  AddOperand(completion, "SHELL", options.shell, "The shell: bash, zsh or fish")
-      ->check(CLI::IsMember(kShells));
-  return app;
-}
 
 const CLI::App* CommandNamed(const CLI::App& parser, const std::string& name) {
   const auto named = parser.get_subcommands(
