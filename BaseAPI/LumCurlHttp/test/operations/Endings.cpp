@@ -4,7 +4,6 @@
 
 #include <curl/curl.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -21,7 +20,10 @@ struct Case {
   std::vector<std::string> texts;  // what is returned, then the log lines
 };
 
-using Block = std::vector<Case>;
+struct Block {
+  std::string transfer;  // the name of the block of its transfer, if that has one
+  std::vector<Case> cases;
+};
 
 std::map<std::string, Block> ReadBlocks() {
   std::map<std::string, Block> blocks;
@@ -35,15 +37,17 @@ std::map<std::string, Block> ReadBlocks() {
     }
     const std::string text = line.substr(indent);
     if (indent == 0) {
-      if (!block.empty()) {
+      if (!block.cases.empty()) {
         names.clear();
-        block.clear();
+        block.cases.clear();
       }
-      names.push_back(text);
+      const std::size_t by = text.find(" by ");
+      names.push_back(text.substr(0, by));
+      block.transfer = by == std::string::npos ? "" : text.substr(by + 4);
     } else if (indent == 2) {
-      block.push_back({text, {}});
+      block.cases.push_back({text, {}});
     } else {
-      block.back().texts.push_back(text);
+      block.cases.back().texts.push_back(text);
     }
     for (const std::string& name : names) {
       blocks[name] = block;
@@ -52,19 +56,20 @@ std::map<std::string, Block> ReadBlocks() {
   return blocks;
 }
 
-const Block& BlockOf(const Operation& operation) {
+const Block& BlockNamed(const std::string& name) {
   static const std::map<std::string, Block> kBlocks = ReadBlocks();
-  const auto found = kBlocks.find(operation.name);
+  const auto found = kBlocks.find(name);
   if (found == kBlocks.end()) {
-    throw std::runtime_error(std::string("endings.txt has no block ") + operation.name);
+    throw std::runtime_error("endings.txt has no block " + name);
   }
   return found->second;
 }
 
-const Case& CaseFor(const Operation& operation, const Ending& ending) {
+// The first case of the block that fits the ending; null: there is none.
+const Case* Find(const Block& block, const Ending& ending) {
   const std::string status = std::to_string(ending.status);
   LumJson::Value value;
-  std::vector<std::string> heads = {"broken behind " + status, "broken"};
+  std::vector<std::string> heads = {"broken"};
   if (!ending.lacks.empty()) {
     heads = {"no " + ending.lacks};
   } else if (ending.code == 0) {
@@ -73,15 +78,39 @@ const Case& CaseFor(const Operation& operation, const Ending& ending) {
       heads = {status + ", a document", status, "any status, a document", "any status"};
     }
   }
-  const Block& block = BlockOf(operation);
   for (const std::string& head : heads) {
-    for (const Case& each : block) {
+    for (const Case& each : block.cases) {
       if (each.head == head) {
-        return each;
+        return &each;
       }
     }
   }
-  throw std::runtime_error(std::string(operation.name) + " has no ending \"" + heads[0] + "\"");
+  return nullptr;
+}
+
+// What the transfer itself makes of the ending, where it has a block and that a case; null:
+// nothing.
+const Case* TransferCaseFor(const Operation& operation, const Ending& ending) {
+  const std::string& transfer = BlockNamed(operation.name).transfer;
+  return transfer.empty() ? nullptr : Find(BlockNamed(transfer), ending);
+}
+
+// The ending as the operation sees it behind its transfer.
+Ending SeenBy(const Operation& operation, const Ending& ending) {
+  const Case* const transfer = TransferCaseFor(operation, ending);
+  if (transfer == nullptr) {
+    return ending;
+  }
+  const std::string& quoted = transfer->texts.at(0);
+  return {0, ending.lacks.empty() ? ending.status : -1, quoted.substr(1, quoted.size() - 2)};
+}
+
+const Case& CaseFor(const Operation& operation, const Ending& ending) {
+  const Case* const found = Find(BlockNamed(operation.name), SeenBy(operation, ending));
+  if (found == nullptr) {
+    throw std::runtime_error(std::string("endings.txt has no such ending of ") + operation.name);
+  }
+  return *found;
 }
 
 // The values of the names in braces.
@@ -96,21 +125,6 @@ std::string Filled(const std::string& text, const Facts& facts) {
     at = end + 1;
   }
   return filled + text.substr(at);
-}
-
-// The other way round, as far as that is possible: for texts that tell themselves from others.
-std::string Emptied(std::string text, const Facts& facts) {
-  constexpr std::size_t kTellsItself = 4;
-  for (const char* name : {"url", "host", "path", "error", "reason", "request", "body"}) {
-    const std::string& value = facts.at(name);
-    for (std::size_t at = 0;
-         value.size() >= kTellsItself && (at = text.find(value, at)) != std::string::npos;) {
-      const std::string placeholder = std::string("{") + name + "}";
-      text.replace(at, value.size(), placeholder);
-      at += placeholder.size();
-    }
-  }
-  return text;
 }
 
 // What stands behind `before` in one of the lines, up to its end.
@@ -145,10 +159,13 @@ std::string GzipLengthIn(const std::vector<std::string>& lines) {
   return std::atoi(length.c_str()) > 18 ? length : "more than 18";
 }
 
-Facts FactsOf(const std::string& url, const Outcome& outcome, const Ending& ending) {
+Facts FactsOf(const Operation& operation, const std::string& url, const Outcome& outcome,
+              const Ending& ending) {
   const std::string request = Caller::UsualDocument().ToStyledString();
-  const std::string body =
-      ending.received == Ending::kBlanks ? QuotedBlanks(outcome.value) : ending.received;
+  std::string body = operation.Uploads() ? "" : ending.received;
+  if (body == Ending::kBlanks) {
+    body = QuotedBlanks(outcome.value);
+  }
   LumJson::Value document;
   document.Parse(body);
   const std::string gzip = GzipLengthIn(outcome.lines);
@@ -172,15 +189,27 @@ std::string Comparable(const std::string& value, bool looked) {
   return looked || at == std::string::npos ? value : value.substr(0, at);
 }
 
-// What the block of the ending says of this run.
-std::vector<std::string> Expected(const Operation& operation, const Outcome& outcome,
-                                  const Ending& ending, Facts facts) {
+// What endings.txt says of this run.
+std::vector<std::string> Expected(const Operation& operation, const std::string& url,
+                                  const Outcome& outcome, const Ending& ending) {
+  Facts facts = FactsOf(operation, url, outcome, ending);
+  std::vector<std::string> transferLines;
+  if (const Case* const transfer = TransferCaseFor(operation, ending)) {
+    for (const std::string& text : transfer->texts) {
+      transferLines.push_back(Filled(text, facts));
+    }
+    transferLines.erase(transferLines.begin());
+    const Ending seen = SeenBy(operation, ending);
+    facts["status"] = std::to_string(seen.status);
+    facts["body"] = Filled(seen.received, facts);
+  }
   const bool looked = outcome.value.find(", last error") != std::string::npos;
   std::vector<std::string> texts;
   for (const std::string& text : CaseFor(operation, ending).texts) {
     texts.push_back(Filled(texts.empty() ? Comparable(text, looked) : text, facts));
     facts["body"] = facts["body"].c_str();  // a log line has it up to its first zero byte
   }
+  texts.insert(texts.begin() + 1, transferLines.begin(), transferLines.end());
   return texts;
 }
 
@@ -221,7 +250,7 @@ void AddFiles(const Operation& operation, Outcome& outcome) {
 
 bool Fits(const Operation& operation, const std::string& url, const Outcome& outcome,
           const Ending& ending) {
-  return TextsOf(outcome) == Expected(operation, outcome, ending, FactsOf(url, outcome, ending));
+  return TextsOf(outcome) == Expected(operation, url, outcome, ending);
 }
 
 std::string ErrorTextOf(const Outcome& outcome) {
@@ -230,20 +259,15 @@ std::string ErrorTextOf(const Outcome& outcome) {
 
 std::string ShownBlocks(const Operation& operation, const std::string& url, const Outcome& outcome,
                         const Ending& ending) {
-  const Facts facts = FactsOf(url, outcome, ending);
   const std::string& head = HeadFor(operation, ending);
-  std::vector<std::string> seen;
-  for (const std::string& text : TextsOf(outcome)) {
-    seen.push_back(Emptied(text, facts));
-  }
-  return std::string("the block that was seen:\n") + operation.name + "\n" + Shown(head, seen) +
-         "endings.txt has for this ending:\n" +
-         Shown(head, Expected(operation, outcome, ending, facts));
+  return std::string(operation.name) + " came to\n" + Shown(head, TextsOf(outcome)) +
+         "endings.txt has for this ending\n" +
+         Shown(head, Expected(operation, url, outcome, ending));
 }
 
 std::vector<std::string> HeadsOf(const Operation& operation) {
   std::vector<std::string> heads;
-  for (const Case& each : BlockOf(operation)) {
+  for (const Case& each : BlockNamed(operation.name).cases) {
     if (each.head.compare(0, 3, "no ") != 0) {
       heads.push_back(each.head);
     }

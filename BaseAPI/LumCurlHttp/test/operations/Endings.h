@@ -48,7 +48,7 @@ std::string ErrorTextOf(const Outcome& outcome);
 std::vector<std::string> HeadsOf(const Operation& operation);
 const std::string& HeadFor(const Operation& operation, const Ending& ending);
 
-// The block as it would be for the ending that was expected, had it been `outcome`; and what it is.
+// What `outcome` is, and what it should have been.
 std::string ShownBlocks(const Operation& operation, const std::string& url, const Outcome& outcome,
                         const Ending& ending);
 
