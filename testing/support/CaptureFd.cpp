@@ -53,6 +53,14 @@ std::string CaptureFd::Text() const {
   return m_file->Text();
 }
 
+std::string CaptureFd::Take() {
+  std::string text = Text();
+  if (ftruncate(m_file->Get(), 0) != 0) {
+    throw std::system_error(errno, std::generic_category(), "capture");
+  }
+  return text;
+}
+
 std::string CaptureFd::Stop() {
   m_text = Text();
   if (m_saved) {

@@ -26,6 +26,9 @@ class CaptureFd {
   // What has been written so far.
   std::string Text() const;
 
+  // The same, and forgets it. Not after Stop.
+  std::string Take();
+
   // Ends the capture and returns all that was written; the same text again when called again.
   std::string Stop();
 

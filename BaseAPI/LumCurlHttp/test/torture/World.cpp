@@ -4,8 +4,6 @@
 
 #include <curl/curl.h>
 #include <fcntl.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +15,7 @@
 
 #include "FailingMalloc.h"
 #include "LumFileSys.h"
+#include "wire/WireClient.h"
 
 namespace lumtest {
 namespace {
@@ -206,19 +205,10 @@ void World::End() {
 // Until the server has seen the last of every connection that a call has made. One more connection,
 // the last in the server's queue, shows that those before it have been taken up.
 void World::WaitFor(const WireServer& server) {
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(server.Port());
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  const int last = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const bool connected =
-      connect(last, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-      shutdown(last, SHUT_WR) == 0;
-  char alert[64];  // of TLS, to a client that says nothing
-  while (connected && read(last, alert, sizeof alert) > 0) {
-  }
-  close(last);
-  if (!connected || !server.WaitIdle()) {
+  WireClient last("127.0.0.1", server.Port());
+  last.HalfClose();
+  last.ReadAll();
+  if (!server.WaitIdle()) {
     throw std::runtime_error("the server does not come to rest");
   }
 }

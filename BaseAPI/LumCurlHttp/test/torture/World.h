@@ -16,7 +16,7 @@
 
 #include "../operations/Operations.h"
 #include "Fault.h"
-#include "OutputFile.h"
+#include "support/CaptureFd.h"
 #include "support/Files.h"
 #include "tls/TlsMaterial.h"
 #include "wire/Ports.h"
@@ -57,8 +57,8 @@ constexpr char kPassPhrase[] = "pass phrase";
 
 class World : private Caller::Around {
   // Ahead of the clients, whose settings are logged.
-  OutputFile m_output{1};
-  OutputFile m_log{2};
+  CaptureStdout m_output;
+  CaptureStderr m_log;
 
  public:
   // One thread's: the one that makes it, which is the one that faults strike.
