@@ -3,6 +3,7 @@
 #include "Judge.h"
 
 #include <algorithm>
+#include <iterator>
 #include <regex>
 
 namespace lumtest {
@@ -85,6 +86,21 @@ const StatedFailure* FindStated(const Subject& subject, const Observation& seen,
   return found == subject.failures.end() ? nullptr : &*found;
 }
 
+// What a library does wrong when one of its allocations fails.
+struct Excuse {
+  const char* what;      // part of the verdict's reason
+  const char* library;   // "libcrypto.so.3": whose code ended the process, or met the fault
+  const char* function;  // of that library, on the stack there; "": none that it exports
+};
+
+// docs/torture.md tells about each of them.
+constexpr Excuse kExcuses[] = {
+    // __archive_errx() calls exit() when a string of an entry cannot grow.
+    {"it ended the process", "libarchive.so.13", ""},
+    // The URL's query is left out of the request.
+    {"with other requests than usual", "libcurl.so.4", "curl_url_get"},
+};
+
 }  // namespace
 
 Verdict Judge(const Subject& subject, const World& world, const Fault& fault,
@@ -117,6 +133,23 @@ Verdict Judge(const Subject& subject, const World& world, const Fault& fault,
     reason += "\n    " + line;
   }
   return {Outcome::kBad, reason};
+}
+
+bool IsExcused(const std::string& reason, const FaultRecord& record) {
+  const std::vector<Frame> frames = Describe(record.end.depth != 0 ? record.end : record.fault);
+  // Whose code it was: abort(), exit() and strdup() do what they are told, and the thread sanitizer
+  // stands in for backtrace().
+  const auto culprit = std::find_if(frames.begin(), frames.end(), [](const Frame& frame) {
+    return frame.library.rfind("lib", 0) == 0 && frame.library.rfind("libc.so", 0) != 0 &&
+           frame.library.rfind("libtsan.so", 0) != 0;
+  });
+  return std::any_of(std::begin(kExcuses), std::end(kExcuses), [&](const Excuse& excuse) {
+    const bool on = std::any_of(culprit, frames.end(), [&](const Frame& frame) {
+      return frame.library == excuse.library && frame.function == excuse.function;
+    });
+    return on && culprit->library == excuse.library &&
+           reason.find(excuse.what) != std::string::npos;
+  });
 }
 
 }  // namespace lumtest

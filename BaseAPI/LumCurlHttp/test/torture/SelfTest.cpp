@@ -18,10 +18,10 @@
 #include <mutex>
 #include <thread>
 
-#include "Excuses.h"
 #include "FailingCall.h"
 #include "FailingMalloc.h"
-#include "Supervisor.h"
+#include "Judge.h"
+#include "Trial.h"
 
 namespace lumtest {
 namespace {

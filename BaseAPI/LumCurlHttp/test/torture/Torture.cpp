@@ -20,7 +20,7 @@
 #include "FailingCall.h"
 #include "FailingMalloc.h"
 #include "Subject.h"
-#include "Supervisor.h"
+#include "Trial.h"
 
 namespace lumtest {
 namespace {

@@ -3,16 +3,22 @@
 #include "Trial.h"
 
 #include <curl/curl.h>
-#include <fcntl.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <exception>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <new>
 #include <stdexcept>
+#include <string>
 
-#include "Excuses.h"
 #include "Judge.h"
+#include "support/Process.h"
 
 namespace lumtest {
 namespace {
@@ -21,59 +27,59 @@ namespace {
 // queue of errors has 16 places that fill up.
 constexpr int kRepeats = 24;
 
-// A server in a process of its own, beyond the reach of what a fault breaks in this one.
-class ServerProcess {
- public:
-  ServerProcess() {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0 || (m_pid = fork()) < 0) {
-      throw std::runtime_error("cannot start a server");
-    }
-    if (m_pid == 0) {
-      prctl(PR_SET_PDEATHSIG, SIGKILL);
-      WireServer server;
-      server.SetHandler([](const WireRequest&) { return JsonReply("{}"); });
-      const std::uint16_t port = server.Port();
-      (void)!write(ends[1], &port, sizeof port);
-      while (true) {
-        pause();
-      }
-    }
-    close(ends[1]);
-    const ssize_t got = read(ends[0], &m_port, sizeof m_port);
-    close(ends[0]);
-    if (got != static_cast<ssize_t>(sizeof m_port)) {
-      throw std::runtime_error("the server did not start");
-    }
-  }
-  ~ServerProcess() {
-    kill(m_pid, SIGKILL);
-    waitpid(m_pid, nullptr, 0);
-  }
-  ServerProcess(const ServerProcess&) = delete;
-  ServerProcess& operator=(const ServerProcess&) = delete;
+// How far a trial is, in memory that all processes share: one that dies leaves behind where it was.
+struct Progress {
+  // The fault that is on: its place among the trial's, and the occasion.
+  std::size_t fault = 0;
+  std::size_t nth = 1;
+  FaultRecord record;
 
-  std::string Url() const { return "http://127.0.0.1:" + std::to_string(m_port) + "/"; }
-
- private:
-  pid_t m_pid = 0;
-  std::uint16_t m_port = 0;
+  Result result;  // so far
 };
+
+// Counts a bad run, at the fault that is on, and writes it to `report` unless it is excused.
+void CountBad(const Trial& trial, Progress& progress, const std::string& reason, FILE* report) {
+  if (IsExcused(reason, progress.record)) {
+    ++progress.result.excused;
+    return;
+  }
+  ++progress.result.bad;
+  (void)std::fprintf(report, "BAD: %s, %s, %s %zu: %s\n%s", trial.subject.name.c_str(),
+                     NameOf(trial.scenario), trial.faults()[progress.fault]->Name().c_str(),
+                     progress.nth, reason.c_str(), Describe(progress.record).c_str());
+  (void)std::fflush(report);
+}
+
+// A server beyond the reach of what a fault breaks in this process: tells its URL and stays.
+int ServeForEver() {
+  WireServer server;
+  server.SetHandler([](const WireRequest&) { return JsonReply("{}"); });
+  std::cout << server.Url() << std::endl;
+  while (true) {
+    pause();
+  }
+}
 
 class Ordeal {
  public:
-  Ordeal(const Trial& trial, Progress& progress, FILE* report)
+  Ordeal(const Trial& trial, Progress& progress, FILE* report, std::chrono::seconds margin)
       : m_trial(trial),
         m_subject(trial.subject),
+        m_limit(static_cast<unsigned>(margin.count() + trial.subject.limitSeconds)),
         m_faults(trial.faults()),
         m_progress(progress),
         m_report(report) {}
 
   void Run() {
+    alarm(m_limit);
     RecordFaultsIn(&m_progress.record);
     if (m_subject.fresh) {
-      const ServerProcess server;
-      StrikeAll([&](Fault& fault) { return StrikeInANewProcess(fault, server.Url()); });
+      SpawnedProcess server(&ServeForEver);
+      std::vector<std::string> url;
+      if (!server.WaitForLine(".+", &url)) {
+        throw std::runtime_error("the server did not start");
+      }
+      StrikeAll([&](Fault& fault) { return StrikeInANewProcess(fault, url[0]); });
       return;
     }
     // The clients clean libcurl up as they go; this share keeps it.
@@ -104,7 +110,7 @@ class Ordeal {
     if (m_subject.prepare) {
       m_subject.prepare(world);
     }
-    ++m_progress.runs;
+    alarm(m_limit);  // ends the process unless the next run comes before
     return world.Observe(m_subject.run, fault, m_progress.nth);
   }
 
@@ -168,24 +174,17 @@ class Ordeal {
 
   // The same in a child: what is torn by a fault at start-up stays torn in its process.
   bool StrikeInANewProcess(Fault& fault, const std::string& url) {
-    ++m_progress.runs;
-    const pid_t child = fork();
-    if (child < 0) {
-      throw std::runtime_error("cannot fork");
-    }
-    if (child == 0) {
-      prctl(PR_SET_PDEATHSIG, SIGKILL);
+    alarm(m_limit);
+    SpawnedProcess child([&]() -> int {
       const bool struck = StrikeAtStart(fault, url);
       (void)std::fflush(m_report);
       _exit(struck ? 1 : 0);
+    });
+    const ProcessResult result = child.Wait();
+    if (result.signal != 0) {
+      Count({Outcome::kBad, "signal " + std::to_string(result.signal)});
     }
-    int status = 0;
-    waitpid(child, &status, 0);
-    if (!WIFEXITED(status)) {
-      Count({Outcome::kBad, "signal " + std::to_string(WTERMSIG(status))});
-      return true;
-    }
-    return WEXITSTATUS(status) == 1;
+    return result.exitStatus != 0;
   }
 
   bool StrikeAtStart(Fault& fault, const std::string& url) {
@@ -227,6 +226,7 @@ class Ordeal {
 
   const Trial& m_trial;
   const Subject& m_subject;
+  const unsigned m_limit;  // of one run, in seconds
   const Faults m_faults;
   Progress& m_progress;
   FILE* m_report;
@@ -234,22 +234,76 @@ class Ordeal {
   Observation m_usualAfterwards;
 };
 
-}  // namespace
-
-void CountBad(const Trial& trial, Progress& progress, const std::string& reason, FILE* report) {
-  if (IsExcused(reason, progress.record)) {
-    ++progress.result.excused;
-    return;
+// In a process of its own: the trial from where `progress` stands to its end.
+void Run(const Trial& trial, Progress& progress, FILE* report, std::chrono::seconds margin) {
+  FILE* const own = fdopen(dup(fileno(report)), "w");  // standard error is captured
+  try {
+    Ordeal(trial, progress, own, margin).Run();
+  } catch (const std::exception& failure) {
+    ++progress.result.bad;
+    (void)std::fprintf(own, "BAD: %s, %s: %s\n", trial.subject.name.c_str(), NameOf(trial.scenario),
+                       failure.what());
+    (void)std::fflush(own);
   }
-  ++progress.result.bad;
-  (void)std::fprintf(report, "BAD: %s, %s, %s %zu: %s\n%s", trial.subject.name.c_str(),
-                     NameOf(trial.scenario), trial.faults()[progress.fault]->Name().c_str(),
-                     progress.nth, reason.c_str(), Describe(progress.record).c_str());
-  (void)std::fflush(report);
 }
 
-void Run(const Trial& trial, Progress& progress, FILE* report) {
-  Ordeal(trial, progress, report).Run();
+std::string EndOf(int status) {
+  if (!WIFSIGNALED(status)) {
+    return "it ended the process";
+  }
+  return WTERMSIG(status) == SIGALRM ? "it hung" : "signal " + std::to_string(WTERMSIG(status));
+}
+
+}  // namespace
+
+std::vector<Result> RunAll(const std::vector<Trial>& trials, std::size_t atOnce, FILE* report,
+                           std::chrono::seconds margin) {
+  const std::size_t size = trials.size() * sizeof(Progress);
+  void* const memory =
+      mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) {
+    throw std::bad_alloc();
+  }
+  auto* const progress = static_cast<Progress*>(memory);
+  std::uninitialized_default_construct_n(progress, trials.size());
+
+  std::map<pid_t, std::size_t> running;
+  const auto start = [&](std::size_t trial) {
+    (void)std::fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid < 0) {
+      throw std::runtime_error("cannot fork");
+    }
+    if (pid == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+      Run(trials[trial], progress[trial], report, margin);
+      _exit(0);
+    }
+    running[pid] = trial;
+  };
+  std::size_t next = 0;
+  while (next < trials.size() || !running.empty()) {
+    if (next < trials.size() && running.size() < atOnce) {
+      start(next++);
+      continue;
+    }
+    int status = 0;
+    const pid_t ended = waitpid(-1, &status, 0);
+    const std::size_t trial = running.at(ended);
+    running.erase(ended);
+    if (status != 0) {
+      CountBad(trials[trial], progress[trial], EndOf(status), report);
+      ++progress[trial].nth;
+      start(trial);
+    }
+  }
+
+  std::vector<Result> results;
+  for (std::size_t i = 0; i < trials.size(); ++i) {
+    results.push_back(progress[i].result);
+  }
+  munmap(memory, size);
+  return results;
 }
 
 }  // namespace lumtest

@@ -1,12 +1,12 @@
-// One operation on one scenario, under every fault of a kind in turn.
+// Operations on scenarios, each under every fault of a kind in turn.
 
 #ifndef LUM_TEST_TORTURE_TRIAL_H
 #define LUM_TEST_TORTURE_TRIAL_H
 
-#include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdio>
-#include <string>
+#include <vector>
 
 #include "Fault.h"
 #include "Subject.h"
@@ -31,25 +31,12 @@ struct Result {
   std::size_t Tried() const { return same + failed + threw + excused + bad; }
 };
 
-// How far a trial is, in memory that its supervisor shares: a process that dies leaves behind where
-// it was.
-struct Progress {
-  // The fault that is on: its place among the trial's, and the occasion.
-  std::size_t fault = 0;
-  std::size_t nth = 1;
-  FaultRecord record;
-
-  std::atomic<unsigned long> runs{0};  // grows with each run
-
-  Result result;  // so far
-};
-
-// Counts a bad run, at the fault that is on, and writes it to `report` unless it is excused.
-void CountBad(const Trial& trial, Progress& progress, const std::string& reason, FILE* report);
-
-// Runs the trial from where `progress` stands to its end, on this thread of a process that is its
-// own. What is bad is written to `report`.
-void Run(const Trial& trial, Progress& progress, FILE* report);
+// Runs them in processes of their own, `atOnce` at a time, each to its end: after a crash or a
+// hang, which counts as bad, with the next occasion. A run hangs when it takes `margin` longer than
+// its operation's limit; the machine may be busy. What is bad is written to `report`. The process
+// must have no other threads. Results in the order of `trials`.
+std::vector<Result> RunAll(const std::vector<Trial>& trials, std::size_t atOnce, FILE* report,
+                           std::chrono::seconds margin = std::chrono::seconds(15));
 
 }  // namespace lumtest
 
