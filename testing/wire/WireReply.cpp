@@ -58,6 +58,11 @@ WireReply& WireReply::ReadBody() {
   return Add([](WireSession& session) { session.ReadMore(WireSession::kNoLimit); });
 }
 
+WireReply& WireReply::PassOn(std::uint16_t port, std::uint64_t clientBytes,
+                             std::uint64_t serverBytes) {
+  return Add([=](WireSession& session) { session.PassOn(port, clientBytes, serverBytes); });
+}
+
 WireReply& WireReply::Call(std::function<void()> call) {
   return Add([call = std::move(call)](WireSession&) { call(); });
 }

@@ -94,6 +94,11 @@ class WireReply {
   // Reads the rest of the request.
   WireReply& ReadBody();
 
+  // With kAccept: passes bytes on to another server of this machine, and back, until so many of the
+  // client's or of that server's have passed and not one more, then resets the connection. The end
+  // of either side is the other's, too.
+  WireReply& PassOn(std::uint16_t port, std::uint64_t clientBytes, std::uint64_t serverBytes);
+
   // Runs `call` on the connection's thread. It must not wait for this server to stop.
   WireReply& Call(std::function<void()> call);
 

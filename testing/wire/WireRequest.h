@@ -64,7 +64,8 @@ struct WireConnection {
   std::string peerAddress;
   std::string localAddress;  // the address that the client connected to
   WireEnd end = WireEnd::kOpen;
-  std::uint64_t bytesReceived = 0;  // decrypted; set when the connection has ended
+  std::uint64_t bytesReceived = 0;    // decrypted; set when the connection has ended
+  std::uint64_t bytesPassedBack = 0;  // by WireReply::PassOn; likewise
 };
 
 }  // namespace lumtest

@@ -17,6 +17,8 @@
 #include <charconv>
 #include <utility>
 
+#include "wire/Socket.h"
+
 namespace lumtest {
 
 namespace {
@@ -341,6 +343,41 @@ void WireSession::Hold(std::chrono::milliseconds time, int released) {
 void WireSession::WaitAt(const WireGate& gate) {
   gate.m_state->reached.Set();
   Hold(kForEver, gate.m_state->opened.Descriptor());
+}
+
+void WireSession::PassOn(std::uint16_t port, std::uint64_t clientBytes, std::uint64_t serverBytes) {
+  const SocketAddress address("127.0.0.1", port);
+  const FileDescriptor server(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (connect(server.Get(), address.Get(), address.length) != 0) {
+    Leave(WireEnd::kByServer);
+  }
+  const int on = 1;
+  setsockopt(server.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  struct Direction {
+    int from;
+    int to;
+    std::uint64_t limit;
+    std::uint64_t& passed;
+  };
+  Direction directions[] = {{m_socket, server.Get(), clientBytes, m_connection.bytesReceived},
+                            {server.Get(), m_socket, serverBytes, m_connection.bytesPassedBack}};
+  char bytes[16384];
+  while (directions[0].passed < clientBytes && directions[1].passed < serverBytes) {
+    pollfd waiting[] = {
+        {m_socket, POLLIN, 0}, {server.Get(), POLLIN, 0}, {m_server.stop.Descriptor(), POLLIN, 0}};
+    poll(waiting, 3, -1);
+    if (waiting[2].revents != 0) {
+      Leave(WireEnd::kByServer);
+    }
+    Direction& ready = directions[waiting[0].revents != 0 ? 0 : 1];
+    const std::uint64_t most = std::min<std::uint64_t>(sizeof bytes, ready.limit - ready.passed);
+    const ssize_t got = recv(ready.from, bytes, static_cast<std::size_t>(most), 0);
+    if (got <= 0 || send(ready.to, bytes, static_cast<std::size_t>(got), MSG_NOSIGNAL) != got) {
+      Leave(WireEnd::kByClient);
+    }
+    ready.passed += static_cast<std::uint64_t>(got);
+  }
+  Reset();
 }
 
 void WireSession::HalfClose() {

@@ -106,6 +106,9 @@ class WireSession {
   // Reads `count` more bytes of the request, less when that is whole before.
   void ReadMore(std::uint64_t count);
 
+  [[noreturn]] void PassOn(std::uint16_t port, std::uint64_t clientBytes,
+                           std::uint64_t serverBytes);
+
   void HalfClose();
   [[noreturn]] void Close();
   [[noreturn]] void Reset();

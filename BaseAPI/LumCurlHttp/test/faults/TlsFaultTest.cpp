@@ -1,7 +1,6 @@
 // TLS that breaks, and servers with certificates that are not good, for every operation.
 
 #include "FaultTest.h"
-#include "Relay.h"
 
 namespace lumtest {
 namespace {
@@ -91,13 +90,19 @@ INSTANTIATE_TEST_SUITE_P(Operations, TlsFaultTest, ::testing::ValuesIn(Operation
 class TlsResetTest : public TlsFaultTest {};
 
 TEST_P(TlsResetTest, AtEveryByteOnTheWire) {
-  Relay relay(server->Port());
+  constexpr std::uint64_t kNever = UINT64_MAX;
+  WireServer relay;
   server->SetHandler([](const WireRequest&) { return JsonReply(kReply).Close(); });
-  const std::string where = relay.Url("/x");
-  relay.CutAfter(Relay::kNever, Relay::kNever);
+  const std::string where = "https" + relay.Url("/x").substr(4);
+  const auto resetAfter = [&](std::uint64_t clientBytes, std::uint64_t serverBytes) {
+    relay.Script(
+        WireReply().At(WireStart::kAccept).PassOn(server->Port(), clientBytes, serverBytes));
+  };
+  resetAfter(kNever, kNever);
   FaultAt(where, {{0, 200, kReply}});
-  relay.WaitForEnds(1);
-  const std::uint64_t sizes[] = {relay.ClientBytes(), relay.ServerBytes()};
+  ASSERT_TRUE(relay.WaitIdle());
+  const WireConnection whole = relay.Connections().at(0);
+  const std::uint64_t sizes[] = {whole.bytesReceived, whole.bytesPassedBack};
   std::vector<Ending> endings = {{0, 200, kReply}};
   for (const int code : {35, 56, 55, 7}) {
     endings.push_back(
@@ -105,9 +110,10 @@ TEST_P(TlsResetTest, AtEveryByteOnTheWire) {
   }
   for (int side = 0; side < 2; ++side) {
     int good = 0;
+    ASSERT_GT(sizes[side], 100U);
     for (std::uint64_t n = 0; n <= sizes[side] && !HasFailure(); ++n) {
       SCOPED_TRACE((side == 0 ? "client's byte " : "server's byte ") + std::to_string(n));
-      relay.CutAfter(side == 0 ? n : Relay::kNever, side == 1 ? n : Relay::kNever);
+      resetAfter(side == 0 ? n : kNever, side == 1 ? n : kNever);
       good += FaultAt(where, endings).code == 0 ? 1 : 0;
     }
     // An answer that is whole stands, though the goodbye behind it (some 24 bytes) is lost.
