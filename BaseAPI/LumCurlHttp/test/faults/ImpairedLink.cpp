@@ -1,4 +1,4 @@
-// netem by tc, or two tun devices and a queue.
+// Two tun devices and a queue.
 
 #include "ImpairedLink.h"
 
@@ -16,6 +16,7 @@
 #include <deque>
 #include <random>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "support/NetNamespace.h"
@@ -29,7 +30,6 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 constexpr char kOwnAddress[] = "10.204.0.1";
-constexpr char kFarAddress[] = "10.204.0.2";
 
 void MustRun(const std::vector<std::string>& argv) {
   const ProcessResult result = RunCommand(argv);
@@ -61,41 +61,17 @@ struct Packet {
 }  // namespace
 
 ImpairedLink::ImpairedLink(const Impairment& impairment) : m_impairment(impairment) {
-  const NetNamespaceOptions pair;
-  const auto netem = [](const std::string& device, int loss, milliseconds delay) {
-    return RunCommand({"tc", "qdisc", "add", "dev", device, "root", "netem", "loss",
-                       std::to_string(loss) + "%", "delay", std::to_string(delay.count()) + "ms"});
-  };
-  if (m_impairment.largestPacket == Impairment().largestPacket) {
-    const ProcessResult own = netem(pair.name, m_impairment.lossPercent, m_impairment.delay);
-    if (own.Succeeded()) {
-      InPeerNamespace([&] {
-        if (!netem(pair.peerName, m_impairment.lossPercent, milliseconds(0)).Succeeded()) {
-          throw std::runtime_error("netem on one end only");
-        }
-      });
-      m_peerAddress = pair.peerAddress;
-      m_means = "netem";
-      return;
-    }
-    m_means = "a link of the test's own, for want of netem: " + own.err;
-  } else {
-    m_means = "a link of the test's own";
-  }
-  m_peerAddress = kFarAddress;
-  m_own = OpenTun("lumtun0", kOwnAddress, kFarAddress);
-  InPeerNamespace([this] { m_peer = OpenTun("lumtun1", kFarAddress, kOwnAddress); });
+  m_own = OpenTun("lumtun0", kOwnAddress, kPeerAddress);
+  InPeerNamespace([this] { m_peer = OpenTun("lumtun1", kPeerAddress, kOwnAddress); });
   m_stop = eventfd(0, EFD_CLOEXEC);
   m_thread = std::thread([this] { Pass(); });
 }
 
 ImpairedLink::~ImpairedLink() {
-  if (m_thread.joinable()) {
-    eventfd_write(m_stop, 1);
-    m_thread.join();
-    for (const int opened : {m_own, m_peer, m_stop}) {
-      close(opened);
-    }
+  eventfd_write(m_stop, 1);
+  m_thread.join();
+  for (const int opened : {m_own, m_peer, m_stop}) {
+    close(opened);
   }
 }
 

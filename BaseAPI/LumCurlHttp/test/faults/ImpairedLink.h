@@ -6,7 +6,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
-#include <string>
 #include <thread>
 
 namespace lumtest {
@@ -17,9 +16,8 @@ struct Impairment {
   std::size_t largestPacket = 65535;   // bytes; larger ones vanish without a word
 };
 
-// To be made within RunInNetNamespace with a pair of interfaces. Loss and delay are those of the
-// kernel's netem on that pair; where the kernel has none, and for swallowing large packets, packets
-// go from one tun device to another through a thread of this process.
+// To be made within RunInNetNamespace with a pair of interfaces, beside which packets go from one
+// tun device to another through a thread of this process: not every kernel has netem.
 class ImpairedLink {
  public:
   // Throws std::runtime_error.
@@ -29,21 +27,15 @@ class ImpairedLink {
   ImpairedLink& operator=(const ImpairedLink&) = delete;
 
   // Of the far end, in the peer's namespace, across the impairment.
-  const std::string& PeerAddress() const { return m_peerAddress; }
+  static constexpr char kPeerAddress[] = "10.204.0.2";
 
-  // "netem", or "a link of the test's own" with the reason.
-  const std::string& Means() const { return m_means; }
-
-  // Packets that were kept from the other side; known of the test's own link only.
-  bool CountsLost() const { return m_thread.joinable(); }
+  // Packets that were kept from the other side.
   std::size_t Lost() const { return m_lost; }
 
  private:
   void Pass();
 
-  Impairment m_impairment;
-  std::string m_peerAddress;
-  std::string m_means;
+  const Impairment m_impairment;
   int m_own = -1;
   int m_peer = -1;
   int m_stop = -1;

@@ -1,16 +1,13 @@
-// Servers that keep a request waiting, met by many operations at once, each with a caller and a
-// thread of its own, and the time that each of them takes.
+// What keeps a request waiting, met by many operations at once, each with a caller and a thread of
+// its own, and the time that each of them takes.
 
 #ifndef LUM_TEST_FAULTS_LIMITFAULTS_H
 #define LUM_TEST_FAULTS_LIMITFAULTS_H
 
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "../operations/RunOperation.h"
-#include "wire/Ports.h"
-#include "wire/WireServer.h"
 
 namespace lumtest {
 
@@ -34,22 +31,6 @@ struct Encounter {
 // only, is on standard output, and no descriptor stays open; those of servers that never hear that
 // their clients are gone are the caller's to look after, with `serversNotice` false.
 void RunAtOnce(const std::vector<Encounter>& encounters, bool serversNotice = true);
-
-// Servers that never come to an end.
-class NeverEnding {
- public:
-  NeverEnding();
-  ~NeverEnding();
-
-  // What each of `operations` meets here.
-  std::vector<Encounter> Meet(const std::vector<Operation>& operations) const;
-
- private:
-  struct Fault;
-  std::vector<Fault> m_faults;
-  SilentPort m_silent;                      // nobody gets through to it
-  std::unique_ptr<WireServer> m_handshake;  // accepts, but there is no TLS
-};
 
 }  // namespace lumtest
 

@@ -7,8 +7,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <iostream>
-
 #include "../http/LiveTest.h"
 #include "ImpairedLink.h"
 #include "LimitFaults.h"
@@ -39,7 +37,6 @@ void InNetwork(bool pair, const std::function<void()>& function) {
       },
       options);
   EXPECT_TRUE(result.Succeeded()) << result.Describe();
-  std::cout << result.out;
 }
 
 // Good servers at the far end.
@@ -196,9 +193,8 @@ TEST(LinkFaultTest, ThirtyPercentOfThePacketsAreLost) {
     Impairment impairment;
     impairment.lossPercent = 30;
     ImpairedLink link(impairment);
-    std::cout << "loss by " << link.Means() << std::endl;
     const std::size_t before = OpenDescriptors();
-    auto servers = std::make_unique<FarServers>(link.PeerAddress());
+    auto servers = std::make_unique<FarServers>(ImpairedLink::kPeerAddress);
     std::vector<Encounter> all;
     for (const Operation& operation : Operations()) {
       Encounter met{"loss",          operation,           servers->UrlFor(operation),
@@ -207,7 +203,7 @@ TEST(LinkFaultTest, ThirtyPercentOfThePacketsAreLost) {
       all.push_back(met);
     }
     RunAcross(all, std::move(servers), before);
-    EXPECT_TRUE(!link.CountsLost() || link.Lost() > 0);
+    EXPECT_GT(link.Lost(), 0u);
   });
 }
 
@@ -217,8 +213,7 @@ TEST(LinkFaultTest, EachPacketTakesTwoSeconds) {
     Impairment impairment;
     impairment.delay = std::chrono::seconds(2);
     ImpairedLink link(impairment);
-    std::cout << "delay by " << link.Means() << std::endl;
-    const FarServers servers(link.PeerAddress());
+    const FarServers servers(ImpairedLink::kPeerAddress);
     std::vector<Encounter> all;
     for (const Operation& operation : Operations()) {
       Encounter met{"delay", operation, servers.UrlFor(operation), operation.limit, {}};
@@ -278,8 +273,8 @@ TEST(LinkFaultTest, PacketsAbove576BytesVanish) {
     impairment.largestPacket = 576;
     ImpairedLink link(impairment);
     const std::size_t before = OpenDescriptors();
-    auto servers =
-        std::make_unique<FarServers>(link.PeerAddress(), "\"" + std::string(200000, 'x') + "\"");
+    auto servers = std::make_unique<FarServers>(ImpairedLink::kPeerAddress,
+                                                "\"" + std::string(200000, 'x') + "\"");
     std::vector<Encounter> all;
     for (const Operation& operation : OperationsWhere(
              [](const Operation& each) { return !each.Is60Seconds() && !each.Uploads(); })) {
