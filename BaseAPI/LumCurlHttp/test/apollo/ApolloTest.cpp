@@ -5,7 +5,6 @@
 #include "LumApollo.h"
 #include "LumApolloPrivate.h"
 #include "recording/RecordingTest.h"
-#include "support/Alloc.h"
 
 namespace lumtest {
 namespace {
@@ -59,25 +58,6 @@ TEST_F(ApolloTest, CallsThisAndNothingElseWhenTheTransferFails) {
                                "POST(https://config.example:8443/configs/app/cluster/space) failed "
                                "for strerror 7, rps: 7, code: 0, errorBuf: refused",
                                "curl_easy_cleanup"});
-}
-
-TEST_F(ApolloTest, DestructionReleasesThePrivatePart) {
-  const std::size_t before = LiveNews();
-  {
-    const LumApollo made;
-    EXPECT_EQ(LiveNews(), before + 1);
-  }
-  EXPECT_EQ(LiveNews(), before);
-}
-
-TEST_F(ApolloTest, WithoutItsPrivatePartItCanBeDestroyed) {
-  LumApolloPrivate* made = nullptr;
-  {
-    LumApollo other;
-    made = other.d_pointer;
-    other.d_pointer = nullptr;
-  }
-  delete made;
 }
 
 // --- The URL
@@ -140,12 +120,6 @@ TEST_F(ApolloTest, TheListOfEachRequestStays) {
 // --- The shape of the class
 
 static_assert(std::is_empty<LumApolloPrivate>::value, "there is nothing to share");
-static_assert(!std::is_copy_constructible<LumApollo>::value &&
-                  !std::is_copy_assignable<LumApollo>::value &&
-                  !std::is_move_constructible<LumApollo>::value &&
-                  !std::is_move_assignable<LumApollo>::value,
-              "one object owns its private part");
-static_assert(!std::is_polymorphic<LumApollo>::value, "");
 static_assert(sizeof(LumApollo) == sizeof(void*), "callers were compiled with this size");
 
 TEST_F(ApolloTest, TheRecordHoldsItsFourTextsInOrder) {

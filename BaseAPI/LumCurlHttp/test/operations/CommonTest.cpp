@@ -1,14 +1,59 @@
-// What holds for every operation alike, or for every one of LumCurlOrvOps.
+// What holds for every client or every operation alike, or for every operation of LumCurlOrvOps.
 
+#include <type_traits>
+
+#include "LumApolloPrivate.h"
+#include "LumCurlHttpPrivate.h"
 #include "LumCurlOrvOpsPrivate.h"
 #include "Operations.h"
 #include "recording/Latch.h"
 #include "recording/RecordingTest.h"
+#include "support/Alloc.h"
 
 namespace lumtest {
 namespace {
 
 const std::string kUrl = "https://backend.example/a";
+
+template <typename Client>
+class ClientTest : public RecordingTest {
+  static_assert(!std::is_copy_constructible<Client>::value &&
+                    !std::is_copy_assignable<Client>::value &&
+                    !std::is_move_constructible<Client>::value &&
+                    !std::is_move_assignable<Client>::value,
+                "one object owns its private part");
+  static_assert(!std::is_polymorphic<Client>::value, "");
+};
+
+using Clients = ::testing::Types<LumCurlHttp, LumCurlOrvOps, LumApollo>;
+TYPED_TEST_SUITE(ClientTest, Clients, );
+
+TYPED_TEST(ClientTest, ReleasesItsPrivatePart) {
+  { const TypeParam once; }  // the recorder keeps room for the events of one
+  this->recorder.Reset();
+  const std::size_t before = LiveNews();
+  {
+    const TypeParam made;
+    EXPECT_GT(LiveNews(), before);
+  }
+  this->recorder.Reset();
+  EXPECT_EQ(LiveNews(), before);
+}
+
+TYPED_TEST(ClientTest, CanBeDestroyedWithoutItsPrivatePart) {
+  {
+    const TypeParam whole;
+    this->recorder.Reset();
+  }
+  const Events usual = this->recorder.Events();
+  {
+    TypeParam made;
+    delete made.d_pointer;
+    made.d_pointer = nullptr;
+    this->recorder.Reset();
+  }
+  this->ExpectEvents(usual);
+}
 
 class OperationTest : public RecordingTest, public ::testing::WithParamInterface<Operation> {
  protected:

@@ -64,11 +64,6 @@ TEST_F(SurfaceTest, ClientHoldsItsThreeMembersInOrder) {
 
 // --- Operations ---
 
-static_assert(!std::is_copy_constructible<Client>::value && !std::is_copy_assignable<Client>::value,
-              "");
-static_assert(!std::is_move_constructible<Client>::value && !std::is_move_assignable<Client>::value,
-              "");
-static_assert(!std::is_polymorphic<Client>::value, "");
 static_assert(!std::is_polymorphic<LumCurlOrvOpsPrivate>::value, "");
 static_assert(std::is_nothrow_destructible<Client>::value, "");
 
