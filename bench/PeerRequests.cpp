@@ -1,4 +1,4 @@
-// A GET over cpp-httplib and over Boost.Beast.
+// A GET over curlpp, cpp-httplib and Boost.Beast.
 
 #include "PeerRequests.h"
 
@@ -9,6 +9,9 @@
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/beast/ssl.hpp>
+#include <curlpp/Easy.hpp>
+#include <curlpp/Infos.hpp>
+#include <curlpp/Options.hpp>
 #include <utility>
 
 namespace lumbench {
@@ -18,6 +21,7 @@ namespace {
 namespace asio = boost::asio;
 namespace beast = boost::beast;
 namespace http = beast::http;
+namespace options = curlpp::options;
 
 std::pair<std::string, std::string> NameAndValue(const std::string& line) {
   const std::size_t colon = line.find(": ");
@@ -53,6 +57,26 @@ Reply RunBeast(Stream& stream, const Target& target, const std::list<std::string
 }
 
 }  // namespace
+
+Reply CurlppGet(const std::string& url, const std::list<std::string>& lines) {
+  curlpp::Easy request;
+  Reply reply;
+  request.setOpt(options::HttpHeader(lines));
+  request.setOpt(options::Url(url));
+  request.setOpt(options::WriteFunction(curlpp::types::WriteFunctionFunctor(
+      [&reply](char* data, std::size_t size, std::size_t count) {
+        reply.body.append(data, size * count);
+        return size * count;
+      })));
+  request.setOpt(options::NoSignal(true));
+  request.setOpt(options::ConnectTimeout(4));
+  request.setOpt(options::Timeout(4));
+  request.setOpt(options::SslVerifyPeer(false));
+  request.setOpt(options::SslVerifyHost(0));
+  request.perform();
+  reply.status = curlpp::infos::ResponseCode::get(request);
+  return reply;
+}
 
 Reply HttplibGet(const Target& target, const std::list<std::string>& lines) {
   if (target.tls) {

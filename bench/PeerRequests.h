@@ -12,10 +12,6 @@
 namespace lumbench {
 
 Reply CurlppGet(const std::string& url, const std::list<std::string>& lines);
-Reply CurlppPost(const std::string& url, const std::string& data,
-                 const std::list<std::string>& lines);
-Reply CurlppPut(const std::string& url, const std::string& data,
-                const std::list<std::string>& lines);
 
 struct Target {
   bool tls;

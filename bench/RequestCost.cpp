@@ -1,47 +1,28 @@
 // What one request of the product costs beside the same request over libcurl alone: instructions,
 // when valgrind's callgrind runs this program, and allocations.
 //
-//   LumRequestCost PORT [BLOCKS]
+//   LumRequestCost PORT ROUNDS
 //
-// sends each candidate's requests to a LumBenchServer at PORT, in blocks of a few, all candidates
-// in turn. After each block a line on standard output says which operation and whose it was, how
-// many requests the block holds, and how many allocations they made; callgrind writes a profile of
-// the block alone, named by the same words.
+// sends a request of each candidate in turn to a LumBenchServer at PORT. After each a line on
+// standard output says which operation and whose it was, and how many allocations it made;
+// callgrind writes a profile of the request alone, named by the same words.
 
-#include <HttpResult.h>
-#include <LumApollo.h>
-#include <LumCurlHttp.h>
-#include <LumCurlOrvOps.h>
 #include <LumFileSys.h>
+#include <malloc.h>
 #include <valgrind/callgrind.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
-#include <list>
 #include <string>
 #include <vector>
 
-#include "Bare.h"
 #include "Interposed.h"
-#include "PeerRequests.h"
+#include "Operations.h"
 
 namespace {
 
-constexpr int kRequests = 4;  // in a block
-constexpr int kDefaultBlocks = 5;
-
-struct Candidate {
-  const char* operation;
-  const char* whose;
-  std::function<bool()> run;  // false: not the reply that was expected
-  int repetitions = kRequests;
-};
-
-// What the server answers; the requests carry it as well.
-std::string Document(const char* url) {
-  return lumbench::BareGet(url).body;
-}
+using lumbench::Candidate;
+using lumbench::Operation;
 
 // An array of as many of `element` as fill `size` bytes.
 std::string ListOf(const std::string& element, std::size_t size) {
@@ -67,189 +48,130 @@ std::string WideObjects(std::size_t size) {
   return text + "null]";
 }
 
-int Gzip(const std::string& text, std::vector<char>& out) {
-  return LumCompressAndDeCompress::GzipCompress(text.data(), static_cast<int>(text.size()),
-                                                out.data(), static_cast<int>(out.size()));
+std::vector<char> Gzip(const std::string& text) {
+  std::vector<char> out(2 * text.size());
+  out.resize(static_cast<std::size_t>(LumCompressAndDeCompress::GzipCompress(
+      text.data(), static_cast<int>(text.size()), out.data(), static_cast<int>(out.size()))));
+  return out;
+}
+
+// The two reports of the answer's document.
+std::vector<Operation> Reports(LumCurlOrvOps& service, const lumbench::Work& work,
+                               const std::string& url) {
+  const lumbench::Lines gzipLines = {work.lines[0], work.lines[1], "X-ORV-ACCESS-ID: a-1",
+                                     "Content-Encoding: gzip"};
+  return {{"report",
+           {{"library",
+             [&service, &work, url](int) {
+               return service.ReportData(url, work.document, work.token, "") == 0;
+             }},
+            {"libcurl",
+             [&work, url](int) {
+               const LumJson::Value copy = work.document;
+               const std::string text = copy.ToStyledString();
+               return lumbench::BareServicePost(url.c_str(), text.data(), text.size(), work.lines)
+                          .status == 200;
+             }}}},
+          {"gzip-report",
+           {{"library",
+             [&service, &work, url](int) {
+               return service.ReportDataWithGzip(url, work.document, work.token, "a-1") == 0;
+             }},
+            {"libcurl", [&work, url, gzipLines](int) {
+               const std::vector<char> body = Gzip(work.document.ToStyledString());
+               return lumbench::BareServicePost(url.c_str(), body.data(), body.size(), gzipLines)
+                          .status == 200;
+             }}}}};
+}
+
+// A report from its text to the server's answer.
+Operation ReportOf(const char* name, const std::string& text, LumCurlOrvOps& service,
+                   const lumbench::Work& work, const std::string& url) {
+  return {name, {{"library", [&service, &work, url, text](int) {
+                    LumJson::Value read;
+                    return read.Parse(text) && service.ReportData(url, read, work.token, "") == 0;
+                  }}}};
+}
+
+// What is done with a document besides.
+std::vector<Operation> Documents(const std::string& size, const std::string& text) {
+  LumJson::Value value;
+  value.Parse(text);
+  const std::string styled = value.ToStyledString();
+  return {{"parse-" + size,
+           {{"library",
+             [text](int) {
+               LumJson::Value read;
+               return read.Parse(text);
+             }}}},
+          {"copy-" + size,
+           {{"library",
+             [value](int) {
+               const LumJson::Value copy = value;
+               return true;
+             }}}},
+          {"style-" + size,
+           {{"library", [value, styled](int) { return value.ToStyledString() == styled; }}}},
+          {"gzip-" + size, {{"library", [styled](int) { return !Gzip(styled).empty(); }}}}};
+}
+
+// One request, or whatever it is, and what it takes, which is only told when it is `counted`.
+bool Run(const std::string& operation, const Candidate& candidate, bool counted) {
+  const std::string name = operation + " " + candidate.name;
+  malloc_trim(0);  // or what an earlier one has freed is put together at this one's cost
+  CALLGRIND_ZERO_STATS;
+  const std::size_t before = lumbench::Allocations();
+  const bool good = candidate.run(0);
+  const std::size_t allocations = lumbench::Allocations() - before;
+  if (!good) {
+    std::fprintf(stderr, "LumRequestCost: %s failed\n", name.c_str());
+  } else if (counted) {
+    CALLGRIND_DUMP_STATS_AT(name.c_str());
+    std::printf("%s %zu\n", name.c_str(), allocations);
+  }
+  return good;
+}
+
+template <typename List>
+void Append(std::vector<Operation>& all, const List& more) {
+  all.insert(all.end(), more.begin(), more.end());
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) {
-    std::fprintf(stderr, "usage: LumRequestCost PORT [BLOCKS]\n");
+  if (argc != 3) {
+    std::fprintf(stderr, "usage: LumRequestCost PORT ROUNDS\n");
     return 2;
   }
-  const int blocks = argc > 2 ? std::atoi(argv[2]) : kDefaultBlocks;
+  const int rounds = std::atoi(argv[2]);
   const std::string authority = std::string("127.0.0.1:") + argv[1];
   const std::string url = "http://" + authority + "/api/v1/vehicles/17/state";
-  const std::string token = "0123456789abcdef0123456789abcdef";
   LumCurlHttp::CurlGlobalInit();
 
-  LumCurlHttp general;
-  LumCurlOrvOps service;
-  LumApollo apollo;
-  LumApolloEnv env;
-  env.configServer = authority;
-  env.appId = "vehicles";
-  env.cluster = "default";
-  env.namespaceName = "application";
-  const std::string fetchUrl = "https://" + authority + "/configs/vehicles/default/application";
+  lumbench::ClientsOfThreads clients;
+  LumCurlOrvOps& service = clients[0].service;
+  const lumbench::Work work(url);
+  const std::string large = ListOf(work.text, 1 << 16);
+  const std::string largest = ListOf(work.text, 1 << 20);
 
-  const std::string document = Document(url.c_str());
-  const std::list<std::string> headers = {"Content-Type: application/json",
-                                          "X-Auth-Token: " + token};
-  const lumbench::Lines lines = {headers.front().c_str(), headers.back().c_str()};
-  const lumbench::Lines gzipLines = {lines[0], lines[1], "X-ORV-ACCESS-ID: a-1",
-                                     "Content-Encoding: gzip"};
-  const std::list<std::string> jsonHeaders = {"Content-Type: application/json", "charsets: utf-8"};
-  LumJson::Value request;
-  if (!request.Parse(document)) {
-    std::fprintf(stderr, "LumRequestCost: no document from %s\n", url.c_str());
-    return 1;
-  }
-  const std::string styled = request.ToStyledString();
-  const std::string large = ListOf(document, 1 << 16);
-  LumJson::Value largeValue;
-  largeValue.Parse(large);
-  const std::string largeStyled = largeValue.ToStyledString();
-  std::vector<char> compressed(2 * largeStyled.size());
+  std::vector<Operation> operations = lumbench::Operations(clients, work, url);
+  operations.push_back(lumbench::Fetch(clients, authority));
+  Append(operations, Reports(service, work, url));
+  operations.push_back(ReportOf("report-1K", ListOf(work.text, 1 << 10), service, work, url));
+  operations.push_back(ReportOf("report-64K", large, service, work, url));
+  operations.push_back(ReportOf("report-1M", largest, service, work, url));
+  operations.push_back(ReportOf("report-wide", WideObjects(1 << 16), service, work, url));
+  Append(operations, Documents("300", work.text));
+  Append(operations, Documents("64K", large));
 
-  // A report from its text to the server's answer, and what libcurl sends in its place.
-  const auto reportOf = [&](const std::string& text) {
-    return [&, text] {
-      LumJson::Value value;
-      return value.Parse(text) && service.ReportData(url, value, token, "") == 0;
-    };
-  };
-  const auto bareReportOf = [&](const std::string& text) {
-    LumJson::Value value;
-    value.Parse(text);
-    return [&, body = value.ToStyledString()] {
-      return lumbench::BareServicePost(url.c_str(), body.data(), body.size(), lines).status == 200;
-    };
-  };
-  const std::string small = ListOf(document, 1 << 10);
-  const std::string largest = ListOf(document, 1 << 20);
-  const std::string wide = WideObjects(1 << 16);
-
-  const std::string gzipped(compressed.data(), static_cast<std::size_t>(Gzip(styled, compressed)));
-
-  int status = 0;
-  const Candidate candidates[] = {
-      {"Get", "libcurl", [&] { return lumbench::BareGet(url.c_str()).status == 200; }},
-      {"Get", "library",
-       [&] {
-         general.Get(url, "", false, status);
-         return status == 200;
-       }},
-      {"Get", "curlpp", [&] { return lumbench::CurlppGet(url, jsonHeaders).status == 200; }},
-      {"Post", "libcurl", [&] { return lumbench::BarePost(url.c_str(), document).status == 200; }},
-      {"Post", "library",
-       [&] {
-         general.Post(url, document, false, status);
-         return status == 200;
-       }},
-      {"Post", "curlpp",
-       [&] { return lumbench::CurlppPost(url, document, jsonHeaders).status == 200; }},
-      {"service-Get", "libcurl",
-       [&] { return lumbench::BareServiceGet(url.c_str(), lines).status == 200; }},
-      {"service-Get", "library",
-       [&] {
-         service.Get(url, headers, status);
-         return status == 200;
-       }},
-      {"service-Get", "curlpp", [&] { return lumbench::CurlppGet(url, headers).status == 200; }},
-      {"service-Post", "libcurl",
-       [&] {
-         return lumbench::BareServicePost(url.c_str(), document.c_str(), document.size(), lines)
-                    .status == 200;
-       }},
-      {"service-Post", "library",
-       [&] {
-         service.Post(url, document, headers, status);
-         return status == 200;
-       }},
-      {"service-Post", "curlpp",
-       [&] { return lumbench::CurlppPost(url, document, headers).status == 200; }},
-      // A token is the object of the library's one PUT: it builds the header lines by itself, and
-      // serialises the document that it is given a copy of.
-      {"service-Put", "libcurl",
-       [&] { return lumbench::BareServicePut(url.c_str(), styled, lines).status == 200; }},
-      {"service-Put", "library",
-       [&] {
-         LumJson::Value answer = service.RefreshToken(url, request, token);
-         return answer["state"].JsonValueToString() == "driving";
-       }},
-      {"service-Put", "curlpp",
-       [&] { return lumbench::CurlppPut(url, styled, headers).status == 200; }},
-      {"fetch", "libcurl", [&] { return lumbench::BareFetch(fetchUrl.c_str()).status == 200; }},
-      {"fetch", "library", [&] { return apollo.GetPropertyString(env).code == 200; }},
-      {"fetch", "curlpp", [&] { return lumbench::CurlppGet(fetchUrl, jsonHeaders).status == 200; }},
-      {"report", "libcurl",
-       [&] {
-         return lumbench::BareServicePost(url.c_str(), styled.c_str(), styled.size(), lines)
-                    .status == 200;
-       }},
-      {"report", "library", [&] { return service.ReportData(url, request, token, "") == 0; }},
-      {"gzip-report", "libcurl",
-       [&] {
-         return lumbench::BareServicePost(url.c_str(), gzipped.data(), gzipped.size(), gzipLines)
-                    .status == 200;
-       }},
-      {"gzip-report", "library",
-       [&] { return service.ReportDataWithGzip(url, request, token, "a-1") == 0; }},
-      {"report-1K", "libcurl", bareReportOf(small)},
-      {"report-1K", "library", reportOf(small)},
-      {"report-64K", "libcurl", bareReportOf(large), 1},
-      {"report-64K", "library", reportOf(large), 1},
-      {"report-1M", "libcurl", bareReportOf(largest), 1},
-      {"report-1M", "library", reportOf(largest), 1},
-      {"report-wide", "libcurl", bareReportOf(wide), 1},
-      {"report-wide", "library", reportOf(wide), 1},
-      // Documents: what a JSON request does besides.
-      {"parse-300", "library",
-       [&] {
-         LumJson::Value value;
-         return value.Parse(document);
-       }},
-      {"copy-300", "library",
-       [&] {
-         const LumJson::Value copy = request;
-         return true;
-       }},
-      {"style-300", "library", [&] { return request.ToStyledString() == styled; }},
-      {"gzip-300", "library", [&] { return Gzip(styled, compressed) > 0; }},
-      {"parse-64K", "library",
-       [&] {
-         LumJson::Value value;
-         return value.Parse(large);
-       },
-       1},
-      {"style-64K", "library", [&] { return largeValue.ToStyledString().size() > 65536; }, 1},
-      {"gzip-64K", "library", [&] { return Gzip(largeStyled, compressed) > 0; }, 1},
-  };
-
-  // The first block of each, unmeasured, fills caches that are filled once.
-  for (int block = -1; block < blocks; ++block) {
-    for (const Candidate& candidate : candidates) {
-      const std::string name = std::string(candidate.operation) + " " + candidate.whose;
-      bool good = true;
-      CALLGRIND_ZERO_STATS;
-      const std::size_t before = lumbench::Allocations();
-      for (int i = 0; i < candidate.repetitions; ++i) {
-        good = candidate.run() && good;
-      }
-      const std::size_t allocations = lumbench::Allocations() - before;
-      if (block >= 0) {
-        CALLGRIND_DUMP_STATS_AT(name.c_str());
-      }
-      if (!good) {
-        std::fprintf(stderr, "LumRequestCost: %s failed\n", name.c_str());
-        return 1;
-      }
-      if (block >= 0) {
-        std::printf("%s %d %zu\n", name.c_str(), candidate.repetitions, allocations);
-        std::fflush(stdout);
+  // The first round, unmeasured, fills caches that are filled once.
+  for (int round = -1; round < rounds; ++round) {
+    for (const Operation& operation : operations) {
+      for (const Candidate& candidate : operation.candidates) {
+        if (!Run(operation.name, candidate, round >= 0)) {
+          return 1;
+        }
       }
     }
   }

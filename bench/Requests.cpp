@@ -2,137 +2,53 @@
 //
 //   LumBenchRequests DIRECTORY HTTP-PORT HTTPS-PORT ROUNDS SLICE-SECONDS
 //
-// Everybody reads the answer's document with LumJson where the product does, so that the requests
-// are what is compared.
-//
 // The servers on 127.0.0.1 answer 200 with a JSON document of 300 bytes to everything. DIRECTORY
 // holds ca.pem, which the HTTPS server's certificate is of, and client.pem with client.key.
 
-#include <HttpResult.h>
-#include <LumApollo.h>
-#include <LumCurlHttp.h>
-#include <LumCurlOrvOps.h>
 #include <LumLogger.h>
 #include <curl/curl.h>
 
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
-#include <memory>
 #include <string>
 
-#include "Bare.h"
+#include "Operations.h"
 #include "PeerRequests.h"
-#include "Rounds.h"
 
 namespace {
 
 using lumbench::Candidate;
+using lumbench::ClientsOfThreads;
+using lumbench::IsDocument;
+using lumbench::Operation;
 using lumbench::Plan;
+using lumbench::Work;
 
-constexpr int kMostThreads = 16;
 constexpr char kPath[] = "/api/v1/vehicles/17/state";
 constexpr char kBundle[] = "/etc/ssl/certs/ca-certificates.crt";
 
-// An object each for every thread: a LumCurlHttp sends one request at a time.
-template <typename Client>
-using PerThread = std::array<Client, kMostThreads>;
-
-struct Clients {
-  PerThread<LumCurlHttp> general;
-  PerThread<LumCurlOrvOps> service;
-  PerThread<LumApollo> apollo;
-  PerThread<LumApolloEnv> env;
-};
-
-struct Work {
-  std::string token = "0123456789abcdef0123456789abcdef";
-  std::list<std::string> headers = {"Content-Type: application/json", "X-Auth-Token: " + token};
-  lumbench::Lines lines = {headers.front().c_str(), headers.back().c_str()};
-  LumJson::Value document;
-  std::string text;
-};
-
-bool IsDocument(const lumbench::Reply& reply) {
-  LumJson::Value document;
-  return reply.status == 200 && document.Parse(reply.body);
-}
-
-// Every operation over one scheme, each beside libcurl with the same options and, where it is the
+// Every operation over one scheme, beside libcurl with the same options and, where it is the
 // service client's GET, beside the other libraries.
-void MeasureOperations(Clients& clients, const Work& work, bool tls, int port, const Plan& plan) {
+void MeasureOperations(ClientsOfThreads& clients, const Work& work, bool tls, int port,
+                       const Plan& plan) {
   const std::string scheme = tls ? "https" : "http";
   const std::string authority = "127.0.0.1:" + std::to_string(port);
   const std::string url = scheme + "://" + authority + kPath;
-  const auto measure = [&](const char* operation, std::vector<Candidate> candidates) {
-    lumbench::Measure("requests", std::string(operation) + " " + scheme, 300, plan, candidates);
-  };
-  measure("Get", {{"library",
-                   [&](int thread) {
-                     int status = 0;
-                     clients.general[thread].Get(url, "", false, status);
-                     return status == 200;
-                   }},
-                  {"libcurl", [&](int) { return IsDocument(lumbench::BareGet(url.c_str())); }}});
-  measure("Post", {{"library",
-                    [&](int thread) {
-                      int status = 0;
-                      clients.general[thread].Post(url, work.text, false, status);
-                      return status == 200;
-                    }},
-                   {"libcurl",
-                    [&](int) { return IsDocument(lumbench::BarePost(url.c_str(), work.text)); }}});
   const lumbench::Target target = {tls, "127.0.0.1", port, kPath};
-  measure(
-      "service Get",
-      {{"library",
-        [&](int thread) {
-          int status = 0;
-          clients.service[thread].Get(url, work.headers, status);
-          return status == 200;
-        }},
-       {"libcurl",
-        [&](int) { return IsDocument(lumbench::BareServiceGet(url.c_str(), work.lines)); }},
-       {"curlpp", [&](int) { return IsDocument(lumbench::CurlppGet(url, work.headers)); }},
-       {"cpp-httplib", [&](int) { return IsDocument(lumbench::HttplibGet(target, work.headers)); }},
-       {"Boost.Beast", [&](int) { return IsDocument(lumbench::BeastGet(target, work.headers)); }}});
-  measure("service Post", {{"library",
-                            [&](int thread) {
-                              int status = 0;
-                              clients.service[thread].Post(url, work.text, work.headers, status);
-                              return status == 200;
-                            }},
-                           {"libcurl", [&](int) {
-                              return IsDocument(lumbench::BareServicePost(
-                                  url.c_str(), work.text.data(), work.text.size(), work.lines));
-                            }}});
-  measure("service Put",
-          {{"library",
-            [&](int thread) {
-              LumJson::Value answer =
-                  clients.service[thread].RefreshToken(url, work.document, work.token);
-              return answer["state"].JsonValueToString() == "driving";
-            }},
-           {"libcurl", [&](int) {
-              const LumJson::Value document = work.document;  // by value, as the operation takes it
-              return IsDocument(
-                  lumbench::BareServicePut(url.c_str(), document.ToStyledString(), work.lines));
-            }}});
+  const std::vector<Candidate> peers = {
+      {"curlpp", [&](int) { return IsDocument(lumbench::CurlppGet(url, work.headers)); }},
+      {"cpp-httplib", [&](int) { return IsDocument(lumbench::HttplibGet(target, work.headers)); }},
+      {"Boost.Beast", [&](int) { return IsDocument(lumbench::BeastGet(target, work.headers)); }}};
+  std::vector<Operation> operations = lumbench::Operations(clients, work, url);
   if (tls) {
-    const std::string fetch = "https://" + authority + "/configs/vehicles/default/application";
-    for (LumApolloEnv& env : clients.env) {
-      env.configServer = authority;
-      env.appId = "vehicles";
-      env.namespaceName = "application";
+    operations.push_back(lumbench::Fetch(clients, authority));
+  }
+  for (Operation& operation : operations) {
+    if (operation.name == "service-Get") {
+      operation.candidates.insert(operation.candidates.end(), peers.begin(), peers.end());
     }
-    measure("fetch",
-            {{"library",
-              [&](int thread) {
-                return clients.apollo[thread].GetPropertyString(clients.env[thread]).code == 200;
-              }},
-             {"libcurl", [&](int) { return lumbench::BareFetch(fetch.c_str()).status == 200; }}});
+    lumbench::Measure("requests", operation.name + " " + scheme, 300, plan, operation.candidates);
   }
 }
 
@@ -163,15 +79,15 @@ class Reused {
 };
 
 // What connecting, TLS, looking up localhost and reading a CA file add to a request.
-void MeasureCosts(const std::string& directory, int httpPort, int httpsPort, Clients& clients,
-                  const Work& work, const Plan& plan) {
+void MeasureCosts(const std::string& directory, int httpPort, int httpsPort,
+                  ClientsOfThreads& clients, const Work& work, const Plan& plan) {
   const auto urlOf = [](const char* scheme, const char* host, int port) {
     return std::string(scheme) + "://" + host + ":" + std::to_string(port) + kPath;
   };
   const auto serviceGet = [&](std::string url) {
     return [&clients, &work, url](int thread) {
       int status = 0;
-      clients.service[thread].Get(url, work.headers, status);
+      clients[thread].service.Get(url, work.headers, status);
       return status == 200;
     };
   };
@@ -226,27 +142,12 @@ int main(int argc, char** argv) {
   LumCurlHttp::CurlGlobalInit();
   LumLogger::GetInstance().SetLevel(LumLogger::kError);
 
-  Clients clients;
-  Work work;
-  work.text =
-      lumbench::BareGet(("http://127.0.0.1:" + std::to_string(httpPort) + kPath).c_str()).body;
-  if (!work.document.Parse(work.text)) {
-    std::fprintf(stderr, "LumBenchRequests: no document from port %d\n", httpPort);
-    return 1;
-  }
+  ClientsOfThreads clients;
+  const Work work("http://127.0.0.1:" + std::to_string(httpPort) + kPath);
   for (const int threads : {1, 8}) {
     MeasureOperations(clients, work, false, httpPort, {rounds, seconds, threads});
     MeasureOperations(clients, work, true, httpsPort, {rounds, seconds, threads});
   }
   MeasureCosts(directory, httpPort, httpsPort, clients, work, {rounds, seconds, 1});
-  const std::string url = "http://127.0.0.1:" + std::to_string(httpPort) + kPath;
-  for (const int threads : {1, 2, 4, 8, 16}) {
-    lumbench::Measure("threads", "service Get http", 300, {rounds, seconds, threads},
-                      {{"library", [&](int thread) {
-                          int status = 0;
-                          clients.service[thread].Get(url, work.headers, status);
-                          return status == 200;
-                        }}});
-  }
   return 0;
 }

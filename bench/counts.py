@@ -17,16 +17,16 @@ PLAIN = ("glibc.cpu.x86_rep_stosb_threshold=1073741824:"
          "glibc.cpu.x86_rep_movsb_threshold=1073741824")
 
 
-def of_requests(build, blocks):
-    """What one request or document takes, by operation and by whose it is.
+def of_requests(build, rounds):
+    """What one request or document takes, by operation and by whose it is: medians of the rounds.
 
-    Medians of blocks of requests; instructions are those in user space, by callgrind.
+    Instructions are those in user space, by callgrind.
     """
     with servers.discarding(build, 5) as port, tempfile.TemporaryDirectory() as work:
         try:
             text = servers.run(
                 ["valgrind", "--quiet", "--tool=callgrind", f"--callgrind-out-file={work}/profile",
-                 build / "bin/LumRequestCost", port, blocks], stderr=subprocess.PIPE,
+                 build / "bin/LumRequestCost", port, rounds], stderr=subprocess.PIPE,
                 env={**os.environ, "GLIBC_TUNABLES": PLAIN})
         except subprocess.CalledProcessError as failed:
             sys.exit(f"bench: LumRequestCost failed: {failed.stderr}")
@@ -36,14 +36,14 @@ def of_requests(build, blocks):
                               profile.read_text(), re.M | re.S)
             if match:
                 instructions.setdefault(match[1], []).append(int(match[2]))
-    counted = {}
+    allocations = {}
     for line in text.splitlines():
-        operation, whose, repetitions, allocations = line.split()
-        counted.setdefault((operation, whose, int(repetitions)), []).append(int(allocations))
+        name, count = line.rsplit(" ", 1)
+        allocations.setdefault(name, []).append(int(count))
     found = {}
-    for (operation, whose, repetitions), allocations in counted.items():
+    for name, counted in allocations.items():
+        operation, whose = name.split()
         found.setdefault(operation, {})[whose] = {
-            "instructions": round(
-                statistics.median_low(instructions[f"{operation} {whose}"]) / repetitions),
-            "allocations": statistics.median_low(allocations) / repetitions}
+            "instructions": statistics.median_low(instructions[name]),
+            "allocations": statistics.median_low(counted)}
     return found

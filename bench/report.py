@@ -1,16 +1,7 @@
-"""Tables and charts of the figures that bench/run found."""
+"""Tables of the figures that bench/run found."""
 
-import pathlib
 import re
 import statistics
-import subprocess
-
-# What a request does with documents besides.
-DOCUMENTS = {"Get": ["parse-300"], "Post": ["parse-300"], "service-Get": ["parse-300"],
-             "service-Post": ["parse-300"], "service-Put": ["parse-300", "style-300", "copy-300"],
-             "fetch": [], "report": ["style-300", "copy-300"],
-             "gzip-report": ["style-300", "gzip-300"]}
-
 
 def summary(values):
     return {"median": statistics.median(values), "least": min(values), "most": max(values)}
@@ -69,36 +60,17 @@ def report_sizes(results):
             if e["section"] == "sizes"}
 
 
-def net(costs, operation, what):
-    """What an operation takes without its documents."""
-    return costs[operation]["library"][what] - sum(
-        costs[part]["library"][what] for part in DOCUMENTS.get(operation, []))
-
-
 def cost_of_requests(results):
-    costs = results["cost_of_requests"]
     rows = []
-    for operation in DOCUMENTS:
-        bare = costs[operation]["libcurl"]
-        curlpp = costs[operation].get("curlpp")
-        instructions = net(costs, operation, "instructions")
-        more = net(costs, operation, "allocations") - bare["allocations"]
+    for operation, costs in results["cost_of_requests"].items():
+        if "libcurl" not in costs:
+            continue
+        bare, ours = costs["libcurl"], costs["library"]
         rows.append([operation.replace("-", " "), f"{bare['instructions']:,}",
-                     f"{instructions:,.0f}", f"{instructions / bare['instructions']:.4f}",
-                     f"{bare['allocations']:g}", f"+{more:g}",
-                     f"+{curlpp['allocations'] - bare['allocations']:g}" if curlpp else "",
-                     f"{curlpp['instructions'] / bare['instructions']:.3f}" if curlpp else ""])
-    return table(["operation", "libcurl", "library", "ratio", "allocations", "library", "curlpp",
-                  "curlpp's ratio"], rows)
-
-
-def documents(results):
-    costs = results["cost_of_requests"]
-    names = {"parse-300": "parsing the answer, 300 bytes", "style-300": "writing it",
-             "copy-300": "copying it", "gzip-300": "compressing it"}
-    return table(["document work", "instructions", "allocations"],
-                 [[title, f"{costs[name]['library']['instructions']:,}",
-                   f"{costs[name]['library']['allocations']:g}"] for name, title in names.items()])
+                     f"{ours['instructions']:,}",
+                     f"{ours['instructions'] / bare['instructions']:.4f}", bare["allocations"],
+                     f"{ours['allocations'] - bare['allocations']:+}"])
+    return table(["operation", "libcurl", "library", "ratio", "allocations", "library"], rows)
 
 
 def requests(results):
@@ -110,7 +82,7 @@ def requests(results):
         bare = found[case, "libcurl", threads, size_]
         ratio = 1 / entry["over libcurl"]["wall"]["median"]
         cpu = entry["over libcurl"]["cpu"]["median"]
-        rows.append([case, threads, f"{1 / entry['wall']['median']:,.0f}",
+        rows.append([case.replace("-", " "), threads, f"{1 / entry['wall']['median']:,.0f}",
                      f"{1 / bare['wall']['median']:,.0f}", f"{ratio:.3f}",
                      f"{cpu:.3f}"])
     return table(["request", "threads", "library, 1/s", "libcurl, 1/s", "ratio",
@@ -123,7 +95,7 @@ def peers(results):
     for scheme in ("http", "https"):
         for threads in (1, 8):
             for who in ("library", "libcurl", "curlpp", "cpp-httplib", "Boost.Beast"):
-                entry = found[f"service Get {scheme}", who, threads, 300]
+                entry = found[f"service-Get {scheme}", who, threads, 300]
                 rows.append([f"{scheme}, {threads} thread{'s' if threads > 1 else ''}: {who}",
                              f"{1 / entry['wall']['median']:,.0f}",
                              figure(entry["cpu"]["median"] * 1e6)])
@@ -250,30 +222,14 @@ def transfers(results):
                   "memory over 1 KiB's"], rows)
 
 
-def growth_lines(results):
+def growth(results):
     lines = {}
     for entry in results["growth"]:
         lines.setdefault(entry["case"], {})[int(entry["bytes"])] = entry["wall"]["median"]
-    return lines
-
-
-def growth(results):
-    lines = growth_lines(results)
     counts = sorted({count for line in lines.values() for count in line})
     return table(["ns per byte"] + [size(count) for count in counts],
                  [[name] + [figure(line[count] / count * 1e9) for count in counts]
                   for name, line in lines.items()])
-
-
-def thread_lines(results):
-    return {e["threads"]: e for e in results["requests"] if e["section"] == "threads"}
-
-
-def threads(results):
-    lines = thread_lines(results)
-    return table(["threads", "requests, 1/s", "processor time per request, us"],
-                 [[count, f"{1 / e['wall']['median']:,.0f}", figure(e["cpu"]["median"] * 1e6)]
-                  for count, e in sorted(lines.items())])
 
 
 def by_size(files):
@@ -330,94 +286,11 @@ def setting(results):
 
 
 # Each table and the section of the results that it is made from.
-TABLES = {setting: "machine", cost_of_requests: "cost_of_requests", documents: "cost_of_requests",
+TABLES = {setting: "machine", cost_of_requests: "cost_of_requests",
           requests: "requests", peers: "requests", costs: "requests", json: "json",
           reports: "reports", gzip: "reports", archives: "archives",
           compress_and_upload: "archives", transfers: "transfers", growth: "growth",
-          threads: "requests", load: "load", links: "reports"}
-
-# The charts that stand below a table.
-CHARTS = {peers: [("requests", "Processor time per GET")],
-          json: [("json-read", "Reading"), ("json-write", "Writing")],
-          reports: [("reports", "Processor time per report")],
-          archives: [("archives", "Seconds per archive")],
-          growth: [("growth", "Time by size")],
-          threads: [("threads", "Processor time by threads")]}
-
-
-def plot(out, name, commands, blocks):
-    """Draws OUT/NAME.svg. `blocks` are the data that the commands know as $d0, $d1, ..."""
-    script = ["set terminal svg size 760,420 dynamic enhanced background '#ffffff' "
-              "font 'Helvetica,13'", f"set output '{out / (name + '.svg')}'",
-              "set border 3 lc '#888888'", "set tics nomirror", "set grid lc '#dddddd'",
-              "set key left top"]
-    for number, rows in enumerate(blocks):
-        script.append(f"$d{number} << EOD")
-        script += [" ".join(str(cell) for cell in row) for row in rows]
-        script.append("EOD")
-    subprocess.run(["gnuplot"], input="\n".join(script + commands) + "\n", text=True, check=True)
-
-
-def lines_plot(out, name, titles, blocks, labels, scale):
-    commands = [f"set xlabel '{labels[0]}'", f"set ylabel '{labels[1]}'", *scale]
-    commands.append("plot " + ", ".join(
-        f"$d{i} using 1:2 with linespoints lw 2 pt 7 ps 0.6 title '{title}'"
-        for i, title in enumerate(titles)))
-    plot(out, name, commands, blocks)
-
-
-def bars_plot(out, name, titles, rows, label, scale):
-    """`rows` hold a quoted name and a number for each of `titles`."""
-    commands = [f"set ylabel '{label}'", "set style data histograms",
-                "set style histogram clustered gap 1", "set style fill solid 0.85 noborder",
-                "set key outside top center horizontal", *scale]
-    commands.append("plot " + ", ".join(
-        f"$d0 using {i + 2}:xtic(1) title '{title}'" for i, title in enumerate(titles)))
-    plot(out, name, commands, [rows])
-
-
-def charts(results, out):
-    if "growth" in results:
-        lines = growth_lines(results)
-        lines_plot(out, "growth", list(lines),
-                   [sorted(line.items()) for line in lines.values()],
-                   ("bytes", "seconds"),
-                   ["set logscale xy", "set format x '10^{%L}'", "set format y '10^{%L}'"])
-    if "requests" in results:
-        lines = thread_lines(results)
-        lines_plot(out, "threads", ["processor time per request"],
-                   [[(count, e["cpu"]["median"] * 1e6) for count, e in sorted(lines.items())]],
-                   ("threads", "microseconds"), ["set yrange [0:*]", "set xtics (1, 2, 4, 8, 16)"])
-        found = index(results["requests"], "requests")
-        who = ("library", "libcurl", "curlpp", "cpp-httplib", "Boost.Beast")
-        bars_plot(out, "requests", ["http", "https"],
-                  [[f'"{name}"'] + [found[f"service Get {scheme}", name, 1, 300]["cpu"]["median"]
-                                    * 1e6 for scheme in ("http", "https")] for name in who],
-                  "processor time per GET, us", ["set logscale y", "set yrange [10:*]"])
-    if "json" in results:
-        found = {name: value["median"] for name, value in results["json"].items()}
-        sizes = sorted(int(name.split("/")[3]) for name in found
-                       if name.startswith("read/LumJson/records/"))
-        for what, who in (("read", ("LumJson", "RapidEvents", "nlohmann", "jsoncpp")),
-                          ("write", ("LumJson", "RapidPretty", "nlohmann", "jsoncpp"))):
-            bars_plot(out, f"json-{what}", who,
-                      [[f'"{size(count)}"'] + [found[f"{what}/{name}/records/{count}"]
-                                               for name in who] for count in sizes],
-                      "MB/s", [])
-    if "reports" in results:
-        found = index(results["reports"], "reports")
-        who = ("library", "nlohmann, zlib 6, libcurl", "nlohmann, zlib 1, libcurl")
-        lines_plot(out, "reports", who,
-                   [[(count, found["report", name, 1, count]["cpu"]["median"])
-                     for count in sizes_in(found)] for name in who],
-                   ("bytes of the document", "processor seconds per report"),
-                   ["set logscale xy", "set format x '10^{%L}'", "set format y '10^{%L}'"])
-    if "archives" in results:
-        who = ("library", "tar | pigz", "tar czf")
-        bars_plot(out, "archives", who,
-                  [[f'"{title}"'] + [found[name]["wall"]["median"] for name in who]
-                   for title, found in results["archives"].items()],
-                  "seconds", ["set logscale y", "set yrange [0.01:*]"])
+          load: "load", links: "reports"}
 
 
 def replaced(text, name, made):
@@ -426,18 +299,14 @@ def replaced(text, name, made):
                   lambda match: f"{match[1]}\n{made}\n\n{match[2]}", text, flags=re.S)
 
 
-def write(results, out):
-    """Prints the tables, puts them into OUT.md where that has their markers, draws the charts."""
-    page = pathlib.Path(str(out) + ".md")
-    text = page.read_text() if page.exists() else ""
+def write(results, page=None):
+    """Prints the tables, and puts them into `page`, which has a mark before and behind each."""
+    text = page.read_text() if page else ""
     for make, section in TABLES.items():
         if section not in results or (make is links and "archives" not in results):
             continue
         made = make(results)
         print(f"\n== {make.__name__.replace('_', ' ')}\n\n{made}")
-        for chart, title in CHARTS.get(make, []):
-            made += f"\n\n![{title}]({out.name}/{chart}.svg)"
         text = replaced(text, make.__name__, made)
-    if page.exists():
+    if page:
         page.write_text(text)
-    charts(results, out)
