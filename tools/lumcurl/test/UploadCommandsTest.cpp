@@ -18,8 +18,10 @@ class Upload : public testing::Test {
       : m_file(m_directory.Write("a.log", "content of a\n")),
         m_key(m_directory.Secret("key", "secret-key\n")) {}
 
-  WireRequest Sent(const Words& arguments, int exitStatus = 0) {
-    m_result = Lumcurl(arguments);
+  // The request of lumcurl's `words`, to which the server answers with `reply`.
+  WireRequest Sent(const WireReply& reply, const Words& words, int exitStatus = 0) {
+    m_server.Script(reply);
+    m_result = Lumcurl(words);
     EXPECT_EQ(m_result.exitStatus, exitStatus) << m_result.Describe();
     return m_server.Requests().back();
   }
@@ -43,60 +45,55 @@ class Upload : public testing::Test {
   ProcessResult m_result;
 };
 
-TEST_F(Upload, LogHasADefaultContentType) {
-  m_server.Script(StatusReply(200, "stored"));
-  const WireRequest request = Sent({"upload-log", m_server.Url("/o/a"), m_file});
+TEST_F(Upload, SendsTheFileAndTheReplyGoesToStandardOutput) {
+  const WireRequest request =
+      Sent(StatusReply(200, "stored"), {"upload-log", m_server.Url("/o/a"), m_file});
   EXPECT_EQ(request.method, "PUT");
   EXPECT_EQ(request.target, "/o/a");
-  EXPECT_THAT(OwnLines(request), ElementsAre("Content-Type: application/zip"));
   EXPECT_EQ(request.body, "content of a\n");
   EXPECT_EQ(m_result.out, "stored");  // the library's doing
   EXPECT_THAT(m_result.err, IsEmpty());
 }
 
-TEST_F(Upload, LogTakesATimeLimit) {
-  m_server.Script(WireReply().Stall());
-  Sent({"upload-log", "--timeout", "1", m_server.Url(), m_file}, 7);
-  EXPECT_THAT(m_result.err, HasSubstr("the limit is 1 s"));
-  m_server.Script(StatusReply(200));
-  EXPECT_THAT(OwnLines(Sent({"upload-log", "--timeout", "0", m_server.Url(), m_file})),
-              ElementsAre("Content-Type: application/zip"));
-}
-
-TEST_F(Upload, LogTakesHeaderLines) {
-  m_server.Script(StatusReply(200));
-  EXPECT_THAT(OwnLines(Sent({"upload-log", "-H", "B: 2", "-H", "A: 1", m_server.Url(), m_file})),
-              ElementsAre("B: 2", "A: 1"));
-}
-
-TEST_F(Upload, LogIsSigned) {
-  m_server.Script(StatusReply(200));
-  const Words lines =
-      OwnLines(Sent({"upload-log", "--sign-key-file", m_key, "--date",
-                     "Sun, 06 Nov 1994 08:49:37 GMT", m_server.Url("/objects/a.zip"), m_file}));
-  // The value that openssl computes, see SignatureTest.
-  EXPECT_THAT(lines, ElementsAre("Authorization: LUM oRhQvr3t9sm7LOKNNEhnLFYqUi8=",
-                                 "Date: Sun, 06 Nov 1994 08:49:37 GMT"));
+TEST_F(Upload, HasTheHeaderLinesThatItsOptionsAskFor) {
+  const std::string date = "Sun, 06 Nov 1994 08:49:37 GMT";
+  const std::string authorisation = m_directory.Secret("auth", "AWS a:b\n");
+  const std::string token = m_directory.Secret("sec", "sec-token\n");
+  const std::pair<Words, Words> kCases[] = {
+      {{"upload-log"}, {"Content-Type: application/zip"}},
+      {{"upload-log", "--timeout", "0"}, {"Content-Type: application/zip"}},
+      {{"upload-log", "-H", "B: 2", "-H", "A: 1"}, {"B: 2", "A: 1"}},
+      // The value that openssl computes, see SignatureTest.
+      {{"upload-log", "--sign-key-file", m_key, "--date", date},
+       {"Authorization: LUM oRhQvr3t9sm7LOKNNEhnLFYqUi8=", "Date: " + date}},
+      {{"upload-log", "--authorisation-file", authorisation, "--date", "today",
+        "--security-token-file", token},
+       {"Authorization: AWS a:b", "Date: today", "x-zun-security-token: sec-token"}},
+      {{"upload-file"}, {"Content-Type: application/zip"}},
+      {{"upload-file", "--sign-key-file", m_key, "--date", date},
+       {"Authorization: LUM oRhQvr3t9sm7LOKNNEhnLFYqUi8=", "Date: " + date}},
+      {{"upload-video"}, {"Content-Type: video/mp4"}}};
+  for (const auto& [options, lines] : kCases) {
+    SCOPED_TRACE(ShellWords(options));
+    Words words = options;
+    words.insert(words.end(), {"-v", m_server.Url("/objects/a.zip"), m_file});
+    EXPECT_EQ(OwnLines(Sent(StatusReply(200), words)), lines);
+    for (const std::string& line : lines) {
+      const std::string hidden = line.substr(0, line.find(':')) + ": ***";
+      const std::string& shown = line.find("Auth") == 0 || line[0] == 'x' ? hidden : line;
+      EXPECT_THAT(m_result.err, HasSubstr("> " + shown + "\n"));
+    }
+  }
 }
 
 TEST_F(Upload, LogIsSignedWithTodaysDate) {
-  m_server.Script(StatusReply(200));
   const WireRequest request =
-      Sent({"upload-log", "--sign-key-file", m_key, m_server.Url(), m_file});
+      Sent(StatusReply(200), {"upload-log", "--sign-key-file", m_key, m_server.Url(), m_file});
   EXPECT_THAT(request.Header("Authorization"), StartsWith("LUM "));
   EXPECT_THAT(request.Header("Date"),
               testing::ContainsRegex("^[A-Z][a-z]{2}, [0-9]{2} [A-Z][a-z]{2} 20[0-9]{2} "
                                      "[0-9]{2}:[0-9]{2}:[0-9]{2} GMT$"));
   EXPECT_FALSE(request.HasHeader("Content-Type"));
-}
-
-TEST_F(Upload, LogTakesAReadyMadeSignature) {
-  m_server.Script(StatusReply(200));
-  EXPECT_THAT(
-      OwnLines(Sent({"upload-log", "--authorisation-file", m_directory.Secret("auth", "AWS a:b\n"),
-                     "--date", "today", "--security-token-file",
-                     m_directory.Secret("sec", "sec-token\n"), m_server.Url(), m_file})),
-      ElementsAre("Authorization: AWS a:b", "Date: today", "x-zun-security-token: sec-token"));
 }
 
 TEST_F(Upload, RefusesSignaturesWithLineBreaksAndEmptyOnes) {
@@ -113,11 +110,19 @@ TEST_F(Upload, RefusesSignaturesWithLineBreaksAndEmptyOnes) {
   EXPECT_EQ(m_server.Connections().size(), 0u);
 }
 
-TEST_F(Upload, ShowsTheReplyThatRefusesOnStandardOutput) {
-  m_server.Script(StatusReply(403, "signature wanted"));
-  Sent({"upload-log", m_server.Url("/p"), m_file}, 4);
-  EXPECT_EQ(m_result.out, "signature wanted");
-  EXPECT_THAT(m_result.err, HasSubstr("the server answered 403"));
+TEST_F(Upload, SaysWhatIsWrong) {
+  const auto answered = [this](const WireReply& reply, Words words) {
+    m_server.Script(reply);
+    words.insert(words.end(), {m_server.Url(), m_file});
+    return Lumcurl(words);
+  };
+  EXPECT_THAT(answered(StatusReply(403, "no"), {"upload-log"}),
+              Ends(4, "no", HasSubstr("the server answered 403")));
+  EXPECT_THAT(answered(StatusReply(403, "no"), {"upload-video"}),
+              Ends(1, "no", HasSubstr("its status is not visible")));
+  EXPECT_THAT(answered(StatusReply(201), {"upload-log"}), Ends(1, HasSubstr("201")));
+  EXPECT_THAT(answered(WireReply().Stall(), {"upload-log", "--timeout", "1"}),
+              Ends(7, HasSubstr("the limit is 1 s")));
 }
 
 TEST_F(Upload, SaysThatTheReplyIsLost) {
@@ -130,37 +135,18 @@ TEST_F(Upload, SaysThatTheReplyIsLost) {
   }
 }
 
-TEST_F(Upload, SaysThatAStatusIsNotVisible) {
-  m_server.Script(StatusReply(403, "no"));
-  Sent({"upload-video", m_server.Url("/p"), m_file}, 1);
-  EXPECT_THAT(m_result.err, HasSubstr("its status is not visible"));
-}
-
-TEST_F(Upload, FailsForA201) {
-  m_server.Script(StatusReply(201));
-  Sent({"upload-log", m_server.Url(), m_file}, 1);
-  EXPECT_THAT(m_result.err, HasSubstr("201"));
-}
-
-TEST_F(Upload, VideoHasItsContentType) {
-  m_server.Script(StatusReply(200));
-  EXPECT_THAT(OwnLines(Sent({"upload-video", "-v", m_server.Url(), m_file})),
-              ElementsAre("Content-Type: video/mp4"));
-  EXPECT_THAT(m_result.err, HasSubstr("> Content-Type: video/mp4\n"));
-}
-
 TEST_F(Upload, SendsLargeAndEmptyFiles) {
   const std::string large = m_directory.Path("large");
   MakeSparseFile(large, 50'000'000);
-  m_server.Script(StatusReply(200)).Script(StatusReply(200));
-  const WireRequest request = Sent({"upload-video", m_server.Url(), large});
+  const WireRequest request = Sent(StatusReply(200), {"upload-video", m_server.Url(), large});
   EXPECT_EQ(request.bodyBytes, 50'000'000u);
-  EXPECT_EQ(Sent({"upload-video", m_server.Url(), m_directory.Write("empty", "")}).bodyBytes, 0u);
+  EXPECT_EQ(Sent(StatusReply(200), {"upload-video", m_server.Url(), m_directory.Write("empty", "")})
+                .bodyBytes,
+            0u);
 }
 
 TEST_F(Upload, TakesARateLimitWithASuffix) {
-  m_server.Script(StatusReply(200));
-  Sent({"upload-video", "--limit-rate", "500K", m_server.Url(), m_file});
+  Sent(StatusReply(200), {"upload-video", "--limit-rate", "500K", m_server.Url(), m_file});
 }
 
 // Where nothing listens: the warning comes before anything is sent.
@@ -193,12 +179,16 @@ TEST_F(Upload, NamesWhatCannotBeSent) {
   const std::string fifo = m_directory.Path("fifo");
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   const std::string none = m_directory.Path("none");
-  for (const std::string& path :
-       {none, m_directory.Path(), fifo, std::string("/dev/zero"), std::string()}) {
+  for (const auto& [path, reason] :
+       {std::pair<std::string, std::string>{none, ": No such file"},
+        {m_directory.Path(), " is a directory"},
+        {fifo, " is no regular file"},  // and nobody waits for a writer
+        {"/dev/zero", " is no regular file"},
+        {"", ": No such file"}}) {
     for (const char* command : {"upload-log", "upload-video", "upload-file", "upload-group"}) {
-      const ProcessResult result = Lumcurl({command, m_server.Url(), path});
-      EXPECT_EQ(result.exitStatus, 9) << command << " " << result.Describe();
-      EXPECT_THAT(result.err, HasSubstr("'" + path + "'"));
+      EXPECT_THAT(Lumcurl({command, m_server.Url(), path}),
+                  Ends(9, HasSubstr("'" + path + "'" + reason)))
+          << command;
     }
   }
   for (const std::string& path : {none, m_file}) {
@@ -209,43 +199,34 @@ TEST_F(Upload, NamesWhatCannotBeSent) {
 }
 
 TEST_F(Upload, PinsTheHostToAnAddress) {
-  m_server.Script(StatusReply(200));
-  const WireRequest request = Sent({"upload-log", "--pin-ip", "127.0.0.1",
-                                    m_server.UrlWithHost("storage.invalid", "/p"), m_file});
+  const WireRequest request =
+      Sent(StatusReply(200), {"upload-log", "--pin-ip", "127.0.0.1",
+                              m_server.UrlWithHost("storage.invalid", "/p"), m_file});
   EXPECT_THAT(request.Header("Host"), StartsWith("storage.invalid:"));
 }
 
 TEST_F(Upload, FilePacksBesideTheFile) {
-  m_server.Script(StatusReply(200));
-  const WireRequest request = Sent({"upload-file", m_server.Url(), m_file});
+  const WireRequest request = Sent(StatusReply(200), {"upload-file", m_server.Url(), m_file});
   EXPECT_THAT(MembersOf(request.body), ElementsAre("a.log"));
   EXPECT_THAT(OwnLines(request), ElementsAre("Content-Type: application/zip"));
   EXPECT_TRUE(Exists(m_file));
   EXPECT_FALSE(Exists(m_file + ".tar.gz"));
 }
 
-TEST_F(Upload, FileIsSigned) {
-  m_server.Script(StatusReply(200));
-  EXPECT_THAT(Sent({"upload-file", "--sign-key-file", m_key, m_server.Url(), m_file})
-                  .Header("Authorization"),
-              StartsWith("LUM "));
-}
-
 TEST_F(Upload, FileFailsWithItsUploadThoughTheArchiveIsGone) {
-  m_server.Script(StatusReply(503));
-  Sent({"upload-file", m_server.Url(), m_file}, 5);
+  Sent(StatusReply(503), {"upload-file", m_server.Url(), m_file}, 5);
   EXPECT_FALSE(Exists(m_file + ".tar.gz"));
 }
 
 TEST_F(Upload, DirectoryKeepsItsArchiveWhenTheUploadFails) {
   const std::string directory = m_directory.MakeDir("logs");
   WriteFile(directory + "/b.log", "b");
-  m_server.Script(StatusReply(503)).Script(StatusReply(200));
-  Sent({"upload-dir", m_server.Url(), directory}, 5);
+  Sent(StatusReply(503), {"upload-dir", m_server.Url(), directory}, 5);
   EXPECT_TRUE(Exists(directory + ".tar.gz"));
   EXPECT_THAT(m_result.err, AllOf(HasSubstr("the archive is kept"), HasSubstr("upload-log"),
                                   HasSubstr(directory + ".tar.gz")));
-  const WireRequest request = Sent({"upload-dir", "--overwrite", m_server.Url(), directory});
+  const WireRequest request =
+      Sent(StatusReply(200), {"upload-dir", "--overwrite", m_server.Url(), directory});
   EXPECT_THAT(MembersOf(request.body), UnorderedElementsAre("logs/", "logs/b.log"));
   EXPECT_FALSE(Exists(directory + ".tar.gz"));
 }
@@ -253,9 +234,9 @@ TEST_F(Upload, DirectoryKeepsItsArchiveWhenTheUploadFails) {
 TEST_F(Upload, DirectoryWithASlashIsPackedToo) {
   const std::string directory = m_directory.MakeDir("logs");
   WriteFile(directory + "/b.log", "b");
-  m_server.Script(StatusReply(200));
-  EXPECT_THAT(MembersOf(Sent({"upload-dir", m_server.Url(), directory + "/"}).body),
-              UnorderedElementsAre("logs/", "logs/b.log"));
+  EXPECT_THAT(
+      MembersOf(Sent(StatusReply(200), {"upload-dir", m_server.Url(), directory + "/"}).body),
+      UnorderedElementsAre("logs/", "logs/b.log"));
   EXPECT_FALSE(Exists(directory + "/.tar.gz"));
 }
 
@@ -269,9 +250,9 @@ TEST_F(Upload, DoesNotReplaceAFileThatHasTheArchivesName) {
 
 // A file of procfs is of size 0 and gives more: to the library it grows while it is packed.
 TEST_F(Upload, WarnsOfAFileThatGrowsWhileItIsPacked) {
-  m_server.Script(StatusReply(200));
-  EXPECT_THAT(MembersOf(Sent({"upload-group", m_server.Url(), "/proc/version"}).body),
-              ElementsAre("version"));
+  EXPECT_THAT(
+      MembersOf(Sent(StatusReply(200), {"upload-group", m_server.Url(), "/proc/version"}).body),
+      ElementsAre("version"));
   EXPECT_EQ(m_result.err,
             "lumcurl: warning: version has grown and is packed to its first 0 bytes\n");
 }
@@ -289,10 +270,9 @@ TEST_F(Upload, GroupPacksSeveralFiles) {
 }
 
 TEST_F(Upload, GroupMakesItsArchiveWhereAsked) {
-  m_server.Script(WireReply()
-                      .Call([this] { EXPECT_TRUE(Exists(m_directory.Path("base.tar.gz"))); })
-                      .Send(WireAnswer(200)));
-  Sent({"upload-group", "--archive", m_directory.Path("base"), m_server.Url(), m_file});
+  const auto look = [this] { EXPECT_TRUE(Exists(m_directory.Path("base.tar.gz"))); };
+  Sent(WireReply().Call(look).Send(WireAnswer(200)),
+       {"upload-group", "--archive", m_directory.Path("base"), m_server.Url(), m_file});
   EXPECT_FALSE(Exists(m_directory.Path("base.tar.gz")));
 }
 
