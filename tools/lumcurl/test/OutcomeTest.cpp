@@ -6,53 +6,49 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr char kUrl[] = "http://h/p, result=200";  // as misleading as a URL can be
+const std::string kUrl = "http://h/p, result=200";  // as misleading as a URL can be
+const std::string kDocument = "{\n    \"a\": \", result=1, \"\n}\n";
 
-Facts Read(const std::string& message, const std::string& document = "") {
-  FactReader reader(kUrl, document);
+Facts Read(const std::string& message) {
+  FactReader reader(kUrl, kDocument);
   reader.Read(message);
   return reader.Told();
 }
 
-TEST(FactReader, ReadsTheGeneralClientsTransferFailure) {
-  const Facts facts = Read(
-      "GET failed for Couldn't connect to server, ret: 7, code: 0, errorBuf: Failed to connect to "
-      "127.0.0.1 port 1 after 0 ms: Couldn't connect to server");
-  EXPECT_EQ(facts.curlResult, 7);
-  EXPECT_EQ(facts.status, 0);
-  EXPECT_EQ(facts.curlText,
-            "Failed to connect to 127.0.0.1 port 1 after 0 ms: Couldn't connect to server");
-  EXPECT_TRUE(facts.refused);
-}
-
-TEST(FactReader, ReadsTheServiceClientsTransferFailures) {
-  for (const char* method : {"GET", "PUT", "POST"}) {
-    const Facts facts =
-        Read(std::string(method) +
-             " failed for Timeout was reached, resOps: 28, code: 200, errorBuf: late");
-    EXPECT_EQ(facts.curlResult, 28) << method;
-    EXPECT_EQ(facts.status, 200) << method;
-    EXPECT_EQ(facts.curlText, "late") << method;
+// Of each client, and one whose buffer is empty.
+TEST(FactReader, ReadsTransferFailures) {
+  const struct {
+    std::string message;
+    int curlResult;
+    int status;
+    std::string text;
+  } kLines[] = {
+      {"GET failed for Couldn't connect to server, ret: 7, code: 0, errorBuf: Failed to connect to "
+       "127.0.0.1 port 1 after 0 ms: Couldn't connect to server",
+       7, 0, "Failed to connect to 127.0.0.1 port 1 after 0 ms: Couldn't connect to server"},
+      {"PUT failed for Timeout was reached, resOps: 28, code: 200, errorBuf: late", 28, 200,
+       "late"},
+      {"POST failed for Out of memory, ret: 27, code: 0, errorBuf: ", 27, 0, "Out of memory"},
+      {"POST(" + kUrl + ") failed for SSL connect error, rps: 35, code: 0, errorBuf: bad", 35, 0,
+       "bad"}};
+  for (const auto& line : kLines) {
+    SCOPED_TRACE(line.message);
+    const Facts facts = Read(line.message);
+    EXPECT_EQ(facts.curlResult, line.curlResult);
+    EXPECT_EQ(facts.status, line.status);
+    EXPECT_EQ(facts.curlText, line.text);
+    EXPECT_TRUE(facts.refused);
   }
-}
-
-TEST(FactReader, FallsBackToLibcurlsWordsWhereTheBufferIsEmpty) {
-  EXPECT_EQ(Read("GET failed for Out of memory, ret: 27, code: 0, errorBuf: ").curlText,
-            "Out of memory");
-}
-
-TEST(FactReader, ReadsTheConfigurationClientsTransferFailure) {
-  const Facts facts = Read(std::string("POST(") + kUrl +
-                           ") failed for SSL connect error, rps: 35, code: 0, errorBuf: bad");
-  EXPECT_EQ(facts.curlResult, 35);
-  EXPECT_EQ(facts.curlText, "bad");
 }
 
 TEST(FactReader, FindsTheResultOfADownloadByItsWords) {
@@ -65,55 +61,31 @@ TEST(FactReader, FindsTheResultOfADownloadByItsWords) {
   EXPECT_NE(Read("curl_easy_perform() failed: in words of tomorrow").curlResult, 0);
 }
 
-TEST(FactReader, ReadsStatusAndReplyOfReports) {
-  const Facts plain = Read(std::string("Post failed url=") + kUrl + ", result=503:busy, result=1");
-  EXPECT_EQ(plain.status, 503);
-  EXPECT_EQ(plain.reply, "busy, result=1");
-  const Facts gzip =
-      Read(std::string("Post failed url=") + kUrl + ", result=401:no src Length=3, gzip length=25");
-  EXPECT_EQ(gzip.status, 401);
-}
-
-TEST(FactReader, ReadsStatusAndReplyOfTokens) {
-  const std::string document = "{\n    \"a\": \", result=1, \"\n}\n";
-  const Facts get =
-      Read(std::string("Post failed, url=") + kUrl + ", request=" + document + ", result=404, none",
-           document);
-  EXPECT_EQ(get.status, 404);
-  EXPECT_EQ(get.reply, "none");
-  const Facts refresh = Read("Put failed error:500, down");
-  EXPECT_EQ(refresh.status, 500);
-  EXPECT_EQ(refresh.reply, "down");
-}
-
-TEST(FactReader, ReadsStatusAndReplyOfJsonRequests) {
-  EXPECT_EQ(Read(std::string("Get failed, url=") + kUrl + ", result=204, ").status, 204);
-  const Facts post = Read(std::string("Post failed, url=") + kUrl + ", result=-1, ");
-  EXPECT_EQ(post.status, -1);
-  EXPECT_EQ(post.reply, "");
-}
-
-TEST(FactReader, ReadsStatusOfSignedUploads) {
-  const Facts facts = Read("UploadLog failed, code=403, body=x");
-  EXPECT_EQ(facts.status, 403);
-  EXPECT_EQ(facts.reply, "x");
-  EXPECT_FALSE(Read("UploadLog failed").status);
-}
-
-TEST(FactReader, ReadsTheReplyToALogAddress) {
-  const Facts facts = Read(std::string("Get from ") + kUrl + " failed, json body: gone");
-  EXPECT_TRUE(facts.refused);
-  EXPECT_EQ(facts.reply, "gone");
-  EXPECT_FALSE(facts.status);
-}
-
-TEST(FactReader, KnowsAnswersThatAreNotJson) {
-  const Facts general = Read("json parse(<html>) failed) failed");
-  EXPECT_TRUE(general.notJson);
-  EXPECT_EQ(general.reply, "<html>) failed");
-  const Facts service = Read("parse json body failed, json body: <p>");
-  EXPECT_TRUE(service.notJson);
-  EXPECT_EQ(service.reply, "<p>");
+TEST(FactReader, ReadsStatusesAndReplies) {
+  const struct {
+    std::string message;
+    std::optional<int> status;
+    std::string reply;
+    bool notJson = false;
+  } kLines[] = {
+      {"Post failed url=" + kUrl + ", result=503:busy, result=1", 503, "busy, result=1"},
+      {"Post failed url=" + kUrl + ", result=401:no src Length=3", 401, "no src Length=3"},
+      {"Post failed, url=" + kUrl + ", request=" + kDocument + ", result=404, none", 404, "none"},
+      {"Put failed error:500, down", 500, "down"},
+      {"Get failed, url=" + kUrl + ", result=204, ", 204, ""},
+      {"Post failed, url=" + kUrl + ", result=-1, ", -1, ""},
+      {"UploadLog failed, code=403, body=x", 403, "x"},
+      {"Get from " + kUrl + " failed, json body: gone", std::nullopt, "gone"},
+      {"json parse(<html>) failed) failed", std::nullopt, "<html>) failed", true},
+      {"parse json body failed, json body: <p>", std::nullopt, "<p>", true}};
+  for (const auto& line : kLines) {
+    SCOPED_TRACE(line.message);
+    const Facts facts = Read(line.message);
+    EXPECT_EQ(facts.status, line.status);
+    EXPECT_EQ(facts.reply, line.reply);
+    EXPECT_EQ(facts.notJson, line.notJson);
+    EXPECT_EQ(facts.refused, !line.notJson);
+  }
 }
 
 TEST(FactReader, KeepsTheStartOfAReplyOnly) {
@@ -135,32 +107,33 @@ TEST(FactReader, KnowsTheSteps) {
 }
 
 TEST(FactReader, PassesOverOtherLines) {
-  const Facts facts = Read("Set domain=h:80:127.0.0.1");
-  EXPECT_EQ(facts.curlResult, 0);
-  EXPECT_FALSE(facts.status);
-  EXPECT_FALSE(facts.refused);
-  EXPECT_FALSE(facts.notJson);
+  for (const char* message : {"Set domain=h:80:127.0.0.1", "UploadLog failed"}) {
+    const Facts facts = Read(message);
+    EXPECT_EQ(facts.curlResult, 0);
+    EXPECT_FALSE(facts.status);
+    EXPECT_FALSE(facts.refused);
+    EXPECT_FALSE(facts.notJson);
+  }
 }
 
 TEST(JudgeTransfer, TellsTheClassesApart) {
-  EXPECT_EQ(JudgeTransfer(CURLE_URL_MALFORMAT, "", 5).exit, Exit::kUsage);
-  for (const CURLcode code :
+  const std::pair<Exit, std::vector<CURLcode>> kClasses[] = {
+      {Exit::kUsage, {CURLE_URL_MALFORMAT}},
+      {Exit::kNetwork,
        {CURLE_COULDNT_CONNECT, CURLE_COULDNT_RESOLVE_HOST, CURLE_GOT_NOTHING, CURLE_SEND_ERROR,
         CURLE_RECV_ERROR, CURLE_PARTIAL_FILE, CURLE_UNSUPPORTED_PROTOCOL, CURLE_WEIRD_SERVER_REPLY,
-        CURLE_INTERFACE_FAILED, CURLE_SEND_FAIL_REWIND}) {
-    EXPECT_EQ(JudgeTransfer(code, "", 5).exit, Exit::kNetwork) << code;
-  }
-  EXPECT_EQ(JudgeTransfer(CURLE_OPERATION_TIMEDOUT, "", 5).exit, Exit::kTimeout);
-  for (const CURLcode code :
+        CURLE_INTERFACE_FAILED, CURLE_SEND_FAIL_REWIND}},
+      {Exit::kTimeout, {CURLE_OPERATION_TIMEDOUT}},
+      {Exit::kTls,
        {CURLE_SSL_CONNECT_ERROR, CURLE_SSL_CERTPROBLEM, CURLE_PEER_FAILED_VERIFICATION,
-        CURLE_SSL_CACERT_BADFILE, CURLE_SSL_CLIENTCERT, CURLE_SSL_CIPHER}) {
-    EXPECT_EQ(JudgeTransfer(code, "", 5).exit, Exit::kTls) << code;
+        CURLE_SSL_CACERT_BADFILE, CURLE_SSL_CLIENTCERT, CURLE_SSL_CIPHER}},
+      {Exit::kFile, {CURLE_WRITE_ERROR, CURLE_READ_ERROR}},
+      {Exit::kOther, {CURLE_OUT_OF_MEMORY, CURLE_BAD_FUNCTION_ARGUMENT}}};
+  for (const auto& [exit, codes] : kClasses) {
+    for (const CURLcode code : codes) {
+      EXPECT_EQ(JudgeTransfer(code, "", 5).exit, exit) << code;
+    }
   }
-  for (const CURLcode code : {CURLE_WRITE_ERROR, CURLE_READ_ERROR}) {
-    EXPECT_EQ(JudgeTransfer(code, "", 5).exit, Exit::kFile) << code;
-  }
-  EXPECT_EQ(JudgeTransfer(CURLE_OUT_OF_MEMORY, "", 5).exit, Exit::kOther);
-  EXPECT_EQ(JudgeTransfer(CURLE_BAD_FUNCTION_ARGUMENT, "", 5).exit, Exit::kOther);
   EXPECT_EQ(
       JudgeTransfer(CURLE_BAD_FUNCTION_ARGUMENT, "unable to set private key file: 'k'", 5).advice,
       JudgeTransfer(CURLE_SSL_CERTPROBLEM, "", 5).advice);
