@@ -75,8 +75,8 @@ std::string Coloured(const char* colour, const std::string& text) {
   return colour + text + kReset;
 }
 
-}  // namespace
-
+// Whether what is written to the descriptor `fd` has colours. `when` is the value of --color: on
+// "auto" where a terminal is that has them, unless NO_COLOR is set (https://no-color.org).
 bool HasColours(const std::string& when, int fd) {
   if (when != "auto") {
     return when == "always";
@@ -85,6 +85,8 @@ bool HasColours(const std::string& when, int fd) {
   return isatty(fd) == 1 && Environment("NO_COLOR").empty() && !terminal.empty() &&
          terminal != "dumb";
 }
+
+}  // namespace
 
 std::string ColouredJson(const std::string& json) {
   std::string out;

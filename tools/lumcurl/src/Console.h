@@ -57,10 +57,6 @@ class Console {
   std::vector<SecretText> m_masks;  // longest first
 };
 
-// Whether what is written to the descriptor `fd` has colours. `when` is the value of --color: on
-// "auto" where a terminal is that has them, unless NO_COLOR is set (https://no-color.org).
-bool HasColours(const std::string& when, int fd);
-
 // A JSON document with colours: names, strings, numbers, and the words true, false and null.
 std::string ColouredJson(const std::string& json);
 

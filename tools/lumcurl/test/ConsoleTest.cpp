@@ -2,10 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pty.h>
-#include <unistd.h>
-
-#include <cstdlib>
 
 #include "Progress.h"
 #include "support/CaptureFd.h"
@@ -22,23 +18,6 @@ TEST(Console, WritesDataAsItIsWhereNoTerminalIs) {
   Console console(false, false);
   console.Data("a\x1b[31m\n");
   EXPECT_EQ(captured.Stop(), "a\x1b[31m\n");
-}
-
-TEST(Console, QuietDropsWarningsAndKeepsErrors) {
-  CaptureStderr captured;
-  Console console(false, true);
-  console.Warn("w");
-  console.Detail("d");
-  console.Error("e");
-  EXPECT_EQ(captured.Stop(), "lumcurl: e\n");
-}
-
-TEST(Console, VerboseShowsDetails) {
-  CaptureStderr captured;
-  Console console(true, false);
-  console.Warn("w");
-  console.Detail("d");
-  EXPECT_EQ(captured.Stop(), "lumcurl: warning: w\nlumcurl: d\n");
 }
 
 TEST(Console, WritesOneLineWhateverTheText) {
@@ -90,56 +69,7 @@ TEST(Console, CutsLongLinesBetweenCharacters) {
   EXPECT_EQ(captured.Stop(), "lumcurl: " + std::string(3999, 'x') + "...\n");
 }
 
-TEST(Console, ShowsNoProgressWithoutATerminal) {
-  CaptureStderr captured;
-  EXPECT_FALSE(Console(false, false).ShowsProgress());
-  captured.Stop();
-}
-
 // ---- Colours ----
-
-// A terminal, whose descriptor it has; and an environment in which it has colours.
-class Colour : public testing::Test {
- protected:
-  Colour() {
-    EXPECT_EQ(openpty(&m_master, &m_terminal, nullptr, nullptr, nullptr), 0);
-    setenv("TERM", "xterm", 1);
-    unsetenv("NO_COLOR");
-  }
-  ~Colour() override {
-    close(m_master);
-    close(m_terminal);
-  }
-
-  int m_master = -1;
-  int m_terminal = -1;
-};
-
-TEST_F(Colour, IsOnForATerminalOnly) {
-  EXPECT_TRUE(HasColours("auto", m_terminal));
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  EXPECT_FALSE(HasColours("auto", ends[1]));
-  EXPECT_TRUE(HasColours("always", ends[1]));
-  close(ends[0]);
-  close(ends[1]);
-}
-
-TEST_F(Colour, IsOffWhereTheUserWantsNone) {
-  EXPECT_FALSE(HasColours("never", m_terminal));
-  setenv("NO_COLOR", "1", 1);
-  EXPECT_FALSE(HasColours("auto", m_terminal));
-  EXPECT_TRUE(HasColours("always", m_terminal));
-  setenv("NO_COLOR", "", 1);
-  EXPECT_TRUE(HasColours("auto", m_terminal));
-}
-
-TEST_F(Colour, IsOffWhereTheTerminalHasNone) {
-  for (const char* terminal : {"dumb", ""}) {
-    setenv("TERM", terminal, 1);
-    EXPECT_FALSE(HasColours("auto", m_terminal)) << terminal;
-  }
-}
 
 // "name" for a colour, in place of its escape sequence.
 std::string Named(std::string text) {

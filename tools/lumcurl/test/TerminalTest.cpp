@@ -182,7 +182,8 @@ TEST_F(Terminal, HasColoursForJsonAndForMessages) {
 
 TEST_F(Terminal, HasNoColoursWhereNoneAreWanted) {
   m_server.SetHandler([](const WireRequest&) { return JsonReply(R"({"a":1})", 404); });
-  for (const Words& environment : {Words{"NO_COLOR=1"}, Words{kColours, "TERM=dumb"}}) {
+  for (const Words& environment :
+       {Words{"NO_COLOR=1"}, Words{kColours, "TERM=dumb"}, Words{kColours, "TERM="}}) {
     OnTerminal terminal(LumcurlCommand({"get", m_server.Url()}), environment);
     EXPECT_EQ(terminal.Wait(), 4);
     EXPECT_THAT(terminal.Shown(), Not(HasSubstr("\x1b")));
@@ -198,7 +199,10 @@ TEST_F(Terminal, HasNoColoursWhereNoneAreWanted) {
     EXPECT_EQ(terminal.Wait(), 4);
     EXPECT_THAT(terminal.Shown(), Not(HasSubstr("\x1b")));
   }
-  EXPECT_THAT(Lumcurl({"get", "--color", "always", m_server.Url()}).out, HasSubstr("\x1b[36m1"));
+  ProcessOptions options;
+  options.environment = {"NO_COLOR=1"};
+  EXPECT_THAT(Lumcurl({"get", "--color", "always", m_server.Url()}, options).out,
+              HasSubstr("\x1b[36m1"));
   EXPECT_THAT(Lumcurl({"get", m_server.Url()}).out, Not(HasSubstr("\x1b")));
 }
 
