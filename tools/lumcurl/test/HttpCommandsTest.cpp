@@ -170,10 +170,14 @@ class Tls : public testing::Test {
   std::optional<WireServer> m_server;
 };
 
+// Such a key may be read by others.
 TEST_F(Tls, OffersTheCertificateWithAnEncryptedKey) {
   Serve();
-  EXPECT_THAT(Get(m_material.clientEncryptedKey, "open sesame"), Ends(0, IsEmpty()));
-  EXPECT_EQ(m_server->Request(0).clientSubject, "CN=Lum test client,O=Lum");
+  for (const std::string& key : {m_material.clientEncryptedKey, m_material.clientTraditionalKey}) {
+    chmod(key.c_str(), 0644);
+    EXPECT_THAT(Get(key, "open sesame"), Ends(0, IsEmpty()));
+    EXPECT_EQ(m_server->Requests().back().clientSubject, "CN=Lum test client,O=Lum");
+  }
 }
 
 TEST_F(Tls, TakesThePassPhraseFromTheEnvironment) {
@@ -185,11 +189,14 @@ TEST_F(Tls, TakesThePassPhraseFromTheEnvironment) {
 
 TEST_F(Tls, RefusesAWrongOrMissingPassPhrase) {
   Serve();
-  for (const char* pass : {"open barley", ""}) {
+  for (const std::string& pass :
+       {std::string("open barley"), std::string(2048, 'p'), std::string()}) {
     EXPECT_THAT(
         Get(m_material.clientEncryptedKey, pass),
         Ends(8, AllOf(HasSubstr("the pass phrase is the key's"), Not(HasSubstr("barley")))));
   }
+  EXPECT_THAT(Get(m_material.clientEncryptedKey, std::string(2049, 'p')),
+              Ends(2, HasSubstr("the key's pass phrase is longer than 2048 bytes")));
 }
 
 TEST_F(Tls, NamesFilesThatAreMissing) {
@@ -218,6 +225,16 @@ TEST_F(Download, WritesTheFile) {
   EXPECT_TRUE(ReadFile(path) == GeneratedBytes(0, 3'000'000));
 }
 
+TEST_F(Download, WritesIntoItsOwnDirectory) {
+  ProcessOptions options;
+  options.directory = m_directory.Path();
+  for (const char* name : {"./-", "new"}) {
+    m_server.Script(StatusReply(200, "content"));
+    EXPECT_THAT(Lumcurl({"download", m_server.Url(), name}, options), Ends(0, IsEmpty()));
+    EXPECT_EQ(ReadFile(m_directory.Path(name)), "content");
+  }
+}
+
 TEST_F(Download, NamesWhatItCannotWriteTo) {
   const std::string fifo = m_directory.Path("fifo");
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
@@ -226,7 +243,10 @@ TEST_F(Download, NamesWhatItCannotWriteTo) {
   const std::pair<std::string, std::string> kCases[] = {
       {"", "the name of the file to write is empty"},
       {"-", "a download goes into a file"},
+      {m_directory.Path(), "'" + m_directory.Path() + "' is a directory"},
       {fifo, "'" + fifo + "' is a pipe or a device"},
+      {"/dev/null", "'/dev/null' is a pipe or a device"},
+      {m_directory.Write("file", "") + "/below", "Not a directory"},
       {link, "'" + link + "' is a pipe or a device"},
       {m_directory.Path("none/f"), "its directory '" + m_directory.Path("none") + "'"},
       {"/tmp/" + std::string(5000, 'x'), "File name too long"},

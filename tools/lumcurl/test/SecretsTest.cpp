@@ -48,8 +48,10 @@ TEST_F(Secrets, TokenIsHidden) {
 TEST_F(Secrets, RequestDocumentIsHidden) {
   const std::string request =
       m_directory.Secret("json", R"({"user":"alice","password":"hunter22"})");
-  const std::string shown = Shown({"token", "--data-file", request, m_server.Url()}, "hunter22");
-  EXPECT_THAT(shown, HasSubstr("request=(the request document)"));
+  const Words words = {"token", "--data-file", request, m_server.Url()};
+  EXPECT_THAT(Shown(words, "hunter22"), HasSubstr("request=(the request document)"));
+  m_server.SetHandler([](const WireRequest&) { return StatusReply(403, "alice used hunter22"); });
+  EXPECT_THAT(Shown(words, "hunter22"), HasSubstr("the reply: alice used ***\n"));
 }
 
 TEST_F(Secrets, HeaderValuesAreHidden) {
@@ -58,8 +60,12 @@ TEST_F(Secrets, HeaderValuesAreHidden) {
     EXPECT_THAT(Shown({command, "-H", "@" + lines, m_server.Url()}, "b3arer-value"),
                 HasSubstr("> Authorization: ***\n"));
   }
+  m_server.SetHandler([](const WireRequest&) { return StatusReply(403, "got b3arer-value"); });
+  EXPECT_THAT(Shown({"get", "-H", "@" + lines, m_server.Url()}, "b3arer-value"),
+              HasSubstr("got ***\n"));
   EXPECT_THAT(Shown({"service-get", "-H", "Cookie: c00kie-value", m_server.Url()}, "c00kie-value"),
-              HasSubstr("> Cookie: ***\n"));
+              AllOf(HasSubstr("> Cookie: ***\n"),
+                    HasSubstr("; put the line into a file and give -H @FILE\n")));
 }
 
 TEST_F(Secrets, SignatureIsHidden) {
@@ -88,6 +94,8 @@ TEST_F(Secrets, UrlsAreHiddenWhereTheyCarryOne) {
 TEST_F(Secrets, UsageErrorsDoNotRepeatThem) {
   EXPECT_THAT(Lumcurl({"get", "-H", "Authorization: one\ntw0-value", m_server.Url()}),
               Ends(2, Not(HasSubstr("tw0-value"))));
+  EXPECT_THAT(Lumcurl({"get", "-H", "Authorization Bearer s3cret", m_server.Url()}),
+              Ends(2, Not(HasSubstr("s3cret"))));
 }
 
 TEST_F(Secrets, UsageErrorsHideThoseOfUrls) {

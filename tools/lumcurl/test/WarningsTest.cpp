@@ -45,16 +45,23 @@ TEST_F(Warnings, TellOfEveryFileWithASecretThatOthersCanRead) {
   chmod(open.c_str(), 0640);
   const std::string url = m_port.Url();
   const std::string tls = m_port.Url("https");
-  for (const Words& words :
-       {Words{"post", "--data-file", open, url}, Words{"token", "--data-file", open, url},
-        Words{"report", "--data-file", open, url}, Words{"service-post", "--data-file", open, url},
-        Words{"log-address", "--access-id", "a", "--file-name", "f", "--token-file", open, url},
-        Words{"upload-log", "--sign-key-file", open, url, m_directory.Secret("f", "x")},
-        Words{"service-get", "--cert", m_directory.Secret("pem", ""), "--key", open, tls},
-        Words{"service-get", "--cert", m_directory.Secret("pem", ""), "--key",
-              m_directory.Secret("key", ""), "--pass-file", open, tls}}) {
+  const std::string pem = m_directory.Secret("pem", "");
+  const std::pair<std::string, Words> kCases[] = {
+      {"the body", {"post", "--data-file", open, url}},
+      {"the body", {"token", "--data-file", open, url}},
+      {"the body", {"report", "--data-file", open, url}},
+      {"the body", {"service-post", "--data-file", open, url}},
+      {"the token",
+       {"log-address", "--access-id", "a", "--file-name", "f", "--token-file", open, url}},
+      {"the key", {"upload-log", "--sign-key-file", open, url, m_directory.Secret("f", "x")}},
+      {"the private key, which has no pass phrase,",
+       {"service-get", "--cert", pem, "--key", open, tls}},
+      {"the key's pass phrase",
+       {"service-get", "--cert", pem, "--key", pem, "--pass-file", open, tls}}};
+  for (const auto& [what, words] : kCases) {
     EXPECT_THAT(Lumcurl(words).err,
-                AllOf(WarnsOnceOf("other users can read "), HasSubstr("chmod 600 " + open + "\n")))
+                AllOf(WarnsOnceOf("other users can read "),
+                      HasSubstr(what + " in " + open + "; run: chmod 600 " + open + "\n")))
         << words[0];
   }
 }
