@@ -32,14 +32,41 @@ void LivePage::TearDown() {
   EXPECT_THAT(s_browser->Console(), Each(HasSubstr("Failed to load resource: net::ERR_")));
 }
 
-void LivePage::Open(const BackendProcess& backend, const std::string& query) {
-  s_browser->Open(backend.Url("/" + query));
-  ASSERT_TRUE(Await("document.getElementById('state').textContent === 'live'"));
+void LivePage::Report(const std::string& document, int count) const {
+  std::vector<std::string> arguments{"-H", "Content-Type: application/json", "-d", document};
+  arguments.insert(arguments.end(), static_cast<std::size_t>(count), Url("/report"));
+  Curl(arguments);
+}
+
+void LivePage::Miss(int count) const {
+  Curl(std::vector<std::string>(static_cast<std::size_t>(count), Url("/files/none")));
+}
+
+void LivePage::Open(const std::string& query) const {
+  s_browser->Open(Url("/" + query));
+  ASSERT_TRUE(Await("byId('state').textContent === 'live'"));
   ASSERT_TRUE(Await("document.querySelector('#window .row, #empty:not([hidden])') !== null"));
+}
+
+void LivePage::Show(std::int64_t id) const {
+  Open("?open=" + std::to_string(id));
+  ASSERT_TRUE(AwaitDetail());
+}
+
+bool LivePage::AwaitDetail() {
+  return Await("document.querySelector('#detail[open] .inside dl') !== null");
+}
+
+bool LivePage::AwaitRange(const std::string& end) {
+  return Await("byId('range').textContent.endsWith('" + end + "')");
 }
 
 int LivePage::Number(const std::string& expression) {
   return static_cast<int>(Run("return " + expression + ";").AsInt64(-1));
+}
+
+std::string LivePage::String(const std::string& expression) {
+  return Run("return " + expression + ";").AsString();
 }
 
 std::vector<std::string> LivePage::Strings(const LumJson::Value& list) {
@@ -50,12 +77,8 @@ std::vector<std::string> LivePage::Strings(const LumJson::Value& list) {
   return strings;
 }
 
-bool LivePage::AwaitRange(const std::string& end) {
-  return Await("document.getElementById('range').textContent.endsWith('" + end + "')");
-}
-
 std::string LivePage::Text(const std::string& selector) {
-  return Run("return document.querySelector('" + selector + "').innerText;").AsString();
+  return String("document.querySelector('" + selector + "').innerText");
 }
 
 bool LivePage::IsShown(const std::string& selector) {
@@ -87,23 +110,6 @@ void LivePage::Picture(const std::string& name) {
   if (const char* directory = std::getenv("LUM_SCREENSHOTS")) {
     s_browser->Screenshot(std::string(directory) + "/" + name + ".png");
   }
-}
-
-namespace {
-
-void Send(std::vector<std::string> arguments, const std::string& url, int count) {
-  arguments.insert(arguments.end(), static_cast<std::size_t>(count), url);
-  Curl(arguments);
-}
-
-}  // namespace
-
-void Report(const BackendProcess& backend, const std::string& document, int count) {
-  Send({"-H", "Content-Type: application/json", "-d", document}, backend.Url("/report"), count);
-}
-
-void Miss(const BackendProcess& backend, int count) {
-  Send({}, backend.Url("/files/none"), count);
 }
 
 }  // namespace lumtest

@@ -13,7 +13,7 @@
 namespace lumtest {
 
 // The page in one browser for all tests. Each begins with an empty page, a window of 1280 to 900
-// and light colours.
+// and light colours, and with a new back end that asks for no token.
 class LivePage : public testing::Test {
  protected:
   static void SetUpTestSuite();
@@ -23,16 +23,30 @@ class LivePage : public testing::Test {
   // that the back end has ended.
   void TearDown() override;
 
+  std::string Url(const std::string& path) const { return m_backend.Url(path); }
+
+  // Sends a report, of `document`, or gets what is not there, as often as `count` says.
+  void Report(const std::string& document, int count = 1) const;
+  void Miss(int count = 1) const;
+
   // Opens the page, its URL being `query` longer, and waits until it has shown what there is.
-  static void Open(const BackendProcess& backend, const std::string& query = "");
+  void Open(const std::string& query = "") const;
+
+  // The same, and for the exchange of this number in the detail.
+  void Show(std::int64_t id) const;
 
   static bool Await(const std::string& expression) { return s_browser->Await(expression); }
-  static LumJson::Value Run(const std::string& script) { return s_browser->Run(script); }
-  static int Number(const std::string& expression);
-  static std::vector<std::string> Strings(const LumJson::Value& list);
+  static bool AwaitDetail();
 
   // Waits until the line above the list ends so, as in "of 801".
   static bool AwaitRange(const std::string& end);
+
+  // What a function body returns, and the value of an expression. The page's own names are known
+  // to them.
+  static LumJson::Value Run(const std::string& script) { return s_browser->Run(script); }
+  static int Number(const std::string& expression);
+  static std::string String(const std::string& expression);
+  static std::vector<std::string> Strings(const LumJson::Value& list);
 
   // The text of the first element that a selector finds.
   static std::string Text(const std::string& selector);
@@ -47,15 +61,11 @@ class LivePage : public testing::Test {
   // For people: LUM_SCREENSHOTS names a directory that gets pictures of what was tested.
   static void Picture(const std::string& name);
 
+  static inline const std::vector<std::string> kOpen{"--port", "0", "--open"};
   static Browser* s_browser;
+  BackendProcess m_backend{kOpen};
+  const TempDir m_temp;
 };
-
-// Options of a back end that asks for no token.
-inline const std::vector<std::string> kOpen{"--port", "0", "--open"};
-
-// Sends a report, of `document`, or gets what is not there, as often as `count` says.
-void Report(const BackendProcess& backend, const std::string& document, int count = 1);
-void Miss(const BackendProcess& backend, int count = 1);
 
 }  // namespace lumtest
 

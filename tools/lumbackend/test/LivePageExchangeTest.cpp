@@ -16,22 +16,15 @@ using testing::Not;
 
 class OneExchange : public LivePage {
  protected:
-  static void Show(const BackendProcess& backend, int id) {
-    Open(backend, "?open=" + std::to_string(id));
-    ASSERT_TRUE(Await("document.querySelector('#detail[open] .inside dl') !== null"));
-  }
-
   // What a fact of the detail says, or "none".
   static std::string Fact(const std::string& name) {
-    return Run("return [...document.querySelectorAll('#detail dt')].find(dt => dt.innerText === '" +
-               name + "')?.nextElementSibling.innerText ?? 'none';")
-        .AsString();
+    return String("[...document.querySelectorAll('#detail dt')].find(dt => dt.innerText === '" +
+                  name + "')?.nextElementSibling.innerText ?? 'none'");
   }
 
   static std::string Block(const std::string& label) {
-    return Run("return document.querySelector('#detail pre[aria-label=\"" + label +
-               "\"]').textContent;")
-        .AsString();
+    return String("document.querySelector('#detail pre[aria-label=\"" + label +
+                  "\"]').textContent");
   }
 
   // The head without the length of the body: of a report that is JSON, the compact form is kept.
@@ -57,14 +50,14 @@ class OneExchange : public LivePage {
 };
 
 TEST_F(OneExchange, OpensWithItsFactsBodyAndHead) {
-  BackendProcess backend;
+  m_backend.Start({"--port", "0"});
   Curl({"-H", "X-Auth-Token: secret-of-mine", "-d", R"({"a": [1, {}], "b": 12345678901234567890})",
-        backend.Url("/report")});
-  Miss(backend);
-  Open(backend);
+        Url("/report")});
+  Miss();
+  Open();
   Click("#x1");
-  ASSERT_TRUE(Await("document.querySelector('#detail[open] .inside dl') !== null"));
-  EXPECT_EQ(Run("return location.search;").AsString(), "?open=1");
+  ASSERT_TRUE(AwaitDetail());
+  EXPECT_EQ(String("location.search"), "?open=1");
   EXPECT_EQ(Text("#detail-title"), "POST /report");
   EXPECT_EQ(Fact("Refused"), "the token is unknown");
   EXPECT_EQ(Fact("Status"), "401");
@@ -75,14 +68,13 @@ TEST_F(OneExchange, OpensWithItsFactsBodyAndHead) {
   EXPECT_THAT(Block("Answer"), HasSubstr("\"error\": \"the token is unknown\""));
   // The last one closes, and the URL with it.
   Run("history.back();");
-  ASSERT_TRUE(Await("!document.getElementById('detail').open"));
+  ASSERT_TRUE(Await("!byId('detail').open"));
 }
 
 TEST_F(OneExchange, ShowsABodyPrettyAndRaw) {
-  BackendProcess backend(kOpen);
   const std::string body = R"({"a":[1,{}],"b":12345678901234567890,"c":"x\"{ y","a":1e2})";
-  Curl({"-d", body, backend.Url("/echo")});
-  Show(backend, 1);
+  Curl({"-d", body, Url("/echo")});
+  Show(1);
   EXPECT_EQ(Fact("Body in"), "58 bytes");
   EXPECT_EQ(Block("Body"),
             "{\n  \"a\": [\n    1,\n    {}\n  ],\n  \"b\": 12345678901234567890,\n"
@@ -104,35 +96,28 @@ TEST_F(OneExchange, ShowsABodyByTheRuleOfTheLog) {
       "\xf4\x90\x80\x80 "
       "\xf0\x9f\x98\x80 \xe2\x82 \x1b[31m Gr\xc3\xbc\xc3\x9f\x65\t\n" +
       std::string(1, '\0');
-  BackendProcess backend(kOpen);
-  const TempDir temp;
-  Curl({"--data-binary", "@" + temp.Write("body", body), backend.Url("/report")});
-  Show(backend, 1);
+  Curl({"--data-binary", "@" + m_temp.Write("body", body), Url("/report")});
+  Show(1);
   EXPECT_EQ(Block("Body"), LumSafeText(body, "\n\t"));
 }
 
 TEST_F(OneExchange, FetchesALargeBodyOnlyWhenAskedTo) {
-  BackendProcess backend(kOpen);
-  const TempDir temp;
   const std::string document = "[\"" + std::string(500'000, 'x') + "\",\"the end\"]";
-  Curl({"--data-binary", "@" + temp.Write("body", document), backend.Url("/report")});
-  Show(backend, 1);
+  Curl({"--data-binary", "@" + m_temp.Write("body", document), Url("/report")});
+  Show(1);
   EXPECT_LT(Block("Body").size(), 70'000u);
   EXPECT_THAT(Text("#detail"), HasSubstr("64 KiB of 488 KiB are shown."));
   Press("Show more");
   ASSERT_TRUE(Await("document.querySelector('#detail pre').textContent.endsWith('the end\"\\n]')"));
   EXPECT_THAT(Text("#detail"), Not(HasSubstr("are shown.")));
   // The whole of it is one click away as well.
-  EXPECT_EQ(
-      Run("return document.querySelector('#detail a[download]').getAttribute('href');").AsString(),
-      "/exchanges/1/body");
+  EXPECT_EQ(String("document.querySelector('#detail a[download]').getAttribute('href')"),
+            "/exchanges/1/body");
 }
 
 TEST_F(OneExchange, OffersTheObjectForDownload) {
-  BackendProcess backend(kOpen);
-  const TempDir temp;
-  Curl({"-T", temp.Write("a", "content"), backend.Url("/objects/logs/a%20b.txt")});
-  Show(backend, 1);
+  Curl({"-T", m_temp.Write("a", "content"), Url("/objects/logs/a%20b.txt")});
+  Show(1);
   EXPECT_EQ(Fact("Object"), "logs/a b.txt");
   const LumJson::Value link = s_browser->RunAsync(R"(
     const link = document.querySelector('#detail a[download]');
@@ -143,8 +128,7 @@ TEST_F(OneExchange, OffersTheObjectForDownload) {
 }
 
 TEST_F(OneExchange, SaysWhatIsNotKeptAnyMore) {
-  BackendProcess backend(kOpen);
-  Open(backend, "?open=17");
+  Open("?open=17");
   ASSERT_TRUE(Await("document.querySelector('#detail[open] .inside p') !== null"));
   EXPECT_EQ(Text("#detail-title"), "Exchange 17");
   EXPECT_THAT(Text("#detail .inside"), HasSubstr("kept"));
@@ -153,8 +137,6 @@ TEST_F(OneExchange, SaysWhatIsNotKeptAnyMore) {
 
 // What the copied command sends is what was sent: nothing is lost, added or run by the shell.
 TEST_F(OneExchange, ItsCurlCommandSendsTheSameAgain) {
-  BackendProcess backend(kOpen);
-  const TempDir temp;
   const std::vector<std::string> bodies = {
       R"({"it's": "$(touch owned) `touch owned` \\ ! \" ; touch owned"})",
       "@/etc/passwd is no file's name here",
@@ -165,94 +147,85 @@ TEST_F(OneExchange, ItsCurlCommandSendsTheSameAgain) {
   int id = 0;
   for (const std::string& body : bodies) {
     Curl({"-H", "Content-Type: text/plain", "-H", "X-Odd: it's $HOME \"q\" \\ `x`", "-H", "Empty;",
-          "-H", "X-Auth-Token: secret", "-g", "--data-binary", "@" + temp.Write("body", body),
-          backend.Url("/report?it='$x'&a[]={1}")});
-    Show(backend, ++id);
+          "-H", "X-Auth-Token: secret", "-g", "--data-binary", "@" + m_temp.Write("body", body),
+          Url("/report?it='$x'&a[]={1}")});
+    Show(++id);
     const std::string head = Head();
     const std::string command = Block("Again with curl");
     EXPECT_THAT(command, Not(HasSubstr("secret")));
-    const ProcessResult result = Shell(command, temp.Path());
+    const ProcessResult result = Shell(command, m_temp.Path());
     ASSERT_EQ(result.exitStatus, 0) << command << result.Describe();
-    Show(backend, ++id);
+    Show(++id);
     EXPECT_EQ(Head(), head) << command;
-    const std::string url = backend.Url("/exchanges/");
+    const std::string url = Url("/exchanges/");
     EXPECT_EQ(Curl({url + std::to_string(id) + "/body"}).body,
               Curl({url + std::to_string(id - 1) + "/body"}).body)
         << command;
-    EXPECT_FALSE(Exists(temp.Path("owned")));
+    EXPECT_FALSE(Exists(m_temp.Path("owned")));
   }
 }
 
 TEST_F(OneExchange, ItsCurlCommandPacksAgainWhatWasPacked) {
-  BackendProcess backend(kOpen);
-  const TempDir temp;
-  temp.Write("body", R"({"accessId": "robot-7"})");
-  ASSERT_TRUE(RunCommand({"gzip", temp.Path("body")}).Succeeded());
+  m_temp.Write("body", R"({"accessId": "robot-7"})");
+  ASSERT_TRUE(RunCommand({"gzip", m_temp.Path("body")}).Succeeded());
   Curl({"-H", "Content-Encoding: gzip", "-H", "Content-Type: application/json", "--data-binary",
-        "@" + temp.Path("body.gz"), backend.Url("/report")});
-  Show(backend, 1);
-  ASSERT_TRUE(Shell(Block("Again with curl"), temp.Path()).Succeeded());
-  Show(backend, 2);
+        "@" + m_temp.Path("body.gz"), Url("/report")});
+  Show(1);
+  ASSERT_TRUE(Shell(Block("Again with curl"), m_temp.Path()).Succeeded());
+  Show(2);
   EXPECT_THAT(Fact("Body in"), HasSubstr(", gzip"));
   EXPECT_EQ(Fact("Device"), "robot-7");
 }
 
 TEST_F(OneExchange, ItsCurlCommandUploadsAFileAgain) {
-  BackendProcess backend(kOpen);
-  const TempDir temp;
-  Curl({"-T", temp.Write("file", "content"), backend.Url("/objects/it's.txt")});
-  Show(backend, 1);
+  Curl({"-T", m_temp.Write("file", "content"), Url("/objects/it's.txt")});
+  Show(1);
   EXPECT_THAT(Text("#detail"), HasSubstr("Needs the file."));
-  temp.Write("it's.txt", "other content");
-  ASSERT_TRUE(Shell(Block("Again with curl"), temp.Path()).Succeeded());
-  EXPECT_EQ(Curl({backend.Url("/objects/it's.txt")}).body, "other content");
+  m_temp.Write("it's.txt", "other content");
+  ASSERT_TRUE(Shell(Block("Again with curl"), m_temp.Path()).Succeeded());
+  EXPECT_EQ(Curl({Url("/objects/it's.txt")}).body, "other content");
 }
 
 TEST_F(OneExchange, ItsLumcurlCommandSendsTheSameAgain) {
-  BackendProcess backend(kOpen);
-  const TempDir temp;
-  temp.Write("request.json", "{}");
-  const auto again = [&](const std::vector<std::string>& arguments) {
+  m_temp.Write("request.json", "{}");
+  const auto newest = [this] { return Curl({Url("/totals")}).Json()["last"].AsInt64(); };
+  const std::string json = "Content-Type: application/json";
+  const std::pair<const char*, std::vector<std::string>> kCases[] = {
+      {"lumcurl report",
+       {"-H", json, "-d", "{\"accessId\": \"it's\", \"topic_name\": \"$(id)\"}", Url("/report")}},
+      {"| lumcurl service-post",
+       {"-H", json, "-d", "[\"" + std::string(3000, '7') + "\"]", Url("/echo")}},
+      {"lumcurl service-get", {"-H", "X-Odd: $HOME", Url("/echo?a=1&b='")}},
+      {"lumcurl token", {"-d", "{}", Url("/token")}},
+      {"lumcurl log-address", {Url("/log-address?access_id=robot-7&file_name=a.zip")}},
+      {"lumcurl log-address", {Url("/log-address?access_id=--quiet&file_name=--help")}},
+      {"lumcurl upload-log", {"-T", m_temp.Write("a.zip", "content"), Url("/objects/a.zip")}},
+      {"lumcurl download", {Url("/objects/a.zip")}},
+  };
+  for (const auto& [start, arguments] : kCases) {
     Curl(arguments);
-    const int id = static_cast<int>(Curl({backend.Url("/totals")}).Json()["last"].AsInt64());
-    Show(backend, id);
+    const auto id = newest();
+    Show(id);
     const std::string title = Text("#detail-title");
     const std::string object = Fact("Object") + Fact("Device") + Fact("Topic");
     const std::string command = Block("Again with lumcurl");
-    const ProcessResult result = Shell(command, temp.Path());
-    EXPECT_EQ(result.exitStatus, 0) << command << result.Describe();
-    Show(backend, id + 1);
-    EXPECT_EQ(Text("#detail-title"), title) << command;
-    EXPECT_EQ(Fact("Object") + Fact("Device") + Fact("Topic"), object) << command;
-    return command;
-  };
-  const std::string json = "Content-Type: application/json";
-  EXPECT_THAT(again({"-H", json, "-d", "{\"accessId\": \"it's\", \"topic_name\": \"$(id)\"}",
-                     backend.Url("/report")}),
-              HasSubstr("lumcurl report"));
-  EXPECT_THAT(
-      again({"-H", json, "-d", "[\"" + std::string(3000, '7') + "\"]", backend.Url("/echo")}),
-      HasSubstr("| lumcurl service-post"));
-  EXPECT_THAT(again({"-H", "X-Odd: $HOME", backend.Url("/echo?a=1&b='")}),
-              HasSubstr("lumcurl service-get"));
-  EXPECT_THAT(again({"-d", "{}", backend.Url("/token")}), HasSubstr("lumcurl token"));
-  EXPECT_THAT(again({backend.Url("/log-address?access_id=robot-7&file_name=a.zip")}),
-              HasSubstr("lumcurl log-address"));
-  EXPECT_THAT(again({backend.Url("/log-address?access_id=--quiet&file_name=--help")}),
-              HasSubstr("lumcurl log-address"));
-  EXPECT_THAT(again({"-T", temp.Write("a.zip", "content"), backend.Url("/objects/a.zip")}),
-              HasSubstr("lumcurl upload-log"));
-  EXPECT_THAT(again({backend.Url("/objects/a.zip")}), HasSubstr("lumcurl download"));
-  Curl({"-X", "DELETE", backend.Url("/echo")});
-  Show(backend, static_cast<int>(Curl({backend.Url("/totals")}).Json()["last"].AsInt64()));
-  EXPECT_THAT(Run("return document.getElementById('detail').textContent;").AsString(),
+    EXPECT_THAT(command, HasSubstr(start));
+    SCOPED_TRACE(command);
+    const ProcessResult result = Shell(command, m_temp.Path());
+    EXPECT_EQ(result.exitStatus, 0) << result.Describe();
+    Show(id + 1);
+    EXPECT_EQ(Text("#detail-title"), title);
+    EXPECT_EQ(Fact("Object") + Fact("Device") + Fact("Topic"), object);
+  }
+  Curl({"-X", "DELETE", Url("/echo")});
+  Show(newest());
+  EXPECT_THAT(String("byId('detail').textContent"),
               HasSubstr("lumcurl has no command for such a request."));
 }
 
 TEST_F(OneExchange, CopiesItsCommand) {
-  BackendProcess backend(kOpen);
-  Miss(backend);
-  Show(backend, 1);
+  Miss();
+  Show(1);
   // Headless browsers have a clipboard of their own, but ask before they hand it out.
   Run("navigator.clipboard.writeText = text => { window.copied = text; return Promise.resolve(); "
       "};");
@@ -260,7 +233,7 @@ TEST_F(OneExchange, CopiesItsCommand) {
   ASSERT_TRUE(
       Await("[...document.querySelectorAll('#detail button')].some(b => b.textContent === "
             "'Copied')"));
-  EXPECT_EQ(Run("return copied;").AsString(), Block("Again with curl"));
+  EXPECT_EQ(String("copied"), Block("Again with curl"));
   // Over plain HTTP from another machine there is none.
   Run("navigator.clipboard.writeText = () => Promise.reject(); document.execCommand = () => {"
       "  window.selected = document.activeElement.value; return true; };");
@@ -268,7 +241,7 @@ TEST_F(OneExchange, CopiesItsCommand) {
   ASSERT_TRUE(
       Await("[...document.querySelectorAll('#detail button')].filter(b => b.textContent === "
             "'Copied').length === 2"));
-  EXPECT_EQ(Run("return selected;").AsString(), Block("Again with lumcurl"));
+  EXPECT_EQ(String("selected"), Block("Again with lumcurl"));
 }
 
 }  // namespace

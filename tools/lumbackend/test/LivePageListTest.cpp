@@ -14,26 +14,22 @@ using testing::HasSubstr;
 using testing::StartsWith;
 
 TEST_F(LivePage, SaysThatNothingHasComeInAndWhatCan) {
-  BackendProcess backend;
-  Open(backend);
-  EXPECT_THAT(Text("#empty"), AllOf(HasSubstr("Nothing has come in yet"),
-                                    HasSubstr(backend.Url("/echo")), HasSubstr("POST /report")));
+  Open();
+  EXPECT_THAT(Text("#empty"), AllOf(HasSubstr("Nothing has come in yet"), HasSubstr(Url("/echo")),
+                                    HasSubstr("POST /report")));
   EXPECT_EQ(Text("#refused"), "nothing refused");
   EXPECT_EQ(Text("#reports") + ", " + Text("#refusals"), "0 reports, 0 refusals");
 }
 
 TEST_F(LivePage, ShowsWhatComesInWhileItIsOpen) {
-  BackendProcess backend;
-  Open(backend);
+  m_backend.Start({"--port", "0"});
+  Open();
   const std::string token =
-      "X-Auth-Token: " + Curl({"-d", "{}", backend.Url("/token")}).Json()["token"].AsString();
-  Curl({"-H", token, "-d", R"({"accessId": "robot-7", "topic_name": "engine"})",
-        backend.Url("/report")});
-  const TempDir temp;
-  Curl({"-T", temp.Write("log.zip", std::string(12'345, 'x')),
-        backend.Url("/objects/logs/a%20b.zip")});
-  Curl({"-d", "1", backend.Url("/report?status=204")});
-  Curl({backend.Url("/files/none")});
+      "X-Auth-Token: " + Curl({"-d", "{}", Url("/token")}).Json()["token"].AsString();
+  Curl({"-H", token, "-d", R"({"accessId": "robot-7", "topic_name": "engine"})", Url("/report")});
+  Curl({"-T", m_temp.Write("log.zip", std::string(12'345, 'x')), Url("/objects/logs/a%20b.zip")});
+  Curl({"-d", "1", Url("/report?status=204")});
+  Curl({Url("/files/none")});
   ASSERT_TRUE(AwaitRange("1\u20135 of 5"));
   EXPECT_THAT(Rows(),
               ElementsAre("404 GET /files/none 0 B |  | no such file",
@@ -48,44 +44,25 @@ TEST_F(LivePage, ShowsWhatComesInWhileItIsOpen) {
   EXPECT_THAT(Text("#window .duration"), testing::MatchesRegex("[0-9.]+ m?s"));
 }
 
-TEST_F(LivePage, CountsAllAndLoadsOlderRowsAsOneScrolls) {
-  BackendProcess backend(kOpen);
-  Miss(backend, 801);
-  Open(backend);
-  EXPECT_THAT(Text("#range"), testing::EndsWith("of 801"));
-  // To the end, as often as there is more.
-  for (int page = 1; page <= 8; ++page) {
-    Run("const grid = document.getElementById('grid'); grid.scrollTop = grid.scrollHeight;");
-    ASSERT_TRUE(Await("document.getElementById('rows').offsetHeight >= 34 * " +
-                      std::to_string(std::min(801, 100 * (page + 1)))));
-  }
-  Run("const grid = document.getElementById('grid'); grid.scrollTop = grid.scrollHeight;");
-  ASSERT_TRUE(AwaitRange("\u2013801 of 801"));
-  EXPECT_TRUE(Await("document.querySelector('#window .row:last-child').id === 'x1'"));
-}
-
 TEST_F(LivePage, KeepsFewElementsAndAStretchOfTheRowsHoweverFarOneScrolls) {
-  BackendProcess backend(kOpen);
-  Miss(backend, 4000);
-  Open(backend);
+  Miss(4000);
+  Open();
   // To the oldest row, and to the newest again: each step scrolls on when the last one's rows came.
   const auto scroll = [](const std::string& to, const std::string& until) {
-    return s_browser->RunAsync(
-        "const [done, grid] = [arguments[0], document.getElementById('grid')];"
-        "let steps = 2000, elements = 0, height = 0;"
-        "const step = () => {"
-        "  grid.scrollTop = " +
-        to +
-        ";"
-        "  elements = Math.max(elements, document.querySelectorAll('*').length);"
-        "  height = Math.max(height, document.getElementById('rows').offsetHeight);"
-        "  const text = document.getElementById('range').textContent;"
-        "  if (" +
-        until +
-        " || --steps === 0) { done([elements, height, steps]); }"
-        "  else { requestAnimationFrame(step); }"
-        "};"
-        "step();");
+    return s_browser->RunAsync("const [to, ends] = [() => " + to + ", text => " + until + R"(];
+      const done = arguments[0];
+      let steps = 2000, elements = 0, height = 0;
+      const step = () => {
+        grid.scrollTop = to();
+        elements = Math.max(elements, document.querySelectorAll('*').length);
+        height = Math.max(height, byId('rows').offsetHeight);
+        if (ends(byId('range').textContent) || --steps === 0) {
+          done([elements, height, steps]);
+        } else {
+          requestAnimationFrame(step);
+        }
+      };
+      step();)");
   };
   const LumJson::Value down = scroll("grid.scrollHeight", "text.endsWith('\u20134,000 of 4,000')");
   EXPECT_GT(down.At(2).AsInt64(), 0) << Text("#range");
@@ -95,26 +72,24 @@ TEST_F(LivePage, KeepsFewElementsAndAStretchOfTheRowsHoweverFarOneScrolls) {
   EXPECT_GT(up.At(2).AsInt64(), 0) << Text("#range");
   EXPECT_LT(up.At(0).AsInt64(), 1000);
   // What was let go came back, and nothing is missing or twice.
-  EXPECT_EQ(Run("return rows.every((row, i) => row.id === 4000 - i) && rows.length;").AsInt64(),
-            3000);
+  EXPECT_EQ(Number("rows.every((row, i) => row.id === 4000 - i) && rows.length"), 3000);
 }
 
 TEST_F(LivePage, StaysWithTheNewestUntilOneScrollsAway) {
-  BackendProcess backend(kOpen);
-  Miss(backend, 100);
-  Open(backend);
+  Miss(100);
+  Open();
   EXPECT_EQ(Text("#follow[aria-pressed=true]"), "Follow");
-  Miss(backend);
+  Miss();
   ASSERT_TRUE(Await("document.querySelector('#window .row').id === 'x101'"));
-  Run("document.getElementById('grid').scrollTop = 340;");
+  Run("grid.scrollTop = 340;");
   ASSERT_TRUE(Await("document.querySelector('#follow[aria-pressed=false]')"));
   const std::string before = Text("#range");
   EXPECT_THAT(before, StartsWith("11\u2013"));
-  Miss(backend, 3);
+  Miss(3);
   // The rows stay where they are; only their numbers grow.
   ASSERT_TRUE(AwaitRange("of 104"));
   EXPECT_THAT(Text("#range"), StartsWith("14\u2013"));
-  EXPECT_EQ(Number("document.getElementById('grid').scrollTop"), 340);
+  EXPECT_EQ(Number("grid.scrollTop"), 340);
   EXPECT_EQ(Text("#newer"), "3 newer \u2191");
   Click("#newer");
   ASSERT_TRUE(Await("document.querySelector('#window .row').id === 'x104'"));
@@ -123,12 +98,11 @@ TEST_F(LivePage, StaysWithTheNewestUntilOneScrollsAway) {
 }
 
 TEST_F(LivePage, PausesAndShowsAfterwardsWhatCameInMeanwhile) {
-  BackendProcess backend(kOpen);
-  Miss(backend);
-  Open(backend);
+  Miss();
+  Open();
   Click("#pause");
   EXPECT_EQ(Text("#state"), "paused");
-  Miss(backend, 2);
+  Miss(2);
   EXPECT_EQ(Rows().size(), 1u);
   Click("#pause");
   ASSERT_TRUE(AwaitRange("of 3"));
@@ -137,13 +111,12 @@ TEST_F(LivePage, PausesAndShowsAfterwardsWhatCameInMeanwhile) {
 }
 
 TEST_F(LivePage, ClearsTheViewAndNothingElse) {
-  BackendProcess backend(kOpen);
-  Miss(backend, 2);
-  Open(backend);
+  Miss(2);
+  Open();
   Click("#clear");
   ASSERT_TRUE(AwaitRange("0 of 0 since the view was cleared, 2 kept"));
   EXPECT_THAT(Text("#empty"), HasSubstr("Everything is still kept."));
-  Report(backend, "1");
+  Report("1");
   ASSERT_TRUE(AwaitRange("1\u20131 of 1 since the view was cleared, 3 kept"));
   EXPECT_THAT(Rows(), ElementsAre(StartsWith("200 POST /report")));
   Click("#all");
@@ -151,30 +124,25 @@ TEST_F(LivePage, ClearsTheViewAndNothingElse) {
 }
 
 TEST_F(LivePage, FiltersAllThatIsKept) {
-  BackendProcess backend(kOpen);
-  Report(backend, R"({"accessId": "robot-7", "topic_name": "engine", "note": "needle"})");
-  Report(backend, R"({"accessId": "robot-8", "topic_name": "door"})");
-  Miss(backend, 300);
-  Open(backend);
+  Report(R"({"accessId": "robot-7", "topic_name": "engine", "note": "needle"})");
+  Report(R"({"accessId": "robot-8", "topic_name": "door"})");
+  Miss(300);
+  Open();
   ASSERT_TRUE(AwaitRange("of 302"));
-  Type("#text", "needle");
-  ASSERT_TRUE(AwaitRange("1\u20131 of 1 that match, 302 kept"));
-  EXPECT_THAT(Rows(), ElementsAre(HasSubstr("robot-7")));
-  Click("[type=reset]");
-  ASSERT_TRUE(AwaitRange("of 302"));
-  Type("#device", "robot-8");
-  ASSERT_TRUE(AwaitRange("1\u20131 of 1 that match, 302 kept"));
-  EXPECT_THAT(Rows(), ElementsAre(HasSubstr("robot-8")));
-  Click("[type=reset]");
-  ASSERT_TRUE(AwaitRange("of 302"));
-  Type("#topic", "engine");
-  ASSERT_TRUE(AwaitRange("1\u20131 of 1 that match, 302 kept"));
-  Click("[type=reset]");
-  ASSERT_TRUE(AwaitRange("of 302"));
+  for (const auto& [input, text, device] : {std::tuple("#text", "needle", "robot-7"),
+                                            {"#device", "robot-8", "robot-8"},
+                                            {"#topic", "engine", "robot-7"}}) {
+    SCOPED_TRACE(input);
+    Type(input, text);
+    ASSERT_TRUE(AwaitRange("1\u20131 of 1 that match, 302 kept"));
+    EXPECT_THAT(Rows(), ElementsAre(HasSubstr(device)));
+    Click("[type=reset]");
+    ASSERT_TRUE(AwaitRange("of 302"));
+  }
   Click("[value=report]");
   ASSERT_TRUE(AwaitRange("1\u20132 of 2 that match, 302 kept"));
   EXPECT_EQ(Text("label:has([value=refusal]) b"), "300");
-  Run("const status = document.getElementById('status'); status.value = '4';"
+  Run("const status = byId('status'); status.value = '4';"
       "status.dispatchEvent(new Event('input', {bubbles: true}));");
   ASSERT_TRUE(AwaitRange("0 of 0 that match, 302 kept"));
   EXPECT_THAT(Text("#empty"), HasSubstr("No exchange matches the filter"));
@@ -183,18 +151,17 @@ TEST_F(LivePage, FiltersAllThatIsKept) {
   ASSERT_TRUE(AwaitRange("of 302"));
   Click("[value=report]");
   ASSERT_TRUE(AwaitRange("of 2 that match, 302 kept"));
-  Miss(backend);
-  Report(backend, "3");
+  Miss();
+  Report("3");
   ASSERT_TRUE(AwaitRange("1\u20133 of 3 that match, 304 kept"));
   EXPECT_THAT(Rows(), Each(StartsWith("200 POST /report")));
 }
 
 TEST_F(LivePage, CountsWhatIsKeptThoughTheFilteredRowsCameFirst) {
-  BackendProcess backend(kOpen);
-  Report(backend, "1", 2);
-  Open(backend, "?kind=report");
+  Report("1", 2);
+  Open("?kind=report");
   Run("source.close();");
-  Report(backend, "2");
+  Report("2");
   Run("update();");
   ASSERT_TRUE(AwaitRange("1\u20133 of 3 that match, 2 kept"));
   Run("listen();");
@@ -202,62 +169,58 @@ TEST_F(LivePage, CountsWhatIsKeptThoughTheFilteredRowsCameFirst) {
 }
 
 TEST_F(LivePage, HasItsFilterInTheUrl) {
-  BackendProcess backend(kOpen);
-  Report(backend, R"({"topic_name": "engine"})");
-  Miss(backend, 2);
-  Open(backend, "?kind=report&topic=engine");
+  Report(R"({"topic_name": "engine"})");
+  Miss(2);
+  Open("?kind=report&topic=engine");
   ASSERT_TRUE(AwaitRange("1\u20131 of 1 that match, 3 kept"));
   EXPECT_EQ(Text("label:has(:checked)"), "Reports 1");
-  EXPECT_EQ(Run("return document.getElementById('topic').value;").AsString(), "engine");
+  EXPECT_EQ(String("byId('topic').value"), "engine");
   Click("[value=refusal]");
   ASSERT_TRUE(AwaitRange("0 of 0 that match, 3 kept"));
-  EXPECT_EQ(Run("return location.search;").AsString(), "?kind=refusal&topic=engine");
+  EXPECT_EQ(String("location.search"), "?kind=refusal&topic=engine");
   Run("history.back();");
   ASSERT_TRUE(AwaitRange("1\u20131 of 1 that match, 3 kept"));
   EXPECT_EQ(Text("label:has(:checked)"), "Reports 1");
 }
 
 TEST_F(LivePage, SaysThatNothingWasRefusedOnlyWhenThatIsSo) {
-  BackendProcess backend(kOpen);
-  Report(backend, "1");
-  Open(backend, "?kind=refusal");
+  Report("1");
+  Open("?kind=refusal");
   EXPECT_THAT(Text("#empty"), HasSubstr("Nothing refused"));
   EXPECT_EQ(Text("#refused"), "nothing refused");
-  Miss(backend);
+  Miss();
   ASSERT_TRUE(AwaitRange("1\u20131 of 1 that match, 2 kept"));
   EXPECT_FALSE(IsShown("#empty"));
   EXPECT_EQ(Text("#refused"), "1 refused");
-  Open(backend, "?kind=refusal&text=other");
+  Open("?kind=refusal&text=other");
   EXPECT_THAT(Text("#empty"), HasSubstr("No exchange matches the filter"));
 }
 
 TEST_F(LivePage, AnnouncesARefusalOnce) {
-  BackendProcess backend(kOpen);
-  Miss(backend);
-  Open(backend);
+  Miss();
+  Open();
   EXPECT_EQ(Text("#announce"), "");  // what was refused before is no news
-  Run("window.told = []; new MutationObserver(() => told.push(document.getElementById('announce')"
-      ".textContent)).observe(document.getElementById('announce'), {childList: true});");
-  Miss(backend);
+  Run("window.told = [];"
+      "const node = byId('announce');"
+      "new MutationObserver(() => told.push(node.textContent)).observe(node, {childList: true});");
+  Miss();
   ASSERT_TRUE(AwaitRange("of 2"));
   // The page goes on drawing and counting, and says no more of it.
-  Report(backend, "1");
+  Report("1");
   ASSERT_TRUE(AwaitRange("of 3"));
-  Report(backend, "2");
+  Report("2");
   ASSERT_TRUE(AwaitRange("of 4"));
-  EXPECT_EQ(Run("return told.join();").AsString(), "Refused: GET /files/none, 404, no such file");
-  EXPECT_EQ(Run("return document.getElementById('announce').ariaLive;").AsString(), "polite");
+  EXPECT_EQ(String("told.join()"), "Refused: GET /files/none, 404, no such file");
+  EXPECT_EQ(String("byId('announce').ariaLive"), "polite");
 }
 
 TEST_F(LivePage, DrawsTheLastTenMinutes) {
-  BackendProcess backend(kOpen);
-  Report(backend, "1", 3);
-  Miss(backend);
-  Open(backend);
-  ASSERT_TRUE(Await("document.getElementById('reports').textContent === '3 reports'"));
+  Report("1", 3);
+  Miss();
+  Open();
+  ASSERT_TRUE(Await("byId('reports').textContent === '3 reports'"));
   EXPECT_EQ(Text("#refusals"), "1 refusal");
-  EXPECT_THAT(Run("return document.getElementById('chart').ariaLabel;").AsString(),
-              HasSubstr("3 reports, 1 refusal"));
+  EXPECT_THAT(String("byId('chart').ariaLabel"), HasSubstr("3 reports, 1 refusal"));
   // Reports stand on the line and refusals hang from it, on one scale.
   const LumJson::Value sums = Run(R"(
     return ['.reports', '.refusals'].map(part => [...document.querySelector('#chart ' + part)
@@ -267,52 +230,48 @@ TEST_F(LivePage, DrawsTheLastTenMinutes) {
 }
 
 TEST_F(LivePage, HasEverythingAfterARestart) {
-  BackendProcess backend(kOpen);
-  Report(backend, "1");
-  Miss(backend);
-  Open(backend);
-  const std::string port = std::to_string(backend.Port());
-  ASSERT_EQ(backend.Process().Stop().exitStatus, 0);
-  ASSERT_TRUE(Await("document.getElementById('state').className === 'gone'"));
+  Report("1");
+  Miss();
+  Open();
+  const std::string port = std::to_string(m_backend.Port());
+  ASSERT_EQ(m_backend.Process().Stop().exitStatus, 0);
+  ASSERT_TRUE(Await("byId('state').className === 'gone'"));
   EXPECT_EQ(Text("#state"), "the back end does not answer");
   EXPECT_EQ(Rows().size(), 2u);
   Picture("gone");
-  backend.Start({"--port", port, "--open"});
-  ASSERT_TRUE(Await("document.getElementById('state').className === 'live'"));
-  Report(backend, "2");
+  m_backend.Start({"--port", port, "--open"});
+  ASSERT_TRUE(Await("byId('state').className === 'live'"));
+  Report("2");
   ASSERT_TRUE(AwaitRange("1\u20133 of 3"));
 }
 
 TEST_F(LivePage, StartsOverWhereAnotherRootAnswers) {
-  auto first = std::make_unique<BackendProcess>(kOpen);
-  const std::string port = std::to_string(first->Port());
-  Miss(*first, 3);
-  Open(*first);
+  const std::string port = std::to_string(m_backend.Port());
+  Miss(3);
+  Open();
   ASSERT_TRUE(AwaitRange("of 3"));
-  first.reset();
-  ASSERT_TRUE(Await("document.getElementById('state').className === 'gone'"));
+  m_backend.Process().Stop();
+  ASSERT_TRUE(Await("byId('state').className === 'gone'"));
   BackendProcess second({"--port", port, "--open"});
-  Report(second, "1");
+  Curl({"-d", "1", second.Url("/report")});
   ASSERT_TRUE(AwaitRange("1\u20131 of 1"));
   EXPECT_THAT(Rows(), ElementsAre(StartsWith("200 POST /report")));
 }
 
 TEST_F(LivePage, MisbehaviourSparesThePage) {
-  BackendProcess backend({"--port", "0", "--status", "500", "--cut-after", "10"});
-  Open(backend);
-  Curl({backend.Url("/echo")});
+  m_backend.Start({"--port", "0", "--status", "500", "--cut-after", "10"});
+  Open();
+  Curl({Url("/echo")});
   ASSERT_TRUE(AwaitRange("of 1"));
 }
 
 TEST_F(LivePage, HostileTextIsShownAsText) {
-  BackendProcess backend(kOpen);
-  Open(backend);
-  const TempDir temp;
-  const std::string file = temp.Write("file", "x");
-  Curl({"-T", file, backend.Url("/objects/%3Cimg%20src%3Dx%20onerror%3Dalert(1)%3E")});
-  Curl({"-T", file, backend.Url("/objects/a%1B%5B31m%E2%80%AEb%FF")});
-  Report(backend, R"({"<script>alert(2)</script>": "</td><svg onload=alert(3)>"})");
-  Curl({"-g", backend.Url("/configs/a/%3Cb%3Ebold/%3Csvg%20onload=alert(4)%3E")});
+  Open();
+  const std::string file = m_temp.Write("file", "x");
+  Curl({"-T", file, Url("/objects/%3Cimg%20src%3Dx%20onerror%3Dalert(1)%3E")});
+  Curl({"-T", file, Url("/objects/a%1B%5B31m%E2%80%AEb%FF")});
+  Report(R"({"<script>alert(2)</script>": "</td><svg onload=alert(3)>"})");
+  Curl({"-g", Url("/configs/a/%3Cb%3Ebold/%3Csvg%20onload=alert(4)%3E")});
   ASSERT_TRUE(AwaitRange("of 4"));
   EXPECT_THAT(Rows(), Contains(HasSubstr("<img src=x onerror=alert(1)> | unsigned")));
   EXPECT_THAT(Rows(), Contains(HasSubstr("a\\x1b[31m\\xe2\\x80\\xaeb\\xff | unsigned")));
@@ -329,9 +288,8 @@ TEST_F(LivePage, HostileTextIsShownAsText) {
 }
 
 TEST_F(LivePage, OrdinaryTextOfAnyScriptStaysReadable) {
-  BackendProcess backend(kOpen);
-  Report(backend, "{\"accessId\": \"機器人-7\", \"topic_name\": \"מנוע\", \"note\": \"Grüße\"}");
-  Open(backend);
+  Report("{\"accessId\": \"機器人-7\", \"topic_name\": \"מנוע\", \"note\": \"Grüße\"}");
+  Open();
   EXPECT_THAT(Rows(),
               ElementsAre(AllOf(HasSubstr("機器人-7"), HasSubstr("מנוע"), HasSubstr("Grüße"))));
 }

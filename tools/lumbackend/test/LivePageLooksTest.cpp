@@ -1,10 +1,10 @@
 // The page for everybody: widths, colours, keys, screen readers, and more rows than anybody reads.
 #include <gmock/gmock.h>
-#include <sqlite3.h>
 
 #include <chrono>
-#include <stdexcept>
+#include <functional>
 
+#include "Database.h"
 #include "LivePage.h"
 
 namespace lumtest {
@@ -14,35 +14,33 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-// Puts exchanges into the database of a back end, which sees them when it has ended or another one
-// comes in: `refused` of a hundred refused, the rest reports, spread over the last day.
-void Fill(const BackendProcess& backend, int rows, int refused) {
-  sqlite3* database = nullptr;
-  const std::string sql =
-      "INSERT INTO exchange (time, duration, kind, method, path, query, status, bytes_in,"
-      " bytes_out, device, topic, object, gzip, signed, tls, text, refusal, client, authority, "
-      "head,"
-      " answer_head, answer_text, report, body, body_size, body_whole) "
-      "WITH RECURSIVE n (i, bad) AS (VALUES (1, 0) UNION ALL SELECT i + 1, (i * 37) % 100 < " +
-      std::to_string(refused) + " FROM n WHERE i < " + std::to_string(rows) +
-      ") SELECT unixepoch() * 1000 - 86400000 + i * 86400000 / " + std::to_string(rows) +
-      ", 300 + i * 7919 % 9000, iif(bad, 'refusal', 'report'), 'POST', '/report', '',"
-      " iif(bad, iif(i % 3, 401, 400), 200), 60 + i * 31 % 4000, 91, 'robot-' || (i % 40),"
-      " iif(bad, '', iif(i % 2, 'battery', 'climate')), '', i % 2, 0, i % 11 = 0,"
-      " iif(bad, '', '{\"accessId\":\"robot-' || (i % 40) || '\",\"value\":' || i || '}'),"
-      " iif(bad, iif(i % 3, 'the token has expired', 'the body is no JSON'), ''),"
-      " '127.0.0.1:40000', '127.0.0.1:8080', '[]', '[]', '', 0, '', 0, 0 FROM n;";
-  char* problem = nullptr;
-  if (sqlite3_open(backend.Root().Path("lumbackend.db").c_str(), &database) != SQLITE_OK ||
-      sqlite3_busy_timeout(database, 30'000) != SQLITE_OK ||
-      sqlite3_exec(database, sql.c_str(), nullptr, nullptr, &problem) != SQLITE_OK) {
-    throw std::runtime_error(problem == nullptr ? "no database" : problem);
-  }
-  sqlite3_close(database);
-}
-
 class Looks : public LivePage {
  protected:
+  // Puts exchanges into the database of the back end, which sees them when it has ended or another
+  // one comes in: `refused` of a hundred refused, the rest reports, spread over the last day.
+  void Fill(int rows, int refused) const {
+    const Database database(m_backend.Root().Path("lumbackend.db"));
+    database.Run(
+        "INSERT INTO exchange (time, duration, kind, method, path, query, status, bytes_in,"
+        " bytes_out, device, topic, object, gzip, signed, tls, text, refusal, client, authority,"
+        " head, answer_head, answer_text, report, body, body_size, body_whole) "
+        "WITH RECURSIVE n (i, bad) AS (VALUES (1, 0) UNION ALL SELECT i + 1, (i * 37) % 100 < " +
+        std::to_string(refused) + " FROM n WHERE i < " + std::to_string(rows) +
+        ") SELECT unixepoch() * 1000 - 86400000 + i * 86400000 / " + std::to_string(rows) +
+        ", 300 + i * 7919 % 9000, iif(bad, 'refusal', 'report'), 'POST', '/report', '',"
+        " iif(bad, iif(i % 3, 401, 400), 200), 60 + i * 31 % 4000, 91, 'robot-' || (i % 40),"
+        " iif(bad, '', iif(i % 2, 'battery', 'climate')), '', i % 2, 0, i % 11 = 0,"
+        " iif(bad, '', '{\"accessId\":\"robot-' || (i % 40) || '\",\"value\":' || i || '}'),"
+        " iif(bad, iif(i % 3, 'the token has expired', 'the body is no JSON'), ''),"
+        " '127.0.0.1:40000', '127.0.0.1:8080', '[]', '[]', '', 0, '', 0, 0 FROM n;");
+  }
+
+  void StartFilled(int rows, int refused) {
+    m_backend.Process().Stop();
+    Fill(rows, refused);
+    m_backend.Start(kOpen);
+  }
+
   // What axe-core finds wrong, a line each.
   static std::vector<std::string> Violations() {
     static const std::string axe = ReadFile(LUM_AXE);
@@ -53,19 +51,17 @@ class Looks : public LivePage {
           failure => done([String(failure)]));)"));
   }
 
-  // Looks at what is shown now in both schemes and three widths: nothing is wider than the window,
-  // and nothing keeps anybody out.
-  static void LookAt(const std::string& name) {
-    struct Window {
-      int width;
-      int height;
-    };
-    for (const Window& window : {Window{360, 740}, Window{1280, 900}, Window{2560, 1300}}) {
-      s_browser->Resize(window.width, window.height);
+  // Looks at what `show` brings up in both schemes and three widths: nothing is wider than the
+  // window, and nothing keeps anybody out.
+  static void LookAt(const std::string& name, const std::function<void()>& show) {
+    const std::pair<int, int> kWindows[] = {{360, 740}, {1280, 900}, {2560, 1300}};
+    for (const auto& [width, height] : kWindows) {
+      s_browser->Resize(width, height);
+      show();
       for (const std::string scheme : {"light", "dark"}) {
         // Without motion: a colour that is on its way to another one has no contrast to be judged.
         s_browser->Prefer(scheme, "reduce");
-        const std::string where = name + "-" + std::to_string(window.width) + "-" + scheme;
+        const std::string where = name + "-" + std::to_string(width) + "-" + scheme;
         EXPECT_TRUE(Run("return document.documentElement.scrollWidth <= innerWidth;").AsBool())
             << where;
         EXPECT_THAT(Violations(), IsEmpty()) << where;
@@ -76,59 +72,36 @@ class Looks : public LivePage {
 };
 
 TEST_F(Looks, EmptyPageIsForEverybody) {
-  BackendProcess backend(kOpen);
-  Open(backend);
-  LookAt("empty");
+  LookAt("empty", [this] { Open(); });
 }
 
 TEST_F(Looks, DayOfManyReportsIsForEverybody) {
-  BackendProcess backend(kOpen);
-  backend.Process().Stop();
-  Fill(backend, 100'000, 0);
-  backend.Start(kOpen);
-  Open(backend);
+  StartFilled(100'000, 0);
+  LookAt("day", [this] { Open(); });
   EXPECT_THAT(Text("#range"), testing::EndsWith("of 100,000"));
   EXPECT_EQ(Text("#refused"), "nothing refused");
-  LookAt("day");
 }
 
 TEST_F(Looks, BadDayIsForEverybody) {
-  BackendProcess backend(kOpen);
-  backend.Process().Stop();
-  Fill(backend, 2'000, 45);
-  backend.Start(kOpen);
-  Miss(backend, 3);
-  Report(backend, R"({"accessId": "robot-7"})", 5);
-  Open(backend);
-  LookAt("bad");
+  StartFilled(2'000, 45);
+  Miss(3);
+  Report(R"({"accessId": "robot-7"})", 5);
+  LookAt("bad", [this] { Open(); });
 }
 
 TEST_F(Looks, OpenedExchangeAndHelpAreForEverybody) {
-  BackendProcess backend(kOpen);
-  Report(backend, R"({"accessId": "robot-7", "topic_name": "engine", "list": [1, 2, 3]})");
-  Open(backend, "?open=1");
-  ASSERT_TRUE(Await("document.querySelector('#detail[open] .inside dl') !== null"));
-  for (const int width : {360, 1280, 2560}) {
-    s_browser->Resize(width, 900);
-    Open(backend, "?open=1");
-    ASSERT_TRUE(Await("document.querySelector('#detail[open] .inside dl') !== null"));
-    for (const std::string scheme : {"light", "dark"}) {
-      s_browser->Prefer(scheme, "reduce");
-      EXPECT_THAT(Violations(), IsEmpty()) << width << scheme;
-      Picture("exchange-" + std::to_string(width) + "-" + scheme);
-    }
-  }
-  s_browser->Resize(1280, 900);
-  Open(backend);
-  Click("#ask");
+  Report(R"({"accessId": "robot-7", "topic_name": "engine", "list": [1, 2, 3]})");
+  LookAt("exchange", [this] { Show(1); });
+  LookAt("help", [this] {
+    Open();
+    Click("#ask");
+  });
   EXPECT_THAT(Text("#help"), testing::AllOf(HasSubstr("POST /report"), HasSubstr("Page Down")));
-  LookAt("help");
 }
 
 TEST_F(Looks, HeadingsStandAboveTheirColumns) {
-  BackendProcess backend(kOpen);
-  Miss(backend);
-  Open(backend);
+  Miss();
+  Open();
   const LumJson::Value astray = Run(R"(
     const end = node => {
       const {left, right} = node.getBoundingClientRect();
@@ -141,9 +114,8 @@ TEST_F(Looks, HeadingsStandAboveTheirColumns) {
 }
 
 TEST_F(Looks, RowsAreCardsOnAPhone) {
-  BackendProcess backend(kOpen);
-  Report(backend, R"({"accessId": "robot-7", "topic_name": "engine"})");
-  Open(backend);
+  Report(R"({"accessId": "robot-7", "topic_name": "engine"})");
+  Open();
   const std::string height = "document.querySelector('#window .row').offsetHeight";
   EXPECT_EQ(Number(height), 34);
   s_browser->Resize(360, 740);
@@ -159,11 +131,9 @@ TEST_F(Looks, RowsAreCardsOnAPhone) {
 }
 
 TEST_F(Looks, WhatIsTooLongForARowEndsInDots) {
-  BackendProcess backend(kOpen);
   const std::string text(150, 'x');
-  Report(backend,
-         R"({"accessId": ")" + text + R"(", "topic_name": "engine", "text": ")" + text + "\"}");
-  Open(backend);
+  Report(R"({"accessId": ")" + text + R"(", "topic_name": "engine", "text": ")" + text + "\"}");
+  Open();
   for (const int width : {360, 1280}) {
     s_browser->Resize(width, 740);
     EXPECT_EQ(Run(R"(
@@ -180,21 +150,19 @@ TEST_F(Looks, WhatIsTooLongForARowEndsInDots) {
 }
 
 TEST_F(Looks, MovesNothingForThoseWhoDoNotWantIt) {
-  BackendProcess backend(kOpen);
-  Open(backend);
+  Open();
   const std::string name = "getComputedStyle(document.querySelector('.row.new')).animationName";
-  Miss(backend);
+  Miss();
   ASSERT_TRUE(Await("document.querySelector('.row.new') !== null"));
-  EXPECT_EQ(Run("return " + name + ";").AsString(), "arrive");
+  EXPECT_EQ(String(name), "arrive");
   s_browser->Prefer("light", "reduce");
-  EXPECT_EQ(Run("return " + name + ";").AsString(), "none");
+  EXPECT_EQ(String(name), "none");
 }
 
 TEST_F(Looks, KeysAloneReachEverything) {
-  BackendProcess backend(kOpen);
-  Miss(backend, 300);
-  Report(backend, "{}");
-  Open(backend);
+  Miss(300);
+  Report("{}");
+  Open();
   // From control to control, in the order of reading.
   Run("document.activeElement.blur();");
   std::string reached;
@@ -208,16 +176,14 @@ TEST_F(Looks, KeysAloneReachEverything) {
   // Through the rows, into one and out again.
   s_browser->Press(std::string(Browser::kDown) + Browser::kDown + Browser::kDown + Browser::kUp);
   ASSERT_TRUE(Await("document.querySelector('.active')?.id === 'x300'"));
-  EXPECT_EQ(Run("return document.getElementById('grid').getAttribute('aria-activedescendant');")
-                .AsString(),
-            "x300");
-  EXPECT_EQ(Run("return document.querySelector('.active').ariaRowIndex;").AsString(), "3");
+  EXPECT_EQ(String("byId('grid').getAttribute('aria-activedescendant')"), "x300");
+  EXPECT_EQ(String("document.querySelector('.active').ariaRowIndex"), "3");
   s_browser->Press(Browser::kEnter);
-  ASSERT_TRUE(Await("document.querySelector('#detail[open] .inside dl') !== null"));
-  EXPECT_EQ(Run("return document.activeElement.id;").AsString(), "detail-title");
+  ASSERT_TRUE(AwaitDetail());
+  EXPECT_EQ(String("document.activeElement.id"), "detail-title");
   s_browser->Press(Browser::kEscape);
-  ASSERT_TRUE(Await("!document.getElementById('detail').open"));
-  EXPECT_EQ(Run("return document.activeElement.id;").AsString(), "grid");
+  ASSERT_TRUE(Await("!byId('detail').open"));
+  EXPECT_EQ(String("document.activeElement.id"), "grid");
   // To the oldest and back.
   s_browser->Press(Browser::kEnd);
   ASSERT_TRUE(Await("document.querySelector('.active')?.id === 'x1'"));
@@ -229,12 +195,11 @@ TEST_F(Looks, KeysAloneReachEverything) {
 }
 
 TEST_F(Looks, CoveringExchangeHoldsTheKeysAndGivesThemBack) {
-  BackendProcess backend(kOpen);
-  Miss(backend);
+  Miss();
   s_browser->Resize(360, 740);
-  Open(backend);
+  Open();
   Click("#x1");
-  ASSERT_TRUE(Await("document.querySelector('#detail[open] .inside dl') !== null"));
+  ASSERT_TRUE(AwaitDetail());
   for (int i = 0; i < 20; ++i) {
     s_browser->Press(Browser::kTab);
     EXPECT_TRUE(Run("return document.activeElement === document.body ||"
@@ -242,18 +207,15 @@ TEST_F(Looks, CoveringExchangeHoldsTheKeysAndGivesThemBack) {
                     .AsBool());
   }
   s_browser->Press(Browser::kEscape);
-  ASSERT_TRUE(Await("!document.getElementById('detail').open"));
+  ASSERT_TRUE(Await("!byId('detail').open"));
 }
 
 // The stream tells of news four times a second: with 125 exchanges each time the page has 500 a
 // second. They go into the database together, so that the page and not a client sets the pace.
 TEST_F(Looks, MillionExchangesAndFiveHundredMoreASecondStaySmall) {
   constexpr int kEvents = 20;
-  BackendProcess backend(kOpen);
-  backend.Process().Stop();
-  Fill(backend, 1'000'000, 2);
-  backend.Start(kOpen);
-  Open(backend);
+  StartFilled(1'000'000, 2);
+  Open();
   EXPECT_THAT(Text("#range"), testing::EndsWith("of 1,000,000"));
   Run(R"(
     window.longest = 0;
@@ -266,8 +228,8 @@ TEST_F(Looks, MillionExchangesAndFiveHundredMoreASecondStaySmall) {
     requestAnimationFrame(frame);)");
   const auto start = std::chrono::steady_clock::now();
   for (int event = 1; event <= kEvents; ++event) {
-    Fill(backend, 124, 20);
-    Miss(backend);
+    Fill(124, 20);
+    Miss();
     ASSERT_TRUE(Await("totals.last === 1000000 + 125 * " + std::to_string(event)));
   }
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
