@@ -1,7 +1,6 @@
 // What the running program must stand: floods, bombs, slow clients and kill -9.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -11,6 +10,7 @@
 #include <thread>
 
 #include "BackendProcess.h"
+#include "Database.h"
 #include "Gzip.h"
 #include "support/ProcessState.h"
 #include "support/Threads.h"
@@ -122,20 +122,6 @@ TEST(LiveLimits, AnUploadThatIsKilledLeavesNothingUnderItsName) {
   EXPECT_EQ(Curl({backend.Url("/echo")}).status, 200);
 }
 
-// Whether SQLite finds the database in order.
-bool IsSound(const std::string& path) {
-  sqlite3* database = nullptr;
-  sqlite3_stmt* check = nullptr;
-  const bool sound =
-      sqlite3_open(path.c_str(), &database) == SQLITE_OK &&
-      sqlite3_prepare_v2(database, "PRAGMA integrity_check", -1, &check, nullptr) == SQLITE_OK &&
-      sqlite3_step(check) == SQLITE_ROW &&
-      std::string(reinterpret_cast<const char*>(sqlite3_column_text(check, 0))) == "ok";
-  sqlite3_finalize(check);
-  sqlite3_close(database);
-  return sound;
-}
-
 TEST(LiveLimits, EveryReportThatWasAnsweredOutlivesAHundredKills) {
   BackendProcess backend(kOpen);
   std::set<std::string> answered;
@@ -161,7 +147,12 @@ TEST(LiveLimits, EveryReportThatWasAnsweredOutlivesAHundredKills) {
     }
     backend.Kill();
     client.join();
-    ASSERT_TRUE(IsSound(backend.Root().Path("lumbackend.db")));
+    {
+      const Database database(backend.Root().Path("lumbackend.db"));
+      Query check(database, "PRAGMA integrity_check");
+      ASSERT_TRUE(check.Next());
+      ASSERT_EQ(check.Text(0), "ok");
+    }
     backend.Start(kOpen);
   }
   std::istringstream lines(Curl({backend.Url("/reports")}).body);
