@@ -55,66 +55,10 @@ std::string RenderList(const curl_slist* list) {
   return Render(Lines(list));
 }
 
-std::string OptionName(CURLoption option) {
-  static const std::map<CURLoption, const char*> kNames{
-#define NAME(option) {option, #option}
-      NAME(CURLOPT_CAINFO),
-      NAME(CURLOPT_CONNECTTIMEOUT),
-      NAME(CURLOPT_CUSTOMREQUEST),
-      NAME(CURLOPT_ERRORBUFFER),
-      NAME(CURLOPT_HTTPGET),
-      NAME(CURLOPT_HTTPHEADER),
-      NAME(CURLOPT_INFILESIZE_LARGE),
-      NAME(CURLOPT_INTERFACE),
-      NAME(CURLOPT_IPRESOLVE),
-      NAME(CURLOPT_KEYPASSWD),
-      NAME(CURLOPT_MAX_SEND_SPEED_LARGE),
-      NAME(CURLOPT_NOSIGNAL),
-      NAME(CURLOPT_POST),
-      NAME(CURLOPT_POSTFIELDS),
-      NAME(CURLOPT_POSTFIELDSIZE),
-      NAME(CURLOPT_READDATA),
-      NAME(CURLOPT_READFUNCTION),
-      NAME(CURLOPT_RESOLVE),
-      NAME(CURLOPT_SSLCERT),
-      NAME(CURLOPT_SSLCERTTYPE),
-      NAME(CURLOPT_SSLKEY),
-      NAME(CURLOPT_SSLKEYTYPE),
-      NAME(CURLOPT_SSL_VERIFYHOST),
-      NAME(CURLOPT_SSL_VERIFYPEER),
-      NAME(CURLOPT_TIMEOUT),
-      NAME(CURLOPT_UPLOAD),
-      NAME(CURLOPT_URL),
-      NAME(CURLOPT_USERAGENT),
-      NAME(CURLOPT_WRITEDATA),
-      NAME(CURLOPT_WRITEFUNCTION),
-#undef NAME
-  };
-  const auto found = kNames.find(option);
-  return found == kNames.end() ? "CURLOPT_" + std::to_string(option) : found->second;
-}
-
-bool IsText(CURLoption option) {
-  switch (option) {
-    case CURLOPT_CAINFO:
-    case CURLOPT_CUSTOMREQUEST:
-    case CURLOPT_INTERFACE:
-    case CURLOPT_KEYPASSWD:
-    case CURLOPT_SSLCERT:
-    case CURLOPT_SSLCERTTYPE:
-    case CURLOPT_SSLKEY:
-    case CURLOPT_SSLKEYTYPE:
-    case CURLOPT_URL:
-    case CURLOPT_USERAGENT:
-      return true;
-    default:
-      return false;
-  }
-}
-
 // Stores a pointer option; gives its text in the event.
 std::string StorePointer(Transfer& transfer, CURLoption option, void* pointer) {
-  if (IsText(option)) {
+  const curl_easytype type = curl_easy_option_by_id(option)->type;
+  if (type == CURLOT_STRING) {
     const char* text = static_cast<const char*>(pointer);
     if (text == nullptr) {
       return "null";
@@ -123,7 +67,7 @@ std::string StorePointer(Transfer& transfer, CURLoption option, void* pointer) {
     return text;
   }
   transfer.pointers[option] = pointer;
-  if (option == CURLOPT_HTTPHEADER || option == CURLOPT_RESOLVE) {
+  if (type == CURLOT_SLIST) {
     return RenderList(static_cast<const curl_slist*>(pointer));
   }
   if (pointer == nullptr) {
@@ -243,7 +187,7 @@ CURLcode curl_easy_setopt(CURL* curl, CURLoption option, ...) {
     value = std::to_string(number);
   }
   va_end(arguments);
-  recorder.Add(OptionName(option) + " " + value);
+  recorder.Add(std::string("CURLOPT_") + curl_easy_option_by_id(option)->name + " " + value);
   return result;
 }
 
