@@ -22,27 +22,15 @@ constexpr char kServer[] = R"(
     client_max_body_size 0;
 
     location = /json { return 200 '{"server": "nginx", "uri": "$request_uri"}'; }
-    location = /html { default_type text/html; return 200 '<html><body>no JSON</body></html>'; }
-    location ~ ^/status/(?<code>400|401|403|404|409|418|500|502|503)$ { rewrite ^ /answer/$code; }
-    location = /answer/400 { return 400 '{"status": 400}'; }
-    location = /answer/401 { return 401 '{"status": 401}'; }
-    location = /answer/403 { return 403 '{"status": 403}'; }
-    location = /answer/404 { return 404 '{"status": 404}'; }
-    location = /answer/409 { return 409 '{"status": 409}'; }
-    location = /answer/418 { return 418 '{"status": 418}'; }
-    location = /answer/500 { return 500 '{"status": 500}'; }
-    location = /answer/502 { return 502 '{"status": 502}'; }
-    location = /answer/503 { return 503 '{"status": 503}'; }
-    location = /cut { return 444; }
-    location = /slow { limit_rate 64; default_type application/octet-stream; }
+    location = /status/403 { return 403 '{"status": 403}'; }
+    location = /status/404 { return 404 '{"status": 404}'; }
+    location = /status/503 { return 503 '{"status": 503}'; }
     location /files/ { default_type application/octet-stream; }
     # A proxied request has its body read, and kept in a file.
     client_body_in_file_only on;
     location = /sink { proxy_pass http://127.0.0.1:@PORT@/answer-200; }
-    location = /token { proxy_pass http://127.0.0.1:@PORT@/answer-200; }
     location = /answer-200 { client_body_in_file_only off; return 200 '{"token": "from nginx"}'; }
-    location /objects/ { dav_methods PUT; create_full_put_path on; }
-    location /configs/ { error_page 404 = /answer/404; }
+    location /configs/ { error_page 404 = /status/404; }
 )";
 
 std::string Replace(std::string text, const std::string& what, const std::string& with) {
@@ -63,12 +51,9 @@ Nginx::Nginx() : m_tls(lumtools::MakeTlsMaterial(m_directory.MakeDir("tls"), Pas
   m_directory.MakeDir("bodies");
   m_directory.MakeDir("root");
   m_directory.MakeDir("root/files");
-  m_directory.MakeDir("root/objects");
-  WriteFile(m_directory.Path("root/slow"), std::string(65536, 's'));
   for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
     m_port = FreePort();
     m_tlsPort = FreePort();
-    m_openTlsPort = FreePort();
     m_http2Port = FreePort();
     if (Start()) {
       return;
@@ -110,14 +95,6 @@ http {
     listen 127.0.0.1:@TLSPORT@ ssl;
     ssl_certificate @CERT@;
     ssl_certificate_key @KEY@;
-    ssl_client_certificate @CA@;
-    ssl_verify_client on;
-    @SERVER@
-  }
-  server {
-    listen 127.0.0.1:@OPENTLSPORT@ ssl;
-    ssl_certificate @CERT@;
-    ssl_certificate_key @KEY@;
     @SERVER@
   }
   server {
@@ -134,7 +111,6 @@ http {
   text = Replace(text, "@PREFIX@", m_directory.Path());
   text = Replace(text, "@PORT@", std::to_string(m_port));
   text = Replace(text, "@TLSPORT@", std::to_string(m_tlsPort));
-  text = Replace(text, "@OPENTLSPORT@", std::to_string(m_openTlsPort));
   text = Replace(text, "@HTTP2PORT@", std::to_string(m_http2Port));
   text = Replace(text, "@CERT@", m_tls.serverCertificate);
   text = Replace(text, "@KEY@", m_tls.serverKey);
@@ -146,15 +122,11 @@ std::string Nginx::Http(const std::string& path) const {
 }
 
 std::string Nginx::Https(const std::string& path) const {
-  return "https://127.0.0.1:" + std::to_string(m_tlsPort) + path;
+  return "https://" + HttpsHost() + path;
 }
 
-std::string Nginx::OpenHttps(const std::string& path) const {
-  return "https://" + OpenHttpsHost() + path;
-}
-
-std::string Nginx::OpenHttpsHost() const {
-  return "127.0.0.1:" + std::to_string(m_openTlsPort);
+std::string Nginx::HttpsHost() const {
+  return "127.0.0.1:" + std::to_string(m_tlsPort);
 }
 
 std::string Nginx::Http2(const std::string& path) const {

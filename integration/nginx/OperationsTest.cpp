@@ -8,15 +8,21 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "Nginx.h"
 #include "log/LogCapture.h"
 #include "support/CaptureFd.h"
+#include "support/ProcessState.h"
+#include "wire/CurlText.h"
 #include "wire/WireReply.h"
 
 namespace lumtest {
 namespace {
+
+constexpr std::uint64_t kLargeFile = 256 * 1024 * 1024;
 
 // More than the 64 KiB that a server lets a client send before it has read any of it.
 constexpr std::size_t kMoreThanAWindow = 300000;
@@ -30,12 +36,28 @@ struct Protocol {
 };
 
 constexpr Protocol kProtocols[] = {{"OverHttp11", &Nginx::Http, "HTTP/1.1|"},
-                                   {"OverHttp11AndTls", &Nginx::OpenHttps, "HTTP/1.1|"},
+                                   {"OverHttp11AndTls", &Nginx::Https, "HTTP/1.1|"},
                                    {"OverHttp2", &Nginx::Http2, "HTTP/2.0|"}};
 
-class OperationsNginx : public NginxTest, public testing::WithParamInterface<Protocol> {
+class OperationsNginx : public testing::TestWithParam<Protocol> {
  protected:
+  // All tests share a server.
+  static void SetUpTestSuite() {
+    LumCurlHttp::CurlGlobalInit();
+    nginx = std::make_unique<Nginx>();
+  }
+  static void TearDownTestSuite() { nginx.reset(); }
+
   void TearDown() override { EXPECT_EQ(0u, log.Count(LumLogger::kError)); }
+
+  // Stores the material of a client that nginx lets in, with its encrypted key.
+  template <typename Client>
+  static void Identify(Client& client) {
+    std::string phrase = Nginx::PassPhrase();
+    client.SetSslInfo(nginx->Tls().caCertificate, nginx->Tls().clientCertificate,
+                      nginx->Tls().clientEncryptedKey, reinterpret_cast<unsigned char*>(&phrase[0]),
+                      static_cast<int>(phrase.size()));
+  }
 
   static std::string Url(const std::string& path) { return (nginx.get()->*GetParam().url)(path); }
 
@@ -51,6 +73,7 @@ class OperationsNginx : public NginxTest, public testing::WithParamInterface<Pro
     return document;
   }
 
+  static inline std::unique_ptr<Nginx> nginx;
   LogCapture log;
   LumCurlHttp http;
   LumCurlOrvOps service;
@@ -92,13 +115,26 @@ TEST_P(OperationsNginx, Downloads) {
   EXPECT_TRUE(Logged("GET /files/small .*"));
 }
 
+TEST_P(OperationsNginx, DownloadOfALargeFileKeepsMemoryFlat) {
+  MakeSparseFile(nginx->Root() + "/files/big", kLargeFile);
+  // What the first transfer of a process allocates for good does not count.
+  ASSERT_EQ(0, http.DownloadFile(Url("/json"), directory.Path("warm")));
+  const std::size_t before = ResidentBytes();
+  ASSERT_TRUE(ResetPeakResident());
+  ASSERT_EQ(0, http.DownloadFile(Url("/files/big"), directory.Path("big")));
+  const std::size_t growth = PeakResidentBytes() - before;
+  EXPECT_EQ(kLargeFile, FileSize(directory.Path("big")));
+  EXPECT_LT(growth, 16u * 1024 * 1024);
+}
+
 TEST_P(OperationsNginx, GetsAndRefreshesTokens) {
-  EXPECT_EQ("from nginx", service.GetToken(Url("/token"), Document())["token"].AsString());
+  Identify(service);  // the pass phrase serves every request here
+  EXPECT_EQ("from nginx", service.GetToken(Url("/sink"), Document())["token"].AsString());
   EXPECT_EQ(Document().ToStyledString(), nginx->LastBody());
-  EXPECT_TRUE(Logged("POST /token application/json||||"));
-  EXPECT_EQ("from nginx",
-            service.RefreshToken(Url("/token"), Document(), "t2")["token"].AsString());
-  EXPECT_TRUE(Logged("PUT /token application/json||t2||"));
+  EXPECT_TRUE(Logged("POST /sink application/json||||"));
+  EXPECT_EQ("from nginx", service.RefreshToken(Url("/sink"), Document(), "t2")["token"].AsString());
+  EXPECT_TRUE(Logged("PUT /sink application/json||t2||"));
+  EXPECT_TRUE(!GetParam().IsHttp2() || nginx->Logged("t2||HTTP/2.0|CN=Lum test client,O=Lum"));
 }
 
 TEST_P(OperationsNginx, SendsReportsPlainAndGzipped) {
@@ -166,7 +202,7 @@ TEST_P(OperationsNginx, UploadsArchives) {
 TEST_P(OperationsNginx, ReadsTheConfiguration) {
   std::filesystem::create_directories(nginx->Root() + "/configs/app/default");
   WriteFile(nginx->Root() + "/configs/app/default/application", "{\"appId\":\"app\"}");
-  const std::string host = GetParam().IsHttp2() ? nginx->Http2Host() : nginx->OpenHttpsHost();
+  const std::string host = GetParam().IsHttp2() ? nginx->Http2Host() : nginx->HttpsHost();
   LumApolloEnv env{host, "app", "", "application"};
   LumApolloEnv unknown{host, "app", "default", "unknown"};
   LumApollo apollo;
@@ -190,6 +226,26 @@ TEST_P(OperationsNginx, AnAnswerBeforeTheBodyWasReadIsTheAnswer) {
   EXPECT_EQ(-10000, service.ReportData(Url("/status/403"), Document(), "t", ""));
   EXPECT_EQ("{\"status\": 403}", service.GetLastErrorBody());
   log.Clear();
+}
+
+// A server that does not reset the stream either lets libcurl 7 wait, until the time is up, for
+// leave to send the rest; libcurl 8 takes the answer.
+TEST(EarlyAnswer, StallsLibcurl7WhenTheServerStopsReading) {
+  LumCurlHttp::CurlGlobalInit();
+  const TempDir directory;
+  const lumtools::TlsMaterial tls = lumtools::MakeTlsMaterial(directory.Path("tls"), "phrase");
+  SpawnedProcess server({"node", EARLY_SERVER, tls.serverCertificate, tls.serverKey});
+  std::vector<std::string> port;
+  ASSERT_TRUE(server.WaitForLine("^port ([0-9]+)$", &port));
+  LogCapture log;
+  LumCurlOrvOps service;
+  service.CurlGlobalInit();
+  int status = 7;
+  service.Post("https://127.0.0.1:" + port.at(1) + "/", std::string(kMoreThanAWindow, 'b'), {},
+               status);
+  const bool timedOut = log.Text().find("resOps: 28,") != std::string::npos;
+  EXPECT_EQ(IsCurl7(), timedOut) << log.Text();
+  EXPECT_EQ(404, status);
 }
 
 }  // namespace
