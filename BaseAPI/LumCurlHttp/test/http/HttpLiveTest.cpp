@@ -1,32 +1,59 @@
 // Get and Post over plain HTTP: the bytes that a server sees, and what becomes of its answers. What
 // goes wrong on the way to any operation is the faults' (../faults).
 
-#include "HttpLiveTest.h"
-
-#include "support/NetNamespace.h"
+#include "LiveTest.h"
 
 namespace lumtest {
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 
-std::string Host(const WireServer& server) {
-  return "127.0.0.1:" + std::to_string(server.Port());
-}
+// A server that answers "{}" unless it is given a script.
+class HttpLiveTest : public LiveTest {
+ protected:
+  HttpLiveTest() {
+    server.SetHandler([](const WireRequest&) { return JsonReply("{}"); });
+  }
+
+  LumJson::Value Get(const std::string& url) {
+    return Quietly([&] { return client.Get(url, "", false, code); });
+  }
+
+  LumJson::Value Post(const std::string& url, const std::string& body) {
+    return Quietly([&] { return client.Post(url, body, false, code); });
+  }
+
+  // A request that fails: the code is -1, the value null, and one line says why.
+  void ExpectGetFails(const std::string& url, int result, const std::string& reason) {
+    log.Clear();
+    code = 7;
+    EXPECT_TRUE(Get(url).IsNull());
+    EXPECT_EQ(code, -1);
+    const std::string number = std::to_string(result);
+    EXPECT_THAT(log.Messages(),
+                ElementsAre(MatchesRegex("GET failed for " + CurlErrorPattern(result) + ", ret: " +
+                                         number + ", code: [0-9]+, errorBuf: " + reason)));
+  }
+
+  WireServer server;
+  const std::string host = "127.0.0.1:" + std::to_string(server.Port());
+  LumCurlHttp client;
+  int code = 7;
+};
 
 // --- What is sent
 
 TEST_F(HttpLiveTest, GetSendsTheseBytes) {
-  WireServer server;
   server.Script(JsonReply("{\"a\":1}"));
   EXPECT_EQ(Get(server.Url("/path/%20?q=1&r=")).JsonValueToString(), "{\"a\":1}");
   EXPECT_EQ(code, 200);
   EXPECT_EQ(server.Request(0).Raw(),
             "GET /path/%20?q=1&r= HTTP/1.1\r\n"
             "Host: " +
-                Host(server) +
+                host +
                 "\r\n"
                 "User-Agent: QVcurlHttp/0.1.2\r\n"
                 "Accept: */*\r\n"
@@ -37,14 +64,13 @@ TEST_F(HttpLiveTest, GetSendsTheseBytes) {
 }
 
 TEST_F(HttpLiveTest, PostSendsTheseBytes) {
-  WireServer server;
   server.Script(JsonReply("[]"));
   EXPECT_EQ(Post(server.Url("/path"), "{\"b\": \"\xc3\xa4\"}").JsonValueToString(), "[]");
   EXPECT_EQ(code, 200);
   EXPECT_EQ(server.Request(0).Raw(),
             "POST /path HTTP/1.1\r\n"
             "Host: " +
-                Host(server) +
+                host +
                 "\r\n"
                 "User-Agent: QVcurlHttp/0.1.2\r\n"
                 "Accept: */*\r\n"
@@ -56,8 +82,6 @@ TEST_F(HttpLiveTest, PostSendsTheseBytes) {
 }
 
 TEST_F(HttpLiveTest, PostOfAnEmptyBodySendsLengthZero) {
-  WireServer server;
-  server.Script(JsonReply("{}"));
   Post(server.Url(), "");
   EXPECT_EQ(code, 200);
   EXPECT_EQ(server.Request(0).Header("Content-Length"), "0");
@@ -65,16 +89,12 @@ TEST_F(HttpLiveTest, PostOfAnEmptyBodySendsLengthZero) {
 }
 
 TEST_F(HttpLiveTest, PostSendsZeroBytesToo) {
-  WireServer server;
-  server.Script(JsonReply("{}"));
   const std::string body("a\0b\r\n\0", 6);
   Post(server.Url(), body);
   EXPECT_EQ(server.Request(0).body, body);
 }
 
 TEST_F(HttpLiveTest, PostSendsALargeBodyWhole) {
-  WireServer server;
-  server.Script(JsonReply("{}"));
   const std::string body(5000000, 'x');
   Post(server.Url(), body);
   EXPECT_EQ(code, 200);
@@ -82,19 +102,15 @@ TEST_F(HttpLiveTest, PostSendsALargeBodyWhole) {
 }
 
 TEST_F(HttpLiveTest, TheCallersHeaderTakesThePlaceOfTheJsonOnes) {
-  WireServer server;
-  server.Script(JsonReply("{}"));
   client.SetHeaders("X-Auth-Token: t: 1");
   Get(server.Url());
   EXPECT_THAT(server.Request(0).headerLines,
-              ElementsAre("Host: " + Host(server), "User-Agent: QVcurlHttp/0.1.2", "Accept: */*",
+              ElementsAre("Host: " + host, "User-Agent: QVcurlHttp/0.1.2", "Accept: */*",
                           "X-Auth-Token: t: 1"));
   EXPECT_THAT(log.Messages(3), ElementsAre("curl set headers, headers length=18"));
 }
 
 TEST_F(HttpLiveTest, TheCallersHeaderIsSentEvenWhenItsValueIsEmpty) {
-  WireServer server;
-  server.SetHandler([](const WireRequest&) { return JsonReply("{}"); });
   client.SetHeaders("X-Trace: ");
   Get(server.Url());
   Post(server.Url(), "{}");
@@ -103,10 +119,8 @@ TEST_F(HttpLiveTest, TheCallersHeaderIsSentEvenWhenItsValueIsEmpty) {
 }
 
 TEST_F(HttpLiveTest, ATextThatIsNoHeaderLineLeavesTheRequestWithoutOne) {
-  WireServer server;
   for (const char* text : {"no colon", ":", ": value", ": "}) {
     client.SetHeaders(text);
-    server.Script(JsonReply("{}"));
     Get(server.Url());
     EXPECT_THAT(server.Requests().back().headerLines,
                 ElementsAre(StartsWith("Host: "), "User-Agent: QVcurlHttp/0.1.2", "Accept: */*"))
@@ -116,19 +130,15 @@ TEST_F(HttpLiveTest, ATextThatIsNoHeaderLineLeavesTheRequestWithoutOne) {
 
 // libcurl knows no type for the body then, and calls it a form.
 TEST_F(HttpLiveTest, APostWithTheCallersHeaderHasLibcurlsContentType) {
-  WireServer server;
-  server.Script(JsonReply("{}"));
   client.SetHeaders("X-Auth-Token: t");
   Post(server.Url(), "{}");
-  EXPECT_THAT(server.Request(0).headerLines,
-              ElementsAre("Host: " + Host(server), "User-Agent: QVcurlHttp/0.1.2", "Accept: */*",
-                          "X-Auth-Token: t", "Content-Length: 2",
-                          "Content-Type: application/x-www-form-urlencoded"));
+  EXPECT_THAT(
+      server.Request(0).headerLines,
+      ElementsAre("Host: " + host, "User-Agent: QVcurlHttp/0.1.2", "Accept: */*", "X-Auth-Token: t",
+                  "Content-Length: 2", "Content-Type: application/x-www-form-urlencoded"));
 }
 
 TEST_F(HttpLiveTest, EachRequestHasAConnectionOfItsOwn) {
-  WireServer server;
-  server.SetHandler([](const WireRequest&) { return JsonReply("{}"); });
   Get(server.Url());
   Post(server.Url(), "{}");
   Get(server.Url());
@@ -143,42 +153,30 @@ TEST_F(HttpLiveTest, EachRequestHasAConnectionOfItsOwn) {
 // --- What comes back
 
 TEST_F(HttpLiveTest, ALargeDocumentArrivesWhole) {
-  WireServer server;
   const std::string text = "\"" + std::string(5000000, 'x') + "\"";
   server.Script(JsonReply(text));
   EXPECT_EQ(Get(server.Url()).JsonValueToString().size(), 5000000u);
   EXPECT_EQ(code, 200);
 }
 
-// In a network without a way out, where no packet leaves the machine.
-TEST_F(HttpLiveTest, AHostThatCannotBeReachedOrResolvedIsAFailure) {
-  const NetNamespaceResult result = RunInNetNamespace([this] {
-    ExpectGetFails("http://10.9.8.7/", Failed("GET", 7, ".*"));
-    ExpectGetFails("http://nowhere.invalid/",
-                   Failed("GET", 6, "Could not resolve host: nowhere.invalid"));
-    return HasFailure() ? 1 : 0;
-  });
-  EXPECT_TRUE(result.Succeeded()) << result.Describe();
-}
-
 TEST_F(HttpLiveTest, AUrlThatIsNoneIsAFailure) {
-  ExpectGetFails("http://", Failed("GET", 3, ".*"));
-  ExpectGetFails("gopherhole://x/", Failed("GET", 1, ".*"));
+  ExpectGetFails("http://", 3, ".*");
+  ExpectGetFails("gopherhole://x/", 1, ".*");
 }
 
 // The address is of the other family: libcurl gives up before it tries, and says no more.
 // A name is looked up for IPv4 alone in every release; an address that is written out is 8.23's
 // exception.
 TEST_F(HttpLiveTest, AnIPv6AddressIsNotConnectedTo) {
-  WireServer server(IPv6Options());
+  WireServer six(IPv6Options());
   if (IsCurl823()) {
-    server.Script(JsonReply("1"));
-    Get(server.Url());
+    six.Script(JsonReply("1"));
+    Get(six.Url());
     EXPECT_EQ(code, 200);
     return;
   }
-  ExpectGetFails(server.Url(), Failed("GET", 7, ""));
-  EXPECT_EQ(server.Connections().size(), 0u);
+  ExpectGetFails(six.Url(), 7, "");
+  EXPECT_EQ(six.Connections().size(), 0u);
 }
 
 TEST_F(HttpLiveTest, ALogLineNamesFileLineAndFunction) {

@@ -17,46 +17,41 @@ class BindingLiveTest : public ServiceLiveTest {
   const std::string path = directory.Write("x.zip", "the archive");
 };
 
-TEST(PinningLiveTest, ReachesAnotherAddressForAMadeUpHost) {
+// Uploads to a made-up host that is pinned to the server's address.
+class PinningLiveTest : public ServiceLiveTest {
+ protected:
+  void ExpectReached(const WireOptions& options) {
+    WireServer pinned(options);
+    pinned.SetHandler(Always(200));
+    const std::string url = pinned.UrlWithHost("nowhere.example", "/x");
+    const std::string path = directory.Write("f", "data");
+    const std::string host = "nowhere.example:" + std::to_string(pinned.Port());
+
+    client.SetDomainIp(options.address);
+    EXPECT_EQ(client.UploadLog(url, path), 0) << log.Text();
+    client.SetSwiftIp(options.address);
+    EXPECT_EQ(client.UploadVideoFile(url, path, 5), 0) << log.Text();
+
+    EXPECT_EQ(pinned.Connections().at(0).localAddress, options.address);
+    EXPECT_EQ(pinned.Request(0).Header("Host"), host);
+    EXPECT_EQ(pinned.Request(1).body, "data");
+    EXPECT_EQ(pinned.Request(1).serverName, options.tls ? "nowhere.example" : "");
+    EXPECT_THAT(log.Messages(3), Contains("Set domain=" + host + ":" + options.address));
+  }
+};
+
+TEST_F(PinningLiveTest, ReachesAnotherAddress) {
   WireOptions options;
   options.address = "127.0.0.2";
-  WireServer server(options);
-  server.SetHandler(Always(200));
-  TempDir directory;
-  const std::string path = directory.Write("f", "data");
-  LogCapture log;
-  LumCurlOrvOps client;
-  client.CurlGlobalInit();
-  const std::string host = "nowhere.example:" + std::to_string(server.Port());
-
-  client.SetDomainIp("127.0.0.2");
-  EXPECT_EQ(client.UploadLog(server.UrlWithHost("nowhere.example", "/x"), path), 0);
-  client.SetSwiftIp("127.0.0.2");
-  EXPECT_EQ(client.UploadVideoFile(server.UrlWithHost("nowhere.example", "/y"), path, 5), 0);
-
-  EXPECT_EQ(server.Connections().at(0).localAddress, "127.0.0.2");
-  EXPECT_EQ(server.Request(0).Header("Host"), host);
-  EXPECT_EQ(server.Request(1).body, "data");
-  EXPECT_THAT(log.Messages(3), Contains("Set domain=" + host + ":127.0.0.2"));
+  ExpectReached(options);
 }
 
-TEST(PinningLiveTest, ReachesAnIpv6Address) {
-  WireOptions options;
-  options.address = "::1";
-  WireServer server(options);
-  server.SetHandler(Always(200));
-  TempDir directory;
-  LogCapture log;
-  LumCurlOrvOps client;
-  client.CurlGlobalInit();
+TEST_F(PinningLiveTest, ReachesAnIpv6Address) {
+  ExpectReached(IPv6Options());
+}
 
-  client.SetDomainIp("::1");
-  EXPECT_EQ(
-      client.UploadLog(server.UrlWithHost("nowhere.example", "/x"), directory.Write("f", "data")),
-      0)
-      << log.Text();
-
-  EXPECT_EQ(server.RequestCount(), 1U);
+TEST_F(PinningLiveTest, AsksForTheUrlsHostOverTls) {
+  ExpectReached(TlsOptions());
 }
 
 TEST_F(BindingLiveTest, AddressThatIsNoneFailsTheUpload) {

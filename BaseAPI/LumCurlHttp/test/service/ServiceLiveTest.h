@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <functional>
 #include <list>
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -19,36 +18,52 @@ namespace lumtest {
 using Lines = std::list<std::string>;
 
 // A document from its text.
-LumJson::Value Json(const std::string& text);
+inline LumJson::Value Json(const std::string& text) {
+  LumJson::Value value;
+  EXPECT_TRUE(value.Parse(text)) << text;
+  return value;
+}
 
 // One client and one server. Standard output is caught from the start; when a test ends, it must
 // hold `expectedOutput` and nothing else.
 class ServiceLiveTest : public LiveTest {
  protected:
-  explicit ServiceLiveTest(WireOptions options = {});
-  void TearDown() override;
+  ServiceLiveTest() { client.CurlGlobalInit(); }
 
-  // A pass phrase as SetSslInfo takes it, its terminating zero not counted.
-  void OfferCertificate(const std::string& ca, const std::string& certificate,
-                        const std::string& key, std::string passPhrase);
+  void TearDown() override {
+    EXPECT_EQ(m_output.Stop(), expectedOutput) << "standard output is for the replies of uploads";
+  }
 
   // The raw head of a request as it must have come in: libcurl's own lines first, then `lines`,
   // then the length of the body where there is one.
   std::string Head(const std::string& method, const std::string& target, const Lines& lines,
-                   std::optional<std::size_t> length = std::nullopt) const;
+                   std::optional<std::size_t> length = std::nullopt) const {
+    std::string head = method + " " + target +
+                       " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.Port()) +
+                       "\r\nAccept: */*\r\n";
+    for (const std::string& line : lines) {
+      head += line + "\r\n";
+    }
+    if (length) {
+      head += "Content-Length: " + std::to_string(*length) + "\r\n";
+    }
+    return head + "\r\n";
+  }
 
   TempDir directory;
   LumCurlOrvOps client;
   std::string expectedOutput;
-  std::unique_ptr<WireServer> ownServer;
-  WireServer& server;
+  WireServer server;
 
  private:
   CaptureStdout m_output;
 };
 
 // Answers every request with `status`, an upload's reply included.
-std::function<WireReply(const WireRequest&)> Always(int status, const std::string& body = "");
+inline std::function<WireReply(const WireRequest&)> Always(int status,
+                                                           const std::string& body = "") {
+  return [status, body](const WireRequest&) { return StatusReply(status, body); };
+}
 
 }  // namespace lumtest
 
