@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "Documents.h"
 #include "Rounds.h"
 
 namespace {
@@ -50,6 +51,9 @@ int main(int argc, char** argv) {
     const std::string file = directory + "/" + std::to_string(size);
     const std::string archive = file + ".tar.gz";
     const std::string copy = directory + "/copy";
+    const std::string text = lumbench::MakeDocument(lumbench::Shape::kRecords, size);
+    LumJson::Value value;
+    value.Parse(text);
     const auto measure = [&](const char* name, lumbench::Candidate candidate) {
       lumbench::Measure("growth", name, static_cast<double>(size), plan, {std::move(candidate)});
     };
@@ -67,6 +71,12 @@ int main(int argc, char** argv) {
     measure("CompressFile", {"library", [&](int) {
                                return LumCompressAndDeCompress::CompressFile(file.c_str()) == 0;
                              }});
+    measure("LumJson parse", {"library", [&](int) {
+                                LumJson::Value read;
+                                return read.Parse(text);
+                              }});
+    measure("ToStyledString",
+            {"library", [&](int) { return value.ToStyledString().size() > size / 2; }});
     std::remove(archive.c_str());
     std::remove(copy.c_str());
   }

@@ -29,7 +29,7 @@ struct Clients {
   LumApollo apollo;
   LumApolloEnv env;
 };
-using ClientsOfThreads = std::array<Clients, 8>;
+using ClientsOfThreads = std::array<Clients, 16>;
 
 // What the requests carry.
 struct Work {

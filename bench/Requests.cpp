@@ -126,6 +126,20 @@ void MeasureCosts(const std::string& directory, int httpPort, int httpsPort,
                      {"https, own certificate, public CA bundle", verifiedGet(withMany)}});
 }
 
+// The service client's GET by more and more threads.
+void MeasureThreads(ClientsOfThreads& clients, const Work& work, int port, int rounds,
+                    double seconds) {
+  const std::string url = "http://127.0.0.1:" + std::to_string(port) + kPath;
+  const Candidate get = {"library", [&clients, &work, url](int thread) {
+                           int status = 0;
+                           clients[thread].service.Get(url, work.headers, status);
+                           return status == 200;
+                         }};
+  for (const int threads : {1, 2, 4, 8, 16}) {
+    lumbench::Measure("threads", "service-Get http", 300, {rounds, seconds, threads}, {get});
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -149,5 +163,6 @@ int main(int argc, char** argv) {
     MeasureOperations(clients, work, true, httpsPort, {rounds, seconds, threads});
   }
   MeasureCosts(directory, httpPort, httpsPort, clients, work, {rounds, seconds, 1});
+  MeasureThreads(clients, work, httpPort, rounds, seconds);
   return 0;
 }

@@ -1,7 +1,10 @@
-"""Tables of the figures that bench/run found."""
+"""Tables and charts of the figures that bench/run found."""
 
+import pathlib
 import re
 import statistics
+import subprocess
+
 
 def summary(values):
     return {"median": statistics.median(values), "least": min(values), "most": max(values)}
@@ -222,14 +225,30 @@ def transfers(results):
                   "memory over 1 KiB's"], rows)
 
 
-def growth(results):
+def growth_lines(results):
     lines = {}
     for entry in results["growth"]:
         lines.setdefault(entry["case"], {})[int(entry["bytes"])] = entry["wall"]["median"]
+    return lines
+
+
+def growth(results):
+    lines = growth_lines(results)
     counts = sorted({count for line in lines.values() for count in line})
     return table(["ns per byte"] + [size(count) for count in counts],
                  [[name] + [figure(line[count] / count * 1e9) for count in counts]
                   for name, line in lines.items()])
+
+
+def thread_lines(results):
+    return {e["threads"]: e for e in results["requests"] if e["section"] == "threads"}
+
+
+def threads(results):
+    lines = thread_lines(results)
+    return table(["threads", "requests, 1/s", "processor time per request, us"],
+                 [[count, f"{1 / e['wall']['median']:,.0f}", figure(e["cpu"]["median"] * 1e6)]
+                  for count, e in sorted(lines.items())])
 
 
 def by_size(files):
@@ -290,7 +309,90 @@ TABLES = {setting: "machine", cost_of_requests: "cost_of_requests",
           requests: "requests", peers: "requests", costs: "requests", json: "json",
           reports: "reports", gzip: "reports", archives: "archives",
           compress_and_upload: "archives", transfers: "transfers", growth: "growth",
-          load: "load", links: "reports"}
+          threads: "requests", load: "load", links: "reports"}
+
+# The charts that stand below a table.
+CHARTS = {peers: [("requests", "Processor time per GET")],
+          json: [("json-read", "Reading"), ("json-write", "Writing")],
+          reports: [("reports", "Processor time per report")],
+          archives: [("archives", "Seconds per archive")],
+          growth: [("growth", "Time by size")],
+          threads: [("threads", "Processor time by threads")]}
+
+
+def plot(out, name, commands, blocks):
+    """Draws OUT/NAME.svg. `blocks` are the data that the commands know as $d0, $d1, ..."""
+    script = ["set terminal svg size 760,420 dynamic enhanced background '#ffffff' "
+              "font 'Helvetica,13'", f"set output '{out / (name + '.svg')}'",
+              "set border 3 lc '#888888'", "set tics nomirror", "set grid lc '#dddddd'",
+              "set key left top"]
+    for number, rows in enumerate(blocks):
+        script.append(f"$d{number} << EOD")
+        script += [" ".join(str(cell) for cell in row) for row in rows]
+        script.append("EOD")
+    subprocess.run(["gnuplot"], input="\n".join(script + commands) + "\n", text=True, check=True)
+
+
+def lines_plot(out, name, titles, blocks, labels, scale):
+    commands = [f"set xlabel '{labels[0]}'", f"set ylabel '{labels[1]}'", *scale]
+    commands.append("plot " + ", ".join(
+        f"$d{i} using 1:2 with linespoints lw 2 pt 7 ps 0.6 title '{title}'"
+        for i, title in enumerate(titles)))
+    plot(out, name, commands, blocks)
+
+
+def bars_plot(out, name, titles, rows, label, scale):
+    """`rows` hold a quoted name and a number for each of `titles`."""
+    commands = [f"set ylabel '{label}'", "set style data histograms",
+                "set style histogram clustered gap 1", "set style fill solid 0.85 noborder",
+                "set key outside top center horizontal", *scale]
+    commands.append("plot " + ", ".join(
+        f"$d0 using {i + 2}:xtic(1) title '{title}'" for i, title in enumerate(titles)))
+    plot(out, name, commands, [rows])
+
+
+def charts(results, out):
+    if "growth" in results:
+        lines = growth_lines(results)
+        lines_plot(out, "growth", list(lines),
+                   [sorted(line.items()) for line in lines.values()],
+                   ("bytes", "seconds"),
+                   ["set logscale xy", "set format x '10^{%L}'", "set format y '10^{%L}'"])
+    if "requests" in results:
+        lines = thread_lines(results)
+        lines_plot(out, "threads", ["processor time per request"],
+                   [[(count, e["cpu"]["median"] * 1e6) for count, e in sorted(lines.items())]],
+                   ("threads", "microseconds"), ["set yrange [0:*]", "set xtics (1, 2, 4, 8, 16)"])
+        found = index(results["requests"], "requests")
+        who = ("library", "libcurl", "curlpp", "cpp-httplib", "Boost.Beast")
+        bars_plot(out, "requests", ["http", "https"],
+                  [[f'"{name}"'] + [found[f"service-Get {scheme}", name, 1, 300]["cpu"]["median"]
+                                    * 1e6 for scheme in ("http", "https")] for name in who],
+                  "processor time per GET, us", ["set logscale y", "set yrange [10:*]"])
+    if "json" in results:
+        found = {name: value["median"] for name, value in results["json"].items()}
+        sizes = sorted(int(name.split("/")[3]) for name in found
+                       if name.startswith("read/LumJson/records/"))
+        for what, who in (("read", ("LumJson", "RapidEvents", "nlohmann", "jsoncpp")),
+                          ("write", ("LumJson", "RapidPretty", "nlohmann", "jsoncpp"))):
+            bars_plot(out, f"json-{what}", who,
+                      [[f'"{size(count)}"'] + [found[f"{what}/{name}/records/{count}"]
+                                               for name in who] for count in sizes],
+                      "MB/s", [])
+    if "reports" in results:
+        found = index(results["reports"], "reports")
+        who = ("library", "nlohmann, zlib 6, libcurl", "nlohmann, zlib 1, libcurl")
+        lines_plot(out, "reports", who,
+                   [[(count, found["report", name, 1, count]["cpu"]["median"])
+                     for count in sizes_in(found)] for name in who],
+                   ("bytes of the document", "processor seconds per report"),
+                   ["set logscale xy", "set format x '10^{%L}'", "set format y '10^{%L}'"])
+    if "archives" in results:
+        who = ("library", "tar | pigz", "tar czf")
+        bars_plot(out, "archives", who,
+                  [[f'"{title}"'] + [found[name]["wall"]["median"] for name in who]
+                   for title, found in results["archives"].items()],
+                  "seconds", ["set logscale y", "set yrange [0.01:*]"])
 
 
 def replaced(text, name, made):
@@ -299,14 +401,18 @@ def replaced(text, name, made):
                   lambda match: f"{match[1]}\n{made}\n\n{match[2]}", text, flags=re.S)
 
 
-def write(results, page=None):
-    """Prints the tables, and puts them into `page`, which has a mark before and behind each."""
-    text = page.read_text() if page else ""
+def write(results, out):
+    """Prints the tables, puts them into OUT.md where that has their markers, draws the charts."""
+    page = pathlib.Path(str(out) + ".md")
+    text = page.read_text() if page.exists() else ""
     for make, section in TABLES.items():
         if section not in results or (make is links and "archives" not in results):
             continue
         made = make(results)
         print(f"\n== {make.__name__.replace('_', ' ')}\n\n{made}")
+        for chart, title in CHARTS.get(make, []):
+            made += f"\n\n![{title}]({out.name}/{chart}.svg)"
         text = replaced(text, make.__name__, made)
-    if page:
+    if page.exists():
         page.write_text(text)
+    charts(results, out)
