@@ -101,67 +101,53 @@ TEST_F(ApolloTest, NamesDoNotLeadOut) {
 
 class PropertiesTest : public ApolloTest {
  protected:
-  std::string Read(const std::string& text) {
-    m_temp.Write("configs/app/default/n.properties", text);
-    return Json("/configs/app/default/n")["configurations"].JsonValueToString();
-  }
+  static constexpr char kTarget[] = "/configs/app/default/n";
 
-  std::string ProblemOf(const std::string& text) {
-    m_temp.Write("configs/app/default/n.properties", text);
-    return ErrorAt("/configs/app/default/n", 500);
-  }
+  void Write(const std::string& text) { m_temp.Write("configs/app/default/n.properties", text); }
 };
 
-TEST_F(PropertiesTest, KeysEndAtTheFirstSeparator) {
-  EXPECT_EQ(Read("a=1\nb:2\nc 3\nd\t=\t4\ne = : 5\nf\ng==6\nh  :7"),
-            R"({"a":"1","b":"2","c":"3","d":"4","e":": 5","f":"","g":"=6","h":"7"})");
-}
-
-TEST_F(PropertiesTest, OnlyLeadingBlanksAreDropped) {
-  EXPECT_EQ(Read(" \t\f a = 1 \t\n"), R"({"a":"1 \t"})");
-}
-
-TEST_F(PropertiesTest, CommentsAndEmptyLinesCountForNothing) {
-  EXPECT_EQ(Read("# one\n! two \\\n  \t\n\n   # three\na=1#2!3\n"), R"({"a":"1#2!3"})");
-  EXPECT_EQ(Read(""), "{}");
-  EXPECT_EQ(Read("#only"), "{}");
-}
-
-TEST_F(PropertiesTest, EveryLineEndIsKnown) {
-  EXPECT_EQ(Read("a=1\rb=2\r\nc=3\nd=4"), R"({"a":"1","b":"2","c":"3","d":"4"})");
-}
-
-TEST_F(PropertiesTest, AnOddNumberOfBackslashesContinuesALine) {
-  EXPECT_EQ(Read("a=1,\\\n    2,\\\r\n\t3\nb=\\\n"), R"({"a":"1,2,3","b":""})");
-  EXPECT_EQ(Read("a=1\\\n# no comment\n"), R"({"a":"1# no comment"})");
-  EXPECT_EQ(Read("a=1\\\n\nb=2"), R"({"a":"1","b":"2"})");
-  EXPECT_EQ(Read("ke\\\n  y=v"), R"({"key":"v"})");
-  EXPECT_EQ(Read("a=1\\\\\nb=2\\\\\\\n3"), R"({"a":"1\\","b":"2\\3"})");
-  EXPECT_EQ(Read("a=1\\"), R"({"a":"1"})");
-}
-
-TEST_F(PropertiesTest, EscapesAreUndoneInKeysAndValues) {
-  EXPECT_EQ(Read("a\\=b\\:c\\ d=\\t\\n\\r\\f\\\\\\q\\\"\\#"), R"({"a=b:c d":"\t\n\r\f\\q\"#"})");
-}
-
-TEST_F(PropertiesTest, UnicodeEscapesBecomeUtf8AndUtf8IsKept) {
-  EXPECT_EQ(Read("\\u0061=\\u00e9\\u20AC\\uD83D\\ude00\\u0000z"),
-            "{\"a\":\"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\\u0000z\"}");
-  EXPECT_EQ(Read("\xE4\xBD\xA0=\xE5\xA5\xBD"), "{\"\xE4\xBD\xA0\":\"\xE5\xA5\xBD\"}");
-}
-
-TEST_F(PropertiesTest, TheLastValueOfAKeyCounts) {
-  EXPECT_EQ(Read("a=1\nb=2\na=3"), R"({"a":"3","b":"2"})");
+TEST_F(PropertiesTest, AreReadAsJavaReadsThem) {
+  const std::pair<const char*, const char*> kCases[] = {
+      // Keys end at the first separator.
+      {"a=1\nb:2\nc 3\nd\t=\t4\ne = : 5\nf\ng==6\nh  :7",
+       R"({"a":"1","b":"2","c":"3","d":"4","e":": 5","f":"","g":"=6","h":"7"})"},
+      // Only leading blanks are dropped.
+      {" \t\f a = 1 \t\n", R"({"a":"1 \t"})"},
+      // Comments and empty lines count for nothing.
+      {"# one\n! two \\\n  \t\n\n   # three\na=1#2!3\n", R"({"a":"1#2!3"})"},
+      {"", "{}"},
+      {"#only", "{}"},
+      // Every line end is known.
+      {"a=1\rb=2\r\nc=3\nd=4", R"({"a":"1","b":"2","c":"3","d":"4"})"},
+      // An odd number of backslashes continues a line.
+      {"a=1,\\\n    2,\\\r\n\t3\nb=\\\n", R"({"a":"1,2,3","b":""})"},
+      {"a=1\\\n# no comment\n", R"({"a":"1# no comment"})"},
+      {"a=1\\\n\nb=2", R"({"a":"1","b":"2"})"},
+      {"ke\\\n  y=v", R"({"key":"v"})"},
+      {"a=1\\\\\nb=2\\\\\\\n3", R"({"a":"1\\","b":"2\\3"})"},
+      {"a=1\\", R"({"a":"1"})"},
+      // Escapes are undone in keys and values; UTF-8 is kept.
+      {"a\\=b\\:c\\ d=\\t\\n\\r\\f\\\\\\q\\\"\\#", R"({"a=b:c d":"\t\n\r\f\\q\"#"})"},
+      {"\\u0061=\\u00e9\\u20AC\\uD83D\\ude00\\u0000z",
+       "{\"a\":\"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\\u0000z\"}"},
+      {"\xE4\xBD\xA0=\xE5\xA5\xBD", "{\"\xE4\xBD\xA0\":\"\xE5\xA5\xBD\"}"},
+      // The last value of a key counts.
+      {"a=1\nb=2\na=3", R"({"a":"3","b":"2"})"},
+  };
+  for (const auto& [text, json] : kCases) {
+    Write(text);
+    EXPECT_EQ(Json(kTarget)["configurations"].JsonValueToString(), json) << text;
+  }
 }
 
 TEST_F(PropertiesTest, WhatCannotBeReadIsNamedByItsLine) {
   for (const char* value :
        {"\\u", "\\u12", "\\u12g4", "\\ud800", "\\udc00", "\\ud800\\u0041", "\\ud800x"}) {
-    EXPECT_EQ(ProblemOf("# one\nok=\\\n 1\nbad=" + std::string(value)),
-              "n.properties: line 4: malformed \\uXXXX")
-        << value;
+    Write("# one\nok=\\\n 1\nbad=" + std::string(value));
+    EXPECT_EQ(ErrorAt(kTarget, 500), "n.properties: line 4: malformed \\uXXXX") << value;
   }
-  EXPECT_EQ(ProblemOf("a=1\nb=\xE9\n"), "n.properties: line 2: not UTF-8");
+  Write("a=1\nb=\xE9\n");
+  EXPECT_EQ(ErrorAt(kTarget, 500), "n.properties: line 2: not UTF-8");
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <regex>
 #include <tuple>
 
 namespace lumtest {
@@ -50,18 +51,14 @@ TEST_F(BackendTest, EchoesARequestAndHidesItsSecrets) {
                  {"Host: localhost", "X-Auth-Token: t0ken", "authorization: Basic abc",
                   "x-zun-security-token: sec", "Cookie: c", "Proxy-Authorization: p", "X: \xFF",
                   "X-Auth-Token:"}));
-  EXPECT_EQ(echo["method"].AsString(), "GET");
-  EXPECT_EQ(echo["path"].AsString(), "/echo");
-  EXPECT_EQ(echo["query"].AsString(), "a=%20b?c");
-  EXPECT_EQ(echo["scheme"].AsString(), "http");
-  EXPECT_TRUE(echo["clientCertificate"].IsNull());
-  EXPECT_FALSE(echo.Has("body"));
   EXPECT_EQ(
-      echo["headers"].JsonValueToString(),
-      R"([{"name":"Host","value":"localhost"},{"name":"X-Auth-Token","value":"***"},)"
+      echo.JsonValueToString(),
+      R"({"method":"GET","path":"/echo","query":"a=%20b?c","headers":[)"
+      R"({"name":"Host","value":"localhost"},{"name":"X-Auth-Token","value":"***"},)"
       R"({"name":"authorization","value":"***"},{"name":"x-zun-security-token","value":"***"},)"
       R"({"name":"Cookie","value":"***"},{"name":"Proxy-Authorization","value":"***"},)"
-      R"({"name":"X","value":"\\xff"},{"name":"X-Auth-Token","value":""}])");
+      R"({"name":"X","value":"\\xff"},{"name":"X-Auth-Token","value":""}],)"
+      R"("scheme":"http","clientCertificate":null})");
 }
 
 // --- Tokens.
@@ -250,17 +247,14 @@ TEST_F(BackendTest, EventsAreReportsUploadsAndRefusals) {
   Ask("PUT", "/objects/..", "x");
   Ask("POST", "/report?status=204", "{}");
   Await(Subject().Finished({}));  // there was no answer
-  const LumJson::Value events = Json("/events")["events"];
-  ASSERT_EQ(events.Size(), 4u);
-  EXPECT_EQ(events.At(0)["kind"].AsString(), "upload");
-  EXPECT_EQ(events.At(0)["text"].AsString(), "a");
-  EXPECT_EQ(events.At(0)["bytes"].AsInt64(), 7);
-  EXPECT_EQ(events.At(1)["kind"].AsString(), "refusal");
-  EXPECT_EQ(events.At(1)["status"].AsInt64(), 400);
-  EXPECT_EQ(events.At(1)["path"].AsString(), "/objects/..");
-  EXPECT_EQ(events.At(1)["text"].AsString(), "the path names no object");
-  EXPECT_EQ(events.At(2)["kind"].AsString(), "report");
-  EXPECT_EQ(events.At(3)["kind"].AsString(), "refusal");
+  const std::string events = Json("/events")["events"].JsonValueToString();
+  EXPECT_EQ(
+      std::regex_replace(events, std::regex("\"time\":[0-9]+,"), ""),
+      R"([{"id":1,"kind":"upload","method":"PUT","path":"/objects/a","text":"a","status":200,)"
+      R"("bytes":7},{"id":3,"kind":"refusal","method":"PUT","path":"/objects/..",)"
+      R"("text":"the path names no object","status":400,"bytes":0},{"id":4,"kind":"report",)"
+      R"("method":"POST","path":"/report","text":"{}","status":204,"bytes":2},)"
+      R"({"id":5,"kind":"refusal","method":"","path":"","text":"","status":0,"bytes":0}])");
   EXPECT_EQ(Json("/events?after=4")["events"].Size(), 1u);
   EXPECT_EQ(Json("/events?after=5")["last"].AsInt64(), 5);
   Json("/events?after=x", 400);
