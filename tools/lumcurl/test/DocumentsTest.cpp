@@ -60,110 +60,65 @@ TEST(ManPage, ExplainsExitStatusesAndVariables) {
   }
 }
 
-// A directory with the completion for a shell in it.
-class Completion : public testing::Test {
+// bash or fish that has read the completion, in a directory of its own.
+class ShellCompletion : public testing::TestWithParam<const char*> {
  protected:
-  explicit Completion(const char* shell) {
-    m_directory.Write("script", Lumcurl({"completion", shell}).out);
-  }
+  ShellCompletion() { m_directory.Write("script", Lumcurl({"completion", GetParam()}).out); }
 
-  // The lines that a shell prints there.
-  Words Printed(const Words& argv) const {
+  // The words offered behind `line`, whose last word is being typed; descriptions cut off.
+  Words Offered(const Words& line) const {
+    static const std::string kBash =
+        "source ./script; COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _lumcurl\n"
+        "for word in \"${COMPREPLY[@]}\"; do printf '%s\\n' \"$word\"; done\n";
+    static const std::string kFish = "source ./script; complete -C \"$argv\"";
+    Words argv = {"bash", "--norc", "-u", "-e", "-c", kBash, "bash"};
+    if (GetParam() == std::string("fish")) {
+      argv = {"fish", "--no-config", "-c", kFish};
+    }
+    argv.insert(argv.end(), line.begin(), line.end());
     ProcessOptions options;
     options.directory = m_directory.Path();
     options.environment = {"HOME=" + m_directory.Path(), "XDG_CONFIG_HOME=", "XDG_DATA_HOME="};
     const ProcessResult result = RunCommand(argv, options);
-    EXPECT_TRUE(result.Succeeded()) << result.Describe();
-    EXPECT_THAT(result.err, IsEmpty());
-    return LinesOf(result.out);
+    EXPECT_THAT(result, Ends(0, IsEmpty()));
+    Words words = LinesOf(result.out);
+    for (std::string& word : words) {
+      word.erase(std::min(word.find('\t'), word.size()));
+    }
+    return words;
   }
 
   TempDir m_directory;
 };
 
-class BashCompletion : public Completion {
- protected:
-  BashCompletion() : Completion("bash") {}
-
-  // The words offered behind `line`, whose last word is being typed.
-  Words Offered(const Words& line) const {
-    const std::string script =
-        "source ./script\n"
-        "COMP_WORDS=(" +
-        ShellWords(line) +
-        ")\n"
-        "COMP_CWORD=" +
-        std::to_string(line.size() - 1) +
-        "\n"
-        "_lumcurl\n"
-        "printf '%s\\n' \"${COMPREPLY[@]}\"\n";
-    return Printed({"bash", "--norc", "-u", "-e", "-c", script});
-  }
-};
-
-TEST_F(BashCompletion, OffersTheCommands) {
+TEST_P(ShellCompletion, OffersTheCommands) {
   EXPECT_THAT(Offered({"lumcurl", ""}), IsSupersetOf(Commands()));
   EXPECT_THAT(Offered({"lumcurl", "upload-f"}), ElementsAre("upload-file"));
 }
 
-TEST_F(BashCompletion, OffersEachCommandsOwnOptions) {
+TEST_P(ShellCompletion, OffersEachCommandsOwnOptions) {
   for (const std::string& command : Commands()) {
     EXPECT_THAT(Offered({"lumcurl", command, "--"}), IsSupersetOf(OptionsOf(command))) << command;
   }
   EXPECT_THAT(Offered({"lumcurl", "get", "--"}), Not(Contains("--gzip")));
 }
 
-TEST_F(BashCompletion, OffersFilesWhereAFileIsWanted) {
+TEST_P(ShellCompletion, OffersFilesAndChoices) {
   m_directory.Write("some.pem", "");
   m_directory.MakeDir("some-dir");
   EXPECT_THAT(Offered({"lumcurl", "get", "--cacert", "some."}), ElementsAre("some.pem"));
   EXPECT_THAT(Offered({"lumcurl", "upload-file", "http://h/", "some."}), ElementsAre("some.pem"));
-  EXPECT_THAT(Offered({"lumcurl", "report", "--topic", "some."}), ElementsAre(""));
-}
-
-TEST_F(BashCompletion, OffersChoices) {
+  EXPECT_THAT(Offered({"lumcurl", "report", "--topic", "some."}), IsEmpty());
   EXPECT_THAT(Offered({"lumcurl", "completion", ""}), IsSupersetOf({"bash", "zsh", "fish"}));
-  EXPECT_THAT(Offered({"lumcurl", "get", "--color", ""}), ElementsAre("auto", "always", "never"));
+  EXPECT_THAT(Offered({"lumcurl", "get", "--color", ""}),
+              UnorderedElementsAre("auto", "always", "never"));
 }
 
-TEST_F(BashCompletion, IsInstalledForLumcurl) {
+INSTANTIATE_TEST_SUITE_P(All, ShellCompletion, testing::Values("bash", "fish"),
+                         [](const auto& test) { return std::string(test.param); });
+
+TEST(BashCompletion, IsInstalledForLumcurl) {
   EXPECT_THAT(Lumcurl({"completion", "bash"}).out, HasSubstr("-F _lumcurl lumcurl\n"));
-}
-
-class FishCompletion : public Completion {
- protected:
-  FishCompletion() : Completion("fish") {}
-
-  // The words offered behind `line`, without their descriptions.
-  Words Offered(const std::string& line) const {
-    Words words =
-        Printed({"fish", "--no-config", "-c", "source ./script; complete -C '" + line + "'"});
-    for (std::string& word : words) {
-      word.erase(std::min(word.find('\t'), word.size()));
-    }
-    return words;
-  }
-};
-
-TEST_F(FishCompletion, OffersTheCommands) {
-  EXPECT_THAT(Offered("lumcurl "), IsSupersetOf(Commands()));
-  EXPECT_THAT(Offered("lumcurl upload-f"), ElementsAre("upload-file"));
-}
-
-TEST_F(FishCompletion, OffersEachCommandsOwnOptions) {
-  for (const std::string& command : Commands()) {
-    EXPECT_THAT(Offered("lumcurl " + command + " --"), IsSupersetOf(OptionsOf(command))) << command;
-  }
-  EXPECT_THAT(Offered("lumcurl get --"), Not(Contains("--gzip")));
-}
-
-TEST_F(FishCompletion, OffersFilesAndChoices) {
-  m_directory.Write("some.pem", "");
-  EXPECT_THAT(Offered("lumcurl get --cacert some"), ElementsAre("some.pem"));
-  EXPECT_THAT(Offered("lumcurl upload-file http://h/ some"), ElementsAre("some.pem"));
-  EXPECT_THAT(Offered("lumcurl report --topic some"), IsEmpty());
-  EXPECT_THAT(Offered("lumcurl completion "), IsSupersetOf({"bash", "zsh", "fish"}));
-  EXPECT_THAT(Offered("lumcurl get --color n"), ElementsAre("never"));
 }
 
 // An interactive zsh that has read the completion.
