@@ -22,34 +22,26 @@ struct Command {
   bool statusVisible = true;
 };
 
-std::string NameOf(const Command& command) {
-  std::string name;
-  for (const char c : std::string(command.name)) {
-    name += c == '-' ? '_' : c;
-  }
-  return name;
-}
-
 const Command kCommands[] = {
     {"get", {"get"}, {}},
     {"post", {"post", "-d", "{}"}, {}},
     {"token", {"token", "--data-file", "@json"}, {}},
-    {"refresh-token", {"refresh-token", "--data-file", "@json"}, {}},
+    {"refresh_token", {"refresh-token", "--data-file", "@json"}, {}},
     {"report", {"report", "--data-file", "@json"}, {}},
-    {"report-timeout", {"report", "--timeout", "9", "--data-file", "@json"}, {}},
-    {"report-gzip", {"report", "--gzip", "--data-file", "@json"}, {}},
-    {"report-gzip-id", {"report", "--gzip", "--access-id", "a", "--data-file", "@json"}, {}},
-    {"log-address", {"log-address", "--access-id", "a", "--file-name", "f"}, {}, false},
-    {"service-get", {"service-get"}, {}},
-    {"service-post", {"service-post", "-d", "{}"}, {}},
-    {"upload-log", {"upload-log"}, {"@file"}},
-    {"upload-log-signed", {"upload-log", "--sign-key-file", "@file"}, {"@file"}},
-    {"upload-log-own", {"upload-log", "-H", "A: b"}, {"@file"}, false},
-    {"upload-log-timeout", {"upload-log", "--timeout", "9"}, {"@file"}, false},
-    {"upload-video", {"upload-video"}, {"@file"}, false},
-    {"upload-file", {"upload-file"}, {"@file"}},
-    {"upload-dir", {"upload-dir"}, {"@dir"}},
-    {"upload-group", {"upload-group"}, {"@file", "@json"}},
+    {"report_timeout", {"report", "--timeout", "9", "--data-file", "@json"}, {}},
+    {"report_gzip", {"report", "--gzip", "--data-file", "@json"}, {}},
+    {"report_gzip_id", {"report", "--gzip", "--access-id", "a", "--data-file", "@json"}, {}},
+    {"log_address", {"log-address", "--access-id", "a", "--file-name", "f"}, {}, false},
+    {"service_get", {"service-get"}, {}},
+    {"service_post", {"service-post", "-d", "{}"}, {}},
+    {"upload_log", {"upload-log"}, {"@file"}},
+    {"upload_log_signed", {"upload-log", "--sign-key-file", "@file"}, {"@file"}},
+    {"upload_log_own", {"upload-log", "-H", "A: b"}, {"@file"}, false},
+    {"upload_log_timeout", {"upload-log", "--timeout", "9"}, {"@file"}, false},
+    {"upload_video", {"upload-video"}, {"@file"}, false},
+    {"upload_file", {"upload-file"}, {"@file"}},
+    {"upload_dir", {"upload-dir"}, {"@dir"}},
+    {"upload_group", {"upload-group"}, {"@file", "@json"}},
 };
 
 class EveryCommand : public testing::TestWithParam<Command> {
@@ -148,7 +140,7 @@ TEST_P(EveryCommand, LeavesNoArchive) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, EveryCommand, testing::ValuesIn(kCommands),
-                         [](const auto& test) { return NameOf(test.param); });
+                         [](const auto& test) { return std::string(test.param.name); });
 
 }  // namespace
 }  // namespace lumtest

@@ -18,6 +18,14 @@ using testing::ContainsRegex;
 
 class Terminal : public testing::Test {
  protected:
+  // What lumcurl's `words` show until they end with `exitStatus`.
+  static std::string Shown(const Words& words, int exitStatus = 0,
+                           const Words& environment = {"NO_COLOR=1"}) {
+    OnTerminal terminal(LumcurlCommand(words), environment);
+    EXPECT_EQ(terminal.Wait(), exitStatus);
+    return terminal.Shown();
+  }
+
   WireServer m_server;
   TempDir m_directory;
 };
@@ -39,18 +47,13 @@ TEST_F(Terminal, ShowsTheProgressOfADownload) {
 
 TEST_F(Terminal, ShowsNoProgressWhenQuiet) {
   m_server.Script(GeneratedReply(3'000'000));
-  OnTerminal terminal(LumcurlCommand({"download", "-q", m_server.Url(), m_directory.Path("f")}));
-  EXPECT_EQ(terminal.Wait(), 0);
-  EXPECT_EQ(terminal.Shown(), "");
+  EXPECT_EQ(Shown({"download", "-q", m_server.Url(), m_directory.Path("f")}), "");
 }
 
 TEST_F(Terminal, ShowsTheProgressOfAnUpload) {
   const std::string content = GeneratedBytes(0, 3'000'000);
   m_server.Script(StatusReply(200, "stored"));
-  OnTerminal terminal(
-      LumcurlCommand({"upload-video", m_server.Url(), m_directory.Write("f", content)}));
-  EXPECT_EQ(terminal.Wait(), 0);
-  EXPECT_THAT(terminal.Shown(),
+  EXPECT_THAT(Shown({"upload-video", m_server.Url(), m_directory.Write("f", content)}),
               AllOf(HasSubstr("\r2.9 MiB of 2.9 MiB, 100 %"), HasSubstr("stored\r\n")));
   EXPECT_TRUE(m_server.Request(0).body == content);
 }
@@ -113,37 +116,33 @@ TEST_F(Terminal, ShowsThatItPacks) {
 TEST_F(Terminal, ShowsTheProgressOfAnArchiveThatIsMadeMeanwhile) {
   m_directory.Write("dir/member", "m");
   m_server.Script(StatusReply(200));
-  OnTerminal terminal(LumcurlCommand({"upload-dir", m_server.Url(), m_directory.Path("dir")}));
-  EXPECT_EQ(terminal.Wait(), 0);
+  const std::string shown = Shown({"upload-dir", m_server.Url(), m_directory.Path("dir")});
   const std::string size = std::to_string(m_server.Request(0).bodyBytes) + " B";
-  EXPECT_THAT(terminal.Shown(), HasSubstr("\r" + size + " of " + size + ", 100 %"));
+  EXPECT_THAT(shown, HasSubstr("\r" + size + " of " + size + ", 100 %"));
   EXPECT_THAT(MembersOf(m_server.Request(0).body), ElementsAre("dir/", "dir/member"));
   EXPECT_FALSE(Exists(m_directory.Path("dir.tar.gz")));
 }
 
 TEST_F(Terminal, FailsAsElsewhere) {
   m_server.Script(StatusReply(403, "no"));
-  OnTerminal terminal(LumcurlCommand({"upload-log", m_server.Url(), m_directory.Write("f", "x")}));
-  EXPECT_EQ(terminal.Wait(), 4);
-  EXPECT_THAT(terminal.Shown(), HasSubstr("\nlumcurl: upload-log " + m_server.Url()));
+  EXPECT_THAT(Shown({"upload-log", m_server.Url(), m_directory.Write("f", "x")}, 4),
+              HasSubstr("\nlumcurl: upload-log " + m_server.Url()));
 }
 
 TEST_F(Terminal, ShowsADocumentAsSafeText) {
   m_server.Script(
       JsonReply("{\"a\":\"\xC2\x9B"
                 "31m\x7F\xE2\x80\xAE\"}"));
-  OnTerminal terminal(LumcurlCommand({"get", m_server.Url()}));
-  EXPECT_EQ(terminal.Wait(), 0);
-  EXPECT_EQ(terminal.Shown(), "{\r\n    \"a\": \"\\xc2\\x9b31m\\x7f\\xe2\\x80\\xae\"\r\n}\r\n");
+  EXPECT_EQ(Shown({"get", m_server.Url()}),
+            "{\r\n    \"a\": \"\\xc2\\x9b31m\\x7f\\xe2\\x80\\xae\"\r\n}\r\n");
 }
 
 TEST_F(Terminal, ShowsTheReplyToAnUploadAsSafeText) {
   const std::string file = m_directory.Write("f", "x");
   m_server.Script(StatusReply(200, "\x1b[31mred\n\ttab \xE2\x80"))
       .Script(StatusReply(200, "\x1b[31mred"));
-  OnTerminal terminal(LumcurlCommand({"upload-video", "-q", m_server.Url(), file}));
-  EXPECT_EQ(terminal.Wait(), 0);
-  EXPECT_EQ(terminal.Shown(), "\\x1b[31mred\r\n\ttab \\xe2\\x80\r\n");
+  EXPECT_EQ(Shown({"upload-video", "-q", m_server.Url(), file}),
+            "\\x1b[31mred\r\n\ttab \\xe2\\x80\r\n");
   // Elsewhere data is data.
   EXPECT_EQ(Lumcurl({"upload-video", m_server.Url(), file}).out, "\x1b[31mred");
 }
@@ -161,9 +160,7 @@ TEST_F(Terminal, KeepsDataWholeWhereOnlyMessagesGoToIt) {
 
 TEST_F(Terminal, ShowsMessagesAsSafeText) {
   m_server.Script(StatusReply(200, "<\x1b]0;title\a\n\xE2\x80\xA8>"));
-  OnTerminal terminal(LumcurlCommand({"get", m_server.Url()}));
-  EXPECT_EQ(terminal.Wait(), 1);
-  EXPECT_THAT(terminal.Shown(),
+  EXPECT_THAT(Shown({"get", m_server.Url()}, 1),
               HasSubstr("the reply: <\\x1b]0;title\\x07\\x0a\\xe2\\x80\\xa8>\r\n"));
 }
 
@@ -171,33 +168,25 @@ constexpr char kColours[] = "NO_COLOR=";  // not set, as far as anybody reads it
 
 TEST_F(Terminal, HasColoursForJsonAndForMessages) {
   m_server.Script(JsonReply(R"({"a":1})", 404));
-  OnTerminal terminal(LumcurlCommand({"get", m_server.Url()}), {kColours});
-  EXPECT_EQ(terminal.Wait(), 4);
-  EXPECT_THAT(terminal.Shown(), AllOf(HasSubstr("\x1b[1;34m\"a\"\x1b[0m: \x1b[36m1\x1b[0m"),
-                                      HasSubstr("\x1b[1;31mlumcurl:\x1b[0m get http")));
-  OnTerminal usage(LumcurlCommand({"get"}), {kColours});
-  EXPECT_EQ(usage.Wait(), 2);
-  EXPECT_THAT(usage.Shown(), HasSubstr("\x1b[1;31mlumcurl:\x1b[0m get: URL is required"));
+  EXPECT_THAT(Shown({"get", m_server.Url()}, 4, {kColours}),
+              AllOf(HasSubstr("\x1b[1;34m\"a\"\x1b[0m: \x1b[36m1\x1b[0m"),
+                    HasSubstr("\x1b[1;31mlumcurl:\x1b[0m get http")));
+  EXPECT_THAT(Shown({"get"}, 2, {kColours}),
+              HasSubstr("\x1b[1;31mlumcurl:\x1b[0m get: URL is required"));
 }
 
 TEST_F(Terminal, HasNoColoursWhereNoneAreWanted) {
   m_server.SetHandler([](const WireRequest&) { return JsonReply(R"({"a":1})", 404); });
   for (const Words& environment :
        {Words{"NO_COLOR=1"}, Words{kColours, "TERM=dumb"}, Words{kColours, "TERM="}}) {
-    OnTerminal terminal(LumcurlCommand({"get", m_server.Url()}), environment);
-    EXPECT_EQ(terminal.Wait(), 4);
-    EXPECT_THAT(terminal.Shown(), Not(HasSubstr("\x1b")));
+    EXPECT_THAT(Shown({"get", m_server.Url()}, 4, environment), Not(HasSubstr("\x1b")));
   }
   for (const Words& option : {Words{"--color", "never"}, Words{"--color=never"}}) {
     Words words = {"get"};
     words.insert(words.end(), option.begin(), option.end());
-    OnTerminal usage(LumcurlCommand(words), {kColours});
-    EXPECT_EQ(usage.Wait(), 2);
-    EXPECT_THAT(usage.Shown(), Not(HasSubstr("\x1b")));
+    EXPECT_THAT(Shown(words, 2, {kColours}), Not(HasSubstr("\x1b")));
     words.push_back(m_server.Url());
-    OnTerminal terminal(LumcurlCommand(words), {kColours});
-    EXPECT_EQ(terminal.Wait(), 4);
-    EXPECT_THAT(terminal.Shown(), Not(HasSubstr("\x1b")));
+    EXPECT_THAT(Shown(words, 4, {kColours}), Not(HasSubstr("\x1b")));
   }
   ProcessOptions options;
   options.environment = {"NO_COLOR=1"};
