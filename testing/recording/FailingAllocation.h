@@ -19,44 +19,19 @@ namespace lumtest {
 class FailingAllocation {
  public:
   explicit FailingAllocation(std::size_t nth) {
-    if (InDouble::IsActive()) {
-      s_left = nth;
-      FailNextNew(0);
-    } else {
-      Arm(nth);
-    }
-    InDouble::SetHook(&Hook);
+    PauseFailing(InDouble::IsActive());
+    InDouble::SetHook(&PauseFailing);
+    FailNextNew(nth);
   }
   ~FailingAllocation() {
-    InDouble::SetHook(nullptr);
     FailNextNew(0);
+    InDouble::SetHook(nullptr);
+    PauseFailing(false);
   }
   FailingAllocation(const FailingAllocation&) = delete;
   FailingAllocation& operator=(const FailingAllocation&) = delete;
 
   bool HasFailed() const { return AllocationHasFailed(); }
-
- private:
-  // What stands between now and the failure is put aside while a double works.
-  static void Hook(bool entering) {
-    if (AllocationHasFailed()) {
-      return;
-    }
-    if (entering) {
-      s_left = s_failAt - NewsOfThisThread();
-      FailNextNew(0);
-    } else {
-      Arm(s_left);
-    }
-  }
-
-  static void Arm(std::size_t nth) {
-    s_failAt = NewsOfThisThread() + nth;
-    FailNextNew(nth);
-  }
-
-  inline static std::size_t s_failAt = 0;
-  inline static std::size_t s_left = 0;
 };
 
 // Runs `operation` again and again, each time failing the next one of its allocations, until all

@@ -31,10 +31,11 @@ thread_local long t_blocks = 0;
 thread_local bool t_inNew = false;    // operator new is at work
 thread_local std::size_t t_left = 0;  // occasions up to the one that fails; 0: none does
 thread_local bool t_newsAlone = false;
+thread_local bool t_paused = false;
 thread_local bool t_failed = false;
 
 bool Fails() {
-  if (t_left == 0 || (t_newsAlone && !t_inNew) || --t_left != 0) {
+  if (t_left == 0 || t_paused || (t_newsAlone && !t_inNew) || --t_left != 0) {
     return false;
   }
   t_failed = true;
@@ -164,6 +165,10 @@ void FailNextNew(std::size_t count) {
 
 void FailNextMalloc(std::size_t count) {
   Arm(count, false);
+}
+
+void PauseFailing(bool paused) {
+  t_paused = paused;
 }
 
 bool AllocationHasFailed() {

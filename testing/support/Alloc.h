@@ -19,6 +19,9 @@ namespace lumtest {
 void FailNextNew(std::size_t count);
 void FailNextMalloc(std::size_t count);
 
+// While paused, this thread's allocations neither fail nor count towards the one that does.
+void PauseFailing(bool paused);
+
 // Whether the failure has been met; false as long as it is still to come, or was never asked for.
 bool AllocationHasFailed();
 

@@ -2,13 +2,14 @@
 
 #include "wire/Ports.h"
 
-#include <arpa/inet.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 
 #include <cerrno>
 #include <cstddef>
+#include <cstring>
 #include <system_error>
 
 #include "wire/Socket.h"
@@ -34,32 +35,20 @@ bool QueueIsFull(int listener, bool connected) {
 }  // namespace
 
 SocketAddress::SocketAddress(const std::string& address, std::uint16_t port) {
-  sockaddr_in v4 = {};
-  sockaddr_in6 v6 = {};
-  if (inet_pton(AF_INET, address.c_str(), &v4.sin_addr) == 1) {
-    v4.sin_family = AF_INET;
-    v4.sin_port = htons(port);
-    length = sizeof v4;
-    *reinterpret_cast<sockaddr_in*>(&storage) = v4;
-  } else if (inet_pton(AF_INET6, address.c_str(), &v6.sin6_addr) == 1) {
-    v6.sin6_family = AF_INET6;
-    v6.sin6_port = htons(port);
-    length = sizeof v6;
-    *reinterpret_cast<sockaddr_in6*>(&storage) = v6;
-  } else {
+  addrinfo hints = {};
+  hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+  addrinfo* found = nullptr;
+  if (getaddrinfo(address.c_str(), std::to_string(port).c_str(), &hints, &found) != 0) {
     throw std::runtime_error("not an IP address: " + address);
   }
+  length = found->ai_addrlen;
+  std::memcpy(&storage, found->ai_addr, length);
+  freeaddrinfo(found);
 }
 
 std::string SocketAddress::Address() const {
   char text[INET6_ADDRSTRLEN] = "";
-  if (Family() == AF_INET6) {
-    inet_ntop(AF_INET6, &reinterpret_cast<const sockaddr_in6*>(&storage)->sin6_addr, text,
-              sizeof text);
-  } else {
-    inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(&storage)->sin_addr, text,
-              sizeof text);
-  }
+  getnameinfo(Get(), length, text, sizeof text, nullptr, 0, NI_NUMERICHOST);
   return text;
 }
 

@@ -151,12 +151,35 @@ TEST_F(TortureTest, NoticesABodyThatIsFramedInAnotherWay) {
   ExpectBad(subject, "it answered \"done\", with other requests than usual");
 }
 
-TEST_F(TortureTest, NoticesLostMemory) {
-  ExpectBad(OneAllocation([](World&) {
-              void* volatile lost = std::malloc(10);
-              (void)lost;
-            }),
-            "it lost 1 blocks of memory");
+TEST_F(TortureTest, NoticesWhatAFailureLeavesBehind) {
+  struct Wrong {
+    std::function<void(World&)> onFailure;
+    const char* reason;
+  };
+  const Wrong kWrongs[] = {
+      {[](World&) {
+         void* volatile lost = std::malloc(10);
+         (void)lost;
+       },
+       "it lost 1 blocks of memory"},
+      {[](World&) { (void)open("/dev/null", O_RDONLY | O_CLOEXEC); }, "a descriptor was left open"},
+      {[](World&) {
+         while (true) {
+           pause();
+         }
+       },
+       "it hung"},
+      {[](World&) { std::exit(1); }, "it ended the process"},
+      {[](World& w) { WriteFile(w.Path("a.log.tar.gz"), "part"); },
+       "a partial archive has the name a.log.tar.gz"},
+      {[](World& w) { WriteFile(w.Path(".lum-archive-1"), "part"); },
+       ".lum-archive-1 was left behind"},
+      {[](World& w) { AppendFile(w.Path("a.log"), "more"); }, "a.log was touched"},
+  };
+  for (const Wrong& wrong : kWrongs) {
+    SCOPED_TRACE(wrong.reason);
+    ExpectBad(OneAllocation(wrong.onFailure), wrong.reason);
+  }
 }
 
 TEST_F(TortureTest, TakesNoCacheForLostMemory) {
@@ -166,11 +189,6 @@ TEST_F(TortureTest, TakesNoCacheForLostMemory) {
   }));
   EXPECT_EQ(result.failed, 1U);
   EXPECT_EQ(result.bad, 0U);
-}
-
-TEST_F(TortureTest, NoticesADescriptorLeftOpen) {
-  ExpectBad(OneAllocation([](World&) { (void)open("/dev/null", O_RDONLY | O_CLOEXEC); }),
-            "a descriptor was left open");
 }
 
 TEST_F(TortureTest, NoticesAnObjectThatIsSpoilt) {
@@ -191,19 +209,6 @@ TEST_F(TortureTest, NoticesALockLeftTaken) {
   ExpectBad(subject, "it hung");
 }
 
-TEST_F(TortureTest, NoticesAHang) {
-  ExpectBad(OneAllocation([](World&) {
-              while (true) {
-                pause();
-              }
-            }),
-            "it hung");
-}
-
-TEST_F(TortureTest, NoticesTheEndOfTheProcess) {
-  ExpectBad(OneAllocation([](World&) { std::exit(1); }), "it ended the process");
-}
-
 TEST_F(TortureTest, NoticesACrashAndGoesOn) {
   const Result result = Torture({"Planted", [](World& w) {
                                    const bool done = w.caller.Try([] {
@@ -220,21 +225,6 @@ TEST_F(TortureTest, NoticesACrashAndGoesOn) {
   EXPECT_EQ(result.threw, result.Tried() - 1);
   EXPECT_GE(result.threw, 2U);
   EXPECT_THAT(text, HasSubstr("signal 6"));
-}
-
-TEST_F(TortureTest, NoticesAPartialArchive) {
-  ExpectBad(OneAllocation([](World& w) { WriteFile(w.Path("a.log.tar.gz"), "part"); }),
-            "a partial archive has the name a.log.tar.gz");
-}
-
-TEST_F(TortureTest, NoticesATemporaryFileLeftBehind) {
-  ExpectBad(OneAllocation([](World& w) { WriteFile(w.Path(".lum-archive-1"), "part"); }),
-            ".lum-archive-1 was left behind");
-}
-
-TEST_F(TortureTest, NoticesAFileTouched) {
-  ExpectBad(OneAllocation([](World& w) { AppendFile(w.Path("a.log"), "more"); }),
-            "a.log was touched");
 }
 
 // --- The malloc family ---
