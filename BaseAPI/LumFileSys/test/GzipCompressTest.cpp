@@ -110,14 +110,8 @@ void CheckLength(std::size_t size) {
   }
 }
 
-TEST(LumGzipCompress, EveryShortLength) {
-  for (std::size_t size = 0; size <= 300; ++size) {
-    CheckLength(size);
-  }
-}
-
-TEST(LumGzipCompress, LengthsUpToSeventyThousand) {
-  for (std::size_t size = 301; size <= 70000; size += 1999) {
+TEST(LumGzipCompress, EveryShortLengthAndSomeUpToSeventyThousand) {
+  for (std::size_t size = 0; size <= 70000; size += size < 301 ? 1 : 1999) {
     CheckLength(size);
   }
   for (const std::size_t size : {32767, 32768, 32769, 65534, 65535, 65536, 65537, 70000}) {
@@ -151,20 +145,9 @@ TEST(LumGzipCompress, RoomAfterTheMemberIsLeftAlone) {
   EXPECT_EQ(std::string(memory.Last(900), 900), std::string(900, '#'));
 }
 
-TEST(LumGzipCompress, MemberIsComplete) {
-  const std::string plain = Text(5000);
-  const std::string packed = Compressed(plain);
-  EXPECT_EQ(packed.substr(0, 4), std::string("\x1f\x8b\x08\0", 4));  // gzip, deflate, no extras
-  EXPECT_EQ(packed.substr(4, 4), std::string(4, '\0'));              // no time: equal in, equal out
-  const auto word = [&](std::size_t fromEnd) {
-    std::uint32_t value = 0;
-    for (std::size_t i = 4; i > 0; --i) {
-      value = value << 8 | static_cast<unsigned char>(packed[packed.size() - fromEnd + i - 1]);
-    }
-    return value;
-  };
-  EXPECT_EQ(word(8), crc32(0, reinterpret_cast<const Bytef*>(plain.data()), 5000));
-  EXPECT_EQ(word(4), 5000U);
+// Gzip, deflate, no extras, and no time: equal in, equal out. The rest is zlib's and gzip's to see.
+TEST(LumGzipCompress, MemberBeginsWithThePlainestHeader) {
+  EXPECT_EQ(Compressed(Text(5000)).substr(0, 8), std::string("\x1f\x8b\x08\0\0\0\0\0", 8));
 }
 
 TEST(LumGzipCompress, GzipReadsIt) {
@@ -200,18 +183,22 @@ TEST(LumGzipCompress, VeryShortDocumentsDoNotFitTwiceTheirLength) {
 
 TEST(LumGzipCompress, ArgumentsThatMakeNoSense) {
   char buffer[64] = {};
-  EXPECT_LE(LumCompressAndDeCompress::GzipCompress(nullptr, 4, buffer, 64), 0);
-  EXPECT_LE(LumCompressAndDeCompress::GzipCompress(nullptr, 0, buffer, 64), 0);
-  EXPECT_LE(LumCompressAndDeCompress::GzipCompress("text", 4, nullptr, 64), 0);
-  EXPECT_LE(LumCompressAndDeCompress::GzipCompress("text", 4, nullptr, 0), 0);
-  EXPECT_LE(LumCompressAndDeCompress::GzipCompress("text", -1, buffer, 64), 0);
-  EXPECT_LE(LumCompressAndDeCompress::GzipCompress("text", INT_MIN, buffer, 64), 0);
-  EXPECT_LE(LumCompressAndDeCompress::GzipCompress("text", 4, buffer, 0), 0);
-  EXPECT_LE(LumCompressAndDeCompress::GzipCompress("text", 4, buffer, -1), 0);
-  EXPECT_LE(LumCompressAndDeCompress::GzipCompress("text", 4, buffer, INT_MIN), 0);
-  for (const char byte : buffer) {
-    EXPECT_EQ(byte, 0);
+  const struct {
+    const char* source;
+    int sourceLength;
+    char* destination;
+    int destinationLength;
+  } kCases[] = {
+      {nullptr, 4, buffer, 64}, {nullptr, 0, buffer, 64}, {"text", 4, nullptr, 64},
+      {"text", 4, nullptr, 0},  {"text", -1, buffer, 64}, {"text", INT_MIN, buffer, 64},
+      {"text", 4, buffer, 0},   {"text", 4, buffer, -1},  {"text", 4, buffer, INT_MIN},
+  };
+  for (const auto& row : kCases) {
+    EXPECT_LE(LumCompressAndDeCompress::GzipCompress(row.source, row.sourceLength, row.destination,
+                                                     row.destinationLength),
+              0);
   }
+  EXPECT_EQ(std::string(buffer, 64), std::string(64, '\0'));
 }
 
 #ifdef __x86_64__
