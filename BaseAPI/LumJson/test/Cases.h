@@ -27,6 +27,9 @@ inline LumJson::Value Read(std::string_view text) {
   return value;
 }
 
+// The document of a string as the second library writes it.
+std::string WrittenElsewhere(const std::string& text);
+
 // Whether a text is a document.
 inline bool Accepts(const std::string& text) {
   LumJson::Value value;

@@ -62,6 +62,8 @@ TEST(ValueTest, KindsOfWhatIsMadeByHand) {
   EXPECT_EQ("nu", Kinds(Value(kMaxUint64)));
   EXPECT_EQ("nd", Kinds(Value(0.0)));
   EXPECT_EQ("nd", Kinds(Value(1.5F)));
+  EXPECT_EQ("ni", Kinds(Value(static_cast<short>(-5))));
+  EXPECT_EQ("niu", Kinds(Value(static_cast<unsigned char>(200))));
   EXPECT_EQ("s", Kinds(Value("")));
   EXPECT_EQ("s", Kinds(Value("text")));
   EXPECT_EQ("s", Kinds(Value(std::string("a text of more than fourteen bytes"))));
@@ -96,29 +98,6 @@ TEST(ValueTest, KindsOfWhatIsRead) {
   }
 }
 
-TEST(ValueTest, SmallerIntegersArePromoted) {
-  EXPECT_EQ(-5, Value(static_cast<short>(-5)).AsInt64());
-  EXPECT_EQ(200, Value(static_cast<unsigned char>(200)).AsInt64());
-  EXPECT_EQ(4294967295, Value(4294967295U).AsInt64());
-}
-
-TEST(ValueTest, LiteralsConvertImplicitly) {
-  Value value = 1;
-  EXPECT_EQ(1, value.AsInt64());
-  value = "text";
-  EXPECT_EQ("text", value.AsString());
-  value = false;
-  EXPECT_TRUE(value.IsBool());
-  value = 0;
-  EXPECT_TRUE(value.IsInteger());
-  value = 2.5;
-  EXPECT_EQ(2.5, value.AsDouble());
-  value = nullptr;
-  EXPECT_TRUE(value.IsNull());
-  value = std::string("text");
-  EXPECT_EQ("text", value.AsString());
-}
-
 TEST(ValueTest, ANullPointerToCharactersMakesNull) {
   const char* const none = nullptr;
   EXPECT_TRUE(Value(none).IsNull());
@@ -149,20 +128,69 @@ TEST(ValueTest, StringsOfEveryLengthSurvive) {
   }
 }
 
-TEST(ValueTest, OfOtherKindsThereIsNoStringData) {
-  for (const Value& value : {Value(), Value(1), Value(true), Value::Array(), Value::Object()}) {
-    EXPECT_EQ(nullptr, value.StringData());
-    EXPECT_EQ(0U, value.StringSize());
+TEST(ValueTest, WhatBelongsToOtherKindsFindsAndChangesNothing) {
+  const std::string text = "a text of more than fourteen bytes";
+  for (const Value& sample :
+       {Value(), Value(true), Value(1), Value(-1.5), Value(kMaxUint64), Value(""), Value(text),
+        Value::Array(), Read("[1,{\"a\":2}]"), Value::Object(), Read("{\"0\":1}")}) {
+    SCOPED_TRACE(sample.ToStyledString());
+    Value value = sample;
+    const Value& constant = value;
+    EXPECT_EQ(nullptr, value.Find("a"));
+    EXPECT_EQ(nullptr, constant.Find("a"));
+    EXPECT_FALSE(value.Has("a"));
+    EXPECT_TRUE(constant["a"]["b"].IsNull());
+    EXPECT_FALSE(value.Remove("a"));
+    EXPECT_TRUE(value.At(7).IsNull());
+    value.At(7) = "lost";
+    EXPECT_TRUE(constant.At(7).IsNull());
+    EXPECT_FALSE(value.RemoveAt(7));
+    if (!sample.IsObject()) {
+      EXPECT_TRUE(value.Members().begin() == value.Members().end());
+      EXPECT_TRUE(constant.Members().begin() == constant.Members().end());
+    }
+    if (!sample.IsObject() && !sample.IsNull()) {
+      value.AddJsonValue("a", "lost");
+      value["a"]["deeper"] = "lost";
+      EXPECT_TRUE(value["a"].IsNull());
+    }
+    if (!sample.IsArray()) {
+      EXPECT_TRUE(value.At(0).IsNull());
+      value.At(0) = "lost";
+      EXPECT_FALSE(value.RemoveAt(0));
+      EXPECT_EQ(value.Elements().begin(), value.Elements().end());
+      EXPECT_EQ(constant.Elements().begin(), constant.Elements().end());
+    }
+    if (!sample.IsArray() && !sample.IsNull()) {
+      EXPECT_FALSE(value.Append(text));
+    }
+    if (!sample.IsArray() && !sample.IsObject()) {
+      EXPECT_EQ(0U, value.Size());
+      EXPECT_TRUE(value.Empty());
+    }
+    if (!sample.IsString()) {
+      EXPECT_EQ(nullptr, value.StringData());
+      EXPECT_EQ(0U, value.StringSize());
+      EXPECT_EQ("", value.AsString());
+      EXPECT_EQ("other", value.AsString("other"));
+    }
+    if (!sample.IsBool()) {
+      EXPECT_FALSE(value.AsBool());
+      EXPECT_TRUE(value.AsBool(true));
+    }
+    if (!sample.IsNumber()) {
+      EXPECT_EQ(0.0, value.AsDouble());
+      EXPECT_EQ(1.5, value.AsDouble(1.5));
+    }
+    EXPECT_EQ(sample, value);
   }
 }
 
-TEST(ValueTest, AsBoolTakesBooleansOnly) {
+TEST(ValueTest, AsBoolAndAsStringTakeTheirKind) {
   EXPECT_TRUE(Value(true).AsBool());
   EXPECT_FALSE(Value(false).AsBool(true));
-  for (const Value& value : {Value(), Value(1), Value("true"), Value(1.0), Value::Array()}) {
-    EXPECT_FALSE(value.AsBool());
-    EXPECT_TRUE(value.AsBool(true));
-  }
+  EXPECT_EQ("text", Value("text").AsString());
+  EXPECT_EQ("", Value("").AsString("other"));
 }
 
 TEST(ValueTest, AsInt64TakesWhatFits) {
@@ -210,19 +238,6 @@ TEST(ValueTest, AsDoubleTakesAnyNumberAndRounds) {
   EXPECT_EQ(0x1p64, Value(kMaxUint64).AsDouble());
   EXPECT_EQ(0x1p63, Value(kMaxInt64).AsDouble());
   EXPECT_TRUE(std::isnan(Value(std::nan("")).AsDouble()));
-  for (const Value& value : {Value(), Value(true), Value("1"), Value::Array(), Value::Object()}) {
-    EXPECT_EQ(0.0, value.AsDouble());
-    EXPECT_EQ(1.5, value.AsDouble(1.5));
-  }
-}
-
-TEST(ValueTest, AsStringTakesStringsOnly) {
-  EXPECT_EQ("text", Value("text").AsString());
-  EXPECT_EQ("", Value("").AsString("other"));
-  for (const Value& value : {Value(), Value(true), Value(1), Value::Array(), Value::Object()}) {
-    EXPECT_EQ("", value.AsString());
-    EXPECT_EQ("other", value.AsString("other"));
-  }
 }
 
 Value Sample() {
