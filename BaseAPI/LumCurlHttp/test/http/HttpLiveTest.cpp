@@ -138,18 +138,6 @@ TEST_F(HttpLiveTest, APostWithTheCallersHeaderHasLibcurlsContentType) {
                   "Content-Length: 2", "Content-Type: application/x-www-form-urlencoded"));
 }
 
-TEST_F(HttpLiveTest, EachRequestHasAConnectionOfItsOwn) {
-  Get(server.Url());
-  Post(server.Url(), "{}");
-  Get(server.Url());
-  ASSERT_TRUE(server.WaitIdle());
-  const auto connections = server.Connections();
-  ASSERT_EQ(connections.size(), 3u);
-  for (const WireConnection& connection : connections) {
-    EXPECT_EQ(connection.end, WireEnd::kByClient);
-  }
-}
-
 // --- What comes back
 
 TEST_F(HttpLiveTest, ALargeDocumentArrivesWhole) {

@@ -1,6 +1,7 @@
 // Compress-and-upload with real archives, looked into by GNU tar.
 
 #include <functional>
+#include <sstream>
 #include <thread>
 
 #include "ServiceLiveTest.h"
@@ -21,14 +22,9 @@ std::vector<std::string> Unpack(const std::string& archive, const TempDir& targe
   const ProcessResult unpacked = RunCommand({"tar", "-xzf", file, "-C", target.Path()});
   EXPECT_TRUE(unpacked.Succeeded()) << unpacked.Describe();
   std::vector<std::string> members;
-  std::string line;
-  for (const char c : listed.out) {
-    if (c == '\n') {
-      members.push_back(line);
-      line.clear();
-    } else {
-      line += c;
-    }
+  std::istringstream lines(listed.out);
+  for (std::string line; std::getline(lines, line);) {
+    members.push_back(line);
   }
   return members;
 }
@@ -39,7 +35,7 @@ void ExpectSameTree(const std::string& one, const std::string& other) {
   EXPECT_TRUE(result.Succeeded()) << result.Describe();
 }
 
-// --- The five outcomes of each form ---
+// --- Inputs and archives that go missing, in each form ---
 
 struct Form {
   const char* name;  // of the operation
@@ -55,49 +51,26 @@ void PrintTo(const Form& form, std::ostream* out) {
 class CompressLiveTest : public ServiceLiveTest, public ::testing::WithParamInterface<Form> {
  protected:
   CompressLiveTest() {
-    directory.Write("a.log", GeneratedBytes(0, 100000));
+    directory.Write("a.log", "a");
     directory.Write("b.log", "b");
     directory.MakeDir("logs");
     directory.Write("logs/one", "1");
-    directory.MakeDir("logs/sub");
-    directory.Write("logs/sub/two", "22");
   }
 
   int Run() { return GetParam().run(client, server.Url("/x"), directory); }
   std::string Archive() const { return directory.Path(GetParam().archive); }
 
-  // A server that looks on while the archive still lies there.
-  void Serve(int status, bool removeArchive) {
-    server.SetHandler([this, status, removeArchive](const WireRequest&) {
-      EXPECT_TRUE(Exists(Archive()));
-      if (removeArchive) {
-        std::remove(Archive().c_str());
-      }
+  // A server that takes the archive away.
+  void Serve(int status) {
+    server.SetHandler([this, status](const WireRequest&) {
+      EXPECT_EQ(std::remove(Archive().c_str()), 0);
       return StatusReply(status);
     });
   }
-
-  void ExpectInputsUntouched() const {
-    EXPECT_EQ(ReadFile(directory.Path("a.log")), GeneratedBytes(0, 100000));
-    EXPECT_EQ(ReadFile(directory.Path("b.log")), "b");
-    EXPECT_EQ(ReadFile(directory.Path("logs/one")), "1");
-    EXPECT_EQ(ReadFile(directory.Path("logs/sub/two")), "22");
-  }
 };
 
-TEST_P(CompressLiveTest, AllComesOffAndTheArchiveIsGone) {
-  Serve(200, false);
-
-  EXPECT_EQ(Run(), 0);
-
-  EXPECT_FALSE(Exists(Archive()));
-  EXPECT_THAT(log.Messages(), IsEmpty());
-  EXPECT_EQ(server.Request(0).Header("Content-Type"), "application/zip");
-  ExpectInputsUntouched();
-}
-
 TEST_P(CompressLiveTest, RefusedUploadOfAnArchiveThatCannotBeRemoved) {
-  Serve(403, true);
+  Serve(403);
 
   EXPECT_EQ(Run(), -10000);
 
@@ -108,16 +81,16 @@ TEST_P(CompressLiveTest, RefusedUploadOfAnArchiveThatCannotBeRemoved) {
     EXPECT_THAT(log.Messages(), ElementsAre("UploadLog failed, code=403, body=",
                                             "upload file failed", "remove file failed"));
   }
-  ExpectInputsUntouched();
 }
 
 TEST_P(CompressLiveTest, UploadedArchiveThatCannotBeRemoved) {
-  Serve(200, true);
+  Serve(200);
 
   EXPECT_EQ(Run(), -10000);
 
   EXPECT_THAT(log.Messages(), ElementsAre("remove file failed"));
   EXPECT_EQ(log.Last().function, GetParam().name);
+  EXPECT_EQ(server.Request(0).Header("Content-Type"), "application/zip");
 }
 
 TEST_P(CompressLiveTest, InputThatIsNotThereIsNotUploaded) {

@@ -3,7 +3,6 @@
 
 #include "ServiceLiveTest.h"
 #include "support/Process.h"
-#include "support/ProcessState.h"
 
 namespace lumtest {
 namespace {
@@ -224,18 +223,6 @@ TEST_F(RequestLiveTest, ProxyOfTheEnvironmentIsGoneThrough) {
   EXPECT_EQ(server.Request(1).target, "/near");
 }
 
-TEST_F(RequestLiveTest, EachRequestHasAConnectionOfItsOwn) {
-  server.SetHandler(Always(200, "1"));
-  int status = 0;
-
-  for (int i = 0; i < 3; ++i) {
-    client.Get(server.Url(), {}, status);
-  }
-
-  EXPECT_EQ(server.Connections().size(), 3U);
-  ASSERT_TRUE(server.WaitIdle());
-}
-
 TEST_F(RequestLiveTest, ErrorTextOfSixtyFourMegabytesBecomesTheLastErrorWhole) {
   constexpr std::size_t kSize = 64U << 20;
   server.Script(GeneratedReply(kSize, 500));
@@ -348,22 +335,6 @@ TEST_F(RequestLiveTest, UrlsThatAreNoneFailWithAStatusOfZero) {
     EXPECT_EQ(client.ReportData(url, Json(kDocument), "t", ""), -10000) << url;
   }
   EXPECT_EQ(log.Count(1), 28U);
-}
-
-TEST_F(RequestLiveTest, ManyRequestsLeaveNoDescriptorBehind) {
-  server.SetHandler(Always(200, "1"));
-  int status = 0;
-  client.Get(server.Url(), {}, status);
-  ASSERT_TRUE(server.WaitIdle());
-  const std::size_t before = OpenDescriptors();
-
-  for (int i = 0; i < 50; ++i) {
-    client.Get(server.Url(), {}, status);
-    client.ReportDataWithGzip(server.Url(), Json(kDocument), "t");
-  }
-
-  ASSERT_TRUE(server.WaitIdle());
-  EXPECT_EQ(OpenDescriptors(), before) << ::testing::PrintToString(DescribeDescriptors());
 }
 
 }  // namespace
