@@ -8,19 +8,18 @@
 
 #include <LumCurlHttp.h>
 #include <gtest/gtest.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <csignal>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "../BaseAPI/LumCurlHttp/test/operations/RunOperation.h"
 #include "support/Files.h"
+#include "support/Process.h"
 #include "support/ProcessState.h"
 #include "tls/TlsMaterial.h"
 #include "wire/WireServer.h"
@@ -45,17 +44,12 @@ constexpr std::size_t kKeptByApollo = 2 * 32 + 48 + 32;
 
 const char kAnswer[] = "{\"token\":\"t\"}";
 
-struct Ports {
-  std::uint16_t plain;
-  std::uint16_t secure;
-};
-
-// Runs in the child: serves until it is killed, and tells its ports first.
-[[noreturn]] void Serve(int report, const TlsMaterial& tls) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
+// Runs in the child: prints the ports of a server without TLS and of one with it, and serves until
+// it is killed.
+int Serve(const TempDir& directory) {
   WireOptions options;
   WireServer plain(options);
-  options.tls = MakeWireTls(tls);
+  options.tls = MakeWireTls(lumtools::MakeTlsMaterial(directory.Path("tls"), "pass phrase"));
   WireServer secure(options);
   for (WireServer* server : {&plain, &secure}) {
     // What answers an upload goes to standard output.
@@ -63,10 +57,8 @@ struct Ports {
       return StatusReply(200, request.HasHeader("Expect") ? "" : kAnswer);
     });
   }
-  const Ports ports = {plain.Port(), secure.Port()};
-  if (write(report, &ports, sizeof ports) != sizeof ports) {
-    std::_Exit(1);
-  }
+  std::printf("%d %d\n", plain.Port(), secure.Port());
+  std::fflush(stdout);
   while (true) {
     usleep(100000);
     plain.Forget();
@@ -74,14 +66,14 @@ struct Ports {
   }
 }
 
-std::string Url(const char* scheme, std::uint16_t port) {
-  return std::string(scheme) + "://127.0.0.1:" + std::to_string(port) + "/x";
+std::string Url(const std::string& scheme, const std::string& port) {
+  return scheme + "://127.0.0.1:" + port + "/x";
 }
 
 class Soak {
  public:
-  explicit Soak(const Ports& ports)
-      : m_plain(Url("http", ports.plain)), m_secure(Url("https", ports.secure)) {}
+  Soak(const std::string& port, const std::string& tlsPort)
+      : m_plain(Url("http", port)), m_secure(Url("https", tlsPort)) {}
 
   // Sends `count` requests; false as soon as one fails.
   bool Send(long count) {
@@ -114,11 +106,14 @@ class Soak {
   std::size_t m_apolloRequests = 0;
 };
 
-int Run(long requests, const Ports& ports) {
-  if (LumCurlHttp::CurlGlobalInit() != 0) {
+int Run(long requests) {
+  const TempDir directory;
+  SpawnedProcess server([&directory] { return Serve(directory); });
+  std::vector<std::string> ports;
+  if (LumCurlHttp::CurlGlobalInit() != 0 || !server.WaitForLine("^([0-9]+) ([0-9]+)$", &ports)) {
     return 1;
   }
-  Soak soak(ports);
+  Soak soak(ports[1], ports[2]);
   if (!soak.Send(kWarmUp)) {
     return 1;
   }
@@ -160,27 +155,5 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: %s [REQUESTS]\n", argv[0]);
     return 2;
   }
-  const lumtest::TempDir directory;
-  const lumtools::TlsMaterial tls = lumtools::MakeTlsMaterial(directory.Path("tls"), "pass phrase");
-  int report[2];
-  if (pipe(report) != 0) {
-    std::perror("pipe");
-    return 1;
-  }
-  const pid_t server = fork();
-  if (server == 0) {
-    lumtest::Serve(report[1], tls);
-  }
-  close(report[1]);
-  lumtest::Ports ports = {};
-  int result = 1;
-  if (server > 0 && read(report[0], &ports, sizeof ports) == sizeof ports) {
-    result = lumtest::Run(requests, ports);
-  }
-  close(report[0]);
-  if (server > 0) {
-    kill(server, SIGKILL);
-    waitpid(server, nullptr, 0);
-  }
-  return result;
+  return lumtest::Run(requests);
 }

@@ -1,14 +1,13 @@
 // A gateway, or the devices themselves: one process, many objects and threads over the public
 // classes.
 //
-//   LumBenchFleet load get|report|gzip|upload URL OBJECTS COUNT [OPTION...]
-//   LumBenchFleet devices URL DEVICES INTERVAL SECONDS fixed|jittered at-once|fixed|backoff [FIRST
-//                 LONGEST]
+//   LumBenchFleet load get|report|gzip|upload URL COUNT WHAT CERTIFICATE KEY
+//   LumBenchFleet devices URL DEVICES INTERVAL SECONDS fixed|jittered at-once|fixed|backoff FIRST
+//                 LONGEST
 //
-// load sends COUNT requests from OBJECTS objects, a thread each, and prints a line of JSON: wall
-// and processor seconds, the bytes that went out as bodies before compression, and how many failed.
-// Options: --bytes=N, the size of a report; --file=PATH, what is uploaded; --cert=PATH and
-// --key=PATH, the client's certificate.
+// load sends COUNT requests from four objects, a thread each, and prints a line of JSON: processor
+// seconds, and how many failed. WHAT is the size of a report's text, or the file that is uploaded;
+// the certificate may be "".
 //
 // devices is a fleet of clients that each report every INTERVAL seconds for SECONDS seconds, a GET
 // for a report: all within the first tenth of it, or at moments of their own (fixed, jittered). One
@@ -20,6 +19,7 @@
 #include <LumCurlOrvOps.h>
 #include <LumLogger.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -27,8 +27,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <functional>
-#include <map>
-#include <memory>
 #include <random>
 #include <string>
 #include <thread>
@@ -69,15 +67,10 @@ LumJson::Value Report(std::size_t bytes) {
   return document;
 }
 
-using Options = std::map<std::string, std::string>;
 using Operation = std::function<bool(LumCurlOrvOps&)>;
 
-Operation OperationOf(const std::string& name, const std::string& url, const Options& options,
-                      std::size_t& bytes) {
-  const auto option = [&](const char* key) {
-    const auto found = options.find(key);
-    return found == options.end() ? std::string() : found->second;
-  };
+// `what` is the size of a report's text, or the file that is uploaded.
+Operation OperationOf(const std::string& name, const std::string& url, const std::string& what) {
   if (name == "get") {
     return [url](LumCurlOrvOps& client) {
       int status = 0;
@@ -86,57 +79,44 @@ Operation OperationOf(const std::string& name, const std::string& url, const Opt
     };
   }
   if (name == "upload") {
-    const std::string file = option("file");
-    return [url, file](LumCurlOrvOps& client) { return client.UploadLog(url, file, 600) == 0; };
+    return [url, what](LumCurlOrvOps& client) { return client.UploadLog(url, what, 600) == 0; };
   }
-  const LumJson::Value document = Report(std::strtoul(option("bytes").c_str(), nullptr, 10));
-  bytes = document.ToStyledString().size();
+  const LumJson::Value document = Report(std::stoul(what));
   if (name == "report") {
     return [url, document](LumCurlOrvOps& client) {
       return client.ReportData(url, document, "token", 600U, "") == 0;
     };
   }
-  if (name == "gzip") {
-    return [url, document](LumCurlOrvOps& client) {
-      return client.ReportDataWithGzip(url, document, "token", "vehicle-00017") == 0;
-    };
-  }
-  return nullptr;
+  return [url, document](LumCurlOrvOps& client) {
+    return client.ReportDataWithGzip(url, document, "token", "vehicle-00017") == 0;
+  };
 }
 
-int Load(const std::string& name, const std::string& url, int objects, long count,
-         const Options& options) {
-  std::size_t bytes = 0;
-  const Operation operation = OperationOf(name, url, options, bytes);
-  if (!operation || objects < 1) {
-    return 2;
-  }
-  std::vector<std::unique_ptr<LumCurlOrvOps>> clients;
-  for (int i = 0; i < objects; ++i) {
-    clients.push_back(std::make_unique<LumCurlOrvOps>());
-    clients.back()->CurlGlobalInit();
-    if (options.count("cert") != 0) {
+int Load(const Operation& operation, long count, const std::string& certificate,
+         const std::string& key) {
+  std::array<LumCurlOrvOps, 4> clients;
+  for (LumCurlOrvOps& client : clients) {
+    client.CurlGlobalInit();
+    if (!certificate.empty()) {
       unsigned char none = 0;
-      clients.back()->SetSslInfo("", options.at("cert"), options.at("key"), &none, 0);
+      client.SetSslInfo("", certificate, key, &none, 0);
     }
   }
   std::atomic<long> left{count};
   std::atomic<long> failed{0};
   const double processorBefore = ProcessorSeconds();
-  const Clock::time_point start = Clock::now();
   std::vector<std::thread> threads;
-  for (const auto& client : clients) {
+  for (LumCurlOrvOps& client : clients) {
     threads.emplace_back([&] {
       while (left.fetch_sub(1) > 0) {
-        failed += operation(*client) ? 0 : 1;
+        failed += operation(client) ? 0 : 1;
       }
     });
   }
   for (std::thread& thread : threads) {
     thread.join();
   }
-  std::printf("{\"wall\": %.6f, \"cpu\": %.6f, \"bytes\": %zu, \"failed\": %ld}\n",
-              Seconds(Clock::now() - start).count(), ProcessorSeconds() - processorBefore, bytes,
+  std::printf("{\"cpu\": %.6f, \"failed\": %ld}\n", ProcessorSeconds() - processorBefore,
               failed.load());
   return 0;
 }
@@ -253,13 +233,8 @@ int main(int argc, char** argv) {
   LumCurlHttp::CurlGlobalInit();
   LumLogger::GetInstance().SetLevel(LumLogger::kSilent);
   const std::vector<std::string> words(argv + 1, argv + argc);
-  if (words.size() >= 5 && words[0] == "load") {
-    Options options;
-    for (std::size_t i = 5; i < words.size(); ++i) {
-      const std::size_t end = words[i].find('=');
-      options[words[i].substr(2, end - 2)] = words[i].substr(end + 1);
-    }
-    return Load(words[1], words[2], std::stoi(words[3]), std::stol(words[4]), options);
+  if (words.size() == 7 && words[0] == "load") {
+    return Load(OperationOf(words[1], words[2], words[4]), std::stol(words[3]), words[5], words[6]);
   }
   if (words.size() == 9 && words[0] == "devices") {
     return Devices({words[1], std::stod(words[3]), std::stod(words[4]), words[5] == "jittered",
