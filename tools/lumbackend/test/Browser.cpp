@@ -36,21 +36,24 @@ std::string Start(std::unique_ptr<SpawnedProcess>& driver) {
 Browser::Browser() {
   m_url = "http://127.0.0.1:" + Start(m_driver);
 
-  LumJson::Value arguments = LumJson::Value::Array();
-  for (const char* argument :
-       {"--headless", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--disable-quic",
-        "--no-first-run", "--disable-background-networking", "--disable-component-update",
-        "--disable-sync", "--no-proxy-server", "--window-size=1200,900"}) {
-    arguments.Append(argument);
-  }
-  arguments.Append("--user-data-dir=" + m_profile.Path());
-  LumJson::Value session;
-  LumJson::Value& wanted = session["capabilities"]["alwaysMatch"];
-  wanted["browserName"] = "chrome";
-  wanted["goog:chromeOptions"]["args"] = std::move(arguments);
-  wanted["goog:loggingPrefs"]["browser"] = "ALL";
-  wanted["timeouts"]["script"] = 30'000;  // milliseconds
-  m_url += "/session/" + Ask("POST", "/session", session)["sessionId"].AsString();
+  const Json arguments = {"--headless",
+                          "--no-sandbox",
+                          "--disable-gpu",
+                          "--disable-dev-shm-usage",
+                          "--disable-quic",
+                          "--no-first-run",
+                          "--disable-background-networking",
+                          "--disable-component-update",
+                          "--disable-sync",
+                          "--no-proxy-server",
+                          "--window-size=1200,900",
+                          "--user-data-dir=" + m_profile.Path()};
+  const Json wanted = {{"browserName", "chrome"},
+                       {"goog:chromeOptions", {{"args", arguments}}},
+                       {"goog:loggingPrefs", {{"browser", "ALL"}}},
+                       {"timeouts", {{"script", 30'000}}}};  // milliseconds
+  const Json session = Ask("POST", "/session", {{"capabilities", {{"alwaysMatch", wanted}}}});
+  m_url += "/session/" + session.at("sessionId").get<std::string>();
 }
 
 Browser::~Browser() {
@@ -62,24 +65,19 @@ Browser::~Browser() {
 }
 
 void Browser::Open(const std::string& url) {
-  LumJson::Value body;
-  body["url"] = url;
-  Ask("POST", "/url", body);
+  Ask("POST", "/url", {{"url", url}});
 }
 
-LumJson::Value Browser::Run(const std::string& script) {
+Json Browser::Run(const std::string& script) {
   return Execute("sync", script);
 }
 
-LumJson::Value Browser::RunAsync(const std::string& script) {
+Json Browser::RunAsync(const std::string& script) {
   return Execute("async", script);
 }
 
-LumJson::Value Browser::Execute(const std::string& way, const std::string& script) {
-  LumJson::Value body;
-  body["script"] = script;
-  body["args"] = LumJson::Value::Array();
-  return Ask("POST", "/execute/" + way, body);
+Json Browser::Execute(const std::string& way, const std::string& script) {
+  return Ask("POST", "/execute/" + way, {{"script", script}, {"args", Json::array()}});
 }
 
 bool Browser::Await(const std::string& expression) {
@@ -94,62 +92,42 @@ bool Browser::Await(const std::string& expression) {
              "  if (holds()) { self.disconnect(); clearTimeout(timer); done(true); }\n"
              "}).observe(document, {subtree: true, childList: true, attributes: true, "
              "characterData: true});")
-      .AsBool();
+      .get<bool>();
 }
 
 void Browser::Press(const std::string& keys) {
-  LumJson::Value keyboard;
-  keyboard["type"] = "key";
-  keyboard["id"] = "keyboard";
+  Json actions;
   for (std::size_t at = 0; at < keys.size();) {
     std::size_t end = at + 1;
     while (end < keys.size() && (static_cast<unsigned char>(keys[end]) & 0xC0) == 0x80) {
       ++end;
     }
     for (const char* type : {"keyDown", "keyUp"}) {
-      LumJson::Value action;
-      action["type"] = type;
-      action["value"] = keys.substr(at, end - at);
-      keyboard["actions"].Append(std::move(action));
+      actions.push_back({{"type", type}, {"value", keys.substr(at, end - at)}});
     }
     at = end;
   }
-  LumJson::Value body;
-  body["actions"].Append(std::move(keyboard));
-  Ask("POST", "/actions", body);
+  const Json keyboard = {{"type", "key"}, {"id", "keyboard"}, {"actions", actions}};
+  Ask("POST", "/actions", {{"actions", Json::array({keyboard})}});
 }
 
 void Browser::Resize(int width, int height) {
-  LumJson::Value parameters;
-  parameters["width"] = width;
-  parameters["height"] = height;
-  parameters["deviceScaleFactor"] = 1;
-  parameters["mobile"] = false;
-  Tell("Emulation.setDeviceMetricsOverride", std::move(parameters));
+  Tell("Emulation.setDeviceMetricsOverride",
+       {{"width", width}, {"height", height}, {"deviceScaleFactor", 1}, {"mobile", false}});
 }
 
 void Browser::Prefer(const std::string& scheme, const std::string& motion) {
-  LumJson::Value parameters;
-  const auto add = [&](const char* name, const std::string& value) {
-    LumJson::Value feature;
-    feature["name"] = name;
-    feature["value"] = value;
-    parameters["features"].Append(std::move(feature));
-  };
-  add("prefers-color-scheme", scheme);
-  add("prefers-reduced-motion", motion);
-  Tell("Emulation.setEmulatedMedia", std::move(parameters));
+  const Json colors = {{"name", "prefers-color-scheme"}, {"value", scheme}};
+  const Json motions = {{"name", "prefers-reduced-motion"}, {"value", motion}};
+  Tell("Emulation.setEmulatedMedia", {{"features", Json::array({colors, motions})}});
 }
 
-void Browser::Tell(const std::string& command, LumJson::Value parameters) {
-  LumJson::Value body;
-  body["cmd"] = command;
-  body["params"] = std::move(parameters);
-  Ask("POST", "/goog/cdp/execute", body);
+void Browser::Tell(const std::string& command, const Json& parameters) {
+  Ask("POST", "/goog/cdp/execute", {{"cmd", command}, {"params", parameters}});
 }
 
 void Browser::Screenshot(const std::string& path) {
-  const std::string base64 = Ask("GET", "/screenshot").AsString();
+  const std::string base64 = Ask("GET", "/screenshot");
   std::string png(base64.size(), '\0');
   const int size = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(png.data()),
                                    reinterpret_cast<const unsigned char*>(base64.data()),
@@ -162,29 +140,26 @@ void Browser::Screenshot(const std::string& path) {
 }
 
 std::vector<std::string> Browser::Console() {
-  LumJson::Value body;
-  body["type"] = "browser";
   std::vector<std::string> messages;
-  const LumJson::Value entries = Ask("POST", "/se/log", body);
-  for (const LumJson::Value& entry : entries.Elements()) {
-    messages.push_back(entry["level"].AsString() + ": " + entry["message"].AsString());
+  for (const Json& entry : Ask("POST", "/se/log", {{"type", "browser"}})) {
+    messages.push_back(entry.at("level").get<std::string>() + ": " +
+                       entry.at("message").get<std::string>());
   }
   return messages;
 }
 
-LumJson::Value Browser::Ask(const std::string& method, const std::string& path,
-                            const LumJson::Value& body) {
+Json Browser::Ask(const std::string& method, const std::string& path, const Json& body) {
   std::vector<std::string> arguments{"-X", method, m_url + path};
   const TempDir temp;
   if (method == "POST") {
     arguments.insert(arguments.end(), {"-H", "Content-Type: application/json", "--data-binary",
-                                       "@" + temp.Write("body", body.ToStyledString())});
+                                       "@" + temp.Write("body", body.dump())});
   }
   const CurlAnswer answer = Curl(arguments);
   if (answer.status != 200) {
     throw std::runtime_error(method + " " + path + ": " + answer.problem + answer.body);
   }
-  return answer.Json()["value"];
+  return Json::parse(answer.body).at("value");
 }
 
 }  // namespace lumtest

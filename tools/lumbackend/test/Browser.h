@@ -2,9 +2,8 @@
 #ifndef LUM_BACKEND_TEST_BROWSER_H
 #define LUM_BACKEND_TEST_BROWSER_H
 
-#include <LumJson.h>
-
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -12,6 +11,8 @@
 #include "support/Process.h"
 
 namespace lumtest {
+
+using Json = nlohmann::json;
 
 // One chromedriver with one browser, and a profile of its own. What goes wrong throws
 // std::runtime_error with the driver's message; an alert that a page opens is one such thing.
@@ -25,14 +26,14 @@ class Browser {
   void Open(const std::string& url);
 
   // Runs a function body in the page and returns what it returns.
-  LumJson::Value Run(const std::string& script);
+  Json Run(const std::string& script);
 
   // Waits until an expression is true in the page; looks again when the page changes. False when it
   // does not become true within half a minute.
   bool Await(const std::string& expression);
 
   // Runs a function body whose last argument is a function: returns what that one is called with.
-  LumJson::Value RunAsync(const std::string& script);
+  Json RunAsync(const std::string& script);
 
   // Types on the keyboard: text, and the names below.
   void Press(const std::string& keys);
@@ -58,10 +59,9 @@ class Browser {
   std::vector<std::string> Console();
 
  private:
-  LumJson::Value Execute(const std::string& way, const std::string& script);
-  void Tell(const std::string& command, LumJson::Value parameters);
-  LumJson::Value Ask(const std::string& method, const std::string& path,
-                     const LumJson::Value& body = LumJson::Value::Object());
+  Json Execute(const std::string& way, const std::string& script);
+  void Tell(const std::string& command, const Json& parameters);
+  Json Ask(const std::string& method, const std::string& path, const Json& body = {});
 
   TempDir m_profile;
   std::unique_ptr<SpawnedProcess> m_driver;

@@ -62,19 +62,11 @@ bool LivePage::AwaitRange(const std::string& end) {
 }
 
 int LivePage::Number(const std::string& expression) {
-  return static_cast<int>(Run("return " + expression + ";").AsInt64(-1));
+  return Run("return " + expression + ";");
 }
 
 std::string LivePage::String(const std::string& expression) {
-  return Run("return " + expression + ";").AsString();
-}
-
-std::vector<std::string> LivePage::Strings(const LumJson::Value& list) {
-  std::vector<std::string> strings;
-  for (const LumJson::Value& item : list.Elements()) {
-    strings.push_back(item.AsString());
-  }
-  return strings;
+  return Run("return " + expression + ";");
 }
 
 std::string LivePage::Text(const std::string& selector) {
@@ -83,8 +75,7 @@ std::string LivePage::Text(const std::string& selector) {
 
 bool LivePage::IsShown(const std::string& selector) {
   return Run("const node = document.querySelector('" + selector +
-             "'); return node !== null && node.getClientRects().length > 0;")
-      .AsBool();
+             "'); return node !== null && node.getClientRects().length > 0;");
 }
 
 void LivePage::Click(const std::string& selector) {
@@ -97,13 +88,13 @@ void LivePage::Type(const std::string& selector, const std::string& text) {
 }
 
 std::vector<std::string> LivePage::Rows() {
-  return Strings(Run(R"(
+  return Run(R"(
     return [...document.querySelectorAll('#window .row')].map(row => {
       const text = name => row.querySelector('.' + name).innerText;
       const about = [...row.querySelector('.about').children].map(part => ' | ' + part.innerText);
       return ['status', 'method', 'path', 'in'].map(text).join(' ') + ' | ' + text('device') +
           about.join('');
-    });)"));
+    });)");
 }
 
 void LivePage::Picture(const std::string& name) {

@@ -43,10 +43,9 @@ class LivePage : public testing::Test {
 
   // What a function body returns, and the value of an expression. The page's own names are known
   // to them.
-  static LumJson::Value Run(const std::string& script) { return s_browser->Run(script); }
+  static Json Run(const std::string& script) { return s_browser->Run(script); }
   static int Number(const std::string& expression);
   static std::string String(const std::string& expression);
-  static std::vector<std::string> Strings(const LumJson::Value& list);
 
   // The text of the first element that a selector finds.
   static std::string Text(const std::string& selector);

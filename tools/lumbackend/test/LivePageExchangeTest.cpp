@@ -119,12 +119,11 @@ TEST_F(OneExchange, OffersTheObjectForDownload) {
   Curl({"-T", m_temp.Write("a", "content"), Url("/objects/logs/a%20b.txt")});
   Show(1);
   EXPECT_EQ(Fact("Object"), "logs/a b.txt");
-  const LumJson::Value link = s_browser->RunAsync(R"(
+  const Json link = s_browser->RunAsync(R"(
     const link = document.querySelector('#detail a[download]');
     fetch(link.href).then(answer => answer.text()).then(text => arguments[0]([link.download, text]));
     )");
-  EXPECT_EQ(link.At(0).AsString(), "a b.txt");
-  EXPECT_EQ(link.At(1).AsString(), "content");
+  EXPECT_EQ(link, Json({"a b.txt", "content"}));
 }
 
 TEST_F(OneExchange, SaysWhatIsNotKeptAnyMore) {
