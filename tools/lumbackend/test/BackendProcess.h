@@ -61,21 +61,6 @@ struct CurlAnswer {
 // Runs curl with `arguments`. Proxies and configuration files of the machine take no part.
 CurlAnswer Curl(const std::vector<std::string>& arguments);
 
-// What a process may hold besides where a sanitizer keeps freed memory for a while, and notes on
-// all of it.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define LUM_TEST_SANITIZED
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define LUM_TEST_SANITIZED
-#endif
-#endif
-#ifdef LUM_TEST_SANITIZED
-constexpr std::uint64_t kSanitizersShare = std::uint64_t{2} << 30;
-#else
-constexpr std::uint64_t kSanitizersShare = 0;
-#endif
-
 }  // namespace lumtest
 
 #endif  // LUM_BACKEND_TEST_BACKEND_PROCESS_H

@@ -4,10 +4,17 @@
 #include <functional>
 
 #include "BackendFixture.h"
-#include "Gzip.h"
+#include "support/Process.h"
 
 namespace lumtest {
 namespace {
+
+// One gzip member.
+std::string Gzip(const std::string& text) {
+  ProcessOptions options;
+  options.input = text;
+  return RunCommand({"gzip", "-9n"}, options).out;
+}
 
 class BodyTest : public BackendFixture {
  protected:

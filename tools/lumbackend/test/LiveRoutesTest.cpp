@@ -115,7 +115,7 @@ TEST(LiveRoutes, FilesGoOutWithFlatMemory) {
   EXPECT_EQ(answer.exitStatus, 0) << answer.problem;
   EXPECT_EQ(FileSize(target.Path("large")), kSize);
   EXPECT_LT(PeakResidentBytes(backend.Process().Pid()),
-            before + 16 * 1024 * 1024 + kSanitizersShare);
+            before + 16 * 1024 * 1024 + LUM_SANITIZERS_SHARE);
 }
 
 TEST(LiveRoutes, ALogAddressIsWhereTheLogCanBePut) {
@@ -172,7 +172,7 @@ TEST(LiveRoutes, UploadsComeInWithFlatMemory) {
     EXPECT_EQ(Curl({"-k", "-T", temp.Path("large"), url}).Json()["bytes"].AsUint64(), kSize);
   }
   EXPECT_LT(PeakResidentBytes(backend.Process().Pid()),
-            before + 16 * 1024 * 1024 + kSanitizersShare);
+            before + 16 * 1024 * 1024 + LUM_SANITIZERS_SHARE);
 }
 
 TEST(LiveRoutes, ManyUploadsAtOnce) {
