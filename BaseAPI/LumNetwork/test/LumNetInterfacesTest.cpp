@@ -132,7 +132,7 @@ Found Addresses(const std::string& mac) {
 const Found kNothing = {-1, "", ""};
 
 TEST(LumNetInterfaces, EachMacHasItsOwnNameAndAddresses) {
-  const InterfaceTable table({"lo up 00:00:00:00:00:00", "eth0 up 02:ab:cd:ef:00:01",
+  InterfaceTable table({"lo up 00:00:00:00:00:00", "eth0 up 02:ab:cd:ef:00:01",
                               "eth1 up 02:ab:cd:ef:00:02", "lo 127.0.0.1", "eth0 10.0.0.5",
                               "eth0 10.0.0.6", "eth1 10.0.1.5", "lo ::1", "eth0 2001:db8::5",
                               "eth0 2001:db8::6", "eth1 2001:db8:1::5"});
@@ -202,7 +202,7 @@ TEST(LumNetInterfaces, NameAndAddressesOfOneMac) {
       {{"eth0 up 02:ab:cd:ef:00:02", "eth0 10.0.0.5"}, "", kNothing},
   };
   for (const auto& row : kCases) {
-    const InterfaceTable table(row.entries);
+    InterfaceTable table(row.entries);
     EXPECT_EQ(LumNet::GetInterfaceName(kMacText), row.name)
         << ::testing::PrintToString(row.entries);
     EXPECT_EQ(Addresses(kMacText), row.addresses) << ::testing::PrintToString(row.entries);
@@ -216,7 +216,7 @@ TEST(LumNetInterfaces, HexDigitsAloneAreDigits) {
     std::snprintf(entry, sizeof entry, "eth%d up 02:ab:cd:ef:00:%02x", byte, byte);
     entries.push_back(entry);
   }
-  const InterfaceTable table(entries);  // every other reading of the last pair finds an interface
+  InterfaceTable table(entries);  // every other reading of the last pair finds an interface
   const std::string digits = "0123456789abcdefABCDEF";
   for (int byte = 0; byte < 256; ++byte) {
     const auto digit = static_cast<char>(byte);
@@ -234,7 +234,7 @@ TEST(LumNetInterfaces, HexDigitsAloneAreDigits) {
 
 TEST(LumNetInterfaces, TextsThatAreNoMac) {
   // The first has what a text that is not read at all leaves, the last that of one read in part.
-  const InterfaceTable table({"lo up 00:00:00:00:00:00", "eth0 up 02:ab:cd:ef:00:01",
+  InterfaceTable table({"lo up 00:00:00:00:00:00", "eth0 up 02:ab:cd:ef:00:01",
                               "eth1 up 02:ab:cd:ef:00:00", "lo 127.0.0.1", "eth0 10.0.0.5",
                               "eth1 10.0.0.6"});
   const std::string good = kMacText;
@@ -262,7 +262,7 @@ TEST(LumNetInterfaces, TextsThatAreNoMac) {
 TEST(LumNetInterfaces, HardwareAddressOfAnotherLengthIsNoMac) {
   for (const char* link : {"ib0 up", "ib0 up 02:ab:cd:ef:01", "ib0 up 02:ab:cd:ef:01:00:00",
                            "ib0 up 02:ab:cd:ef:01:00:00:00"}) {
-    const InterfaceTable table({link, "ib0 10.0.0.5"});
+    InterfaceTable table({link, "ib0 10.0.0.5"});
     EXPECT_EQ(LumNet::GetInterfaceName("02:ab:cd:ef:01:00"), "") << link;
     EXPECT_EQ(Addresses("02:ab:cd:ef:01:00"), kNothing) << link;
   }
@@ -277,7 +277,7 @@ TEST(LumNetInterfaces, SystemThatDoesNotTellItsInterfaces) {
 }
 
 TEST(LumNetInterfaces, OutputsMayBeTheTextThatNamesTheMac) {
-  const InterfaceTable table({"eth0 up 02:ab:cd:ef:00:01", "eth0 10.0.0.5", "eth0 2001:db8::5"});
+  InterfaceTable table({"eth0 up 02:ab:cd:ef:00:01", "eth0 10.0.0.5", "eth0 2001:db8::5"});
   std::string text = kMacText;
   std::string ipv6;
   EXPECT_EQ(LumNet::GetLocalIpAddress(text, text, ipv6), 0);
