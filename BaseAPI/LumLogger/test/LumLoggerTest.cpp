@@ -144,89 +144,50 @@ class LumLoggerTest : public ::testing::Test {
 // ---- Lines on standard error ----
 
 TEST_F(LumLoggerTest, LineHoldsPlaceFunctionLevelAndMessage) {
+  const char* volatile hidden = nullptr;  // from the compiler, which would refuse a plain null
+  const char* const null = hidden;
+  const wchar_t unwritable[] = {0x20ac, 0};  // no euro sign in the locale "C"
+  m_logger.SetLevel(INT_MAX);
   CaptureStderr capture;
+  lumtest::CaptureStdout standardOutput;
   m_logger.Log("dir/File", 42, "Get", " ", "", LumLogger::kError, "n=%d %s", 5, "five");
   m_logger.Log("dir/File", 43, "Get", " ", "", LumLogger::kWarning, "tolerated");
   m_logger.Log("dir/File", 44, "Get", " ", "", LumLogger::kInfo, "100%%");
-  EXPECT_EQ(capture.Text(),
-            "dir/File:42 Get error n=5 five\n"
-            "dir/File:43 Get warning tolerated\n"
-            "dir/File:44 Get info 100%\n");
-}
-
-TEST_F(LumLoggerTest, StandardOutputStaysEmpty) {
-  CaptureStderr standardError;
-  lumtest::CaptureStdout standardOutput;
-  LogText("only there");
-  EXPECT_EQ(standardOutput.Text(), "");
-  EXPECT_EQ(standardError.Text(), "file:7 Function info only there\n");
-}
-
-TEST_F(LumLoggerTest, LineNumberAndLevelAreWrittenAsTheyCome) {
-  m_logger.SetLevel(INT_MAX);
-  CaptureStderr capture;
   m_logger.Log("f", 0, "F", " ", "", 4, "a");
   m_logger.Log("f", -1, "F", " ", "", 0, "b");
   m_logger.Log("f", INT_MAX, "F", " ", "", INT_MIN, "c");
-  EXPECT_EQ(capture.Text(), "f:0 F debug a\nf:-1 F error b\nf:2147483647 F error c\n");
-}
-
-TEST_F(LumLoggerTest, RecordIsOneLineOfSafeTextOnStandardError) {
-  CaptureStderr capture;
+  LogText("");
   LogText("a\nb\r\n\tc\x1b[31m \xc2\x9b \xe2\x80\xae \xff \xc3\xa4\\");
-  EXPECT_EQ(capture.Text(),
-            "file:7 Function info a\\x0ab\\x0d\\x0a\tc\\x1b[31m \\xc2\\x9b \\xe2\\x80\\xae \\xff "
-            "\xc3\xa4\\\n");
-}
-
-TEST_F(LumLoggerTest, PlaceAndFunctionCannotBreakALineEither) {
-  CaptureStderr capture;
   m_logger.Log("a\nb", 1, "c\nd", " ", "", LumLogger::kInfo, "m");
-  EXPECT_EQ(capture.Text(), "a\\x0ab:1 c\\x0ad info m\n");
-}
-
-TEST_F(LumLoggerTest, NullTextsAreHarmless) {
-  const char* volatile hidden = nullptr;  // from the compiler, which would refuse a plain null
-  const char* const null = hidden;
-  CaptureStderr capture;
   m_logger.Log(null, 1, null, null, null, LumLogger::kInfo, "text %s", null);
   m_logger.Log("f", 2, "F", " ", "", LumLogger::kInfo, null, 0);
-  EXPECT_EQ(capture.Text(), ":1  info text (null)\nf:2 F info \n");
+  m_logger.Log("f", 1, "F", " ", "", LumLogger::kInfo, "price %ls", unwritable);
+  EXPECT_EQ(standardOutput.Stop(), "");
+  EXPECT_THAT(LinesOf(capture.Stop()),
+              ElementsAre("dir/File:42 Get error n=5 five", "dir/File:43 Get warning tolerated",
+                          "dir/File:44 Get info 100%", "f:0 F debug a", "f:-1 F error b",
+                          "f:2147483647 F error c", "file:7 Function info ",
+                          "file:7 Function info a\\x0ab\\x0d\\x0a\tc\\x1b[31m \\xc2\\x9b "
+                          "\\xe2\\x80\\xae \\xff \xc3\xa4\\",
+                          "a\\x0ab:1 c\\x0ad info m", ":1  info text (null)", "f:2 F info ",
+                          "f:1 F info price %ls"));
 }
 
-TEST_F(LumLoggerTest, EveryLengthAroundTheStackBufferIsWhole) {
-  for (std::size_t length = 1020; length <= 1030; ++length) {
+TEST_F(LumLoggerTest, MessageIsWholeHoweverLong) {
+  for (const std::size_t length : {1020, 1021, 1022, 1023, 1024, 1025, 1026, 10 << 20}) {
     const std::string text(length, 'x');
     CaptureStderr capture;
     LogText(text);
-    EXPECT_EQ(capture.Text(), "file:7 Function info " + text + "\n");
+    EXPECT_TRUE(capture.Text() == "file:7 Function info " + text + "\n") << length;
   }
 }
 
-TEST_F(LumLoggerTest, TenMegabytesAreNotCut) {
-  const std::string text(10 << 20, 'y');
-  CaptureStderr capture;
-  LogText(text);
-  EXPECT_TRUE(capture.Text() == "file:7 Function info " + text + "\n");
-}
-
-TEST_F(LumLoggerTest, MessageThatCannotBeFormattedIsReplacedByItsFormat) {
-  const wchar_t unwritable[] = {0x20ac, 0};  // no euro sign in the locale "C"
-  CaptureStderr capture;
-  m_logger.Log("f", 1, "F", " ", "", LumLogger::kInfo, "price %ls", unwritable);
-  EXPECT_EQ(capture.Text(), "f:1 F info price %ls\n");
-}
-
 TEST_F(LumLoggerTest, ErrnoSurvivesAndFeedsPercentM) {
-  const std::string padding(2000, 'z');
   CaptureStderr capture;
   errno = ENOENT;
   m_logger.Log("f", 1, "F", " ", "", LumLogger::kInfo, "%m");
   EXPECT_EQ(errno, ENOENT);
-  m_logger.Log("f", 1, "F", " ", "", LumLogger::kInfo, "%s%m", padding.c_str());
-  EXPECT_EQ(errno, ENOENT);
-  EXPECT_EQ(capture.Text(), "f:1 F info No such file or directory\nf:1 F info " + padding +
-                                "No such file or directory\n");
+  EXPECT_EQ(capture.Text(), "f:1 F info No such file or directory\n");
 }
 
 TEST_F(LumLoggerTest, ErrnoSurvivesWhateverASinkOrAWriteDoesToIt) {
@@ -268,12 +229,6 @@ TEST_F(LumLoggerTest, LongMessageIsFormattedWithTheErrnoOfItsCaller) {
   register_printf_specifier('Y', nullptr, nullptr);
 }
 
-TEST_F(LumLoggerTest, EmptyMessageStaysEmpty) {
-  CaptureStderr capture;
-  LogText("");
-  EXPECT_EQ(capture.Text(), "file:7 Function info \n");
-}
-
 TEST_F(LumLoggerTest, MessageOfUpTo1023BytesTakesNoMemory) {
   m_logger.SetSink([](const LumLogger::Record&) {});
   const std::string fits(1023, 'x');
@@ -290,20 +245,17 @@ TEST_F(LumLoggerTest, MessageOfUpTo1023BytesTakesNoMemory) {
 TEST_F(LumLoggerTest, LevelDropsWhatIsLessSevere) {
   for (int level = LumLogger::kSilent; level <= LumLogger::kInfo; ++level) {
     m_logger.SetLevel(level);
-    CaptureStderr capture;
-    for (int record = LumLogger::kError; record <= LumLogger::kInfo; ++record) {
-      m_logger.Log("f", record, "F", " ", "", record, "m");
+    std::vector<int> expected;
+    std::vector<int> seen;
+    m_logger.SetSink([&](const LumLogger::Record& record) { seen.push_back(record.level); });
+    for (const int record : {INT_MIN, 0, 1, 2, 3}) {
+      m_logger.Log("f", 1, "F", " ", "", record, "m");
+      if (level != LumLogger::kSilent && record <= level) {
+        expected.push_back(record);
+      }
     }
-    EXPECT_EQ(LinesOf(capture.Text()).size(), static_cast<std::size_t>(level));
+    EXPECT_EQ(seen, expected) << level;
   }
-}
-
-TEST_F(LumLoggerTest, SilentDropsEvenLevelsBelowError) {
-  m_logger.SetLevel(LumLogger::kSilent);
-  CaptureStderr capture;
-  m_logger.Log("f", 1, "F", " ", "", 0, "m");
-  m_logger.Log("f", 1, "F", " ", "", INT_MIN, "m");
-  EXPECT_EQ(capture.Text(), "");
 }
 
 TEST_F(LumLoggerTest, DroppedRecordIsNeitherFormattedNorAllocated) {
@@ -345,15 +297,6 @@ TEST_F(LumLoggerTest, SinkGetsEveryFieldUnaltered) {
   EXPECT_EQ(capture.Text(), "");
 }
 
-TEST_F(LumLoggerTest, SinkGetsTenMegabytes) {
-  const std::string text(10 << 20, 's');
-  std::string kept;
-  m_logger.SetSink(
-      [&](const LumLogger::Record& record) { kept.assign(record.message, record.messageLength); });
-  LogText(text);
-  EXPECT_TRUE(kept == text);
-}
-
 TEST_F(LumLoggerTest, EmptySinkRestoresStandardError) {
   int calls = 0;
   m_logger.SetSink([&](const LumLogger::Record&) { ++calls; });
@@ -363,14 +306,6 @@ TEST_F(LumLoggerTest, EmptySinkRestoresStandardError) {
   LogText("back");
   EXPECT_EQ(calls, 1);
   EXPECT_EQ(capture.Text(), "file:7 Function info back\n");
-}
-
-TEST_F(LumLoggerTest, LevelHoldsForTheSinkToo) {
-  int calls = 0;
-  m_logger.SetSink([&](const LumLogger::Record&) { ++calls; });
-  m_logger.SetLevel(LumLogger::kError);
-  LogText("dropped");
-  EXPECT_EQ(calls, 0);
 }
 
 TEST_F(LumLoggerTest, WhatASinkThrowsIsDroppedAndTheNextRecordArrives) {
@@ -451,10 +386,11 @@ TEST_F(LumLoggerTest, LinesOfManyThreadsStayWhole) {
   EXPECT_THAT(seen, ::testing::Each(kRecords));
 }
 
-// Makes a child that ends at once; true when it did.
+// Makes a child that logs and ends; true when it did.
 bool Fork() {
   const pid_t child = fork();
   if (child == 0) {
+    LogText("child");
     _exit(3);
   }
   int status = -1;
@@ -469,6 +405,8 @@ TEST_F(LumLoggerTest, WhatAnotherThreadDoesWaitsForTheSink) {
       [this] { m_logger.SetSink(nullptr); },
       [] { EXPECT_TRUE(Fork()); },
   };
+  const char* const kChild = "file:7 Function info child";  // within the sink
+  CaptureStderr capture;
   for (const auto& action : kActions) {
     std::atomic<bool> started{false};
     std::atomic<bool> done{false};
@@ -491,38 +429,7 @@ TEST_F(LumLoggerTest, WhatAnotherThreadDoesWaitsForTheSink) {
     thread.join();
     EXPECT_TRUE(done);
   }
-}
-
-TEST_F(LumLoggerTest, ChildOfForkCanLogWhateverOtherThreadsDid) {
-  std::atomic<bool> stop{false};
-  CaptureStderr capture;
-  std::vector<std::thread> threads;
-  for (int id = 0; id < 2; ++id) {
-    threads.emplace_back([&] {
-      while (!stop) {
-        LogText("parent");
-      }
-    });
-  }
-  constexpr int kForks = 30;
-  int good = 0;
-  for (int i = 0; i < kForks; ++i) {
-    const pid_t child = fork();
-    if (child == 0) {
-      LogText("child");
-      _exit(0);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    good += status == 0 ? 1 : 0;
-  }
-  stop = true;
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
-  EXPECT_EQ(good, kForks);
-  const std::vector<std::string> lines = LinesOf(capture.Text());
-  EXPECT_EQ(std::count(lines.begin(), lines.end(), "file:7 Function info child"), kForks);
+  EXPECT_THAT(LinesOf(capture.Text()), ElementsAre(kChild, kChild, kChild));
 }
 
 // ---- Trouble ----
@@ -568,7 +475,7 @@ void FillTheStack() {
 }
 
 // Logs a line that has `excess` bytes more than the pipe holds.
-Waiting LogIntoAFullPipe(int pipeFlags, std::size_t excess = 1 << 20) {
+Waiting LogIntoAFullPipe(int pipeFlags, std::size_t excess) {
   Waiting seen;
   int ends[2];
   EXPECT_EQ(pipe2(ends, pipeFlags), 0);
@@ -609,7 +516,7 @@ Waiting LogIntoAFullPipe(int pipeFlags, std::size_t excess = 1 << 20) {
 }
 
 TEST_F(LumLoggerTest, SigpipeAloneIsBlockedAndOnlyWhileALineIsWritten) {
-  const Waiting seen = LogIntoAFullPipe(0);
+  const Waiting seen = LogIntoAFullPipe(0, 1 << 20);
   EXPECT_TRUE(seen.sleeps);
   EXPECT_EQ(seen.blockedMeanwhile, seen.blockedBefore | Bit(SIGPIPE));
   EXPECT_EQ(seen.blockedAfter, seen.blockedBefore);
@@ -617,12 +524,10 @@ TEST_F(LumLoggerTest, SigpipeAloneIsBlockedAndOnlyWhileALineIsWritten) {
 }
 
 TEST_F(LumLoggerTest, DescriptorThatDoesNotBlockIsWaitedForAsleep) {
-  EXPECT_TRUE(LogIntoAFullPipe(O_NONBLOCK).sleeps);
-  EXPECT_EQ(g_pollTimeout, -1);  // for as long as it takes
-}
-
-TEST_F(LumLoggerTest, WriteThatLeavesOneByteIsGoneOnWith) {
-  EXPECT_TRUE(LogIntoAFullPipe(O_NONBLOCK, 1).sleeps);
+  for (const std::size_t excess : {1 << 20, 1}) {
+    EXPECT_TRUE(LogIntoAFullPipe(O_NONBLOCK, excess).sleeps);
+    EXPECT_EQ(g_pollTimeout, -1);  // for as long as it takes
+  }
 }
 
 TEST_F(LumLoggerTest, WriteThatTakesNothingOrThatASignalInterruptsIsMadeAgain) {
