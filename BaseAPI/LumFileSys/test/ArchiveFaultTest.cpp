@@ -38,39 +38,37 @@
 #include "support/ProcessState.h"
 
 extern "C" {
-int __real_access(const char* path, int mode);
-void __real_archive_entry_free(archive_entry* entry);
-archive_entry* __real_archive_entry_new();
-int __real_archive_write_add_filter_none(archive* tar);
-int __real_archive_write_close(archive* tar);
-la_ssize_t __real_archive_write_data(archive* tar, const void* data, std::size_t size);
-int __real_archive_write_finish_entry(archive* tar);
-int __real_archive_write_free(archive* tar);
-int __real_archive_write_header(archive* tar, archive_entry* entry);
-archive* __real_archive_write_new();
-int __real_archive_write_open2(archive* tar, void* data, archive_open_callback* open,
-                               archive_write_callback* write, archive_close_callback* close,
-                               archive_free_callback* release);
-int __real_archive_write_set_bytes_per_block(archive* tar, int size);
-int __real_archive_write_set_format_gnutar(archive* tar);
-int __real_close(int fd);
-int __real_fchmod(int fd, mode_t mode);
-int __real_fcntl(int fd, int command, ...);
-DIR* __real_fdopendir(int fd);
-int __real_fstat(int fd, struct stat* status);
-int __real_fstatat(int directory, const char* name, struct stat* status, int flags);
-int __real_isal_deflate(isal_zstream* stream);
-int __real_isal_deflate_stateless(isal_zstream* stream);
-int __real_linkat(int from, const char* name, int to, const char* newName, int flags);
-int __real_open(const char* path, int flags, ...);
-int __real_openat(int directory, const char* name, int flags, ...);
-int __real_posix_fadvise(int fd, off_t start, off_t size, int advice);
-ssize_t __real_read(int fd, void* data, std::size_t size);
-dirent* __real_readdir(DIR* stream);
-ssize_t __real_readlinkat(int directory, const char* name, char* target, std::size_t size);
-int __real_renameat(int from, const char* name, int to, const char* newName);
-int __real_unlinkat(int directory, const char* name, int flags);
-ssize_t __real_write(int fd, const void* data, std::size_t size);
+decltype(::access) __real_access;
+decltype(::archive_entry_free) __real_archive_entry_free;
+decltype(::archive_entry_new) __real_archive_entry_new;
+decltype(::archive_write_add_filter_none) __real_archive_write_add_filter_none;
+decltype(::archive_write_close) __real_archive_write_close;
+decltype(::archive_write_data) __real_archive_write_data;
+decltype(::archive_write_finish_entry) __real_archive_write_finish_entry;
+decltype(::archive_write_free) __real_archive_write_free;
+decltype(::archive_write_header) __real_archive_write_header;
+decltype(::archive_write_new) __real_archive_write_new;
+decltype(::archive_write_open2) __real_archive_write_open2;
+decltype(::archive_write_set_bytes_per_block) __real_archive_write_set_bytes_per_block;
+decltype(::archive_write_set_format_gnutar) __real_archive_write_set_format_gnutar;
+decltype(::close) __real_close;
+decltype(::fchmod) __real_fchmod;
+decltype(::fcntl) __real_fcntl;
+decltype(::fdopendir) __real_fdopendir;
+decltype(::fstat) __real_fstat;
+decltype(::fstatat) __real_fstatat;
+decltype(::isal_deflate) __real_isal_deflate;
+decltype(::isal_deflate_stateless) __real_isal_deflate_stateless;
+decltype(::linkat) __real_linkat;
+decltype(::open) __real_open;
+decltype(::openat) __real_openat;
+decltype(::posix_fadvise) __real_posix_fadvise;
+decltype(::read) __real_read;
+decltype(::readdir) __real_readdir;
+decltype(::readlinkat) __real_readlinkat;
+decltype(::renameat) __real_renameat;
+decltype(::unlinkat) __real_unlinkat;
+decltype(::write) __real_write;
 }
 
 namespace {

@@ -9,6 +9,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Cases.h"
@@ -19,8 +20,6 @@ namespace {
 using LumJson::Value;
 using lumtest::Read;
 
-constexpr std::int64_t kMinInt64 = std::numeric_limits<std::int64_t>::min();
-constexpr std::int64_t kMaxInt64 = std::numeric_limits<std::int64_t>::max();
 constexpr std::uint64_t kMaxUint64 = std::numeric_limits<std::uint64_t>::max();
 
 std::uint64_t BitsOf(double number) {
@@ -39,31 +38,20 @@ std::string Written(const Value& value) {
   return value.JsonValueToString();
 }
 
-TEST(NumberTest, LimitsOfIntegersSurvive) {
-  EXPECT_EQ("-9223372036854775808", Written(kMinInt64));
-  EXPECT_EQ(kMinInt64, Read("-9223372036854775808").AsInt64());
-  EXPECT_EQ("9223372036854775807", Written(kMaxInt64));
-  EXPECT_EQ(kMaxInt64, Read("9223372036854775807").AsInt64());
-  EXPECT_EQ("18446744073709551615", Written(kMaxUint64));
-  EXPECT_EQ(kMaxUint64, Read("18446744073709551615").AsUint64());
-  EXPECT_EQ("9223372036854775808", Written(std::uint64_t{1} << 63));
-  EXPECT_EQ(std::uint64_t{1} << 63, Read("9223372036854775808").AsUint64());
-}
-
 TEST(NumberTest, IntegersOfEveryLengthSurvive) {
+  constexpr std::uint64_t kAboveInt64 = std::uint64_t{1} << 63;
+  std::vector<std::uint64_t> numbers = {kAboveInt64 - 1, kAboveInt64, kMaxUint64};
   std::uint64_t power = 1;
   for (int digits = 1; digits <= 20; ++digits, power *= 10) {
-    for (const std::uint64_t number : {power - 1, power, power + 1, power * 9 / 2}) {
-      char expected[32];
-      std::snprintf(expected, sizeof(expected), "%" PRIu64, number);
-      EXPECT_EQ(expected, Written(number));
-      EXPECT_EQ(number, Read(expected).AsUint64());
-      if (number <= static_cast<std::uint64_t>(kMaxInt64)) {
-        const auto negative = -static_cast<std::int64_t>(number);
-        std::snprintf(expected, sizeof(expected), "%" PRId64, negative);
-        EXPECT_EQ(expected, Written(negative));
-        EXPECT_EQ(negative, Read(expected).AsInt64());
-      }
+    numbers.insert(numbers.end(), {power - 1, power, power + 1, power * 9 / 2});
+  }
+  for (const std::uint64_t number : numbers) {
+    EXPECT_EQ(std::to_string(number), Written(number));
+    EXPECT_EQ(number, Read(std::to_string(number)).AsUint64());
+    const auto negative = static_cast<std::int64_t>(0 - number);
+    if (number <= kAboveInt64) {
+      EXPECT_EQ(std::to_string(negative), Written(negative));
+      EXPECT_EQ(negative, Read(std::to_string(negative)).AsInt64());
     }
   }
 }
@@ -150,33 +138,34 @@ TEST(NumberTest, DecimalsAreReadAsTheNearestDouble) {
   }
 }
 
-TEST(NumberTest, DoublesAreWrittenWithTheFewestDigits) {
-  EXPECT_EQ("0.1", Written(0.1));
-  EXPECT_EQ("0.3", Written(0.3));
-  EXPECT_EQ("0.30000000000000004", Written(0.1 + 0.2));
-  EXPECT_EQ("5e-324", Written(5e-324));
-  EXPECT_EQ("1.7976931348623157e+308", Written(1.7976931348623157e308));
-  EXPECT_EQ("2.2250738585072014e-308", Written(2.2250738585072014e-308));
-  EXPECT_EQ("-123456.789", Written(-123456.789));
-  EXPECT_EQ("39.904211", Written(39.904211));
-  EXPECT_EQ("0.001", Written(0.001));
-  EXPECT_EQ("999999999.999999", Written(999999999.999999));
-  EXPECT_EQ("1234567890.5", Written(1234567890.5));
-  EXPECT_EQ("0.3333333333333333", Written(1.0 / 3));
-  EXPECT_EQ("1e-04", Written(1e-4));
-  EXPECT_EQ("1e+09", Written(1e9));
-}
-
-TEST(NumberTest, IntegralDoublesStayDoubles) {
-  EXPECT_EQ("0.0", Written(0.0));
-  EXPECT_EQ("1.0", Written(1.0));
-  EXPECT_EQ("-2.0", Written(-2.0));
-  EXPECT_EQ("100000.0", Written(100000.0));
-  EXPECT_EQ("123456789.0", Written(123456789.0));
-  EXPECT_EQ("12345678901.0", Written(12345678901.0));
-  EXPECT_EQ("9007199254740992.0", Written(0x1p53));
-  for (const double number : {0.0, 1.0, -2.0, 1e5, 123456789.0, 12345678901.0, 0x1p53, 1e22}) {
-    EXPECT_TRUE(Read(Written(number)).IsDouble()) << number;
+TEST(NumberTest, DoublesAreWrittenWithTheFewestDigitsThatStayADouble) {
+  const std::pair<double, const char*> cases[] = {
+      {0.1, "0.1"},
+      {0.3, "0.3"},
+      {0.1 + 0.2, "0.30000000000000004"},
+      {5e-324, "5e-324"},
+      {1.7976931348623157e308, "1.7976931348623157e+308"},
+      {2.2250738585072014e-308, "2.2250738585072014e-308"},
+      {-123456.789, "-123456.789"},
+      {39.904211, "39.904211"},
+      {0.001, "0.001"},
+      {999999999.999999, "999999999.999999"},
+      {1234567890.5, "1234567890.5"},
+      {1.0 / 3, "0.3333333333333333"},
+      {1e-4, "1e-04"},
+      {1e9, "1e+09"},
+      {0.0, "0.0"},
+      {1.0, "1.0"},
+      {-2.0, "-2.0"},
+      {100000.0, "100000.0"},
+      {123456789.0, "123456789.0"},
+      {12345678901.0, "12345678901.0"},
+      {0x1p53, "9007199254740992.0"},
+      {1e22, "1e+22"},
+  };
+  for (const auto& [number, text] : cases) {
+    EXPECT_EQ(text, Written(number));
+    EXPECT_TRUE(Read(text).IsDouble()) << text;
   }
 }
 
