@@ -40,8 +40,7 @@ class WireGate {
 
 // The moment at which a script begins to run.
 enum class WireStart {
-  kAccept,     // the TCP connection stands; no TLS handshake, nothing read
-  kHandshake,  // likewise, after the TLS handshake (with plain TCP the same as kAccept)
+  kHandshake,  // the connection stands, with TLS after its handshake; nothing has been read
   kBytes,      // a given number of the request's bytes have been read, and not one more
   kHead,       // the head is there, of the body nothing has been asked for
   kBody,       // the whole request is there (the usual)
@@ -63,8 +62,8 @@ class WireReply {
 
   // --- When it begins. Without any of these: WireStart::kBody.
 
-  // kAccept and kHandshake scripts belong to the next connection that is accepted, others to the
-  // next request. Not for kBytes. A request with "Expect: 100-continue" is told to go on by kBody
+  // kHandshake scripts belong to the next connection that is accepted, others to the next request.
+  // Not for kBytes. A request with "Expect: 100-continue" is told to go on by kBody
   // scripts alone; one that begins earlier sends WireContinue() itself if it wants to.
   WireReply& At(WireStart start);
 
@@ -94,9 +93,9 @@ class WireReply {
   // Reads the rest of the request.
   WireReply& ReadBody();
 
-  // With kAccept: passes bytes on to another server of this machine, and back, until so many of the
-  // client's or of that server's have passed and not one more, then resets the connection. The end
-  // of either side is the other's, too.
+  // With kHandshake: passes bytes on to another server of this machine, and back, until so many of
+  // the client's or of that server's have passed and not one more, then resets the connection. The
+  // end of either side is the other's, too.
   WireReply& PassOn(std::uint16_t port, std::uint64_t clientBytes, std::uint64_t serverBytes);
 
   // Runs `call` on the connection's thread. It must not wait for this server to stop.

@@ -174,7 +174,7 @@ void WireServerState::JoinFinished() {
 // The next script, if it is one for a connection or one for a request as asked for.
 std::optional<WireReply> WireServerState::TakeScript(bool ofConnection) {
   const std::lock_guard<std::mutex> lock(mutex);
-  if (scripts.empty() || (scripts.front().Start() <= WireStart::kHandshake) != ofConnection) {
+  if (scripts.empty() || (scripts.front().Start() == WireStart::kHandshake) != ofConnection) {
     return std::nullopt;
   }
   WireReply script = std::move(scripts.front());

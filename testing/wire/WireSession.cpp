@@ -159,13 +159,10 @@ void WireSession::WriteBeneathTls(const std::string& bytes) {
 
 void WireSession::Serve() {
   const std::optional<WireReply> early = m_server.TakeScript(/*ofConnection=*/true);
-  if (early && early->Start() == WireStart::kAccept) {
-    Play(*early);
-  }
   if (m_server.tls != nullptr) {
     Handshake();
   }
-  if (early && early->Start() == WireStart::kHandshake) {
+  if (early) {
     Play(*early);
   }
   if (m_inRequest) {

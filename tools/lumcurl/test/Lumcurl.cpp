@@ -134,7 +134,7 @@ int OnTerminal::Wait(std::chrono::milliseconds deadline) {
 }
 
 WireReply NoTls() {
-  return WireReply("220 welcome\r\n").At(WireStart::kAccept).Close();
+  return WireReply("220 welcome\r\n").At(WireStart::kHandshake).Close();
 }
 
 std::string ShellWords(const Words& argv) {

@@ -39,7 +39,7 @@ struct NeverEnding {
   NeverEnding(const char* called, const WireReply& script, long lastStatus, bool isBody = false)
       : name(called), reply(script), status(lastStatus), body(isBody) {
     for (WireServer* server : {plain.get(), tls.get()}) {
-      if (reply.Start() > WireStart::kHandshake) {
+      if (reply.Start() != WireStart::kHandshake) {
         server->SetHandler([script = reply](const WireRequest&) { return script; });
       } else {
         for (std::size_t i = 0; i < 2 * Operations().size(); ++i) {
@@ -89,7 +89,7 @@ void ExpectToEnd(const std::vector<Operation>& operations) {
   const SilentPort silent;  // nobody gets through to it
   WireServer handshake;     // accepts, but there is no TLS
   for (std::size_t i = 0; i < operations.size(); ++i) {
-    handshake.Script(WireReply().At(WireStart::kAccept).Stall());
+    handshake.Script(WireReply().At(WireStart::kHandshake).Stall());
   }
   std::vector<Encounter> all;
   for (const Operation& operation : operations) {

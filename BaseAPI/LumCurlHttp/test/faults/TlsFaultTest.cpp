@@ -77,7 +77,7 @@ TEST_P(TlsFaultTest, BreaksInTheHandshake) {
     SCOPED_TRACE(handshake.name);
     // The handshake is the client's affair alone.
     WireServer other;
-    other.Script(WireReply(handshake.reply).At(WireStart::kAccept));
+    other.Script(WireReply(handshake.reply).At(WireStart::kHandshake));
     FaultAt("https://127.0.0.1:" + std::to_string(other.Port()) + "/x",
             {{35, 0, "", handshake.error}});
     EXPECT_TRUE(other.WaitIdle());
@@ -96,7 +96,7 @@ TEST_P(TlsResetTest, AtEveryByteOnTheWire) {
   const std::string where = "https" + relay.Url("/x").substr(4);
   const auto resetAfter = [&](std::uint64_t clientBytes, std::uint64_t serverBytes) {
     relay.Script(
-        WireReply().At(WireStart::kAccept).PassOn(server->Port(), clientBytes, serverBytes));
+        WireReply().At(WireStart::kHandshake).PassOn(server->Port(), clientBytes, serverBytes));
   };
   resetAfter(kNever, kNever);
   FaultAt(where, {{0, 200, kReply}});
