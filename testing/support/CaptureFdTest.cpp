@@ -39,16 +39,6 @@ TEST(CaptureStdout, NestsAndGivesTheOuterOneBack) {
   EXPECT_EQ(outer.Stop(), "before after");
 }
 
-TEST(CaptureStdout, LeavesStandardErrorAlone) {
-  CaptureStderr errors;
-  {
-    CaptureStdout capture;
-    std::fprintf(stderr, "error");
-    EXPECT_EQ(capture.Stop(), "");
-  }
-  EXPECT_EQ(errors.Stop(), "error");
-}
-
 TEST(CaptureFd, RefusesAClosedDescriptor) {
   EXPECT_THROW(CaptureFd(999), std::exception);
 }
