@@ -13,7 +13,7 @@
 
 namespace lumtest {
 
-// One server over HTTP, one over HTTPS, and one that offers HTTP/2 and takes a client certificate.
+// One server over HTTP, over HTTPS, and over HTTPS with HTTP/2; clients may show a certificate.
 //
 //   /json          200 and a JSON object         /status/NNN   403, 404, 503 and a JSON object
 //   /sink          takes any body, answers 200 and a JSON object; the body is in LastBody()
@@ -26,11 +26,9 @@ class Nginx {
   Nginx(const Nginx&) = delete;
   Nginx& operator=(const Nginx&) = delete;
 
-  std::string Http(const std::string& path) const;
-  std::string Https(const std::string& path) const;
-  std::string HttpsHost() const;  // "127.0.0.1:port"
-  std::string Http2(const std::string& path) const;
-  std::string Http2Host() const;
+  enum Port { kHttp, kHttps, kHttp2, kPorts };
+  // "127.0.0.1:port"
+  std::string Host(Port port) const { return "127.0.0.1:" + std::to_string(m_ports[port]); }
 
   const lumtools::TlsMaterial& Tls() const { return m_tls; }
   // Of the encrypted client key.
@@ -51,9 +49,7 @@ class Nginx {
 
   TempDir m_directory;
   lumtools::TlsMaterial m_tls;
-  std::uint16_t m_port = 0;
-  std::uint16_t m_tlsPort = 0;
-  std::uint16_t m_http2Port = 0;
+  std::uint16_t m_ports[kPorts] = {};
   std::unique_ptr<SpawnedProcess> m_process;
 };
 

@@ -29,15 +29,16 @@ constexpr std::size_t kMoreThanAWindow = 300000;
 
 struct Protocol {
   const char* name;
-  std::string (Nginx::*url)(const std::string& path) const;
+  Nginx::Port port;
+  const char* scheme;
   const char* logged;
 
-  bool IsHttp2() const { return url == &Nginx::Http2; }
+  bool IsHttp2() const { return port == Nginx::kHttp2; }
 };
 
-constexpr Protocol kProtocols[] = {{"OverHttp11", &Nginx::Http, "HTTP/1.1|"},
-                                   {"OverHttp11AndTls", &Nginx::Https, "HTTP/1.1|"},
-                                   {"OverHttp2", &Nginx::Http2, "HTTP/2.0|"}};
+constexpr Protocol kProtocols[] = {{"OverHttp11", Nginx::kHttp, "http://", "HTTP/1.1|"},
+                                   {"OverHttp11AndTls", Nginx::kHttps, "https://", "HTTP/1.1|"},
+                                   {"OverHttp2", Nginx::kHttp2, "https://", "HTTP/2.0|"}};
 
 class OperationsNginx : public testing::TestWithParam<Protocol> {
  protected:
@@ -59,11 +60,17 @@ class OperationsNginx : public testing::TestWithParam<Protocol> {
                       static_cast<int>(phrase.size()));
   }
 
-  static std::string Url(const std::string& path) { return (nginx.get()->*GetParam().url)(path); }
+  static std::string Url(const std::string& path) {
+    return GetParam().scheme + nginx->Host(GetParam().port) + path;
+  }
 
-  // Waits for the line of a request that came by this protocol.
-  static bool Logged(const std::string& request) {
-    return nginx->Logged(request + GetParam().logged);
+  // Waits for the line of a request that came by this protocol, from this client.
+  static bool Logged(const std::string& request, const std::string& client = "") {
+    return nginx->Logged(request + GetParam().logged + client);
+  }
+  // Whom Identify makes known: nobody without TLS.
+  static std::string Identified() {
+    return GetParam().port == Nginx::kHttp ? "" : "CN=Lum test client,O=Lum";
   }
 
   static LumJson::Value Document() {
@@ -88,8 +95,7 @@ TEST_P(OperationsNginx, GetsAndPostsWithAClientCertificate) {
   Identify(http);
   EXPECT_EQ("nginx", http.Get(Url("/json"), "", true, status)["server"].AsString());
   EXPECT_EQ(200, status);
-  EXPECT_TRUE(Logged("GET /json application/json||||"));
-  EXPECT_TRUE(!GetParam().IsHttp2() || nginx->Logged("HTTP/2.0|CN=Lum test client,O=Lum"));
+  EXPECT_TRUE(Logged("GET /json application/json||||", Identified()));
   Identify(http);
   const std::string body = "{\"text\": \"\xc3\xa4\\u0000\", \"n\": 18446744073709551615}" +
                            std::string(kMoreThanAWindow, ' ');
@@ -133,8 +139,7 @@ TEST_P(OperationsNginx, GetsAndRefreshesTokens) {
   EXPECT_EQ(Document().ToStyledString(), nginx->LastBody());
   EXPECT_TRUE(Logged("POST /sink application/json||||"));
   EXPECT_EQ("from nginx", service.RefreshToken(Url("/sink"), Document(), "t2")["token"].AsString());
-  EXPECT_TRUE(Logged("PUT /sink application/json||t2||"));
-  EXPECT_TRUE(!GetParam().IsHttp2() || nginx->Logged("t2||HTTP/2.0|CN=Lum test client,O=Lum"));
+  EXPECT_TRUE(Logged("PUT /sink application/json||t2||", Identified()));
 }
 
 TEST_P(OperationsNginx, SendsReportsPlainAndGzipped) {
@@ -202,7 +207,7 @@ TEST_P(OperationsNginx, UploadsArchives) {
 TEST_P(OperationsNginx, ReadsTheConfiguration) {
   std::filesystem::create_directories(nginx->Root() + "/configs/app/default");
   WriteFile(nginx->Root() + "/configs/app/default/application", "{\"appId\":\"app\"}");
-  const std::string host = GetParam().IsHttp2() ? nginx->Http2Host() : nginx->HttpsHost();
+  const std::string host = nginx->Host(GetParam().IsHttp2() ? Nginx::kHttp2 : Nginx::kHttps);
   LumApolloEnv env{host, "app", "", "application"};
   LumApolloEnv unknown{host, "app", "default", "unknown"};
   LumApollo apollo;
