@@ -1,51 +1,83 @@
-// Access tokens, fetched by POST and renewed by PUT, and JSON requests with exactly the caller's
-// header lines: what they send. What they return and log is EndingsTest's.
+// Access tokens, fetched by POST and renewed by PUT, JSON requests with exactly the caller's header
+// lines, and the log address query: what they send. What they return and log is EndingsTest's.
+
+#include <functional>
+#include <ostream>
 
 #include "ServiceTest.h"
 
 namespace lumtest {
 namespace {
 
-const std::string kUrl = "https://backend.example/token?x=1";
-const Lines kGetLines = {"Content-Type: application/json"};
-const Lines kRefreshLines = {"Content-Type: application/json", "X-Auth-Token: t"};
+const std::string kUrl = "https://backend.example/a?x=1";
+const Lines kJson = {"Content-Type: application/json"};
+const Lines kJsonAndToken = {"Content-Type: application/json", "X-Auth-Token: t"};
+const Lines kJsonAndEmptyToken = {"Content-Type: application/json", "X-Auth-Token: "};
+const Lines kGiven = {"X-B: 2", "X-A: 1", "X-B: 3"};
+const std::string kBytes("no json \0\r\n", 11);
 
-LumJson::Value Request() {
-  LumJson::Value request;
-  request.AddJsonValue("user", "u");
-  request.AddJsonValue("password", "p");
-  return request;
+LumJson::Value Document() {
+  LumJson::Value document;
+  document.AddJsonValue("user", "u");
+  document.AddJsonValue("password", "p");
+  return document;
 }
 
-class TokenTest : public ServiceTest {
- protected:
-  TokenTest() { recorder.NextPerform(Answer(200, R"({"token": "abc", "expires": 3600})")); }
-
-  const std::string body = Request().ToStyledString();
-  const std::string reply = R"({"token":"abc","expires":3600})";
+struct Call {
+  const char* name;
+  std::function<void(LumCurlOrvOps&, int& status)> call;
+  Events events;
+  std::string body;
 };
 
-TEST_F(TokenTest, GetTokenPostsTheStyledRequestWithinFiveSeconds) {
-  const LumJson::Value answer = client.GetToken(kUrl, Request());
-
-  ExpectEvents(PostEvents(kUrl, body.size(), kGetLines, "5"));
-  EXPECT_EQ(TheTransfer().body, body);
-  EXPECT_EQ(answer.JsonValueToString(), reply);
+void PrintTo(const Call& call, std::ostream* out) {
+  *out << call.name;
 }
 
-TEST_F(TokenTest, RefreshTokenPutsTheStyledRequestWithinTheEnginesLimit) {
-  const LumJson::Value answer = client.RefreshToken(kUrl, Request(), "t");
-
-  ExpectEvents(PutEvents(kUrl, body.size(), kRefreshLines));
-  EXPECT_EQ(TheTransfer().body, body);
-  EXPECT_EQ(answer.JsonValueToString(), reply);
+std::vector<Call> Calls() {
+  const std::string body = Document().ToStyledString();
+  return {
+      {"GetToken", [](auto& c, int&) { c.GetToken(kUrl, Document()); },
+       PostEvents(kUrl, body.size(), kJson, "5"), body},
+      {"RefreshToken", [](auto& c, int&) { c.RefreshToken(kUrl, Document(), "t"); },
+       PutEvents(kUrl, body.size(), kJsonAndToken), body},
+      {"RefreshTokenThatIsEmpty", [](auto& c, int&) { c.RefreshToken(kUrl, Document(), ""); },
+       PutEvents(kUrl, body.size(), kJsonAndEmptyToken), body},
+      {"Get", [](auto& c, int& status) { c.Get(kUrl, kGiven, status); }, GetEvents(kUrl, kGiven),
+       ""},
+      {"GetWithoutLines", [](auto& c, int& status) { c.Get(kUrl, {}, status); },
+       GetEvents(kUrl, {}), ""},
+      {"Post", [](auto& c, int& status) { c.Post(kUrl, kBytes, kGiven, status); },
+       PostEvents(kUrl, kBytes.size(), kGiven, "5"), kBytes},
+      {"PostOfNothing", [](auto& c, int& status) { c.Post(kUrl, "", {}, status); },
+       PostEvents(kUrl, 0, {}, "5"), ""},
+      {"GetLogAddress", [](auto& c, int&) { c.GetLogAddress("https://h/a", "a1", "t", "x.log"); },
+       GetEvents("https://h/a?access_id=a1&file_name=x.log", kJsonAndToken), ""},
+      // Nothing is encoded, and a second question mark is added.
+      {"GetLogAddressOfOddNames",
+       [](auto& c, int&) { c.GetLogAddress(kUrl, "a&b=c d", "t", "x y&z#%2F\xC3\xBC.log"); },
+       GetEvents(kUrl + "?access_id=a&b=c d&file_name=x y&z#%2F\xC3\xBC.log", kJsonAndToken), ""},
+      {"GetLogAddressOfNothing", [](auto& c, int&) { c.GetLogAddress("", "", "", ""); },
+       GetEvents("?access_id=&file_name=", kJsonAndEmptyToken), ""},
+  };
 }
 
-TEST_F(TokenTest, EmptyTokenIsStillAHeaderLine) {
-  client.RefreshToken(kUrl, Request(), "");
+class JsonRequestTest : public ServiceTest, public ::testing::WithParamInterface<Call> {};
 
-  ExpectEvents(PutEvents(kUrl, body.size(), {"Content-Type: application/json", "X-Auth-Token: "}));
+INSTANTIATE_TEST_SUITE_P(Calls, JsonRequestTest, ::testing::ValuesIn(Calls()),
+                         [](const auto& instance) { return instance.param.name; });
+
+TEST_P(JsonRequestTest, SendsThisAndNoMore) {
+  recorder.NextPerform(Answer(200, "{}"));
+  int status = 0;
+
+  GetParam().call(client, status);
+
+  ExpectEvents(GetParam().events);
+  EXPECT_EQ(TheTransfer().body, GetParam().body);
 }
+
+using TokenTest = ServiceTest;
 
 TEST_F(TokenTest, RequestOfAnyKindIsSentAsItStands) {
   for (const char* json : {"[]", "null", "\"text\""}) {
@@ -59,40 +91,6 @@ TEST_F(TokenTest, RequestOfAnyKindIsSentAsItStands) {
       EXPECT_EQ(transfer.body, request.ToStyledString());
     }
   }
-}
-
-class JsonRequestTest : public TokenTest {
- protected:
-  const Lines lines = {"X-B: 2", "X-A: 1", "X-B: 3"};
-  int status = -7;  // the caller's, before
-};
-
-TEST_F(JsonRequestTest, GetSendsTheCallersLinesAndNoOther) {
-  const LumJson::Value answer = client.Get(kUrl, lines, status);
-
-  ExpectEvents(GetEvents(kUrl, lines));
-  EXPECT_EQ(status, 200);
-  EXPECT_EQ(answer.JsonValueToString(), reply);
-}
-
-TEST_F(JsonRequestTest, PostSendsTheBodyAsItStandsWithinFiveSeconds) {
-  const std::string text("no json \0\r\n", 11);
-
-  const LumJson::Value answer = client.Post(kUrl, text, lines, status);
-
-  ExpectEvents(PostEvents(kUrl, text.size(), lines, "5"));
-  EXPECT_EQ(TheTransfer().body, text);
-  EXPECT_EQ(status, 200);
-  EXPECT_EQ(answer.JsonValueToString(), reply);
-}
-
-TEST_F(JsonRequestTest, EmptyListAddsNoLine) {
-  recorder.NextPerform(Answer(200, "{}"));
-
-  client.Get(kUrl, {}, status);
-  client.Post(kUrl, "", {}, status);
-
-  ExpectEvents(GetEvents(kUrl, {}) + PostEvents(kUrl, 0, {}, "5"));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// The log address query and the uploads of log archives and videos: what they send. What they
-// return and log is EndingsTest's.
+// The uploads of log archives and videos: what they send. What they return and log is
+// EndingsTest's.
 
 #include "ServiceTest.h"
 #include "support/Files.h"
@@ -7,43 +7,9 @@
 namespace lumtest {
 namespace {
 
-using ::testing::ElementsAre;
-
 const std::string kUrl = "https://backend.example/address";
 const Lines kZip = {"Content-Type: application/zip"};
 const Lines kVideo = {"Content-Type: video/mp4"};
-const Lines kTokenLines = {"Content-Type: application/json", "X-Auth-Token: t"};
-
-// --- The address ---
-
-class LogAddressTest : public ServiceTest {};
-
-TEST_F(LogAddressTest, AppendsItsQueryToTheUrl) {
-  recorder.NextPerform(Answer(200, R"({"url": "https://store.example/x"})"));
-
-  const LumJson::Value answer = client.GetLogAddress(kUrl, "a1", "t", "x.log");
-
-  ExpectEvents(GetEvents(kUrl + "?access_id=a1&file_name=x.log", kTokenLines));
-  EXPECT_EQ(answer.JsonValueToString(), R"({"url":"https://store.example/x"})");
-}
-
-TEST_F(LogAddressTest, EncodesNothingAndAddsASecondQuestionMark) {
-  client.GetLogAddress(kUrl + "?v=1", "a&b=c d", "t", "x y&z#%2F\xC3\xBC.log");
-
-  EXPECT_EQ(TheTransfer().texts.at(CURLOPT_URL),
-            kUrl + "?v=1?access_id=a&b=c d&file_name=x y&z#%2F\xC3\xBC.log");
-}
-
-TEST_F(LogAddressTest, EmptyPartsKeepTheirPlaces) {
-  recorder.NextPerform(Answer(200, "{}"));
-
-  client.GetLogAddress("", "", "", "");
-
-  ExpectEvents(
-      GetEvents("?access_id=&file_name=", {"Content-Type: application/json", "X-Auth-Token: "}));
-}
-
-// --- The uploads ---
 
 class UploadTest : public ServiceTest {
  protected:
