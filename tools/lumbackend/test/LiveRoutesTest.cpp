@@ -12,10 +12,6 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-std::string TokenFrom(const BackendProcess& backend) {
-  return Curl({"-d", "{}", backend.Url("/token")}).Json()["token"].AsString();
-}
-
 TEST(LiveRoutes, PrintsThePortsInUse) {
   BackendProcess backend({"--port", "0", "--tls-port", "0"});
   EXPECT_EQ(backend.Process().Out(), "http 127.0.0.1:" + std::to_string(backend.Port()) +
@@ -119,21 +115,18 @@ TEST(LiveRoutes, FilesGoOutWithFlatMemory) {
 }
 
 TEST(LiveRoutes, ALogAddressIsWhereTheLogCanBePut) {
-  for (const bool secure : {false, true}) {
-    BackendProcess backend({"--port", "0", "--tls-port", "0"});
-    const std::string base = secure ? backend.TlsUrl("") : backend.Url("");
-    const std::string token = "X-Auth-Token: " + TokenFrom(backend);
-    const LumJson::Value answer =
-        Curl({"-k", "-H", token, base + "/log-address?access_id=a1&file_name=x&y=1%.log"}).Json();
-    EXPECT_EQ(answer["accessId"].AsString(), "a1");
-    EXPECT_EQ(answer["fileName"].AsString(), "x&y=1%.log");
-    const std::string url = answer["url"].AsString();
-    EXPECT_EQ(url, base + "/objects/logs/x%26y%3D1%25.log");
+  BackendProcess backend({"--port", "0", "--tls-port", "0"});
+  const std::string token =
+      "X-Auth-Token: " + Curl({"-d", "{}", backend.Url("/token")}).Json()["token"].AsString();
+  for (const std::string& base : {backend.Url(""), backend.TlsUrl("")}) {
     const TempDir temp;
-    EXPECT_EQ(Curl({"-k", "-T", temp.Write("log", "a log"), url}).status, 200);
-    EXPECT_EQ(ReadFile(backend.Root().Path("objects/logs/x&y=1%.log")), "a log");
-    EXPECT_EQ(Curl({"-k", base + "/log-address?access_id=a&file_name=b"}).status, 401);
-    EXPECT_EQ(Curl({"-k", "-H", token, base + "/log-address?access_id=a"}).status, 400);
+    const std::string log = temp.Write("log", "sent to " + base);
+    const std::string query = "?access_id=a1&file_name=x&y=1%.log";
+    const CurlAnswer answer = Curl({"-k", "-H", token, base + "/log-address" + query});
+    const std::string url = answer.Json()["url"].AsString();
+    EXPECT_EQ(url, base + "/objects/logs/x%26y%3D1%25.log");
+    EXPECT_EQ(Curl({"-k", "-T", log, url}).status, 200);
+    EXPECT_EQ(ReadFile(backend.Root().Path("objects/logs/x&y=1%.log")), "sent to " + base);
   }
 }
 
@@ -156,8 +149,6 @@ TEST(LiveRoutes, ObjectsArePutAndRead) {
   EXPECT_TRUE(ReadFile(backend.Root().Path("objects/chunks")) == content);
   EXPECT_EQ(Curl({"-T", file, backend.Url("/objects/a")}).status, 409);
   EXPECT_EQ(Curl({"-T", file, backend.Url("/objects/chunks/a")}).status, 409);
-  EXPECT_EQ(Curl({"-T", file, backend.Url("/objects/../x")}).status, 400);
-  EXPECT_EQ(Curl({backend.Url("/objects/none")}).status, 404);
   EXPECT_THAT(FilesBelow(backend.Root().Path("objects")), ElementsAre("a", "a/b c", "chunks"));
 }
 
@@ -197,14 +188,11 @@ TEST(LiveRoutes, ManyUploadsAtOnce) {
 }
 
 TEST(LiveRoutes, ListensOnIpv6) {
-  BackendProcess backend({"--bind", "::1"});
+  BackendProcess backend({"--bind", "::1", "--open"});
   EXPECT_THAT(backend.Process().Out(), testing::MatchesRegex("http \\[::1\\]:[0-9]+\n"));
   const std::string base = "http://[::1]:" + std::to_string(backend.Port());
-  const std::string token =
-      "X-Auth-Token: " + Curl({"-d", "{}", base + "/token"}).Json()["token"].AsString();
-  EXPECT_EQ(
-      Curl({"-H", token, base + "/log-address?access_id=a&file_name=b"}).Json()["url"].AsString(),
-      base + "/objects/logs/b");
+  EXPECT_EQ(Curl({base + "/log-address?access_id=a&file_name=b"}).Json()["url"].AsString(),
+            base + "/objects/logs/b");
 }
 
 TEST(LiveRoutes, ServesThePage) {
