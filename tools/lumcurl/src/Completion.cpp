@@ -1,6 +1,7 @@
 // The shell completions of lumcurl.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <map>
 #include <sstream>
 #include <vector>
@@ -35,28 +36,6 @@ void Append(Names& names, const Names& more) {
   names.insert(names.end(), more.begin(), more.end());
 }
 
-// What stands for the value of an option, or for an operand.
-enum class Value { kNone, kFile, kDirectory, kChoice, kText };
-
-Value ValueOf(const CLI::Option* option) {
-  const std::string type = ValueName(option);
-  if (type.empty()) {
-    return Value::kNone;
-  }
-  if (type == "FILE" || type == "BASE" || type == "PATH") {
-    return Value::kFile;
-  }
-  if (type == "DIR") {
-    return Value::kDirectory;
-  }
-  return type == kColourValue || type == "SHELL" ? Value::kChoice : Value::kText;
-}
-
-// What a kChoice can be.
-const Names& ChoicesOf(const CLI::Option* option) {
-  return option->get_positional() ? kShells : kColours;
-}
-
 // The first clause of a description, without its example.
 std::string Brief(const std::string& description) {
   return description.substr(0, description.find_first_of(";("));
@@ -78,6 +57,46 @@ std::string Quote(const std::string& text, const char* special, const char* quot
   return out + "'";
 }
 
+// --- What an option or operand takes ---
+
+std::string BashGenerate(const std::string& what) {
+  return "mapfile -t COMPREPLY < <(compgen " + what + " -- \"$current\")";
+}
+
+// How each shell completes it.
+struct Value {
+  Names names;       // that help has for it; none: any other
+  Names choices;     // what it can be; none: anything
+  std::string bash;  // fills COMPREPLY
+  std::string zsh;   // an action of _arguments
+  std::string fish;  // options of "complete"
+};
+
+const std::vector<Value>& Values() {
+  static const std::string colours = Join(kColours, " ");
+  static const std::string shells = Join(kShells, " ");
+  static const std::vector<Value> values = {
+      {{"FILE", "BASE", "PATH"}, {}, BashGenerate("-f"), "_files", " -r -F"},
+      {{"DIR"}, {}, BashGenerate("-d"), "_files -/", " -r -F"},
+      {{kColourValue},
+       kColours,
+       BashGenerate("-W '" + colours + "'"),
+       "(" + colours + ")",
+       " -x -a '" + colours + "'"},
+      {{"SHELL"}, kShells, ":", "(" + shells + ")", " -a '" + shells + "'"},
+      {{}, {}, ":", " ", " -x"}};  // nothing can be guessed
+  return values;
+}
+
+// Null for an option that takes nothing.
+const Value* ValueOf(const CLI::Option* option) {
+  const std::string name = ValueName(option);
+  const auto isNamed = [&name](const Value& value) {
+    return value.names.empty() || std::count(value.names.begin(), value.names.end(), name) != 0;
+  };
+  return name.empty() ? nullptr : &*std::find_if(Values().begin(), Values().end(), isNamed);
+}
+
 // --- bash ---
 
 void BashCase(std::ostream& out, const Names& previous, const std::string& action) {
@@ -86,14 +105,10 @@ void BashCase(std::ostream& out, const Names& previous, const std::string& actio
   }
 }
 
-std::string BashGenerate(const std::string& what) {
-  return "mapfile -t COMPREPLY < <(compgen " + what + " -- \"$current\")";
-}
-
 // What bash offers for one command line up to the command's name, or behind the command.
 struct BashWords {
   Names options;
-  std::map<Value, Names> taking;  // options by what stands behind them
+  std::map<const Value*, Names> taking;  // options by what stands behind them
 };
 
 BashWords BashWordsOf(const CLI::App& app) {
@@ -103,9 +118,7 @@ BashWords BashWordsOf(const CLI::App& app) {
     Append(words.taking[ValueOf(option)], NamesOf(option));
   }
   for (const CLI::Option* operand : OperandsOf(app)) {
-    if (ValueOf(operand) == Value::kChoice) {
-      Append(words.options, ChoicesOf(operand));
-    }
+    Append(words.options, ValueOf(operand)->choices);
   }
   return words;
 }
@@ -129,10 +142,9 @@ std::string BashCompletion(const CLI::App& app) {
     BashWords words = BashWordsOf(*command);
     out << "    " << command->get_name() << ")\n"
         << "      case $previous in\n";
-    BashCase(out, words.taking[Value::kFile], BashGenerate("-f"));
-    BashCase(out, words.taking[Value::kDirectory], BashGenerate("-d"));
-    BashCase(out, words.taking[Value::kChoice], BashGenerate("-W '" + Join(kColours, " ") + "'"));
-    BashCase(out, words.taking[Value::kText], ":");  // nothing can be guessed
+    for (const Value& value : Values()) {
+      BashCase(out, words.taking[&value], value.bash);
+    }
     out << "      esac\n"
         << "      words='" << Join(words.options, " ") << "' ;;\n";
   }
@@ -155,20 +167,8 @@ std::string ZshQuote(const std::string& text) {
 
 // ":FILE:_files", what follows an option that takes a value.
 std::string ZshValue(const CLI::Option* option) {
-  const std::string name = ValueName(option);
-  switch (ValueOf(option)) {
-    case Value::kNone:
-      return "";
-    case Value::kFile:
-      return ":" + name + ":_files";
-    case Value::kDirectory:
-      return ":" + name + ":_files -/";
-    case Value::kChoice:
-      return ":" + name + ":(" + Join(ChoicesOf(option), " ") + ")";
-    case Value::kText:
-      break;
-  }
-  return ":" + name + ": ";
+  const Value* value = ValueOf(option);
+  return value == nullptr ? "" : ":" + ValueName(option) + ":" + value->zsh;
 }
 
 void ZshOptions(std::ostream& out, const CLI::App& app, const char* indent) {
@@ -177,7 +177,7 @@ void ZshOptions(std::ostream& out, const CLI::App& app, const char* indent) {
     const bool repeats = option->get_items_expected_max() > 1;
     for (const std::string& name : names) {
       const bool isLong = name.size() > 2;
-      const char* join = ValueOf(option) == Value::kNone ? "" : isLong ? "=" : "+";
+      const char* join = ValueOf(option) == nullptr ? "" : isLong ? "=" : "+";
       out << indent << ZshQuote(repeats ? "*" : "(" + Join(names, " ") + ")")
           << ZshQuote(name + join)
           << ZshQuote("[" + Brief(option->get_description()) + "]" + ZshValue(option)) << " \\\n";
@@ -236,22 +236,6 @@ std::string FishQuote(const std::string& text) {
   return Quote(text, "\\", "\\'");
 }
 
-// What an option or operand takes, as options of fish's "complete".
-std::string FishValue(const CLI::Option* option) {
-  switch (ValueOf(option)) {
-    case Value::kNone:
-      return "";
-    case Value::kFile:
-    case Value::kDirectory:
-      return " -r -F";
-    case Value::kChoice:
-      return " -x -a " + FishQuote(Join(ChoicesOf(option), " "));
-    case Value::kText:
-      break;
-  }
-  return " -x";
-}
-
 void FishOptions(std::ostream& out, const CLI::App& app, const std::string& condition) {
   for (const CLI::Option* option : OptionsOf(app)) {
     out << "complete -c lumcurl -n " << FishQuote(condition);
@@ -261,7 +245,9 @@ void FishOptions(std::ostream& out, const CLI::App& app, const std::string& cond
     for (const std::string& name : option->get_lnames()) {
       out << " -l " << name;
     }
-    out << FishValue(option) << " -d " << FishQuote(Brief(option->get_description())) << "\n";
+    const Value* value = ValueOf(option);
+    out << (value == nullptr ? "" : value->fish) << " -d "
+        << FishQuote(Brief(option->get_description())) << "\n";
   }
 }
 
@@ -279,11 +265,11 @@ std::string FishCompletion(const CLI::App& app) {
     const std::string condition = "__fish_seen_subcommand_from " + command->get_name();
     FishOptions(out, *command, condition);
     for (const CLI::Option* operand : OperandsOf(*command)) {
-      if (ValueOf(operand) == Value::kChoice) {
-        out << "complete -c lumcurl -n " << FishQuote(condition) << " -a "
-            << FishQuote(Join(ChoicesOf(operand), " ")) << "\n";
-      } else if (ValueOf(operand) != Value::kText) {
-        out << "complete -c lumcurl -n " << FishQuote(condition) << " -F\n";
+      const Value* value = ValueOf(operand);
+      const std::string files = value->names.empty() ? "" : " -F";
+      const std::string offered = value->choices.empty() ? files : value->fish;
+      if (!offered.empty()) {
+        out << "complete -c lumcurl -n " << FishQuote(condition) << offered << "\n";
       }
     }
   }
