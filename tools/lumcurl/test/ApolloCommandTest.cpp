@@ -29,10 +29,7 @@ class Apollo : public testing::Test {
 
   ProcessResult Run(const WireReply& reply, const Words& options = {}) {
     m_server->Script(reply);
-    Words arguments = {"apollo"};
-    arguments.insert(arguments.end(), options.begin(), options.end());
-    arguments.insert(arguments.end(), {Server(), "robot", "application"});
-    return Lumcurl(arguments);
+    return Lumcurl(Joined(Joined({"apollo"}, options), {Server(), "robot", "application"}));
   }
 
   static std::string Answer(const std::string& configurations) {

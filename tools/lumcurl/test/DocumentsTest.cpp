@@ -75,11 +75,10 @@ class ShellCompletion : public testing::TestWithParam<const char*> {
     if (GetParam() == std::string("fish")) {
       argv = {"fish", "--no-config", "-c", kFish};
     }
-    argv.insert(argv.end(), line.begin(), line.end());
     ProcessOptions options;
     options.directory = m_directory.Path();
     options.environment = {"HOME=" + m_directory.Path(), "XDG_CONFIG_HOME=", "XDG_DATA_HOME="};
-    const ProcessResult result = RunCommand(argv, options);
+    const ProcessResult result = RunCommand(Joined(argv, line), options);
     EXPECT_THAT(result, Ends(0, IsEmpty()));
     Words words = LinesOf(result.out);
     for (std::string& word : words) {

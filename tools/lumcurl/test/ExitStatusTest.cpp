@@ -53,12 +53,9 @@ class EveryCommand : public testing::TestWithParam<Command> {
   }
 
   // Runs the command; the archive that a failed one has kept is out of its way.
-  ProcessResult Run(const std::string& url, Words more = {}) {
+  ProcessResult Run(const std::string& url, const Words& more = {}) {
     std::remove(m_directory.Path("dir.tar.gz").c_str());
-    Words arguments = GetParam().before;
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    arguments.push_back(url);
-    arguments.insert(arguments.end(), GetParam().after.begin(), GetParam().after.end());
+    Words arguments = Joined(Joined(GetParam().before, more), Joined({url}, GetParam().after));
     for (std::string& word : arguments) {
       if (word[0] == '@') {
         word = m_directory.Path(word.substr(1));

@@ -16,10 +16,13 @@
 
 namespace lumtest {
 
+Words Joined(Words words, const Words& more) {
+  words.insert(words.end(), more.begin(), more.end());
+  return words;
+}
+
 Words LumcurlCommand(const Words& arguments) {
-  Words argv = {LUMCURL};
-  argv.insert(argv.end(), arguments.begin(), arguments.end());
-  return argv;
+  return Joined({LUMCURL}, arguments);
 }
 
 ProcessOptions LumcurlOptions(ProcessOptions options) {

@@ -27,6 +27,9 @@ using testing::UnorderedElementsAre;
 
 using Words = std::vector<std::string>;
 
+// `words` with `more` behind them.
+Words Joined(Words words, const Words& more);
+
 // The arguments of a process that runs lumcurl; proxies of the machine take no part.
 Words LumcurlCommand(const Words& arguments);
 ProcessOptions LumcurlOptions(ProcessOptions options = {});

@@ -39,9 +39,8 @@ TEST_F(Secrets, TokenIsHidden) {
         Words{"report", "-d", "{\"a\":\"0123456789\"}", "--gzip"},
         Words{"refresh-token", "--data-file", m_directory.Secret("json", "{}")},
         Words{"log-address", "--access-id", "a", "--file-name", "f"}}) {
-    Words arguments = command;
-    arguments.insert(arguments.end(), {"--token-file", token, m_server.Url()});
-    EXPECT_THAT(Shown(arguments, "t0ken-value"), HasSubstr("> X-Auth-Token: ***\n"));
+    EXPECT_THAT(Shown(Joined(command, {"--token-file", token, m_server.Url()}), "t0ken-value"),
+                HasSubstr("> X-Auth-Token: ***\n"));
   }
 }
 

@@ -43,34 +43,27 @@ TEST_F(Service, TokenPostsTheRequestAndPrintsTheAnswer) {
   EXPECT_THAT(m_result.err, IsEmpty());
 }
 
-TEST_F(Service, TokenReadsStandardInput) {
-  m_options.input = "[1]";
-  EXPECT_EQ(Sent(JsonReply("{}"), {"token", "--data-file", "-"}).body, "[\n    1\n]\n");
-}
-
-TEST_F(Service, TokenTellsANullAnswerFromAFailure) {
-  Sent(JsonReply("null"), {"token", "--data-file", m_json});
-  EXPECT_EQ(m_result.out, "null\n");
-}
-
-TEST_F(Service, TokenFailsForStatusesBut200AndForWhatIsNotJson) {
-  Sent(StatusReply(204), {"token", "--data-file", m_json}, 1);
-  EXPECT_THAT(m_result.err, HasSubstr("the server answered 204"));
-  Sent(StatusReply(200, "<p>"), {"token", "--data-file", m_json}, 1);
-  EXPECT_THAT(m_result.err, AllOf(HasSubstr("not JSON"), HasSubstr("the reply: <p>")));
-  EXPECT_THAT(m_result.out, IsEmpty());
-}
-
-TEST_F(Service, TokenShowsTheReplyThatRefuses) {
-  Sent(JsonReply("{\"error\":\"no \\u001b[31m user\"}", 401), {"token", "--data-file", m_json}, 4);
-  EXPECT_THAT(m_result.out, IsEmpty());
-  EXPECT_THAT(m_result.err, HasSubstr("the reply: {\"error\":\"no \\u001b[31m user\"}"));
-}
-
-TEST_F(Service, TokenFailsWhenTheAnswerBreaksOff) {
-  Sent(WireReply(WireHead(200, {"Content-Length: 50"}) + "{}").Close(),
-       {"token", "--data-file", m_json}, 6);
-  EXPECT_THAT(m_result.out, IsEmpty());
+TEST_F(Service, TokenPrintsTheJsonThatComesWith200) {
+  const struct {
+    WireReply reply;
+    int exitStatus;
+    const char* out;
+    const char* err;
+  } kCases[] = {
+      {JsonReply("null"), 0, "null\n", ""},
+      {StatusReply(204), 1, "", "the server answered 204"},
+      {StatusReply(200, "<p>"), 1, "",
+       "the answer is not JSON; check the URL: another service may answer\n"
+       "lumcurl: the reply: <p>\n"},
+      {JsonReply("{\"error\":\"no \\u001b[31m user\"}", 401), 4, "",
+       "the reply: {\"error\":\"no \\u001b[31m user\"}"},
+      {WireReply(WireHead(200, {"Content-Length: 50"}) + "{}").Close(), 6, "", "connection broke"}};
+  for (const auto& row : kCases) {
+    SCOPED_TRACE(row.err);
+    Sent(row.reply, {"token", "--data-file", m_json}, row.exitStatus);
+    EXPECT_EQ(m_result.out, row.out);
+    EXPECT_THAT(m_result.err, HasSubstr(row.err));
+  }
 }
 
 TEST_F(Service, RefreshTokenPutsWithTheToken) {
@@ -130,25 +123,18 @@ std::string Unpacked(const std::string& body) {
   return result.out;
 }
 
-TEST_F(Service, GzipReportTakesTheSenderFromTheDocument) {
-  const WireRequest request = Sent(StatusReply(200), {"report", "--gzip", "--data-file", m_json});
-  EXPECT_EQ(request.Header("Content-Encoding"), "gzip");
-  EXPECT_EQ(request.Header("X-ORV-ACCESS-ID"), "robot-7");
-  EXPECT_EQ(Unpacked(request.body), kStyled);
-}
-
-TEST_F(Service, GzipReportTakesTheSenderAndTheTopicFromOptions) {
-  const WireRequest request = Sent(StatusReply(200), {"report", "--gzip", "--access-id", "r8",
-                                                      "--topic", "t", "--data-file", m_json});
-  EXPECT_EQ(request.Header("X-ORV-ACCESS-ID"), "r8");
-  EXPECT_THAT(Unpacked(request.body), HasSubstr("\"topic_name\": \"t\""));
-}
-
-TEST_F(Service, GzipReportTakesATopicBesideTheDocumentsSender) {
-  const WireRequest request =
-      Sent(StatusReply(200), {"report", "--gzip", "--topic", "t", "--data-file", m_json});
-  EXPECT_EQ(request.Header("X-ORV-ACCESS-ID"), "robot-7");
-  EXPECT_THAT(Unpacked(request.body), HasSubstr("\"topic_name\": \"t\""));
+TEST_F(Service, GzipReportTakesSenderAndTopicFromOptionsOrTheDocument) {
+  const std::string topic = "\"topic_name\": \"t\"";
+  for (const auto& [options, sender] : {std::pair<Words, std::string>{{}, "robot-7"},
+                                        {{"--topic", "t"}, "robot-7"},
+                                        {{"--topic", "t", "--access-id", "r8"}, "r8"}}) {
+    const Words words = Joined({"report", "--gzip", "--data-file", m_json}, options);
+    const WireRequest request = Sent(StatusReply(200), words);
+    EXPECT_EQ(request.Header("Content-Encoding"), "gzip");
+    EXPECT_EQ(request.Header("X-ORV-ACCESS-ID"), sender);
+    EXPECT_THAT(Unpacked(request.body),
+                options.empty() ? testing::Matcher<std::string>(kStyled) : HasSubstr(topic));
+  }
 }
 
 TEST_F(Service, GzipReportWarnsOfAMissingSender) {
@@ -188,9 +174,7 @@ TEST_F(Service, RefusesATokenWithALineBreakBeforeAnythingIsSent) {
     for (const Words& command :
          {Words{"report", "-d", "{}"}, Words{"refresh-token", "--data-file", m_json},
           Words{"log-address", "--access-id", "a", "--file-name", "f"}}) {
-      Words arguments = command;
-      arguments.insert(arguments.end(), {"--token-file", token, m_server.Url()});
-      EXPECT_THAT(Lumcurl(arguments),
+      EXPECT_THAT(Lumcurl(Joined(command, {"--token-file", token, m_server.Url()})),
                   Ends(2, AllOf(HasSubstr(token + " holds a line break"), Not(HasSubstr("Evil")))));
     }
   }
