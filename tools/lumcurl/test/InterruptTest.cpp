@@ -2,10 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <signal.h>
-#include <sys/inotify.h>
-#include <unistd.h>
 
 #include "Lumcurl.h"
 #include "support/Files.h"
@@ -13,27 +10,6 @@
 
 namespace lumtest {
 namespace {
-
-// Tells when a file is read.
-class FileWatch {
- public:
-  explicit FileWatch(const std::string& file)
-      : m_fd(inotify_init1(IN_CLOEXEC)),
-        m_added(inotify_add_watch(m_fd, file.c_str(), IN_ACCESS) >= 0) {}
-  ~FileWatch() { close(m_fd); }
-  FileWatch(const FileWatch&) = delete;
-  FileWatch& operator=(const FileWatch&) = delete;
-
-  // False when nobody has done so in half a minute.
-  bool WaitForRead() {
-    pollfd wait = {m_fd, POLLIN, 0};
-    return m_added && poll(&wait, 1, 30000) == 1;
-  }
-
- private:
-  int m_fd;
-  bool m_added;
-};
 
 class Interrupt : public testing::Test {
  protected:
@@ -48,17 +24,18 @@ class Interrupt : public testing::Test {
     return process.Wait();
   }
 
-  // What comes of an upload-dir that is interrupted while it packs what would take minutes.
-  ProcessResult InterruptedWhilePacking() {
+  // What a terminal shows of an upload-dir that is interrupted while it packs what would take
+  // minutes.
+  std::string InterruptedWhilePacking() {
     m_directory.MakeDir("dir");
     MakeSparseFile(m_directory.Path("dir/large"), std::uint64_t{1} << 40);
-    FileWatch watch(m_directory.Path("dir/large"));
-    SpawnedProcess process(LumcurlCommand({"upload-dir", "--overwrite", "http://127.0.0.1:9/",
-                                           m_directory.Path("dir")}),
-                           LumcurlOptions());
-    EXPECT_TRUE(watch.WaitForRead());
-    process.Signal(SIGINT);
-    return process.Wait();
+    OnTerminal terminal(LumcurlCommand(
+        {"upload-dir", "--overwrite", "http://127.0.0.1:9/", m_directory.Path("dir")}));
+    EXPECT_TRUE(terminal.WaitFor("\rpacking, ")) << terminal.Shown();
+    terminal.Interrupt();
+    terminal.Wait();
+    EXPECT_EQ(terminal.Signal(), SIGINT);
+    return terminal.Shown();
   }
 
   WireServer m_server;
@@ -121,13 +98,13 @@ TEST_F(Interrupt, SaysThatTheArchiveIsKept) {
 }
 
 TEST_F(Interrupt, LeavesNothingOfAnArchiveThatIsBeingMade) {
-  EXPECT_EQ(InterruptedWhilePacking().signal, SIGINT);
+  EXPECT_THAT(InterruptedWhilePacking(), StartsWith("\rpacking"));
   EXPECT_THAT(FilesBelow(m_directory.Path()), ElementsAre("dir", "dir/large"));
 }
 
 TEST_F(Interrupt, CallsNoOlderFileTheArchiveThatIsBeingMade) {
   const std::string older = m_directory.Write("dir.tar.gz", "precious");
-  EXPECT_EQ(InterruptedWhilePacking().err, "lumcurl: interrupted\n");
+  EXPECT_THAT(InterruptedWhilePacking(), testing::EndsWith("\nlumcurl: interrupted\r\n"));
   EXPECT_EQ(ReadFile(older), "precious");
 }
 

@@ -101,18 +101,6 @@ TEST_F(Terminal, ShowsTheTimeThatIsLeft) {
   EXPECT_EQ(terminal.Signal(), SIGINT);
 }
 
-TEST_F(Terminal, ShowsThatItPacks) {
-  m_directory.MakeDir("dir");
-  MakeSparseFile(m_directory.Path("dir/large"), std::uint64_t{1} << 40);  // would take minutes
-  OnTerminal terminal(
-      LumcurlCommand({"upload-dir", "http://127.0.0.1:9/", m_directory.Path("dir")}));
-  EXPECT_TRUE(terminal.WaitFor("\rpacking, "));
-  EXPECT_EQ(terminal.Shown().substr(0, 8), "\rpacking");
-  terminal.Interrupt();
-  terminal.Wait();
-  EXPECT_EQ(terminal.Signal(), SIGINT);
-}
-
 TEST_F(Terminal, ShowsTheProgressOfAnArchiveThatIsMadeMeanwhile) {
   m_directory.Write("dir/member", "m");
   m_server.Script(StatusReply(200));
@@ -182,8 +170,7 @@ TEST_F(Terminal, HasNoColoursWhereNoneAreWanted) {
     EXPECT_THAT(Shown({"get", m_server.Url()}, 4, environment), Not(HasSubstr("\x1b")));
   }
   for (const Words& option : {Words{"--color", "never"}, Words{"--color=never"}}) {
-    Words words = {"get"};
-    words.insert(words.end(), option.begin(), option.end());
+    Words words = Joined({"get"}, option);
     EXPECT_THAT(Shown(words, 2, {kColours}), Not(HasSubstr("\x1b")));
     words.push_back(m_server.Url());
     EXPECT_THAT(Shown(words, 4, {kColours}), Not(HasSubstr("\x1b")));
