@@ -9,8 +9,6 @@
 #include <cstdio>
 #include <string>
 
-#include "Peak.h"
-
 int main(int argc, char** argv) {
   if (argc != 3) {
     std::fprintf(stderr, "usage: LumBenchPack file|directory PATH\n");
@@ -19,6 +17,5 @@ int main(int argc, char** argv) {
   const int result = argv[1] == std::string("file")
                          ? LumCompressAndDeCompress::CompressFile(argv[2])
                          : LumCompressAndDeCompress::CompressFilePath(argv[2]);
-  lumbench::PrintPeakMemory();
   return result == 0 ? 0 : 1;
 }

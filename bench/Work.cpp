@@ -20,7 +20,6 @@
 #include <vector>
 
 #include "Bare.h"
-#include "Peak.h"
 
 namespace {
 
@@ -77,7 +76,5 @@ int main(int argc, char** argv) {
   LumLogger::GetInstance().SetLevel(LumLogger::kError);
   const auto argument = [&](int i) { return i < argc ? argv[i] : ""; };
   LumCurlHttp::CurlGlobalInit();
-  const bool done = Run(argument(1), argument(2), argument(3));
-  lumbench::PrintPeakMemory();
-  return done ? 0 : 1;
+  return Run(argument(1), argument(2), argument(3)) ? 0 : 1;
 }
