@@ -43,19 +43,6 @@ TEST(TempDir, IsLeftAloneByAForkedChild) {
   EXPECT_EQ(ReadFile(file), "content");
 }
 
-TEST(Files, WriteReadAppend) {
-  const TempDir directory;
-  const std::string bytes("a\0b\r\n", 5);
-  const std::string path = directory.Write("file", bytes);
-  EXPECT_EQ(ReadFile(path), bytes);
-  AppendFile(path, "more");
-  EXPECT_EQ(ReadFile(path), bytes + "more");
-  WriteFile(path, "");
-  EXPECT_EQ(ReadFile(path), "");
-  EXPECT_TRUE(Exists(path));
-  EXPECT_FALSE(Exists(directory.Path("none")));
-}
-
 TEST(Files, TextsAreTakenApartAtTheirLinesEnds) {
   using Lines = std::vector<std::string>;
   EXPECT_EQ(LinesOf("a\n\nb c\n"), (Lines{"a", "", "b c"}));
