@@ -1,5 +1,5 @@
 // LumJson against a second parser: the same verdict and the same value, and a text of ours reads
-// back as what was written.
+// back as what was written. LumJsonTest has its own documents checked here, too.
 
 #include <LumJson.h>
 

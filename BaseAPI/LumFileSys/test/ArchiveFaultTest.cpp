@@ -201,28 +201,23 @@ int SignalOfChild(const std::function<void()>& work) {
   return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
 }
 
+std::string UsualPlace() {
+  const char* const directory = std::getenv("TMPDIR");
+  return directory != nullptr ? directory : "/tmp";
+}
+
 // Temporary directories lie in `directory` while this lives.
 class TemporaryFilesIn {
  public:
-  explicit TemporaryFilesIn(const std::string& directory) {
-    const char* const before = std::getenv("TMPDIR");
-    m_wasSet = before != nullptr;
-    m_before = m_wasSet ? before : "";
+  explicit TemporaryFilesIn(const std::string& directory) : m_before(UsualPlace()) {
     setenv("TMPDIR", directory.c_str(), 1);
   }
-  ~TemporaryFilesIn() {
-    if (m_wasSet) {
-      setenv("TMPDIR", m_before.c_str(), 1);
-    } else {
-      unsetenv("TMPDIR");
-    }
-  }
+  ~TemporaryFilesIn() { setenv("TMPDIR", m_before.c_str(), 1); }
   TemporaryFilesIn(const TemporaryFilesIn&) = delete;
   TemporaryFilesIn& operator=(const TemporaryFilesIn&) = delete;
 
  private:
-  bool m_wasSet;
-  std::string m_before;
+  const std::string m_before;
 };
 
 bool KnowsUnnamedFiles(const TempDir& dir) {
@@ -854,11 +849,6 @@ TEST_P(LumArchiveKill, LeavesTheTemporaryFileWhereFilesNeedNames) {
   const std::vector<std::string> left = LeftBehind(hooks, false);
   EXPECT_GT(left.size(), 10U);
   EXPECT_THAT(left, Each(MatchesRegex("\\.lum-archive-[0-9a-f]{16}")));
-}
-
-std::string UsualPlace() {
-  const char* const directory = std::getenv("TMPDIR");
-  return directory != nullptr ? directory : "/tmp";
 }
 
 INSTANTIATE_TEST_SUITE_P(FileSystems, LumArchiveKill,

@@ -268,13 +268,6 @@ TEST_F(LumArchiveDirectory, LongTargetAcrossTheEndOfABlock) {
   ExpectSameTree(m_dir.Path("d"), UnpackedArchive(m_dir.Path("d.tar.gz")).Path("d"));
 }
 
-TEST_F(LumArchiveDirectory, EmptyDirectory) {
-  ASSERT_EQ(PackDirectory(m_dir.MakeDir("empty")), 0);
-  const UnpackedArchive archive(m_dir.Path("empty.tar.gz"));
-  EXPECT_THAT(archive.Names(), ElementsAre("empty/"));
-  ExpectSameTree(m_dir.Path("empty"), archive.Path("empty"));
-}
-
 TEST_F(LumArchiveDirectory, TimesOutsideTheFormatsRangeBecomeItsEnds) {
   SetTime(m_dir.Write("d/early", "x"), -300000000);
   SetTime(m_dir.Write("d/late", "x"), 9000000000);

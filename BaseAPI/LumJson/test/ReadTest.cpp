@@ -149,15 +149,6 @@ TEST(Utf8Test, IllFormedTextIsRefusedAndWrittenWithReplacements) {
   }
 }
 
-TEST(ReadTest, DeepDocumentsThatNeverEnd) {
-  std::string objects;
-  for (int i = 0; i < 50000; ++i) {
-    objects += "[{\"\":";
-  }
-  EXPECT_FALSE(Accepts(std::string(100000, '[')));
-  EXPECT_FALSE(Accepts(objects + "\n"));
-}
-
 // ---- What RFC 8259 leaves to each reader ----
 
 // To the second library they are what strtod() makes of them.
