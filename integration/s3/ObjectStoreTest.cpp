@@ -47,15 +47,16 @@ class ObjectStore : public testing::Test {
  protected:
   static void SetUpTestSuite() {
     LumCurlHttp::CurlGlobalInit();
-    objects = new TempDir;
-    store = new SpawnedProcess({"node", STORE_SCRIPT, STORE_INSTALLED, objects->Path()});
+    objects = std::make_unique<TempDir>();
+    store = std::make_unique<SpawnedProcess>(
+        std::vector<std::string>{"node", STORE_SCRIPT, STORE_INSTALLED, objects->Path()});
     std::vector<std::string> groups;
     ASSERT_TRUE(store->WaitForLine("listening on (.*)", &groups)) << store->Err();
     base = "http://" + groups[1];
   }
   static void TearDownTestSuite() {
-    delete store;
-    delete objects;
+    store.reset();
+    objects.reset();
   }
 
   void SetUp() override {
@@ -69,25 +70,20 @@ class ObjectStore : public testing::Test {
     file = directory.Write("device.log", content);
   }
 
-  // What the store gives back, with a signature of its own kind in the query's place: none, since
-  // the test asks the file that the store keeps.
+  // Asked of the file that the store keeps.
   static std::string Stored(const std::string& name) {
     return ReadFile(objects->Path("logs/" + name + "._S3rver_object"));
   }
 
-  static TempDir* objects;
-  static SpawnedProcess* store;
-  static std::string base;
+  static inline std::unique_ptr<TempDir> objects;
+  static inline std::unique_ptr<SpawnedProcess> store;
+  static inline std::string base;
   LogCapture log;
   CaptureStdout out;  // an upload's reply goes there
   TempDir directory;
   LumCurlOrvOps service;
   std::string file;
 };
-
-TempDir* ObjectStore::objects = nullptr;
-SpawnedProcess* ObjectStore::store = nullptr;
-std::string ObjectStore::base;
 
 TEST_F(ObjectStore, AcceptsASignedLogAndKeepsItsBytes) {
   service.SetUploadLogAuthorisation(Authorisation("/logs/device.log", kSecret));
