@@ -1,4 +1,4 @@
-// Requests of several threads: one at a time on one object, side by side on two.
+// Requests of several threads on one object: one at a time.
 
 #include <atomic>
 
@@ -49,21 +49,6 @@ TEST_P(TwoThreads, NeverOverlapOnOneObject) {
   EXPECT_THAT(events,
               ::testing::ElementsAre("lock", "curl_easy_init", "curl_easy_cleanup", "unlock",
                                      "lock", "curl_easy_init", "curl_easy_cleanup", "unlock"));
-}
-
-TEST_P(TwoThreads, RunSideBySideOnTwoObjects) {
-  Latch both(2);
-  Script script = Answer(200, "{}");
-  script.during = [&both](const Transfer&) { EXPECT_TRUE(both.CountDownAndWait()); };
-  recorder.NextPerform(script);
-  recorder.NextPerform(script);
-  LumCurlHttp other;
-  int codes[] = {0, 0};
-  RunBoth(
-      both, [&] { (client.*GetParam().first.call)(kUrl, "{}", false, codes[0]); },
-      [&] { (other.*GetParam().second.call)(kUrl, "{}", false, codes[1]); });
-  EXPECT_EQ(codes[0], 200);
-  EXPECT_EQ(codes[1], 200);
 }
 
 INSTANTIATE_TEST_SUITE_P(Mixed, TwoThreads,

@@ -112,27 +112,27 @@ TEST_P(ServiceOperationTest, LeavesTheStreamOfTheCallerToTheNextUpload) {
   CloseOwn(stream);
 }
 
-// All but the requests of LumCurlHttp, which come one after the other (../http).
+// The requests of LumCurlHttp, which come one after the other on one object (../http), on two.
 class SideBySideTest : public OperationTest {};
 
-INSTANTIATE_TEST_SUITE_P(Operations, SideBySideTest,
-                         ::testing::ValuesIn(OperationsWhere([](const Operation& each) {
-                           return each.kind != Kind::kJson;
-                         })),
+INSTANTIATE_TEST_SUITE_P(Operations, SideBySideTest, ::testing::ValuesIn(Operations()),
                          [](const auto& instance) { return instance.param.name; });
 
-TEST_P(SideBySideTest, RunsBesideAnotherOfTheSameObject) {
+TEST_P(SideBySideTest, RunsBesideAnother) {
   Latch both(2);
   Script script = Answer(200, "{}");
   script.during = [&both](const Transfer&) { EXPECT_TRUE(both.CountDownAndWait()); };
-  recorder.NextPerform(script);
-  recorder.NextPerform(script);
+  Caller another;
+  Caller& second = GetParam().kind == Kind::kJson ? another : caller;
   caller.shared = true;
   caller.MakeFiles("one");
-  caller.MakeFiles("other");
+  const std::string files = second.MakeFiles("other");
+  Forget();
+  recorder.NextPerform(script);
+  recorder.NextPerform(script);
 
   RunBoth(
-      both, [this] { Run("one"); }, [this] { Run("other"); });
+      both, [this] { Run("one"); }, [&] { GetParam().run(second, kUrl, files); });
 
   EXPECT_EQ(recorder.Transfers().size(), 2U);
   keptLists = GetParam().NeedsTls() ? 2 : 0;

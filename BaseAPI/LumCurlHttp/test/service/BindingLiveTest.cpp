@@ -107,72 +107,62 @@ constexpr char kMac[] = "02:4c:75:6d:00:01";  // of lum0, at 10.203.0.1
 constexpr char kPeerAddress[] = "10.203.0.2";
 
 // Runs `call` with a client and a server on the other end of the pair.
-int WithPeerServer(const std::function<void(LumCurlOrvOps&, WireServer&)>& call) {
-  std::unique_ptr<WireServer> server;
-  InPeerNamespace([&server] {
-    WireOptions options;
-    options.address = kPeerAddress;
-    server = std::make_unique<WireServer>(options);
-  });
-  server->SetHandler(Always(200));
-  {
-    LumCurlOrvOps client;
-    client.CurlGlobalInit();
-    call(client, *server);
-  }
-  server.reset();
-  return ::testing::Test::HasFailure() ? 1 : 0;
-}
-
-NetNamespaceOptions WithPair() {
-  NetNamespaceOptions options;
-  options.veth = true;
-  options.mac = kMac;
-  options.peerAddress = kPeerAddress;
-  return options;
+void WithPeerServer(const std::function<void(LumCurlOrvOps&, WireServer&)>& call) {
+  NetNamespaceOptions network;
+  network.veth = true;
+  network.mac = kMac;
+  network.peerAddress = kPeerAddress;
+  const auto run = [&call] {
+    std::unique_ptr<WireServer> server;
+    InPeerNamespace([&server] {
+      WireOptions options;
+      options.address = kPeerAddress;
+      server = std::make_unique<WireServer>(options);
+    });
+    server->SetHandler(Always(200));
+    {
+      LumCurlOrvOps client;
+      client.CurlGlobalInit();
+      call(client, *server);
+    }
+    server.reset();
+    return ::testing::Test::HasFailure() ? 1 : 0;
+  };
+  const NetNamespaceResult result = RunInNetNamespace(run, network);
+  EXPECT_TRUE(result.Succeeded()) << result.Describe();
 }
 
 TEST(NamespaceLiveTest, MacIsTurnedIntoItsInterfaceAndKept) {
-  const NetNamespaceResult result = RunInNetNamespace(
-      [] {
-        return WithPeerServer([](LumCurlOrvOps& client, WireServer& server) {
-          TempDir directory;
-          LogCapture log;
-          int status = 0;
-          client.SetBindMac("02-4C-75-6D-00-01");
+  WithPeerServer([](LumCurlOrvOps& client, WireServer& server) {
+    TempDir directory;
+    LogCapture log;
+    int status = 0;
+    client.SetBindMac("02-4C-75-6D-00-01");
 
-          EXPECT_EQ(client.UploadLog(server.Url(), directory.Write("f", "data")), 0);
-          client.Get(server.Url(), {}, status);
+    EXPECT_EQ(client.UploadLog(server.Url(), directory.Write("f", "data")), 0);
+    client.Get(server.Url(), {}, status);
 
-          EXPECT_EQ(status, 200);
-          EXPECT_EQ(server.Connections().at(0).peerAddress, "10.203.0.1");
-          EXPECT_THAT(log.Messages(3),
-                      ElementsAre("set bind mac=02-4C-75-6D-00-01", "Update interface name=lum0",
-                                  "Set interface=lum0", "Set interface=lum0"))
-              << log.Text();
-        });
-      },
-      WithPair());
-  EXPECT_TRUE(result.Succeeded()) << result.Describe();
+    EXPECT_EQ(status, 200);
+    EXPECT_EQ(server.Connections().at(0).peerAddress, "10.203.0.1");
+    EXPECT_THAT(log.Messages(3),
+                ElementsAre("set bind mac=02-4C-75-6D-00-01", "Update interface name=lum0",
+                            "Set interface=lum0", "Set interface=lum0"))
+        << log.Text();
+  });
 }
 
 TEST(NamespaceLiveTest, InterfaceThatDoesNotLeadThereReachesNothing) {
-  const NetNamespaceResult result = RunInNetNamespace(
-      [] {
-        return WithPeerServer([](LumCurlOrvOps& client, WireServer& server) {
-          LogCapture log;
-          int status = 0;
-          client.SetBindInterface("lo");
-          client.SetBindMac(kMac);
+  WithPeerServer([](LumCurlOrvOps& client, WireServer& server) {
+    LogCapture log;
+    int status = 0;
+    client.SetBindInterface("lo");
+    client.SetBindMac(kMac);
 
-          EXPECT_TRUE(client.Get(server.Url(), {}, status).IsNull());
+    EXPECT_TRUE(client.Get(server.Url(), {}, status).IsNull());
 
-          EXPECT_EQ(status, 0) << "the name goes before the MAC";
-          EXPECT_EQ(server.Connections().size(), 0U);
-        });
-      },
-      WithPair());
-  EXPECT_TRUE(result.Succeeded()) << result.Describe();
+    EXPECT_EQ(status, 0) << "the name goes before the MAC";
+    EXPECT_EQ(server.Connections().size(), 0U);
+  });
 }
 
 }  // namespace
