@@ -15,7 +15,6 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 using testing::StartsWith;
 
 constexpr std::uint64_t kLarge = 256u * 1024 * 1024;  // more than sockets can hold
@@ -127,14 +126,6 @@ TEST(LiveWire, AsksForABodyThatIsHeldBack) {
   EXPECT_THAT(client.ReadUntil("\r\n\r\n"), StartsWith("HTTP/1.1 200 OK\r\n"));
 }
 
-TEST(LiveWire, BodylessAnswersHaveNoLength) {
-  BackendProcess backend({"--port", "0", "--open"});
-  const std::string answer =
-      Exchange(backend, "POST /report?status=204 HTTP/1.1\r\nContent-Length: 1\r\n\r\n1");
-  EXPECT_THAT(answer, StartsWith("HTTP/1.1 204 No Content\r\n"));
-  EXPECT_THAT(answer, Not(HasSubstr("Content-Length")));
-}
-
 TEST(LiveWire, AnUploadLostOnItsWayLeavesNothingBehind) {
   BackendProcess backend;
   backend.Root().Write("objects/old", "old");
@@ -176,7 +167,8 @@ TEST(LiveWire, SurvivesPlainTextOnTheTlsPort) {
 // --- Misbehaviour on purpose.
 
 TEST(LiveFaults, EveryAnswerHasTheStatusAskedFor) {
-  for (const char* status : {"200", "204", "304", "404", "500"}) {
+  for (const std::string status : {"200", "204", "304", "404", "500"}) {
+    SCOPED_TRACE(status);
     BackendProcess backend({"--port", "0", "--status", status});
     EXPECT_EQ(Curl({"-d", "{}", backend.Url("/token")}).status, std::stoi(status));
     EXPECT_EQ(Curl({backend.Url("/nothing")}).status, std::stoi(status));
@@ -186,7 +178,9 @@ TEST(LiveFaults, EveryAnswerHasTheStatusAskedFor) {
     EXPECT_EQ(Curl({backend.Url("/")}).status, 200);
     // A body is read to its end, as by a server that fails later.
     const std::string put = "PUT /objects/a HTTP/1.1\r\nContent-Length: 1\r\n\r\nx";
-    EXPECT_EQ(CountOf(Exchange(backend, put + put), "HTTP/1.1 " + std::string(status)), 2);
+    const std::string answers = Exchange(backend, put + put);
+    EXPECT_EQ(CountOf(answers, "HTTP/1.1 " + status), 2);
+    EXPECT_EQ(CountOf(answers, "Content-Length"), status == "204" || status == "304" ? 0 : 2);
   }
 }
 
