@@ -5,16 +5,15 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <openssl/bio.h>
+#include <openssl/bn.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
-#include <openssl/rand.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <functional>
@@ -73,12 +72,9 @@ void Extend(X509* certificate, X509* issuer, int extension, const char* value) {
 }
 
 void SetSerial(X509* certificate) {
-  std::array<unsigned char, 16> bytes;
-  Require(RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) == 1, "random bytes");
-  bytes[0] = static_cast<unsigned char>((bytes[0] & 0x7f) | 0x40);
-  const std::unique_ptr<BIGNUM, decltype(&BN_free)> number(
-      BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), nullptr), &BN_free);
+  const std::unique_ptr<BIGNUM, decltype(&BN_free)> number(BN_new(), &BN_free);
   Require(number != nullptr &&
+              BN_rand(number.get(), 127, BN_RAND_TOP_ONE, BN_RAND_BOTTOM_ANY) == 1 &&
               BN_to_ASN1_INTEGER(number.get(), X509_get_serialNumber(certificate)) != nullptr,
           "serial number");
 }
