@@ -32,9 +32,7 @@ class Interrupt : public testing::Test {
     OnTerminal terminal(LumcurlCommand(
         {"upload-dir", "--overwrite", "http://127.0.0.1:9/", m_directory.Path("dir")}));
     EXPECT_TRUE(terminal.WaitFor("\rpacking, ")) << terminal.Shown();
-    terminal.Interrupt();
-    terminal.Wait();
-    EXPECT_EQ(terminal.Signal(), SIGINT);
+    EXPECT_EQ(terminal.Interrupt(), SIGINT);
     return terminal.Shown();
   }
 
@@ -68,9 +66,7 @@ TEST_F(Interrupt, ComesFromATerminal) {
   OnTerminal terminal(LumcurlCommand({"download", m_server.Url(), m_directory.Path("f")}));
   ASSERT_TRUE(m_server.WaitForRequests(1));  // the file is there
   ASSERT_TRUE(terminal.WaitFor("/s")) << terminal.Shown();
-  terminal.Interrupt();
-  terminal.Wait();
-  EXPECT_EQ(terminal.Signal(), SIGINT);
+  EXPECT_EQ(terminal.Interrupt(), SIGINT);
   EXPECT_THAT(terminal.Shown(), HasSubstr("\nlumcurl: interrupted\r\n"));
   EXPECT_THAT(FilesBelow(m_directory.Path()), ElementsAre("f"));
 }

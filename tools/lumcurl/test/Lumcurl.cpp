@@ -16,6 +16,8 @@
 
 namespace lumtest {
 
+constexpr std::chrono::minutes kDeadline{1};
+
 Words Joined(Words words, const Words& more) {
   words.insert(words.end(), more.begin(), more.end());
   return words;
@@ -99,15 +101,13 @@ bool OnTerminal::Read(std::chrono::steady_clock::time_point until) {
   return true;
 }
 
-bool OnTerminal::WaitFor(const std::string& text, std::chrono::milliseconds deadline) {
+bool OnTerminal::WaitFor(const std::string& text) {
   return WaitUntil(
-      [&text](const std::string& shown) { return shown.find(text) != std::string::npos; },
-      deadline);
+      [&text](const std::string& shown) { return shown.find(text) != std::string::npos; });
 }
 
-bool OnTerminal::WaitUntil(const std::function<bool(const std::string&)>& seen,
-                           std::chrono::milliseconds deadline) {
-  const auto until = std::chrono::steady_clock::now() + deadline;
+bool OnTerminal::WaitUntil(const std::function<bool(const std::string&)>& seen) {
+  const auto until = std::chrono::steady_clock::now() + kDeadline;
   while (!seen(m_shown)) {
     if (!Read(until)) {
       return false;
@@ -122,8 +122,14 @@ void OnTerminal::Type(const std::string& keys) {
   }
 }
 
-int OnTerminal::Wait(std::chrono::milliseconds deadline) {
-  const auto until = std::chrono::steady_clock::now() + deadline;
+int OnTerminal::Interrupt() {
+  Type("\x03");
+  Wait();
+  return m_signal;
+}
+
+int OnTerminal::Wait() {
+  const auto until = std::chrono::steady_clock::now() + kDeadline;
   while (Read(until)) {
   }
   if (std::chrono::steady_clock::now() >= until) {

@@ -72,24 +72,20 @@ class OnTerminal {
   OnTerminal(const OnTerminal&) = delete;
   OnTerminal& operator=(const OnTerminal&) = delete;
 
-  // Waits until what the terminal shows holds `text`. False when the program ends or `deadline`
+  // Waits until what the terminal shows holds `text`. False when the program ends or a minute
   // passes first.
-  bool WaitFor(const std::string& text,
-               std::chrono::milliseconds deadline = std::chrono::seconds(30));
+  bool WaitFor(const std::string& text);
 
   // Likewise for anything that can be seen in it.
-  bool WaitUntil(const std::function<bool(const std::string&)>& seen,
-                 std::chrono::milliseconds deadline = std::chrono::seconds(30));
+  bool WaitUntil(const std::function<bool(const std::string&)>& seen);
 
-  // Types `keys`, and the interrupt character.
   void Type(const std::string& keys);
-  void Interrupt() { Type("\x03"); }
 
-  // Waits for the end; the exit status, or -1 when a signal ended it or the deadline passed.
-  int Wait(std::chrono::milliseconds deadline = std::chrono::seconds(60));
+  // Waits for the end; the exit status, or -1 when a signal ended it or a minute passed.
+  int Wait();
 
-  // The signal that ended it, after Wait; 0: none.
-  int Signal() const { return m_signal; }
+  // Types the interrupt character and waits; the signal that ended it, 0: none.
+  int Interrupt();
 
   // What was shown so far, with the terminal's "\r\n" line ends.
   const std::string& Shown() const { return m_shown; }

@@ -96,9 +96,7 @@ TEST_F(Terminal, ShowsTheTimeThatIsLeft) {
   EXPECT_TRUE(terminal.WaitUntil([](const std::string& shown) {
     return std::regex_search(shown, std::regex("%, [0-9.]+ KiB/s, [0-9]+ s left"));
   })) << terminal.Shown();
-  terminal.Interrupt();
-  terminal.Wait();
-  EXPECT_EQ(terminal.Signal(), SIGINT);
+  EXPECT_EQ(terminal.Interrupt(), SIGINT);
 }
 
 TEST_F(Terminal, ShowsTheProgressOfAnArchiveThatIsMadeMeanwhile) {
