@@ -53,15 +53,11 @@ Subject OneAllocation(const std::function<void(World&)>& onFailure) {
 class TortureTest : public ::testing::Test {
  protected:
   Result Torture(const Subject& subject) {
-    FILE* const report = std::tmpfile();
+    const UnnamedFile report;
     const std::vector<Trial> trials = {
         {subject, Connection::kPlain, subject.scenarios.at(0), faults}};
-    const Result result = RunAll(trials, 1, report, std::chrono::seconds(1)).at(0);
-    std::fseek(report, 0, SEEK_END);
-    text.resize(static_cast<std::size_t>(std::ftell(report)));
-    std::rewind(report);
-    EXPECT_EQ(std::fread(text.data(), 1, text.size(), report), text.size());
-    std::fclose(report);
+    const Result result = RunAll(trials, 1, report.Get(), std::chrono::seconds(1)).at(0);
+    text = report.Text();
     return result;
   }
 

@@ -9,6 +9,8 @@
 // plain HTTP, and over TLS.
 // PART-OF-A-NAME chooses among the operations.
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <map>
@@ -62,7 +64,7 @@ void Print(const std::string& name, const std::string& scenario, const Result& r
 
 // Whether all is well.
 bool Torture(const std::vector<Trial>& trials, std::size_t atOnce) {
-  const std::vector<Result> results = RunAll(trials, atOnce, stderr);
+  const std::vector<Result> results = RunAll(trials, atOnce, STDERR_FILENO);
   std::puts("| operation | server | tried | as usual | failure | bad_alloc | excused | bad |");
   std::puts("|---|---|--:|--:|--:|--:|--:|--:|");
   Result sum;

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <exception>
 #include <iostream>
 #include <map>
@@ -38,16 +39,15 @@ struct Progress {
 };
 
 // Counts a bad run, at the fault that is on, and writes it to `report` unless it is excused.
-void CountBad(const Trial& trial, Progress& progress, const std::string& reason, FILE* report) {
+void CountBad(const Trial& trial, Progress& progress, const std::string& reason, int report) {
   if (IsExcused(reason, progress.record)) {
     ++progress.result.excused;
     return;
   }
   ++progress.result.bad;
-  (void)std::fprintf(report, "BAD: %s, %s, %s %zu: %s\n%s", trial.subject.name.c_str(),
-                     NameOf(trial.scenario), trial.faults()[progress.fault]->Name().c_str(),
-                     progress.nth, reason.c_str(), Describe(progress.record).c_str());
-  (void)std::fflush(report);
+  (void)dprintf(report, "BAD: %s, %s, %s %zu: %s\n%s", trial.subject.name.c_str(),
+                NameOf(trial.scenario), trial.faults()[progress.fault]->Name().c_str(),
+                progress.nth, reason.c_str(), Describe(progress.record).c_str());
 }
 
 // A server beyond the reach of what a fault breaks in this process: tells its URL and stays.
@@ -62,7 +62,7 @@ int ServeForEver() {
 
 class Ordeal {
  public:
-  Ordeal(const Trial& trial, Progress& progress, FILE* report, std::chrono::seconds margin)
+  Ordeal(const Trial& trial, Progress& progress, int report, std::chrono::seconds margin)
       : m_trial(trial),
         m_subject(trial.subject),
         m_limit(static_cast<unsigned>(margin.count() + trial.subject.limitSeconds)),
@@ -175,11 +175,7 @@ class Ordeal {
   // The same in a child: what is torn by a fault at start-up stays torn in its process.
   bool StrikeInANewProcess(Fault& fault, const std::string& url) {
     alarm(m_limit);
-    SpawnedProcess child([&]() -> int {
-      const bool struck = StrikeAtStart(fault, url);
-      (void)std::fflush(m_report);
-      _exit(struck ? 1 : 0);
-    });
+    SpawnedProcess child([&]() -> int { _exit(StrikeAtStart(fault, url) ? 1 : 0); });
     const ProcessResult result = child.Wait();
     if (result.signal != 0) {
       Count({Outcome::kBad, "signal " + std::to_string(result.signal)});
@@ -229,21 +225,20 @@ class Ordeal {
   const unsigned m_limit;  // of one run, in seconds
   const Faults m_faults;
   Progress& m_progress;
-  FILE* m_report;
+  const int m_report;
   Observation m_usual;
   Observation m_usualAfterwards;
 };
 
 // In a process of its own: the trial from where `progress` stands to its end.
-void Run(const Trial& trial, Progress& progress, FILE* report, std::chrono::seconds margin) {
-  FILE* const own = fdopen(dup(fileno(report)), "w");  // standard error is captured
+void Run(const Trial& trial, Progress& progress, int report, std::chrono::seconds margin) {
+  const int own = dup(report);  // standard error is captured
   try {
     Ordeal(trial, progress, own, margin).Run();
   } catch (const std::exception& failure) {
     ++progress.result.bad;
-    (void)std::fprintf(own, "BAD: %s, %s: %s\n", trial.subject.name.c_str(), NameOf(trial.scenario),
-                       failure.what());
-    (void)std::fflush(own);
+    (void)dprintf(own, "BAD: %s, %s: %s\n", trial.subject.name.c_str(), NameOf(trial.scenario),
+                  failure.what());
   }
 }
 
@@ -256,7 +251,7 @@ std::string EndOf(int status) {
 
 }  // namespace
 
-std::vector<Result> RunAll(const std::vector<Trial>& trials, std::size_t atOnce, FILE* report,
+std::vector<Result> RunAll(const std::vector<Trial>& trials, std::size_t atOnce, int report,
                            std::chrono::seconds margin) {
   const std::size_t size = trials.size() * sizeof(Progress);
   void* const memory =

@@ -5,7 +5,6 @@
 
 #include <chrono>
 #include <cstddef>
-#include <cstdio>
 #include <vector>
 
 #include "Fault.h"
@@ -33,9 +32,9 @@ struct Result {
 
 // Runs them in processes of their own, `atOnce` at a time, each to its end: after a crash or a
 // hang, which counts as bad, with the next occasion. A run hangs when it takes `margin` longer than
-// its operation's limit; the machine may be busy. What is bad is written to `report`. The process
-// must have no other threads. Results in the order of `trials`.
-std::vector<Result> RunAll(const std::vector<Trial>& trials, std::size_t atOnce, FILE* report,
+// its operation's limit; the machine may be busy. What is bad is written to the descriptor
+// `report`. The process must have no other threads. Results in the order of `trials`.
+std::vector<Result> RunAll(const std::vector<Trial>& trials, std::size_t atOnce, int report,
                            std::chrono::seconds margin = std::chrono::seconds(15));
 
 }  // namespace lumtest
