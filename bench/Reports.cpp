@@ -90,7 +90,6 @@ int main(int argc, char** argv) {
     PrintSize("styled", size, styled.size());
     PrintSize("gzip", size, static_cast<std::size_t>(gzipped));
     PrintSize("zlib 6", size, Gzip(styled, 6).size());
-    PrintSize("zlib 1", size, Gzip(styled, 1).size());
     lumbench::Measure("gzip", "one-shot", static_cast<double>(size), plan,
                       {{"library",
                         [&](int) {
