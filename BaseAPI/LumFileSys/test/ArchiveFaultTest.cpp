@@ -901,16 +901,6 @@ TEST_F(LumArchiveFault, FileIsPackedToTheSizeThatItHad) {
   }
 }
 
-TEST_F(LumArchiveFault, FileGivenByNameMayShrinkToo) {
-  Before(&Hooks::read, [&] { EXPECT_EQ(truncate(m_dir.Path("d/z").c_str(), 1), 0); });
-  EXPECT_EQ(
-      Pack([this] { return LumCompressAndDeCompress::CompressFile(m_dir.Path("d/z").c_str()); }),
-      0);
-  const UnpackedArchive archive(m_dir.Path("d/z.tar.gz"));
-  EXPECT_EQ(ReadFile(archive.Path("z")), std::string("l\0\0\0", 4));
-  EXPECT_THAT(m_log, ElementsAre(kTarWriter + "z has shrunk and is filled up with 3 zero bytes"));
-}
-
 TEST_F(LumArchiveFault, DiskThatIsFullWhenAFileIsFilledUp) {
   Before(&Hooks::read, [&] { EXPECT_EQ(truncate(m_dir.Path("d/big").c_str(), 0), 0); });
   m_hooks.write = [](int, const void*, std::size_t) { return FailWith(ENOSPC); };
@@ -1022,17 +1012,6 @@ TEST_F(LumArchiveFault, DirectoryThatIsMovedToAnotherFileSystemsDirectoryOfThatN
   ExpectNothingChanged();
 }
 
-TEST_F(LumArchiveFault, FileSystemThatDoesNotTellTypes) {
-  EXPECT_EQ(symlink("big", m_dir.Path("d/link").c_str()), 0);
-  EXPECT_EQ(mkfifo(m_dir.Path("d/pipe").c_str(), 0600), 0);
-  HaveNoTypes();
-  EXPECT_EQ(Pack(), 0);
-  const UnpackedArchive archive(m_dir.Path("d.tar.gz"));
-  EXPECT_THAT(archive.Names(),
-              ElementsAre("d/", "d/big", "d/link", "d/sub/", "d/sub/small", "d/z"));
-  EXPECT_TRUE(ReadFile(archive.Path("d/link")) == Noise(900000));
-}
-
 // ---- Names, numbers and sizes ----
 
 TEST_F(LumArchiveFault, RootIsPackedAsADot) {
@@ -1116,22 +1095,6 @@ TEST(LumGzipCompressFault, CompressorGetsLevelOne) {
   const int result = LumCompressAndDeCompress::GzipCompress("text", 4, out, sizeof out);
   g_deflateResult = nullptr;
   EXPECT_GT(result, 0);
-}
-
-TEST(LumGzipCompressFault, ThreadKeepsItsMemoryUntilItEnds) {
-  const std::size_t before = lumtest::LiveNews();
-  std::size_t kept = 0;
-  std::thread thread([&] {
-    const std::size_t own = lumtest::LiveNews();
-    char out[100];
-    for (int i = 0; i < 2; ++i) {
-      EXPECT_GT(LumCompressAndDeCompress::GzipCompress("text", 4, out, sizeof out), 0);
-      kept = lumtest::LiveNews() - own;
-    }
-  });
-  thread.join();
-  EXPECT_EQ(kept, 1U);
-  EXPECT_EQ(lumtest::LiveNews(), before);
 }
 
 }  // namespace

@@ -121,14 +121,8 @@ TEST(ReadTest, WhatOtherReadersLetPass) {
     EXPECT_FALSE(Accepts(std::string(text))) << text;
     CheckValue(std::string(text));
   }
+  CheckDocument("null");
   CheckDocument(" \t\r\n[ true , false , null , \"a/*b*/\" ] \t\r\n");
-}
-
-TEST(ReadTest, LonelyNullIsADocument) {
-  Value value(1);
-  EXPECT_TRUE(value.Parse("null"));
-  EXPECT_TRUE(value.IsNull());
-  EXPECT_EQ("null\n", value.ToStyledString());
 }
 
 // Bytes on both sides of every border that the well-formed sequences have.
