@@ -151,6 +151,7 @@ void ExpectSame(const Model& model, const Value& value) {
     ASSERT_EQ(&member.Item(), value.Find(member.Name()));
     ++expected;
   }
+  ASSERT_TRUE(expected == model.end());
   ASSERT_EQ(value, Value(value));
   ASSERT_EQ(value, Read(text));
 }
