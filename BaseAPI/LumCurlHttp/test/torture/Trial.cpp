@@ -253,6 +253,9 @@ std::string EndOf(int status) {
 
 std::vector<Result> RunAll(const std::vector<Trial>& trials, std::size_t atOnce, int report,
                            std::chrono::seconds margin) {
+  if (trials.empty()) {
+    return {};
+  }
   const std::size_t size = trials.size() * sizeof(Progress);
   void* const memory =
       mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
