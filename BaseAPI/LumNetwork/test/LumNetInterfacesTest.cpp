@@ -133,9 +133,9 @@ const Found kNothing = {-1, "", ""};
 
 TEST(LumNetInterfaces, EachMacHasItsOwnNameAndAddresses) {
   InterfaceTable table({"lo up 00:00:00:00:00:00", "eth0 up 02:ab:cd:ef:00:01",
-                              "eth1 up 02:ab:cd:ef:00:02", "lo 127.0.0.1", "eth0 10.0.0.5",
-                              "eth0 10.0.0.6", "eth1 10.0.1.5", "lo ::1", "eth0 2001:db8::5",
-                              "eth0 2001:db8::6", "eth1 2001:db8:1::5"});
+                        "eth1 up 02:ab:cd:ef:00:02", "lo 127.0.0.1", "eth0 10.0.0.5",
+                        "eth0 10.0.0.6", "eth1 10.0.1.5", "lo ::1", "eth0 2001:db8::5",
+                        "eth0 2001:db8::6", "eth1 2001:db8:1::5"});
   for (const char* mac : {"02:ab:cd:ef:00:01", "02:AB:CD:EF:00:01", "02:aB:Cd:eF:00:01",
                           "02-ab-cd-ef-00-01", "02-AB-CD-EF-00-01"}) {
     EXPECT_EQ(LumNet::GetInterfaceName(mac), "eth0") << mac;
@@ -235,8 +235,8 @@ TEST(LumNetInterfaces, HexDigitsAloneAreDigits) {
 TEST(LumNetInterfaces, TextsThatAreNoMac) {
   // The first has what a text that is not read at all leaves, the last that of one read in part.
   InterfaceTable table({"lo up 00:00:00:00:00:00", "eth0 up 02:ab:cd:ef:00:01",
-                              "eth1 up 02:ab:cd:ef:00:00", "lo 127.0.0.1", "eth0 10.0.0.5",
-                              "eth1 10.0.0.6"});
+                        "eth1 up 02:ab:cd:ef:00:00", "lo 127.0.0.1", "eth0 10.0.0.5",
+                        "eth1 10.0.0.6"});
   const std::string good = kMacText;
   std::vector<std::string> texts = {
       "00:00:00:00:00:00",  // names none
