@@ -63,10 +63,5 @@ TEST_F(CurlEasyTest, KeepEmptyValuesMakesSemicolonsOfEmptyValuesWithANameAndOfNo
   }
 }
 
-TEST_F(CurlEasyTest, FailureTextIsPrefixReasonBlankAndStop) {
-  EXPECT_EQ(FailureText("GET failed for: ", "reason"), "GET failed for: reason .");
-  EXPECT_EQ(FailureText("GET failed for: ", ""), "GET failed for:  .");
-}
-
 }  // namespace
 }  // namespace lumtest
