@@ -15,13 +15,11 @@
 #include <optional>
 
 #include "Boost.h"
+#include "Embedded.h"
 #include "Paths.h"
 #include "Routes.h"
 #include "Signature.h"
 #include "Text.h"
-
-// Written at build time from the files of page/.
-extern const char kPageHtml[];
 
 using std::chrono::steady_clock;
 

@@ -9,9 +9,7 @@
 #include <utility>
 
 #include "Boost.h"
-
-// Written at build time from tables.sql.
-extern const char kTablesSql[];
+#include "Embedded.h"
 
 namespace asio = boost::asio;
 
@@ -73,7 +71,7 @@ Database Open(const std::string& root) try {
   database.Run("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL;");
   if (Query(database, "PRAGMA user_version").Run() == 0) {
     const std::string old = root + "/reports.jsonl";
-    database.Run("BEGIN IMMEDIATE;" + Store::Tables() + kIndexes);
+    database.Run(std::string("BEGIN IMMEDIATE;") + kTablesSql + kIndexes);
     TakeOver(database, old);
     database.Run("PRAGMA user_version = 1; COMMIT;");
     // Whoever still looks for it there is to see that it has an end.
@@ -85,10 +83,6 @@ Database Open(const std::string& root) try {
 }
 
 }  // namespace
-
-std::string Store::Tables() {
-  return kTablesSql;
-}
 
 Store::Store(const std::string& root, std::uint64_t keep)
     : m_path(root + "/lumbackend.db"),

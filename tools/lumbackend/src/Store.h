@@ -53,9 +53,6 @@ class Store {
   const std::string& Path() const { return m_path; }
   std::uint64_t Keep() const { return m_keep; }
 
-  // The statements that make the tables, as people read them.
-  static std::string Tables();
-
  private:
   struct Job {
     Query& query;

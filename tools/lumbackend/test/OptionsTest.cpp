@@ -8,9 +8,9 @@
 #include <cstring>
 #include <sstream>
 
+#include "Embedded.h"
 #include "OptionTexts.h"
 #include "Paths.h"
-#include "Store.h"
 #include "support/Files.h"
 
 namespace {
@@ -133,7 +133,7 @@ TEST(Options, TheManPageKnowsEveryOptionPathAndTable) {
     EXPECT_THAT(page, HasSubstr(std::string("\\fB") + path.method + " " + Troff(path.path)));
     EXPECT_THAT(page, HasSubstr(Troff(path.answers)));
   }
-  EXPECT_THAT(page, HasSubstr("\n" + Troff(Store::Tables())));
+  EXPECT_THAT(page, HasSubstr("\n" + Troff(kTablesSql)));
 }
 
 TEST(Options, TheExampleIsAValidCommandLine) {
