@@ -1,4 +1,4 @@
-// Against lumbackend. script/demo tries every command so.
+// Against lumbackend, with what script/demo does not show.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
