@@ -163,9 +163,9 @@ void WalkBesideAModel(unsigned members) {
   Model model = Model::object();
   const unsigned steps = 40 * members;
   for (unsigned i = 0; i < steps; ++i) {
-    const unsigned number = random() % members;  // names of both forms
+    const unsigned number = random() % members;  // names of both forms, on both sides of the border
     const std::string name =
-        (number % 2 == 0 ? "" : "a long name for number ") + std::to_string(number);
+        (number % 2 == 0 ? "twelve bytes" : "a long name for number ") + std::to_string(number);
     const Value* const found = std::as_const(value).Find(name);
     ASSERT_EQ(found, value.Find(name));
     ASSERT_EQ(found != nullptr, value.Has(name));
