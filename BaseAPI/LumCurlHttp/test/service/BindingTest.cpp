@@ -128,6 +128,8 @@ INSTANTIATE_TEST_SUITE_P(
                       Pin{"https://[::1]/p", "10.0.0.5", "[::1]:10.0.0.5"},
                       Pin{"https://h/?u=http://x", "10.0.0.5", "h:80:443:10.0.0.5"},
                       Pin{"http://host/?u=https://x", "10.0.0.5", "ost:80:443:10.0.0.5"},
+                      Pin{"https://h/?u=ttp://x", "10.0.0.5", "h:443:10.0.0.5"},
+                      Pin{"http://h/?u=ttps://x", "10.0.0.5", "h:80:10.0.0.5"},
                       Pin{"https://user:pw@h/p", "10.0.0.5", "user:pw@h:10.0.0.5"},
                       Pin{"https://", "10.0.0.5", ":443:10.0.0.5"},
                       Pin{"https://h/", "not an ip", "h:443:not an ip"}));
