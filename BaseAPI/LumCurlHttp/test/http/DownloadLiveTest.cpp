@@ -99,8 +99,12 @@ TEST_F(DownloadLiveTest, AFileThatTheKernelDoesNotMakeIsAFailure) {
   EXPECT_EQ(server.Connections().size(), 0u);
 }
 
-// As a user to whom permissions matter.
-TEST_F(DownloadLiveTest, ADirectoryThatCannotBeWrittenIsAFailure) {
+// As a user to whom permissions matter. No server of this process is up when it forks.
+TEST(DownloadLivePermissions, ADirectoryThatCannotBeWrittenIsAFailure) {
+  const TempDir dir;
+  const std::string path = dir.Path("file");
+  const LogCapture log;
+  LumCurlHttp client;
   ASSERT_EQ(chmod(dir.Path().c_str(), 0555), 0);
   const pid_t child = fork();
   ASSERT_GE(child, 0);
